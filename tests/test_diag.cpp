@@ -1,0 +1,117 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "diag.h"
+
+namespace {
+
+void diag_reset_blocks()
+{
+    prof_init();
+    prof_global.cycles_per_second = 1000.0;  // 1 cycle = 1 ms, so the figures below are exact
+}
+
+}  // namespace
+
+TEST(diag_death, crash_lines_name_function_file_and_line)
+{
+    EXPECT_EXIT(crash_in("src/n3d", 42, "n3d_init", "bad %s %d\n", "value", 7), testing::ExitedWithCode(1),
+                "^crash in n3d_init at src/n3d:42\nbad value 7\n$");
+    EXPECT_EXIT(crash_at("src/reel", 9, "no line end"), testing::ExitedWithCode(1), "^crash at src/reel:9\nno line end$");
+}
+
+TEST(diag, stdout_is_flushed_before_the_crash_text)
+{
+    // run in a child whose stdout and stderr are the same pipe, so their order is visible
+    EXPECT_EXIT(
+        {
+            dup2(fileno(stderr), fileno(stdout));
+            printf("detail line\n");
+            crash_in("src/memarena", 1, "f", "fatal\n");
+        },
+        testing::ExitedWithCode(1), "^detail line\ncrash in f at src/memarena:1\nfatal\n$");
+}
+
+TEST(diag, log_at_prefixes_file_and_line)
+{
+    testing::internal::CaptureStderr();
+    log_at("src/reel_fs", 12, "opened %d packs\n", 3);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "[src/reel_fs:12] opened 3 packs\n");
+}
+
+TEST(diag, calibration_and_names)
+{
+    prof_init();
+    EXPECT_GT(prof_global.cycles_per_second, 1e6);
+    EXPECT_EQ(prof_global.cycles_per_second_u64, (uint64_t)prof_global.cycles_per_second);
+    EXPECT_STREQ(prof_global.names[0], "CYCLES_BLOCK_TOTAL");
+    EXPECT_STREQ(prof_global.names[14], "BLOCK_EMULATE_VANTOREL");
+    EXPECT_STREQ(prof_global.names[15], "unnamed-block");
+    EXPECT_STREQ(prof_global.names[29], "unnamed-block");
+    const uint64_t t0 = prof_cycles_now();
+    EXPECT_GE(prof_cycles_since(t0), 0u);
+    EXPECT_GT(prof_cycles_now(), t0 - 1);
+}
+
+TEST(diag, table_prints_hit_blocks_only)
+{
+    diag_reset_blocks();
+    prof_global.cycles[0] = 2000;
+    prof_global.hits[0] = 1;
+    prof_global.cycles[6] = 500;
+    prof_global.hits[6] = 4;
+    testing::internal::CaptureStdout();
+    prof_print();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "[100.00%][hits:           1][cycles:         2000][<cycles>:      2000.0][CYCLES_BLOCK_TOTAL]\n"
+              "[ 25.00%][hits:           4][cycles:          500][<cycles>:       125.0][BLOCK_CLEAR_FRAMEBUFFER]\n");
+}
+
+TEST(diag, table_without_total_cycles_does_not_fail)
+{
+    diag_reset_blocks();
+    prof_global.cycles[3] = 10;
+    prof_global.hits[3] = 1;
+    testing::internal::CaptureStdout();
+    prof_print();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "[  0.00%][hits:           1][cycles:           10][<cycles>:        10.0][BLOCK_RENDER_MESH]\n");
+}
+
+TEST(diag, blocks_count_and_unnamed_blocks_report)
+{
+    diag_reset_blocks();
+    testing::internal::CaptureStdout();
+    prof_block_begin(BLOCK_RENDER_MESH);
+    prof_block_end(BLOCK_RENDER_MESH, "src/n3d_pipeline", 10);
+    prof_block_begin(20);
+    prof_block_end(20, "src/n3d", 77);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "unnamed block at src/n3d:77\n");
+    EXPECT_EQ(prof_global.hits[BLOCK_RENDER_MESH], 1u);
+    EXPECT_EQ(prof_global.hits[20], 1u);
+}
+
+TEST(diag, pass_timers_split_passes_and_print)
+{
+    diag_reset_blocks();
+    pass_timer t;
+    memset(&t, 0, sizeof(t));
+    testing::internal::CaptureStdout();
+    pass_timer_print("total", 1, &t);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "total: 0.00 ms 0.00 cycles/frame (frames 0 cycles: 0)\n");
+
+    pass_timer_add(&t, prof_cycles_now(), 0);
+    pass_timer_add(&t, prof_cycles_now(), 1);
+    pass_timer_add(&t, prof_cycles_now(), 1);
+    EXPECT_EQ(t.regular_frames, 1u);
+    EXPECT_EQ(t.vbl_frames, 2u);
+
+    t.regular_frames = 3;
+    t.regular_cycles = 10;
+    testing::internal::CaptureStdout();
+    pass_timer_print("scene_tunnel", 0, &t);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "scene_tunnel: 3.33 ms 3.00 cycles/frame (frames 3 cycles: 10)\n");
+    EXPECT_DOUBLE_EQ(prof_cycles_to_ms(1500), 1500.0);
+}

@@ -1,0 +1,179 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "display.h"
+
+namespace {
+
+struct display_fixture : testing::Test {
+    std::vector<uint8_t> block = std::vector<uint8_t>(2 << 20);
+    xmemarena arena;
+    display_device dev;
+    std::vector<uint32_t> out = std::vector<uint32_t>(640 * 480);
+
+    void SetUp() override
+    {
+        xmemarena_init(&arena, "platform_arena", block.size(), block.data());
+        display_init(&dev, &arena);
+        dev.set_transparent_index(&dev, 0);
+        memset(dev.overlay.pixels, 0, 640 * 480);
+    }
+    uint16_t* video(uint32_t buffer, uint32_t x, uint32_t y)
+    {
+        return (uint16_t*)(dev.video[buffer].pixels + y * dev.video[buffer].pitch) + x;
+    }
+    uint32_t compose(uint32_t x, uint32_t y)
+    {
+        display_output_rgba(&dev, out.data(), 640 * 4);
+        return out[y * 640 + x];
+    }
+};
+
+// the reference composition, written straight from the pixel rule
+uint32_t display_reference(const display_device* dev, uint32_t x, uint32_t y)
+{
+    const uint8_t i = dev->overlay.pixels[y * dev->overlay.pitch + x];
+    const uint8_t* oc = display_live_overlay_clut();
+    const uint8_t* vc = display_live_video_clut();
+    uint32_t r, g, b;
+    if (i != display_transparent_index()) {
+        r = oc[i * 4], g = oc[i * 4 + 1], b = oc[i * 4 + 2];
+    } else {
+        const display_plane* v = display_shown_video(dev);
+        uint16_t px;
+        memcpy(&px, v->pixels + (y / 2) * v->pitch + (x / 2) * 2, 2);
+        const uint32_t r5 = (px >> 10) & 31, g5 = (px >> 5) & 31, b5 = px & 31;
+        r = vc[(r5 * 8 + (r5 & 7)) * 4];
+        g = vc[(g5 * 8 + (g5 & 7)) * 4 + 1];
+        b = vc[(b5 * 8 + (b5 & 7)) * 4 + 2];
+    }
+    return r << 24 | g << 16 | b << 8 | 255;
+}
+
+}  // namespace
+
+TEST_F(display_fixture, init_lays_out_planes_and_grey_ramps)
+{
+    EXPECT_EQ(dev.overlay.pitch, 640u);
+    EXPECT_EQ(dev.overlay.width, 640u);
+    EXPECT_EQ(dev.overlay.height, 480u);
+    for (const display_plane& v : dev.video) {
+        EXPECT_EQ(v.pitch, 1024u);
+        EXPECT_EQ(v.width, 320u);
+        EXPECT_EQ(v.height, 240u);
+    }
+    EXPECT_EQ(dev.video[1].pixels - dev.video[0].pixels, 0x3c000);
+    EXPECT_EQ(dev.back_index, 0u);
+    EXPECT_EQ(dev.default_video_clut.count, 256u);
+    const uint8_t* oc = display_live_overlay_clut();
+    for (uint32_t i = 0; i < 256; i++) {
+        EXPECT_EQ(oc[i * 4], i);
+        EXPECT_EQ(oc[i * 4 + 3], 255);
+        EXPECT_EQ(dev.default_overlay_clut.entries[i * 4 + 2], i);
+    }
+    // the overlay starts filled with the transparent index current at init
+    dev.set_transparent_index(&dev, 0x1F7);
+    display_device second;
+    display_init(&second, &arena);
+    EXPECT_EQ(second.overlay.pixels[0], 0xF7);
+    EXPECT_EQ(second.overlay.pixels[640 * 480 - 1], 0xF7);
+}
+
+TEST_F(display_fixture, video_pixels_expand_through_the_video_clut)
+{
+    // buffer 1 is shown while the back index is 0
+    *video(1, 0, 0) = 0x7FFF;
+    *video(1, 1, 0) = 0x0421;
+    *video(1, 2, 0) = 0x8000 | (16 << 10);  // alpha is ignored
+    display_output_rgba(&dev, out.data(), 640 * 4);
+    EXPECT_EQ(out[0], 0xFFFFFFFFu);
+    EXPECT_EQ(out[1], 0xFFFFFFFFu);
+    EXPECT_EQ(out[640], 0xFFFFFFFFu);  // 2 x 2 per video pixel
+    EXPECT_EQ(out[641], 0xFFFFFFFFu);
+    EXPECT_EQ(out[2], 0x090909FFu);
+    EXPECT_EQ(out[4], 0x800000FFu);
+    // a tinted video CLUT changes the output without touching the pixels
+    uint8_t entry[4] = {1, 2, 3, 4};
+    dev.set_video_clut(&dev, 255, 1, entry);
+    EXPECT_EQ(compose(0, 0), 0x010203FFu);
+}
+
+TEST_F(display_fixture, transparent_index_decides_what_shows)
+{
+    *video(1, 0, 0) = 0x7FFF;
+    dev.overlay.pixels[0] = 5;
+    uint8_t red[4] = {200, 0, 0, 255};
+    dev.set_overlay_clut(&dev, 5, 1, red);
+    EXPECT_EQ(compose(0, 0), 0xC80000FFu);
+    EXPECT_EQ(compose(1, 0), 0xFFFFFFFFu);
+    // an opaque CLUT entry still shows the video when it is the transparent index
+    dev.set_transparent_index(&dev, 5);
+    EXPECT_EQ(compose(0, 0), 0xFFFFFFFFu);
+    EXPECT_EQ(compose(1, 0), 0x000000FFu);  // index 0 is now opaque black
+}
+
+TEST_F(display_fixture, flips_alternate_the_shown_buffer)
+{
+    *video(0, 0, 0) = 0x001F;
+    *video(1, 0, 0) = 0x7C00;
+    EXPECT_EQ(compose(0, 0), 0xFF0000FFu);
+    display_flip(&dev);
+    EXPECT_EQ(dev.back_index, 1u);
+    EXPECT_EQ(compose(0, 0), 0x0000FFFFu);
+    display_flip(&dev);
+    EXPECT_EQ(dev.back_index, 0u);
+    EXPECT_EQ(compose(0, 0), 0xFF0000FFu);
+}
+
+TEST_F(display_fixture, clut_hooks_copy_ranges)
+{
+    uint8_t entries[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+    EXPECT_EQ(dev.set_overlay_clut(&dev, 0, 0, entries), 0u);
+    EXPECT_EQ(display_live_overlay_clut()[0], 0);
+    EXPECT_EQ(dev.set_overlay_clut(&dev, 254, 2, entries), 8u);
+    uint8_t back[12] = {};
+    EXPECT_EQ(dev.get_overlay_clut(&dev, 253, 3, back), 12u);
+    EXPECT_EQ(back[0], 253);
+    EXPECT_EQ(memcmp(back + 4, entries, 8), 0);
+    EXPECT_EQ(dev.get_video_clut(&dev, 10, 1, back), 4u);
+    EXPECT_EQ(back[0], 10);
+    EXPECT_EQ(dev.set_video_clut(&dev, 10, 1, entries), 4u);
+    EXPECT_EQ(display_live_video_clut()[40], 1);
+    EXPECT_EQ(display_live_overlay_clut()[40], 10);  // the two tables are separate
+}
+
+TEST_F(display_fixture, composition_matches_the_pixel_rule_on_mixed_content)
+{
+    // random overlay with runs of transparent, opaque and mixed bytes, random video and CLUTs
+    uint32_t seed = 12345;
+    auto next = [&seed] {
+        seed = seed * 1664525u + 1013904223u;
+        return seed >> 8;
+    };
+    uint8_t clut[1024];
+    for (uint8_t& c : clut)
+        c = (uint8_t)next();
+    dev.set_overlay_clut(&dev, 0, 256, clut);
+    for (uint8_t& c : clut)
+        c = (uint8_t)next();
+    dev.set_video_clut(&dev, 0, 256, clut);
+    dev.set_transparent_index(&dev, 7);
+    for (uint32_t i = 0; i < 640 * 480; i++) {
+        const uint32_t run = (i / 13) % 3;
+        dev.overlay.pixels[i] = run == 0 ? 7 : run == 1 ? (uint8_t)next() : ((next() & 1) ? 7 : (uint8_t)next());
+    }
+    for (uint32_t b = 0; b < 2; b++)
+        for (uint32_t y = 0; y < 240; y++)
+            for (uint32_t x = 0; x < 512; x++)
+                *video(b, x, y) = (uint16_t)next();
+    display_flip(&dev);
+    std::vector<uint32_t> wide(700 * 480, 0xDEADBEEF);  // a pitch wider than the image
+    display_output_rgba(&dev, wide.data(), 700 * 4);
+    for (uint32_t y = 0; y < 480; y++) {
+        for (uint32_t x = 0; x < 640; x++)
+            ASSERT_EQ(wide[y * 700 + x], display_reference(&dev, x, y)) << x << "," << y;
+        ASSERT_EQ(wide[y * 700 + 640], 0xDEADBEEFu);
+    }
+}

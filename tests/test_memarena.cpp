@@ -1,0 +1,324 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "memarena.h"
+
+namespace {
+
+// An arena over a 64-byte-aligned block, so alignment cases know the absolute address.
+struct arena_fixture {
+    std::vector<uint8_t> block;
+    xmemarena arena;
+    explicit arena_fixture(uint64_t capacity) : block(capacity + 64)
+    {
+        const uintptr_t aligned = ((uintptr_t)block.data() + 63) & ~(uintptr_t)63;
+        xmemarena_init(&arena, "test_arena", capacity, (void*)aligned);
+    }
+};
+
+}  // namespace
+
+TEST(memarena, push_fills_to_capacity_and_zero_size_is_null)
+{
+    arena_fixture f(100);
+    xmemarena* a = &f.arena;
+    EXPECT_EQ(xmemarena_push(a, 0), nullptr);
+    EXPECT_EQ(a->sp, 0u);
+    uint8_t* p = (uint8_t*)xmemarena_push(a, 60);
+    EXPECT_EQ(p, a->base);
+    uint8_t* q = (uint8_t*)xmemarena_push(a, 40);
+    EXPECT_EQ(q, a->base + 60);
+    EXPECT_EQ(a->sp, a->capacity);
+    EXPECT_EQ(xmemarena_free_size(a), 0u);
+    // size 0 on a full arena is still a harmless null, aligned forms too
+    EXPECT_EQ(xmemarena_push(a, 0), nullptr);
+    EXPECT_EQ(xmemarena_push_zero(a, 0), nullptr);
+    EXPECT_EQ(xmemarena_push_align(a, 0, 32), nullptr);
+    EXPECT_EQ(xmemarena_push_align_size(a, 0, 32), nullptr);
+    EXPECT_EQ(a->sp, 100u);
+}
+
+TEST(memarena, alignment_is_on_the_absolute_address)
+{
+    arena_fixture f(256);
+    xmemarena* a = &f.arena;
+    a->base += 3;  // base + sp ends in ...3
+    a->capacity -= 3;
+    uint8_t* p = (uint8_t*)xmemarena_push_align(a, 8, 32);
+    EXPECT_EQ((uintptr_t)p % 32, 0u);
+    EXPECT_EQ(p - a->base, 29);
+    EXPECT_EQ(a->sp, 29u + 8u);
+    // already aligned: no padding
+    xmemarena_set_sp(a, 29);
+    uint8_t* q = (uint8_t*)xmemarena_push_align(a, 4, 32);
+    EXPECT_EQ(q, p);
+    EXPECT_EQ(a->sp, 33u);
+}
+
+TEST(memarena, align_size_rounds_the_size_up)
+{
+    arena_fixture f(256);
+    xmemarena* a = &f.arena;
+    a->base += 3;
+    a->capacity -= 3;
+    xmemarena_push_align_size(a, 33, 32);
+    EXPECT_EQ(a->sp, 29u + 64u);
+    xmemarena_reset(a);
+    xmemarena_push_align_size(a, 64, 32);
+    EXPECT_EQ(a->sp, 29u + 64u);
+}
+
+TEST(memarena, marks_zero_fill_and_pop)
+{
+    arena_fixture f(128);
+    xmemarena* a = &f.arena;
+    memset(a->base, 0xAA, 128);
+    xmemarena_push(a, 10);
+    const uint64_t mark = xmemarena_get_sp(a);
+    void* first = xmemarena_push(a, 16);
+    xmemarena_push(a, 30);
+    xmemarena_set_sp(a, mark);
+    auto* again = (uint8_t*)xmemarena_push_zero(a, 16);
+    EXPECT_EQ(again, first);
+    for (int i = 0; i < 16; i++)
+        EXPECT_EQ(again[i], 0);
+    EXPECT_EQ(xmemarena_pop_size(a, 26), 0u);
+}
+
+TEST(memarena, child_arena_lives_inside_its_parent)
+{
+    arena_fixture f(4096);
+    xmemarena* parent = &f.arena;
+    xmemarena* child = xmemarena_push_arena(parent, "child", 1000);
+    EXPECT_STREQ(child->name, "child");
+    EXPECT_EQ(child->capacity, 1000u);
+    EXPECT_EQ(child->sp, 0u);
+    EXPECT_GE((uint8_t*)child, parent->base);
+    EXPECT_EQ(child->base + 1000, parent->base + parent->sp);
+    EXPECT_GE(child->base, (uint8_t*)(child + 1));
+}
+
+TEST(memarena, capacity_zero_with_null_base_is_accepted)
+{
+    xmemarena a;
+    xmemarena_init(&a, "empty", 0, nullptr);
+    EXPECT_EQ(xmemarena_push(&a, 0), nullptr);
+    EXPECT_EQ(xmemarena_free_size(&a), 0u);
+}
+
+TEST(memarena, print_line)
+{
+    arena_fixture f(100);
+    xmemarena_push(&f.arena, 7);
+    testing::internal::CaptureStdout();
+    xmemarena_print(&f.arena);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "arena: test_arena capacity: 100 used: 7\n");
+}
+
+using memarena_death = testing::Test;
+
+TEST(memarena_death, out_of_memory_names_the_arena)
+{
+    EXPECT_EXIT(
+        {
+            arena_fixture f(100);
+            xmemarena_push(&f.arena, 60);
+            xmemarena_push(&f.arena, 41);
+        },
+        testing::ExitedWithCode(1), "crash in xmemarena_push at src/memarena:[0-9]+\narena is out of mem\n");
+    // the detail line goes to stdout before the crash text
+    EXPECT_EXIT(
+        {
+            fclose(stderr);
+            arena_fixture f(100);
+            xmemarena_push(&f.arena, 60);
+            xmemarena_push(&f.arena, 41);
+        },
+        testing::ExitedWithCode(1), "");
+}
+
+TEST(memarena_death, huge_sizes_do_not_wrap)
+{
+    EXPECT_EXIT(
+        {
+            arena_fixture f(100);
+            xmemarena_push(&f.arena, 10);
+            xmemarena_push(&f.arena, UINT64_MAX - 5);
+        },
+        testing::ExitedWithCode(1), "arena is out of mem");
+    EXPECT_EXIT(
+        {
+            arena_fixture f(100);
+            xmemarena_push_align_size(&f.arena, UINT64_MAX - 5, 64);
+        },
+        testing::ExitedWithCode(1), "arena is out of mem");
+}
+
+TEST(memarena_death, zero_pointer_and_bad_pop)
+{
+    EXPECT_EXIT(
+        {
+            xmemarena a;
+            xmemarena_init(&a, "nobase", 16, nullptr);
+        },
+        testing::ExitedWithCode(1), "crash in xmemarena_init at src/memarena:[0-9]+\narena got a zero pointer!\n");
+    EXPECT_EXIT(
+        {
+            arena_fixture f(100);
+            xmemarena_push(&f.arena, 10);
+            xmemarena_pop_size(&f.arena, 11);
+        },
+        testing::ExitedWithCode(1), "crash in xmemarena_pop_size at src/memarena:[0-9]+\narena bad pop\n");
+}
+
+// ---- byte order and streams ----
+
+TEST(memarena_stream, marker_decides_the_order)
+{
+    EXPECT_EQ(byte_order_from_marker(0xABCD), BYTE_ORDER_NATIVE);
+    EXPECT_EQ(byte_order_from_marker(0xCDAB0000), BYTE_ORDER_SWAPPED);
+    EXPECT_EQ(byte_order_from_marker(0xCDAB), -1);
+    EXPECT_EQ(byte_order_from_marker(0), -1);
+}
+
+TEST(memarena_stream, values_round_trip_in_both_orders)
+{
+    for (int32_t order : {BYTE_ORDER_NATIVE, BYTE_ORDER_SWAPPED}) {
+        uint8_t buf[64] = {};
+        const float floats[3] = {1.5f, -2.25f, 1e-20f};
+        uint8_t* w = buf + 1;  // unaligned on purpose
+        w = stream_write_u8(w, 0x7F);
+        w = stream_write_u16(w, 0xBEEF, order);
+        w = stream_write_u32(w, 0xDEADBEEF, order);
+        w = stream_write_f32(w, 3.0f, order);
+        w = stream_write_f32_array(w, floats, 3, order);
+        w = stream_write_string(w, "mesh");
+        EXPECT_EQ(w - buf, 1 + 1 + 2 + 4 + 4 + 12 + 5);
+
+        uint8_t arena_block[64];
+        xmemarena arena;
+        xmemarena_init(&arena, "strings", sizeof(arena_block), arena_block);
+        const uint8_t* r = buf + 1;
+        uint8_t u8;
+        uint16_t u16;
+        uint32_t u32;
+        float f;
+        float fa[3];
+        char* text;
+        r = stream_read_u8(&u8, r);
+        r = stream_read_u16(&u16, r, order);
+        r = stream_read_u32(&u32, r, order);
+        r = stream_read_f32(&f, r, order);
+        r = stream_read_f32_array(fa, 3, r, order);
+        r = stream_read_string(&text, &arena, r);
+        EXPECT_EQ(r, w);
+        EXPECT_EQ(u8, 0x7F);
+        EXPECT_EQ(u16, 0xBEEF);
+        EXPECT_EQ(u32, 0xDEADBEEFu);
+        EXPECT_EQ(f, 3.0f);
+        EXPECT_EQ(memcmp(fa, floats, sizeof(fa)), 0);
+        EXPECT_STREQ(text, "mesh");
+        EXPECT_EQ((uint8_t*)text, arena_block);
+        EXPECT_EQ(arena.sp, 5u);
+    }
+    // the swapped order really swaps: 0x0102 is stored as 02 01 on a little-endian machine
+    uint8_t b[2];
+    stream_write_u16(b, 0x0102, BYTE_ORDER_SWAPPED);
+    uint16_t native;
+    memcpy(&native, b, 2);
+    EXPECT_EQ(native, 0x0201);
+}
+
+TEST(memarena_stream, cursor_reads_inside_its_block)
+{
+    uint8_t buf[32];
+    uint8_t* w = stream_write_u32(buf, BYTE_ORDER_MARKER, BYTE_ORDER_SWAPPED);
+    w = stream_write_u16(w, 513, BYTE_ORDER_SWAPPED);
+    w = stream_write_string(w, "ab");
+    w = stream_write_f32(w, 0.5f, BYTE_ORDER_SWAPPED);
+    stream_cursor c;
+    stream_cursor_init(&c, buf, (uint64_t)(w - buf), BYTE_ORDER_NATIVE, "test.bin");
+    EXPECT_EQ(stream_cursor_read_marker(&c), BYTE_ORDER_SWAPPED);
+    EXPECT_EQ(stream_cursor_u16(&c, "count"), 513);
+    EXPECT_STREQ(stream_cursor_string(&c, "name"), "ab");
+    EXPECT_EQ(stream_cursor_f32(&c, "scale"), 0.5f);
+    EXPECT_EQ(stream_cursor_left(&c), 0u);
+    EXPECT_EQ(stream_cursor_offset(&c), 13u);
+}
+
+static const uint8_t memarena_bad_marker[4] = {1, 2, 3, 4};
+
+TEST(memarena_death, cursor_refuses_truncated_and_malformed_data)
+{
+    const uint8_t data[6] = {0xCD, 0xAB, 0, 0, 'x', 'y'};
+    EXPECT_EXIT(
+        {
+            stream_cursor c;
+            stream_cursor_init(&c, data, 6, BYTE_ORDER_NATIVE, "short.mesh");
+            stream_cursor_read_marker(&c);
+            stream_cursor_u32(&c, "vertex count");
+        },
+        testing::ExitedWithCode(1), "short.mesh: truncated vertex count: needs 4 bytes at offset 4, 2 left\n");
+    EXPECT_EXIT(
+        {
+            stream_cursor c;
+            stream_cursor_init(&c, data, 6, BYTE_ORDER_NATIVE, "noname.pack");
+            stream_cursor_bytes(&c, 4, "marker");
+            stream_cursor_string(&c, "entry name");
+        },
+        testing::ExitedWithCode(1), "noname.pack: unterminated entry name at offset 4");
+    EXPECT_EXIT(
+        {
+            stream_cursor c;
+            stream_cursor_init(&c, data, 6, BYTE_ORDER_NATIVE, "huge.tmap");
+            stream_cursor_need_array(&c, 0x40000000u, 16, "texels");
+        },
+        testing::ExitedWithCode(1), "huge.tmap: truncated texels: 1073741824 entries of 16 bytes");
+    EXPECT_EXIT(
+        {
+            stream_cursor c;
+            stream_cursor_init(&c, memarena_bad_marker, 4, BYTE_ORDER_NATIVE, "bad.mad");
+            stream_cursor_read_marker(&c);
+        },
+        testing::ExitedWithCode(1), "bad.mad: invalid endian marker 0x04030201");
+}
+
+// ---- bit and float helpers ----
+
+TEST(memarena_bits, clz_log2_and_rounding)
+{
+    EXPECT_EQ(u32_clz(0), 31u);
+    EXPECT_EQ(u32_clz_or_32(0), 32u);
+    EXPECT_EQ(u32_clz(1), 31u);
+    EXPECT_EQ(u32_clz(0x80000000u), 0u);
+    EXPECT_EQ(u32_clz_or_32(0x00010000u), 15u);
+    EXPECT_EQ(u32_log2_ceil(1), 0u);
+    EXPECT_EQ(u32_log2_ceil(2), 1u);
+    EXPECT_EQ(u32_log2_ceil(3), 2u);
+    EXPECT_EQ(u32_log2_ceil(256), 8u);
+    EXPECT_EQ(u32_log2_ceil(300), 9u);
+    EXPECT_EQ(u32_log2_ceil(0x80000000u), 31u);
+    EXPECT_EQ(u32_log2_ceil(0x80000001u), 32u);
+    EXPECT_EQ(f32_round_to_int(2.5f), 3);
+    EXPECT_EQ(f32_round_to_int(-2.5f), -3);
+    EXPECT_EQ(f32_round_to_int(2.49f), 2);
+    EXPECT_EQ(f32_round_to_int(-0.4f), 0);
+    EXPECT_FLOAT_EQ(f32_rsqrt(4.0f), 0.5f);
+    EXPECT_FLOAT_EQ(f32_rcp(8.0f), 0.125f);
+}
+
+TEST(memarena_bits, zero_block32_clears_the_enclosing_block)
+{
+    alignas(32) uint8_t block[96];
+    memset(block, 0xFF, sizeof(block));
+    zero_block32(block, 45);
+    for (int i = 0; i < 96; i++)
+        EXPECT_EQ(block[i], (i >= 32 && i < 64) ? 0 : 0xFF) << i;
+}
+
+TEST(memarena_death, log2_of_zero_is_fatal)
+{
+    EXPECT_EXIT(u32_log2_ceil(0), testing::ExitedWithCode(1), "u32_log2_ceil");
+}
