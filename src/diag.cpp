@@ -7,11 +7,16 @@
 #include <ctime>
 
 prof_state prof_global;
+static diag_fatal_hook_fn* diag_fatal_hook = nullptr;
+
+void diag_set_fatal_hook(diag_fatal_hook_fn* hook) { diag_fatal_hook = hook; }
 
 [[noreturn]] static void diag_crash_tail(const char* fmt, va_list args)
 {
     vfprintf(stderr, fmt, args);
     fflush(stderr);
+    if (diag_fatal_hook)
+        diag_fatal_hook();
     exit(1);
 }
 

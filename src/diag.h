@@ -18,6 +18,11 @@
     DIAG_PRINTF(4, 5);
 void log_at(const char* file, int line, const char* fmt, ...) DIAG_PRINTF(3, 4);
 
+// Fuzz targets only: called after the fatal text is written, in place of exit(1). The hook
+// must not return (a fuzz target longjmps back to its entry to take the next input).
+typedef void diag_fatal_hook_fn();
+void diag_set_fatal_hook(diag_fatal_hook_fn* hook);
+
 // ---- cycle counting ----
 
 constexpr int PROF_BLOCK_COUNT = 30;
