@@ -6,7 +6,36 @@
 #include <cstdlib>
 #include <ctime>
 
-prof_state prof_global;
+static const char* const prof_block_names[] = {
+    "CYCLES_BLOCK_TOTAL",
+    "CYCLES_BLOCK_FRAMEBUFFER_BLIT",
+    "CYCLES_BLOCK_DEMO_CLEAR",
+    "BLOCK_RENDER_MESH",
+    "BLOCK_RENDER_MESH_TRANSFORM_VERTICES",
+    "BLOCK_RENDER_MESH_TRANSFORM_VERTICES_SETUP",
+    "BLOCK_CLEAR_FRAMEBUFFER",
+    "BLOCK_CLEAR_FRAMEBUFFER_ONLY_DIRTY",
+    "BLOCK_CLEAR_DEPTH",
+    "BLOCK_WAIT_VBL",
+    "BLOCK_CLEAR_COVERAGE",
+    "BLOCK_UPDATE_NORMAL",
+    "BLOCK_UPDATE_DURING_VBL",
+    "BLOCK_INPUT",
+    "BLOCK_EMULATE_VANTOREL",
+};
+static_assert(sizeof(prof_block_names) / sizeof(prof_block_names[0]) == BLOCK_EMULATE_VANTOREL + 1);
+
+// The table is named from the start, so that code measured before prof_init (tests, tools)
+// counts into named blocks; prof_init resets it all the same.
+static constexpr prof_state prof_initial_state()
+{
+    prof_state p = {};
+    for (int i = 0; i < PROF_BLOCK_COUNT; i++)
+        p.names[i] = i <= (int)BLOCK_EMULATE_VANTOREL ? prof_block_names[i] : "unnamed-block";
+    return p;
+}
+
+prof_state prof_global = prof_initial_state();
 static diag_fatal_hook_fn* diag_fatal_hook = nullptr;
 
 void diag_set_fatal_hook(diag_fatal_hook_fn* hook) { diag_fatal_hook = hook; }
@@ -74,24 +103,6 @@ void prof_calibrate()
     prof_global.cycles_per_second = (double)(c1 - c0) / ((double)(q - q0) / (double)frequency);
 }
 
-static const char* const prof_block_names[] = {
-    "CYCLES_BLOCK_TOTAL",
-    "CYCLES_BLOCK_FRAMEBUFFER_BLIT",
-    "CYCLES_BLOCK_DEMO_CLEAR",
-    "BLOCK_RENDER_MESH",
-    "BLOCK_RENDER_MESH_TRANSFORM_VERTICES",
-    "BLOCK_RENDER_MESH_TRANSFORM_VERTICES_SETUP",
-    "BLOCK_CLEAR_FRAMEBUFFER",
-    "BLOCK_CLEAR_FRAMEBUFFER_ONLY_DIRTY",
-    "BLOCK_CLEAR_DEPTH",
-    "BLOCK_WAIT_VBL",
-    "BLOCK_CLEAR_COVERAGE",
-    "BLOCK_UPDATE_NORMAL",
-    "BLOCK_UPDATE_DURING_VBL",
-    "BLOCK_INPUT",
-    "BLOCK_EMULATE_VANTOREL",
-};
-static_assert(sizeof(prof_block_names) / sizeof(prof_block_names[0]) == BLOCK_EMULATE_VANTOREL + 1);
 
 void prof_init()
 {

@@ -137,3 +137,48 @@ struct n3d_vertices {
     uint8_t* joints;   // count x 4
     float* weights;    // count x 4
 };
+
+// ---- start-up, frame contexts and clears ----
+
+constexpr uint64_t N3D_BATCH_ARENA_SIZE = 480;  // scratch of one mesh draw call
+
+// Float reciprocals 1/i (entry 0 holds 1.0 so that a look-up at 0 stays finite).
+constexpr uint32_t N3D_RECIPROCAL_LUT_SIZE = 256;
+// Span reciprocals: 1/x as 16-bit fractions, entries from N3D_FIXPT_IIW_LUT_F_SCALE2_INDEX on
+// with N3D_FIXPT_IIW_LUT_F_SCALE2_BITS more bits because they have that many leading zeros.
+constexpr int32_t N3D_FIXED_IIW_LUT_SIZE = 32;
+constexpr int32_t N3D_FIXPT_IIW_LUT_F = 16;
+constexpr int32_t N3D_FIXPT_IIW_LUT_F_SCALE2_INDEX = 3;
+constexpr int32_t N3D_FIXPT_IIW_LUT_F_SCALE2_BITS = 5;
+
+extern xmemarena* n3d_batch_arena;  // carved by n3d_init; per-call scratch of mesh rendering
+extern float n3d_reciprocal_table[N3D_RECIPROCAL_LUT_SIZE];
+extern int32_t n3d_fixed_iiw_lut[N3D_FIXED_IIW_LUT_SIZE];
+
+// Once, before any drawing: batch arena, rasterizer registry, profiling names, reciprocal tables.
+void n3d_init(xmemarena* arena);
+
+void n3d_framecontext_init(n3d_framecontext* fc, xmemarena* arena, uint32_t width, uint32_t height,
+                           N3D_TEXEL_FORMAT format, uint32_t flags);
+void n3d_framebuffer_init_argb1555(n3d_framebuffer* fb, uint32_t width, uint32_t height, xmemarena* arena);
+void n3d_framebuffer_init_index8(n3d_framebuffer* fb, uint32_t width, uint32_t height, xmemarena* arena);
+void n3d_coverage_buffer_init(n3d_coverage_buffer* cb, uint32_t width, uint32_t height, xmemarena* arena);
+void n3d_coverage_buffer_clear(n3d_coverage_buffer* cb);
+void n3d_zbuffer_init(n3d_zbuffer* zb, uint32_t width, uint32_t height, xmemarena* arena);
+// Clears only the block bits: depth values are zeroed lazily, block by block, by the rasterizers.
+void n3d_zbuffer_clear(n3d_zbuffer* zb);
+
+// ARGB1555 pixels become 0x8000 (opaque black), 8-bit pixels 0.
+void n3d_framebuffer_clear(n3d_framebuffer* fb);
+void n3d_framebuffer_clear_uncovered(n3d_framebuffer* fb, const n3d_coverage_buffer* cb);
+// Erases what the previous frame drew and this frame did not.
+void n3d_framebuffer_clear_only_dirty(n3d_framebuffer* fb, const n3d_coverage_buffer* cb_current,
+                                      const n3d_coverage_buffer* cb_previous);
+
+void n3d_framecontext_begin_frame(n3d_framecontext* fc, uint32_t flags);
+void n3d_framecontext_clear_dirty(n3d_framecontext* fc);
+
+// Debug view: covered pixels red over the dimmed old colour, the rest blue (8-bit: 255 / 0).
+void n3d_coverage_buffer_display(const n3d_coverage_buffer* cb, n3d_framebuffer* fb);
+// 0 when the rasterizers can draw into fb, 1 otherwise.
+uint32_t n3d_framebuffer_check_dims(const n3d_framebuffer* fb);

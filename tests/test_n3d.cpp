@@ -1,0 +1,333 @@
+// Frame records, clears, the coverage debug view and renderer start-up.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "diag.h"
+#include "n3d.h"
+#include "vmath.h"
+
+namespace {
+
+// An arena over a 64-byte-aligned block, pre-filled with 0xAB so that zeroing shows.
+struct test_arena {
+    std::vector<uint8_t> block;
+    xmemarena arena;
+    explicit test_arena(uint64_t capacity) : block(capacity + 64, 0xAB)
+    {
+        const uintptr_t aligned = ((uintptr_t)block.data() + 63) & ~(uintptr_t)63;
+        xmemarena_init(&arena, "test_arena", capacity, (void*)aligned);
+    }
+};
+
+// A framebuffer over caller storage, so that row tails and odd starts can be set up.
+struct test_frame {
+    std::vector<uint8_t> bytes;
+    n3d_framebuffer fb;
+    test_frame(N3D_TEXEL_FORMAT format, int32_t width, int32_t height, int32_t row_bytes, uint8_t fill,
+               uint32_t offset = 0)
+        : bytes((size_t)row_bytes * height + offset + 8, fill), fb{format, width, height, row_bytes, bytes.data() + offset}
+    {
+    }
+    uint16_t u16(int32_t x, int32_t y) const
+    {
+        uint16_t v;
+        memcpy(&v, fb.pixels + y * fb.row_bytes + 2 * x, 2);
+        return v;
+    }
+    void set_u16(int32_t x, int32_t y, uint16_t v) { memcpy(fb.pixels + y * fb.row_bytes + 2 * x, &v, 2); }
+    uint8_t u8(int32_t x, int32_t y) const { return fb.pixels[y * fb.row_bytes + x]; }
+};
+
+bool covered(const n3d_coverage_buffer* cb, uint32_t x, uint32_t y)
+{
+    return cb->bits[(y * cb->width + x) / 32] & (0x80000000u >> (x % 32));
+}
+
+void cover(n3d_coverage_buffer* cb, uint32_t x, uint32_t y) { cb->bits[(y * cb->width + x) / 32] |= 0x80000000u >> (x % 32); }
+
+// Words all clear, all set, random, and one run with a stray bit, so every word shape occurs.
+void fill_pattern(n3d_coverage_buffer* cb, pcg32* rng)
+{
+    for (uint32_t i = 0; i < cb->width / 32 * cb->height; ++i) {
+        const uint32_t kind = pcg32_random(rng) % 4;
+        const uint32_t r = pcg32_random(rng);
+        cb->bits[i] = kind == 0 ? 0u : kind == 1 ? ~0u : kind == 2 ? r : (~0u >> (r % 32)) ^ (r & 1);
+    }
+}
+
+class n3d : public testing::Test {
+protected:
+    static void SetUpTestSuite() { prof_init(); }
+};
+
+}  // namespace
+
+TEST_F(n3d, init_carves_the_batch_arena_and_fills_the_reciprocal_tables)
+{
+    test_arena a(4096);
+    prof_global.names[BLOCK_RENDER_MESH] = "unnamed-block";
+    n3d_init(&a.arena);
+    ASSERT_NE(n3d_batch_arena, nullptr);
+    EXPECT_STREQ(n3d_batch_arena->name, "batch_arena");
+    EXPECT_EQ(n3d_batch_arena->capacity, 480u);
+    EXPECT_EQ((uintptr_t)n3d_batch_arena->base % 32, 0u);
+    EXPECT_LE(n3d_batch_arena->base + 480, a.arena.base + a.arena.sp);  // carved from the given arena
+    EXPECT_STREQ(prof_global.names[BLOCK_RENDER_MESH], "BLOCK_RENDER_MESH");
+    EXPECT_STREQ(prof_global.names[BLOCK_RENDER_MESH_TRANSFORM_VERTICES], "BLOCK_RENDER_MESH_TRANSFORM_VERTICES");
+
+    EXPECT_EQ(n3d_reciprocal_table[0], 1.0f);
+    EXPECT_EQ(n3d_reciprocal_table[4], 0.25f);
+    EXPECT_EQ(n3d_reciprocal_table[255], 1.0f / 255.0f);
+    // 16-bit fractions of 1 / (16 i), from entry 3 on with 5 more bits
+    const int32_t expected[] = {65535, 4096, 2048, 43690};
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(n3d_fixed_iiw_lut[i], expected[i]) << i;
+    EXPECT_EQ(n3d_fixed_iiw_lut[30], 4369);
+    EXPECT_EQ(n3d_fixed_iiw_lut[31], 4228);
+}
+
+TEST_F(n3d, coverage_and_depth_buffers_have_their_word_and_block_geometry)
+{
+    test_arena a(1024 * 1024);
+    for (uint32_t width : {32u, 320u, 640u}) {
+        const uint64_t before = a.arena.sp;
+        n3d_coverage_buffer cb;
+        n3d_coverage_buffer_init(&cb, width, 240, &a.arena);
+        EXPECT_EQ((uintptr_t)cb.bits % 32, 0u);
+        EXPECT_EQ(a.arena.sp - before, width * 240 / 8);  // 1, 10 and 20 words per row
+        for (uint32_t i = 0; i < width / 32 * 240; ++i)
+            ASSERT_EQ(cb.bits[i], 0u) << width << " word " << i;
+        cover(&cb, 0, 1);  // row 1 starts right after row 0's words
+        EXPECT_EQ(cb.bits[width / 32], 0x80000000u);
+        n3d_coverage_buffer_clear(&cb);
+        EXPECT_EQ(cb.bits[width / 32], 0u);
+    }
+    EXPECT_EXIT(
+        {
+            n3d_coverage_buffer cb;
+            n3d_coverage_buffer_init(&cb, 336, 240, &a.arena);
+        },
+        testing::ExitedWithCode(1),
+        "^crash in n3d_coverage_buffer_init at src/n3d:[0-9]+\ncoverage buffer only supports width evenly divisable "
+        "by 32 \\(was 336\\)\n$");
+
+    n3d_zbuffer zb;
+    n3d_zbuffer_init(&zb, 320, 240, &a.arena);
+    EXPECT_EQ(zb.blocks.width, 32u);  // 20 used bits per row
+    EXPECT_EQ(zb.blocks.height, 240u);
+    EXPECT_EQ((uintptr_t)zb.values % 32, 0u);
+    zb.values[320 * 240 - 1] = 0x4321;
+    cover(&zb.blocks, 19, 239);
+    n3d_zbuffer_clear(&zb);
+    EXPECT_FALSE(covered(&zb.blocks, 19, 239));
+    EXPECT_EQ(zb.values[320 * 240 - 1], 0x4321);  // values are reset per block when drawn, not here
+    n3d_zbuffer_init(&zb, 640, 480, &a.arena);
+    EXPECT_EQ(zb.blocks.width, 64u);
+    // 520 values per row are 33 blocks; the last 32-byte block stays inside the buffer's memory
+    n3d_zbuffer_init(&zb, 520, 3, &a.arena);
+    EXPECT_EQ(zb.blocks.width, 64u);
+    EXPECT_LE((uint8_t*)zb.values + 3136, (uint8_t*)zb.blocks.bits);
+}
+
+TEST_F(n3d, framecontext_init_creates_what_the_flags_ask_for)
+{
+    test_arena a(2 * 1024 * 1024);
+    n3d_framecontext fc;
+    n3d_framecontext_init(&fc, &a.arena, 320, 240, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555,
+                          N3D_FRAMECONTEXT_ZBUFFER | N3D_FRAMECONTEXT_COVERAGE);
+    ASSERT_NE(fc.zbuffer, nullptr);
+    EXPECT_EQ(fc.zbuffer->blocks.bits[0], 0u);
+    ASSERT_TRUE(fc.coverage[0] && fc.coverage[1]);
+    EXPECT_NE(fc.coverage[0]->bits, fc.coverage[1]->bits);
+    EXPECT_EQ(fc.coverage[1]->bits[320 / 32 * 240 - 1], 0u);
+    EXPECT_EQ(fc.framebuffer->row_bytes, 640);
+    for (int i = 0; i < 320 * 240; ++i)
+        ASSERT_EQ(((const uint16_t*)fc.framebuffer->pixels)[i], 0x8000) << i;  // opaque black, not 0
+
+    n3d_framecontext overlay;
+    n3d_framecontext_init(&overlay, &a.arena, 64, 4, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 0);
+    EXPECT_TRUE(!overlay.zbuffer && !overlay.coverage[0] && !overlay.coverage[1]);
+    EXPECT_EQ(overlay.framebuffer->row_bytes, 64);
+    for (int i = 0; i < 64 * 4; ++i)
+        ASSERT_EQ(overlay.framebuffer->pixels[i], 0) << i;
+
+    n3d_framecontext empty;
+    n3d_framecontext_init(&empty, &a.arena, 640, 480, N3D_TEXEL_FORMAT_NONE, N3D_FRAMECONTEXT_COVERAGE);
+    EXPECT_EQ(empty.framebuffer->pixels, nullptr);
+    EXPECT_EQ(empty.coverage[0]->width, 640u);
+
+    for (N3D_TEXEL_FORMAT format : {1u, 4u}) {
+        EXPECT_EXIT(n3d_framecontext_init(&empty, &a.arena, 32, 2, format, 0), testing::ExitedWithCode(1),
+                    "^crash in n3d_framecontext_init at src/n3d:[0-9]+\ninit framecontext with bad format " +
+                        std::to_string(format) + "\\? or not yet implemented\\?$");
+    }
+}
+
+TEST_F(n3d, clear_touches_only_the_width_by_height_rectangle)
+{
+    // the video plane's rows: 320 pixels in 1024-byte rows
+    test_frame video(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 320, 3, 1024, 0x55);
+    n3d_framebuffer_clear(&video.fb);
+    for (int y = 0; y < 3; ++y) {
+        for (int x = 0; x < 320; ++x)
+            ASSERT_EQ(video.u16(x, y), 0x8000) << x << "," << y;
+        for (int b = 640; b < 1024; ++b)
+            ASSERT_EQ(video.fb.pixels[y * 1024 + b], 0x55) << b << "," << y;
+    }
+    // gapless rows of an odd width, starting off an 8-byte boundary
+    test_frame odd(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 7, 3, 14, 0x55, 2);
+    n3d_framebuffer_clear(&odd.fb);
+    for (int i = 0; i < 21; ++i)
+        ASSERT_EQ(odd.u16(i, 0), 0x8000) << i;
+    EXPECT_EQ(odd.bytes[1], 0x55);
+    EXPECT_EQ(odd.bytes[2 + 42], 0x55);
+
+    for (N3D_TEXEL_FORMAT format : {N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555}) {
+        test_frame overlay(format, 13, 2, 16, 0x55);
+        n3d_framebuffer_clear(&overlay.fb);
+        for (int y = 0; y < 2; ++y)
+            for (int x = 0; x < 16; ++x)
+                ASSERT_EQ(overlay.u8(x, y), x < 13 ? 0 : 0x55) << x << "," << y;
+    }
+    test_frame bump(N3D_TEXEL_FORMAT_BUMPMAP, 4, 4, 16, 0);
+    EXPECT_EXIT(n3d_framebuffer_clear(&bump.fb), testing::ExitedWithCode(1),
+                "^crash in n3d_framebuffer_clear at src/n3d:[0-9]+\nnot implemented\n$");
+}
+
+// Both coverage-driven clears against a pixel-by-pixel reading of the bits, over words of every
+// shape, a framebuffer narrower than the coverage (its row tails must stay) and every format.
+TEST_F(n3d, coverage_clears_erase_exactly_the_pixels_their_bits_select)
+{
+    test_arena a(64 * 1024);
+    pcg32 rng = {0x853c49e6748fea9bull, 0xda3e39cb94b95bdbull};
+    n3d_coverage_buffer current, previous;
+    n3d_coverage_buffer_init(&current, 128, 6, &a.arena);
+    n3d_coverage_buffer_init(&previous, 128, 6, &a.arena);
+    fill_pattern(&current, &rng);
+    fill_pattern(&previous, &rng);
+
+    for (int dirty_only = 0; dirty_only < 2; ++dirty_only) {
+        for (N3D_TEXEL_FORMAT format : {1u, 2u, 3u}) {
+            if (format == 3 && !dirty_only)
+                continue;
+            const int32_t bpp = format == 2 ? 2 : 1;
+            test_frame frame(format, 101, 5, 256, 0x22);
+            if (dirty_only)
+                n3d_framebuffer_clear_only_dirty(&frame.fb, &current, &previous);
+            else
+                n3d_framebuffer_clear_uncovered(&frame.fb, &current);
+            for (int y = 0; y < 5; ++y) {
+                for (int x = 0; x < 128; ++x) {
+                    const bool erase =
+                        x < 101 && !covered(&current, x, y) && (!dirty_only || covered(&previous, x, y));
+                    const uint32_t pixel = bpp == 2 ? frame.u16(x, y) : frame.u8(x, y);
+                    ASSERT_EQ(pixel, erase ? (bpp == 2 ? 0x8000u : 0u) : (bpp == 2 ? 0x2222u : 0x22u))
+                        << "format " << format << " dirty " << dirty_only << " at " << x << "," << y;
+                }
+            }
+        }
+    }
+
+    test_frame overlay(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 128, 6, 128, 0);
+    EXPECT_EXIT(n3d_framebuffer_clear_uncovered(&overlay.fb, &current), testing::ExitedWithCode(1),
+                "^crash in n3d_framebuffer_clear_uncovered at src/n3d:[0-9]+\nnot implemented\n$");
+    test_frame bump(N3D_TEXEL_FORMAT_BUMPMAP, 32, 1, 128, 0);
+    EXPECT_EXIT(n3d_framebuffer_clear_only_dirty(&bump.fb, &current, &previous), testing::ExitedWithCode(1),
+                "^crash in n3d_framebuffer_clear_only_dirty at src/n3d:[0-9]+\nnot implemented for format 4\n$");
+}
+
+TEST_F(n3d, frames_swap_coverage_and_erase_only_what_the_last_frame_left_behind)
+{
+    test_arena a(256 * 1024);
+    n3d_framecontext fc;
+    n3d_framecontext_init(&fc, &a.arena, 64, 2, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, N3D_FRAMECONTEXT_COVERAGE);
+    uint16_t* px = (uint16_t*)fc.framebuffer->pixels;
+    n3d_coverage_buffer* first = fc.coverage[0];
+    n3d_coverage_buffer* second = fc.coverage[1];
+
+    // frame 1 draws A (3, 0) and B (40, 1); C (10, 1) is written without coverage
+    n3d_framecontext_begin_frame(&fc, 0);
+    EXPECT_TRUE(fc.coverage[0] == second && fc.coverage[1] == first);
+    px[3] = 0x7FFF;
+    cover(fc.coverage[0], 3, 0);
+    px[64 + 40] = 0x7C00;
+    cover(fc.coverage[0], 40, 1);
+    px[64 + 10] = 0x03E0;
+    n3d_framecontext_clear_dirty(&fc);
+    EXPECT_EQ(px[64 + 40], 0x7C00);
+
+    // frame 2 draws A again only
+    n3d_framecontext_begin_frame(&fc, 0);
+    EXPECT_EQ(fc.coverage[0], first);
+    EXPECT_FALSE(covered(fc.coverage[0], 3, 0));  // the new current coverage starts empty
+    cover(fc.coverage[0], 3, 0);
+    n3d_framecontext_clear_dirty(&fc);
+    EXPECT_EQ(px[3], 0x7FFF);        // drawn both frames: survives
+    EXPECT_EQ(px[64 + 40], 0x8000);  // drawn only last frame: erased
+    EXPECT_EQ(px[64 + 10], 0x03E0);  // drawn in neither: untouched
+
+    // keep-coverage: the pair still swaps, nothing is cleared and the dirty clear does nothing
+    px[64 + 40] = 0x001F;
+    n3d_framecontext_begin_frame(&fc, N3D_FRAMECONTEXT_KEEP_COVERAGE);
+    EXPECT_EQ(fc.flags, (uint32_t)N3D_FRAMECONTEXT_KEEP_COVERAGE);
+    EXPECT_EQ(fc.coverage[0], second);
+    EXPECT_TRUE(covered(fc.coverage[0], 40, 1));  // from two frames ago
+    fc.coverage[0]->bits[0] = 0;
+    fc.coverage[1]->bits[0] = ~0u;
+    n3d_framecontext_clear_dirty(&fc);
+    EXPECT_EQ(px[3], 0x7FFF);
+    EXPECT_EQ(px[64 + 40], 0x001F);
+}
+
+TEST_F(n3d, coverage_display_marks_covered_pixels_and_leaves_the_outside_alone)
+{
+    test_arena a(64 * 1024);
+    n3d_coverage_buffer cb;
+    n3d_coverage_buffer_init(&cb, 64, 4, &a.arena);
+    for (uint32_t xy : {0x000u, 0x100u, 0x2701u, 0x201u, 0x3200u, 0x503u})  // (x << 8) | y
+        cover(&cb, xy >> 8, xy & 0xFF);
+
+    // 40 x 2 pixels in 128-byte rows under the 64 x 4 coverage buffer
+    test_frame frame(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 40, 2, 128, 0x66);
+    frame.set_u16(0, 0, 0xFFFF);                   // green and blue 31 -> trunc(24.8) = 24
+    frame.set_u16(1, 0, 0x8000 | (31 << 5) | 16);  // blue 16 -> trunc(12.8) = 12
+    frame.set_u16(2, 1, 0x8000 | (10 << 5) | 5);   // exactly 8 and 4, not one less
+    frame.set_u16(39, 1, 0xFC00);                  // only green and blue carry over
+    n3d_coverage_buffer_display(&cb, &frame.fb);
+    EXPECT_EQ(frame.u16(0, 0), 0xFC00 | (24 << 5) | 24);
+    EXPECT_EQ(frame.u16(1, 0), 0xFC00 | (24 << 5) | 12);
+    EXPECT_EQ(frame.u16(2, 1), 0xFC00 | (8 << 5) | 4);
+    EXPECT_EQ(frame.u16(39, 1), 0xFC00);
+    EXPECT_EQ(frame.u16(2, 0), 0x801F);
+    for (size_t b = 0; b < frame.bytes.size(); ++b) {
+        if (b >= 256 || b % 128 >= 80) {
+            ASSERT_EQ(frame.bytes[b], 0x66) << b;
+        }
+    }
+
+    test_frame overlay(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 40, 2, 48, 0x66);
+    n3d_coverage_buffer_display(&cb, &overlay.fb);
+    EXPECT_EQ(overlay.u8(39, 1), 255);
+    EXPECT_EQ(overlay.u8(2, 0), 0);
+    EXPECT_EQ(overlay.u8(40, 0), 0x66);
+}
+
+TEST_F(n3d, check_dims_accepts_widths_up_to_2048_in_rasterizable_formats)
+{
+    n3d_framebuffer fb = {N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 2048, 1, 4096, nullptr};
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(n3d_framebuffer_check_dims(&fb), 0u);
+    fb.format = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8;
+    EXPECT_EQ(n3d_framebuffer_check_dims(&fb), 1u);  // not a format the rasterizers draw into
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+
+    fb.format = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555;
+    fb.width = 2049;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(n3d_framebuffer_check_dims(&fb), 1u);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "frame w must be < N3D_MAX_FRAME_DIM, frame w is 2049 max is 2048\n");
+}

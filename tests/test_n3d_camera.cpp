@@ -1,0 +1,144 @@
+// Camera records, the perspective projection and the debug fly camera.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+
+#include "n3d_camera.h"
+
+namespace {
+
+constexpr float PI = 3.14159265358979f;
+
+// Normalised depth of a camera-space point at distance d in front of the camera.
+float ndc_depth(const mat4x4 projection, float d)
+{
+    const vec4 p = {0.0f, 0.0f, -d, 1.0f};
+    vec4 clip;
+    mat4x4_mul_vec4(clip, projection, p);
+    return clip[2] / clip[3];
+}
+
+// Looking down -z from the origin, one unit per step (speed 2 for half a second).
+struct fly_fixture {
+    fly_camera cam = {{0.0f, 0.0f, 0.0f}, 0.0f, 0.0f, 0.1f, 2.0f};
+    uint8_t keys[256] = {};
+    int32_t mouse[2] = {0, 0};
+    mat4x4 view;
+    void update() { fly_camera_update(&cam, keys, mouse, 0.5f, view); }
+};
+
+}  // namespace
+
+TEST(n3d_camera, perspective_has_no_far_plane_and_flips_y)
+{
+    mat4x4 m;
+    n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, 0.5f);
+    const float expected[4][4] = {
+        {1.8106601f, 0, 0, 0}, {0, -2.4142137f, 0, 0}, {0, 0, -1, -1}, {0, 0, -1, 0}};
+    for (int c = 0; c < 4; ++c)
+        for (int r = 0; r < 4; ++r)
+            EXPECT_FLOAT_EQ(m[c][r], expected[c][r]) << c << "," << r;
+    // normalised depth 1 - 2 near / d: -1 at the near plane, approaching 1 far away
+    EXPECT_FLOAT_EQ(ndc_depth(m, 0.5f), -1.0f);
+    EXPECT_FLOAT_EQ(ndc_depth(m, 1.0f), 0.0f);
+    EXPECT_FLOAT_EQ(ndc_depth(m, 1000.0f), 0.999f);
+
+    n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, 0.25f);
+    EXPECT_FLOAT_EQ(ndc_depth(m, 0.25f), -1.0f);
+    EXPECT_EXIT(n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, 0.24f), testing::ExitedWithCode(1),
+                "^crash in n3d_perspective at src/n3d:[0-9]+\nnear_plane must be >= N3D_ZBUFFER_MIN_NEAR_PLANE but "
+                "is 0\\.24 \\(impacts z-buffer number of bits to avoid overflow!\\) define "
+                "N3D_IGNORE_ZBUFFER_MIN_NEAR_PLANE_CHECK to 1 to skip this check\n$");
+    EXPECT_EXIT(n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, NAN), testing::ExitedWithCode(1), "but is -?nan ");
+}
+
+TEST(n3d_camera, init_takes_aspect_from_the_framebuffer_and_position_from_camera_to_world)
+{
+    n3d_framebuffer fb = {N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 640, 240, 1280, nullptr};
+    n3d_framecontext fc = {};
+    fc.framebuffer = &fb;
+    mat4x4 translated, camera_to_world, view;
+    mat4x4_translate(translated, 1.0f, 2.0f, 3.0f);
+    mat4x4_rotate(camera_to_world, translated, 0.0f, 1.0f, 0.0f, 0.7f);
+    mat4x4_invert(view, camera_to_world);
+
+    n3d_camera camera;
+    n3d_camera_init(&camera, &fc, view, camera_to_world, PI / 3.0f, 0.5f);
+    EXPECT_FLOAT_EQ(camera.projection[0][0], (float)(1.0 / tan(PI / 6.0) / (640.0 / 240.0)));
+    EXPECT_EQ(camera.fov_y, PI / 3.0f);
+    EXPECT_EQ(camera.near_plane, 0.5f);
+    EXPECT_EQ(memcmp(camera.view, view, sizeof(mat4x4)), 0);
+    EXPECT_EQ(memcmp(camera.camera_to_world, camera_to_world, sizeof(mat4x4)), 0);
+    const float position[3] = {1.0f, 2.0f, 3.0f};  // camera_to_world's translation, not view's
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(camera.position[i], position[i]);
+
+    // view_projection applies view first: a point 2 units ahead lands on the axis at depth 0.5
+    const vec4 ahead_camera = {0.0f, 0.0f, -2.0f, 1.0f};
+    vec4 clip;
+    mat4x4_mul_vec4(clip, camera_to_world, ahead_camera);
+    mat4x4_mul_vec4(clip, camera.view_projection, clip);
+    EXPECT_NEAR(clip[0], 0.0f, 1e-5f);
+    EXPECT_NEAR(clip[1], 0.0f, 1e-5f);
+    EXPECT_NEAR(clip[3], 2.0f, 1e-5f);
+    EXPECT_NEAR(clip[2] / clip[3], 0.5f, 1e-5f);
+}
+
+TEST(n3d_camera, fly_camera_turns_with_the_mouse_and_never_looks_straight_up_or_down)
+{
+    fly_fixture f;
+    f.update();
+    EXPECT_NEAR(f.view[0][0], 1.0f, 1e-6f);  // at rest: the identity view
+    EXPECT_NEAR(f.view[2][2], 1.0f, 1e-6f);
+
+    // mouse right turns right: after a quarter turn +x is straight ahead
+    f.mouse[0] = 10;
+    f.cam.mouse_sensitivity = PI / 20.0f;
+    f.update();
+    vec3 p = {1.0f, 0.0f, 0.0f};
+    mat4x4_mul_vec3(p, f.view, p, 1.0f);
+    EXPECT_NEAR(p[0], 0.0f, 1e-6f);
+    EXPECT_NEAR(p[2], -1.0f, 1e-6f);
+
+    // mouse down looks down, but stops short of straight down, however far it moves
+    f.mouse[0] = 0;
+    for (int32_t dy : {100000, 100000, -200000}) {
+        f.mouse[1] = dy;
+        f.update();
+        EXPECT_EQ(f.cam.pitch, dy > 0 ? -1.5607964f : 1.5607964f);
+        EXPECT_GT(f.view[1][1], 0.0f);  // the camera's up still leans to world +y: no flip
+    }
+}
+
+TEST(n3d_camera, fly_camera_keys_later_in_order_win)
+{
+    struct key_case {
+        const char* keys;
+        float x, z;
+    };
+    const key_case cases[] = {
+        {"w", 0, -1}, {"ws", 0, 1},  // 's' over 'w'
+        {"a", -1, 0}, {"d", 1, 0}, {"az", -2, 0}, {"dz", -2, 0}, {"zc", 2, 0},  // 'z' overrides 'a'
+        {"wd", 1, -1},
+    };
+    for (const key_case& k : cases) {
+        fly_fixture f;
+        for (const char* c = k.keys; *c; ++c)
+            f.keys[(uint8_t)*c] = 1;
+        f.update();
+        EXPECT_NEAR(f.cam.position[0], k.x, 1e-6f) << k.keys;
+        EXPECT_NEAR(f.cam.position[1], 0.0f, 1e-6f) << k.keys;
+        EXPECT_NEAR(f.cam.position[2], k.z, 1e-6f) << k.keys;
+        vec3 eye;  // the view follows the moved camera
+        mat4x4_mul_vec3(eye, f.view, f.cam.position, 1.0f);
+        EXPECT_NEAR(vec3_len(eye), 0.0f, 1e-6f) << k.keys;
+    }
+
+    fly_fixture f;  // forward follows the pitch: looking 45 degrees up, 'w' climbs
+    f.cam.pitch = PI / 4.0f;
+    f.keys['w'] = 1;
+    f.update();
+    EXPECT_NEAR(f.cam.position[1], sqrtf(0.5f), 1e-6f);
+    EXPECT_NEAR(f.cam.position[2], -sqrtf(0.5f), 1e-6f);
+}
