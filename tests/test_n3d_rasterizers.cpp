@@ -1,0 +1,422 @@
+// Rasterizer variants against an independent floating-point reference, plus the fixed-point
+// helpers and the filling rules that the reference cannot see (shared edges, spans, wrap and
+// clamp, coverage and depth).
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "n3d.h"
+#include "n3d_draw.h"
+#include "n3d_rasterizers.h"
+
+namespace {
+
+// ---- a target, textures that encode their coordinates, and triangles ----
+
+struct raster_env {
+    std::vector<uint8_t> block = std::vector<uint8_t>(8 << 20);
+    xmemarena arena;
+    n3d_framecontext fc;
+    n3d_texture tex16, tex8, tex_white;
+    void* mips16[1];
+    void* mips8[1];
+    void* mips_white[1];
+    uint16_t* texels_white;
+    uint16_t* texels16;
+    uint8_t* texels8;
+    uint16_t palette[256];
+    uint16_t shades[256 * 32];
+    uint8_t phong_storage[272];
+    uint8_t phong_full_storage[272];
+    const uint8_t* phong_table;       // lighting index / 8
+    const uint8_t* phong_full_table;  // 31 everywhere
+
+    raster_env()
+    {
+        xmemarena_init(&arena, "test_raster", block.size(), block.data());
+        n3d_init(&arena);
+        n3d_framecontext_init(&fc, &arena, 320, 240, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555,
+                              N3D_FRAMECONTEXT_COVERAGE | N3D_FRAMECONTEXT_ZBUFFER);
+        texels16 = (uint16_t*)xmemarena_push_align(&arena, 65536 * 2, 32);
+        texels8 = (uint8_t*)xmemarena_push_align(&arena, 65536, 32);
+        // 16-bit texel: red = u mod 32, green = v mod 32, blue = (u / 32) mod 8 + 8 (v / 32)
+        // mod 4; 8-bit texel: low nibble u mod 16, high nibble v mod 16
+        for (uint32_t v = 0; v < 256; v++)
+            for (uint32_t u = 0; u < 256; u++) {
+                const uint32_t i = n3d_swizzle(u, v);
+                texels16[i] = (uint16_t)(0x8000 | (u & 31) << 10 | (v & 31) << 5 | ((u >> 5) & 7) | ((v >> 5) & 3) << 3);
+                texels8[i] = (uint8_t)((u & 15) | (v & 15) << 4);
+            }
+        for (uint32_t i = 0; i < 256; i++)
+            palette[i] = (uint16_t)(0xA000 | i);  // bit 13 set: never the cleared 0x8000
+        for (uint32_t c = 0; c < 256; c++)
+            for (uint32_t s = 0; s < 32; s++)
+                shades[c * 32 + s] = (uint16_t)(0xA000 | c | s << 8);
+        // the lighting index / 8 as the shade, with the usual guards
+        for (int i = 0; i < 256; i++)
+            phong_storage[8 + i] = (uint8_t)(i >> 3);
+        memset(phong_storage, 0, 8);
+        memset(phong_storage + 264, 31, 8);
+        phong_table = phong_storage + 8;
+        memset(phong_full_storage, 31, sizeof(phong_full_storage));
+        phong_full_table = phong_full_storage + 8;
+        texels_white = (uint16_t*)xmemarena_push_align(&arena, 65536 * 2, 32);
+        for (uint32_t i = 0; i < 65536; i++)
+            texels_white[i] = 0xFFFF;
+        init_texture(&tex_white, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips_white, texels_white);
+        init_texture(&tex16, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips16, texels16);
+        init_texture(&tex8, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, mips8, texels8);
+    }
+    void init_texture(n3d_texture* t, uint32_t format, void** mips, void* texels)
+    {
+        memset(t, 0, sizeof(*t));
+        t->format = format;
+        t->log2_w = t->log2_h = t->min_log2_w = t->min_log2_h = 8;
+        t->mips = mips;
+        mips[0] = texels;
+        if (format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555) {
+            t->colors_count = 256;
+            t->shades_per_color = 32;
+            t->palette = palette;
+            t->shade_table = shades;
+        }
+    }
+    void clear()
+    {
+        n3d_framebuffer_clear(fc.framebuffer);
+        n3d_coverage_buffer_clear(fc.coverage[0]);
+        n3d_zbuffer_clear(fc.zbuffer);
+    }
+    uint16_t pixel(int x, int y) const
+    {
+        return ((const uint16_t*)(fc.framebuffer->pixels + y * fc.framebuffer->row_bytes))[x];
+    }
+    bool covered(int x, int y) const
+    {
+        const n3d_coverage_buffer* cb = fc.coverage[0];
+        return (cb->bits[(y * cb->width + x) / 32] << (x & 31)) & 0x80000000u;
+    }
+};
+
+struct tri_vertex {
+    float x, y, w, u, v, p0, p1;
+};
+
+n3d_rasterizer_entry* find_variant(const char* name)
+{
+    for (uint32_t i = 0; i < n3d_rasterizer_table_count; i++)
+        if (strcmp(n3d_rasterizer_table[i].name, name) == 0)
+            return &n3d_rasterizer_table[i];
+    return nullptr;
+}
+
+bool is_phong(const n3d_rasterizer_entry* e) { return (e->flags & N3D_RASTERIZER_PHONG) != 0; }
+
+// Fills a call the way the draw functions do: attributes times iw, gradients over the area.
+n3d_raster_call make_call(raster_env& env, n3d_rasterizer_entry* e, const tri_vertex t[3],
+                          n3d_texture* texture = nullptr, const uint8_t* const* phong = nullptr)
+{
+    static n3d_texture* textures[1];
+    textures[0] = texture ? texture : (e->flags & N3D_RASTERIZER_T0_I8ARGB1555) ? &env.tex8 : &env.tex16;
+    n3d_raster_call c;
+    memset(&c, 0, sizeof(c));
+    c.entry = e;
+    c.fc = &env.fc;
+    c.textures = textures;
+    c.phong = phong ? phong : &env.phong_table;
+    const int n = is_phong(e) ? 5 : 3;
+    float attr[3][5];
+    float max_iw = 0;
+    for (int i = 0; i < 3; i++) {
+        const float iw = 1.0f / t[i].w;
+        max_iw = iw > max_iw ? iw : max_iw;
+        c.vertices[i][0] = t[i].x;
+        c.vertices[i][1] = t[i].y;
+        c.vertices[i][2] = iw;
+        c.vertices[i][3] = t[i].u * iw;
+        c.vertices[i][4] = t[i].v * iw;
+        c.vertices[i][5] = t[i].p0 * iw;
+        c.vertices[i][6] = t[i].p1 * iw;
+        attr[i][0] = t[i].u * iw;
+        attr[i][1] = t[i].v * iw;
+        if (n == 5) {
+            attr[i][2] = t[i].p0 * iw;
+            attr[i][3] = t[i].p1 * iw;
+        }
+        attr[i][n - 1] = iw;
+    }
+    const float x0 = t[0].x, y0 = t[0].y, x1 = t[1].x, y1 = t[1].y, x2 = t[2].x, y2 = t[2].y;
+    const float area = (x1 - x2) * (y0 - y2) - (x0 - x2) * (y1 - y2);
+    for (int a = 0; a < n; a++) {
+        c.grad_x[a] = ((attr[1][a] - attr[2][a]) * (y0 - y2) - (attr[0][a] - attr[2][a]) * (y1 - y2)) / area;
+        c.grad_y[a] = -((attr[1][a] - attr[2][a]) * (x0 - x2) - (attr[0][a] - attr[2][a]) * (x1 - x2)) / area;
+    }
+    c.area = area;
+    c.depth_norm = 1.0f / max_iw;
+    return c;
+}
+
+// ---- the floating-point reference ----
+
+struct reference_pixel {
+    bool inside;
+    bool boundary;  // within rounding distance of an edge: either answer is right
+    double u, v, light;  // texel coordinates (with the 7/16 bias) and lighting index
+};
+
+reference_pixel reference_at(const tri_vertex t[3], int px, int py, bool affine)
+{
+    reference_pixel r = {};
+    const double x = px, y = py;
+    double e[3];
+    double area = 0;
+    for (int i = 0; i < 3; i++) {
+        const tri_vertex& a = t[(i + 1) % 3];
+        const tri_vertex& b = t[(i + 2) % 3];
+        e[i] = ((double)b.x - a.x) * (y - a.y) - ((double)b.y - a.y) * (x - a.x);
+        area += e[i];
+    }
+    // distance of the centre to each edge, in pixels
+    double min_dist = 1e9;
+    bool all_in = true;
+    for (int i = 0; i < 3; i++) {
+        const tri_vertex& a = t[(i + 1) % 3];
+        const tri_vertex& b = t[(i + 2) % 3];
+        const double len = std::hypot((double)b.x - a.x, (double)b.y - a.y);
+        const double d = (area < 0 ? -e[i] : e[i]) / len;
+        min_dist = d < min_dist ? d : min_dist;
+        all_in = all_in && d > 0;
+    }
+    r.inside = all_in;
+    r.boundary = std::fabs(min_dist) < 0.02;
+    if (!r.inside && !r.boundary)
+        return r;
+    // barycentric weights; perspective-correct, or for the affine variant u * iw and v * iw
+    // interpolated as they are (what the draw functions hand every variant)
+    double wsum = 0, us = 0, vs = 0, p0s = 0, p1s = 0;
+    for (int i = 0; i < 3; i++) {
+        const double b = e[i] / area;
+        const double iw = 1.0 / t[i].w;
+        wsum += b * iw;
+        us += b * iw * t[i].u;
+        vs += b * iw * t[i].v;
+        p0s += b * iw * t[i].p0;
+        p1s += b * iw * t[i].p1;
+    }
+    const double u = affine ? us : us / wsum, v = affine ? vs : vs / wsum;
+    r.u = u * 255.0 + 7.0 / 16.0;
+    r.v = v * 255.0 + 7.0 / 16.0;
+    const double p0 = p0s / wsum, p1 = p1s / wsum;
+    r.light = 128.0 * (p0 * p0 + p1 * p1);
+    return r;
+}
+
+// Orders the vertices so that twice the signed area is positive: the winding that draws.
+void drawable_winding(const tri_vertex in[3], tri_vertex out[3])
+{
+    const float area = (in[1].x - in[2].x) * (in[0].y - in[2].y) - (in[0].x - in[2].x) * (in[1].y - in[2].y);
+    out[0] = in[0];
+    out[1] = area > 0 ? in[1] : in[2];
+    out[2] = area > 0 ? in[2] : in[1];
+}
+
+int circular_distance(int a, int b, int period)
+{
+    int d = ((a - b) % period + period) % period;
+    return d > period / 2 ? period - d : d;
+}
+
+// Decoded texel coordinates (modulo what the texel holds) and shade of a drawn pixel;
+// -1 where the pass does not carry that quantity.
+struct decoded {
+    int u, v, period_u, period_v, shade;
+};
+
+enum test_pass { PASS_FULL, PASS_COORDINATES, PASS_LIGHT };
+
+// A channel c scaled by shade 31 comes out as c - 1 (0 for c = 0 and 1).
+int unscale(int channel) { return channel + 1; }
+
+decoded decode_pixel(const n3d_rasterizer_entry* e, uint16_t px, test_pass pass)
+{
+    decoded d = {-1, -1, 32, 32, -1};
+    if (e->flags & N3D_RASTERIZER_T0_I8ARGB1555) {
+        const uint32_t c = px & 0xFF;
+        d.u = c & 15, d.v = c >> 4, d.period_u = d.period_v = 16;
+        if (is_phong(e))
+            d.shade = (px >> 8) & 31;
+    } else if (pass == PASS_COORDINATES) {
+        d.u = unscale((px >> 10) & 31) & 31;
+        d.v = unscale((px >> 5) & 31) & 31;
+    } else if (pass == PASS_LIGHT) {
+        d.shade = unscale((px >> 10) & 31);  // white texel: every channel is shade - 1
+    } else {
+        d.u = ((px >> 10) & 31) | (px & 7) << 5;
+        d.v = ((px >> 5) & 31) | ((px >> 3) & 3) << 5;
+        d.period_u = 256, d.period_v = 128;
+    }
+    return d;
+}
+
+// Tolerances, in texels and in shades: the segments interpolate the texel coordinate
+// linearly between perspective-correct ends 8 pixels apart, the reciprocal comes from a
+// 32-entry table, and coordinates carry 4 fraction bits.
+constexpr int TEXEL_TOLERANCE = 2;
+constexpr int SHADE_TOLERANCE = 2;
+
+const tri_vertex reference_triangles[][3] = {
+    // u, v inside [0, 1]: no wrapping anywhere
+    {{20.3f, 10.7f, 1.0f, 0.05f, 0.05f, -0.4f, 0.3f},
+     {200.6f, 40.2f, 1.6f, 0.95f, 0.2f, 0.5f, -0.2f},
+     {60.1f, 180.9f, 1.2f, 0.3f, 0.9f, 0.1f, 0.6f}},
+    {{300.0f, 5.5f, 1.9f, 0.9f, 0.1f, 0.2f, 0.2f},
+     {310.5f, 230.25f, 1.1f, 0.8f, 0.95f, -0.5f, 0.1f},
+     {100.75f, 120.5f, 1.4f, 0.1f, 0.5f, 0.3f, -0.6f}},
+    {{150.0f, 100.0f, 1.0f, 0.5f, 0.5f, 0.0f, 0.0f},
+     {158.0f, 103.0f, 1.0f, 0.53f, 0.5f, 0.1f, 0.0f},
+     {151.0f, 109.0f, 1.0f, 0.5f, 0.54f, 0.0f, 0.1f}},
+};
+
+}  // namespace
+
+// ---- fixed-point helpers ----
+
+TEST(n3d_rasterizers, floor_division_and_modulo)
+{
+    EXPECT_EQ(n3d_floor_div(7, 2), 3);
+    EXPECT_EQ(n3d_floor_div(-7, 2), -4);
+    EXPECT_EQ(n3d_floor_div(-8, 2), -4);
+    EXPECT_EQ(n3d_floor_div(7, -2), -4);
+    EXPECT_EQ(n3d_floor_mod(-7, 2), 1);
+    EXPECT_EQ(n3d_floor_mod(-1, 1024), 1023);
+    EXPECT_EQ(n3d_floor_mod(7, 2), 1);
+    EXPECT_EXIT(n3d_floor_div(1, 0), testing::ExitedWithCode(1), "A oh dear!\n");
+    EXPECT_EXIT(n3d_floor_mod(1, 0), testing::ExitedWithCode(1), "B oh dear!\n");
+}
+
+TEST(n3d_rasterizers, rotate_and_mask_numbers_bits_from_the_top)
+{
+    EXPECT_EQ(n3d_mask_msb(0, 31), 0xFFFFFFFFu);
+    EXPECT_EQ(n3d_mask_msb(0, 0), 0x80000000u);
+    EXPECT_EQ(n3d_mask_msb(31, 31), 1u);
+    EXPECT_EQ(n3d_mask_msb(30, 1), 0xC0000003u);  // wraps around
+    EXPECT_EQ(rotate_and_mask(0x12345678, 4, 0, 31), 0x23456781u);
+    EXPECT_EQ(rotate_and_mask(0x80000001, 1, 31, 31), 1u);
+    EXPECT_EQ(rotate_and_insert(0xFFFF0000, 0xAB, 8, 16, 23), 0xFFFFAB00u);
+}
+
+TEST(n3d_rasterizers, packed_coordinate_addresses_the_swizzled_layout)
+{
+    for (uint32_t v = 0; v < 256; v++)
+        for (uint32_t u = 0; u < 256; u++) {
+            const uint32_t w = n3d_pack_uv(u << 4 | (u & 15), v << 4 | (v & 15));
+            ASSERT_EQ(n3d_packed_index8(w), n3d_swizzle(u, v)) << u << "," << v;
+        }
+    // stepping crosses the gap and wraps u at 256, for positive and negative steps
+    uint32_t w = n3d_pack_uv(250 << 4, 3 << 4);
+    const uint32_t step = n3d_pack_uv_step(3 << 4, 1 << 4);
+    w = (w + step) & ~N3D_PACKED_GAP_MASK;
+    EXPECT_EQ(n3d_packed_index8(w), n3d_swizzle(253, 4));
+    w = (w + step) & ~N3D_PACKED_GAP_MASK;
+    EXPECT_EQ(n3d_packed_index8(w), n3d_swizzle(0, 5));
+    const uint32_t back = n3d_pack_uv_step((uint32_t)(-5 << 4), (uint32_t)(-1 << 4));
+    w = (w + back) & ~N3D_PACKED_GAP_MASK;
+    EXPECT_EQ(n3d_packed_index8(w), n3d_swizzle(251, 4));
+}
+
+TEST(n3d_rasterizers, reciprocal_tables)
+{
+    std::vector<uint8_t> block(4096);
+    xmemarena arena;
+    xmemarena_init(&arena, "t", block.size(), block.data());
+    n3d_init(&arena);
+    EXPECT_EQ(n3d_fixed_iiw_lut[0], 65535);
+    EXPECT_EQ(n3d_fixed_iiw_lut[1], 4096);
+    EXPECT_EQ(n3d_fixed_iiw_lut[2], 2048);
+    EXPECT_EQ(n3d_fixed_iiw_lut[3], 43690);
+    EXPECT_EQ(n3d_fixed_iiw_lut[31], 4228);
+    EXPECT_FLOAT_EQ(n3d_reciprocal_table[0], 1.0f);
+    EXPECT_FLOAT_EQ(n3d_reciprocal_table[4], 0.25f);
+    EXPECT_FLOAT_EQ(n3d_reciprocal_lut(2.5f), (0.5f + 1.0f / 3.0f) / 2.0f);
+    EXPECT_FLOAT_EQ(n3d_reciprocal_lut(255.5f), 1.0f / 255.0f);
+    EXPECT_EXIT(n3d_reciprocal_lut(256.0f), testing::ExitedWithCode(1),
+                "n3d_reciprocal_lut: x is 256.000000 must be >= 0 and < 256\n");
+    EXPECT_EXIT(n3d_reciprocal_lut(-0.5f), testing::ExitedWithCode(1), "must be >= 0");
+}
+
+TEST(n3d_rasterizers, registry_holds_fifteen_variants_in_order)
+{
+    raster_env env;
+    static const uint32_t flags[15] = {336, 80, 81, 48, 50, 51, 49, 179, 178, 190, 1214, 176, 208, 210, 466};
+    ASSERT_EQ(n3d_rasterizer_table_count, 15u);
+    for (uint32_t i = 0; i < 15; i++) {
+        EXPECT_EQ(n3d_rasterizer_table[i].flags, flags[i]);
+        EXPECT_EQ(n3d_rasterizer_table[i].attribute_count, (flags[i] & 128) ? 4u : 2u);
+        EXPECT_STREQ(n3d_rasterizer_table[i].block_names[3], "inner_scanline");
+    }
+    EXPECT_STREQ(n3d_rasterizer_table[10].name,
+                 "n3d_render_triangle_v8_phong_argb1555_t0i8argb1555_covrw01_zbuffrw11_wip_rsqr_large_spans");
+}
+
+// ---- every variant against the reference ----
+
+TEST(n3d_rasterizers, every_variant_matches_the_float_reference)
+{
+    raster_env env;
+    for (uint32_t vi = 0; vi < n3d_rasterizer_table_count; vi++) {
+        n3d_rasterizer_entry* e = &n3d_rasterizer_table[vi];
+        const bool affine = e->flags == 336;
+        const bool writes_coverage = e->flags != 49 && e->flags != 176;
+        // 16-bit phong variants scale the texel by the shade: their coordinates are checked
+        // at full light, their lighting on a white texture
+        const bool phong16 = is_phong(e) && (e->flags & N3D_RASTERIZER_T0_ARGB1555);
+        const test_pass passes[2] = {phong16 ? PASS_COORDINATES : PASS_FULL, PASS_LIGHT};
+        for (int pi = 0; pi < (phong16 ? 2 : 1); pi++) {
+            const test_pass pass = passes[pi];
+            for (const auto& given : reference_triangles) {
+                tri_vertex tri[3];
+                drawable_winding(given, tri);
+                env.clear();
+                n3d_raster_call c = make_call(env, e, tri, pass == PASS_LIGHT ? &env.tex_white : nullptr,
+                                              pass == PASS_COORDINATES ? &env.phong_full_table : nullptr);
+                ASSERT_EQ(e->rasterizer(&c), 1) << e->name;
+                int drawn = 0, bad_cover = 0, bad_texel = 0, bad_shade = 0;
+                for (int y = 0; y < 240; y++)
+                    for (int x = 0; x < 320; x++) {
+                        const reference_pixel r = reference_at(tri, x, y, affine);
+                        const uint16_t px = env.pixel(x, y);
+                        const bool was_drawn = writes_coverage ? env.covered(x, y) : px != 0x8000;
+                        if (r.boundary)
+                            continue;
+                        if (was_drawn != r.inside) {
+                            bad_cover++;
+                            continue;
+                        }
+                        if (!was_drawn)
+                            continue;
+                        drawn++;
+                        const decoded d = decode_pixel(e, px, pass);
+                        if (d.u >= 0) {
+                            // the shade-31 scaling cannot tell 0 from 1: allow one more there
+                            const int slack = pass == PASS_COORDINATES ? 1 : 0;
+                            if (circular_distance(d.u, (int)std::floor(r.u), d.period_u) > TEXEL_TOLERANCE + slack ||
+                                circular_distance(d.v, (int)std::floor(r.v), d.period_v) > TEXEL_TOLERANCE + slack)
+                                bad_texel++;
+                        }
+                        if (d.shade >= 0) {
+                            int want = (int)std::floor(r.light) >> 3;
+                            want = want > 31 ? 31 : want;
+                            if (std::abs(d.shade - want) > SHADE_TOLERANCE + (pass == PASS_LIGHT ? 1 : 0))
+                                bad_shade++;
+                        }
+                    }
+                EXPECT_GT(drawn, 20) << e->name;
+                EXPECT_EQ(bad_cover, 0) << e->name;
+                EXPECT_EQ(bad_texel, 0) << e->name << " pass " << pass;
+                EXPECT_EQ(bad_shade, 0) << e->name << " pass " << pass;
+            }
+        }
+    }
+}
