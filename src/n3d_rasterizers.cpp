@@ -95,6 +95,13 @@ inline int32_t raster_texel(uint32_t a, int32_t r)
 
 inline int32_t raster_rsqr(int32_t r) { return (int32_t)(((uint32_t)r * (uint32_t)(r >> 5)) >> 13); }
 
+// x / 2^k truncating toward zero, as the signed division it replaces (no divide per segment)
+inline int32_t raster_div_pow2(int32_t x, uint32_t k)
+{
+    const int32_t bias = (int32_t)((uint32_t)(x >> 31) >> (32 - k));  // 2^k - 1 for negative x
+    return (x + bias) >> k;
+}
+
 inline int32_t raster_clamp(int32_t v, int32_t hi) { return v < 0 ? 0 : (v > hi ? hi : v); }
 
 inline uint32_t raster_log2_floor(uint32_t v) { return v ? 31u - (uint32_t)__builtin_clz(v) : 0u; }
@@ -270,8 +277,8 @@ inline void raster_span(const raster_span_ctx& s, uint16_t* dst, const uint32_t*
                     u1 = raster_texel(ua, r1);
                     v1 = raster_texel(va, r1);
                 }
-                const int32_t du = (int32_t)((int64_t)u1 - u0) / n;
-                const int32_t dv = (int32_t)((int64_t)v1 - v0) / n;
+                const int32_t du = raster_div_pow2(u1 - u0, k);
+                const int32_t dv = raster_div_pow2(v1 - v0, k);
                 uint32_t w = n3d_pack_uv((uint32_t)u0, (uint32_t)v0);
                 const uint32_t wstep = n3d_pack_uv_step((uint32_t)du, (uint32_t)dv);
 
@@ -281,7 +288,7 @@ inline void raster_span(const raster_span_ctx& s, uint16_t* dst, const uint32_t*
                 if constexpr (F & RF_PHONG) {
                     const int32_t r2_0 = raster_rsqr(r);
                     const int32_t r2_1 = raster_rsqr(r1);
-                    const int32_t d = (int32_t)(((int64_t)r2_1 - r2_0) / n);
+                    const int32_t d = raster_div_pow2(r2_1 - r2_0, k);
                     if constexpr (F & RF_LARGE_SPANS) {
                         const uint32_t qxx = (uint32_t)s.qxx;
                         P = q * (uint32_t)r2_0;

@@ -1,0 +1,683 @@
+// A frozen copy of the rasterizer family as first written: the straightforward form of the
+// fixed-point arithmetic, one pixel at a time. The engine's variants may be rewritten for
+// speed, but must draw exactly the same pixels, coverage bits and depth values as this copy.
+#include "raster_reference.h"
+
+#include <cmath>
+#include <cstring>
+
+#include "diag.h"
+
+namespace raster_reference {
+namespace {
+
+
+// Features of one instantiation (not the registry flags: the mipconst variant carries the
+// affine registry bit but divides by depth like the others).
+enum : uint32_t {
+    RF_AFFINE = 1,
+    RF_T8 = 2,  // 8-bit texels (through the palette, or the shade table with phong)
+    RF_PHONG = 4,
+    RF_COV_READ = 8,
+    RF_COV_WRITE = 16,
+    RF_DEPTH = 32,
+    RF_LARGE_SPANS = 64,
+    RF_MIPCONST = 128,
+};
+constexpr uint32_t RFV_PHONG8 = RF_T8 | RF_PHONG;
+
+// Round half away from zero to a 32-bit integer; out-of-range values saturate (they only
+// arise from degenerate input, never from a triangle the draw functions produce).
+inline int32_t raster_fixed(double x)
+{
+    if (!(x > -2147483648.0))
+        return x != x ? 0 : INT32_MIN;
+    if (!(x < 2147483647.0))
+        return INT32_MAX;
+    return (int32_t)std::trunc(x + std::copysign(0.5, x));
+}
+
+inline int32_t raster_s32(uint32_t v) { return (int32_t)v; }
+
+// Reciprocal of a scaled iw through the span table, linearly interpolated.
+inline int32_t raster_reciprocal(uint32_t iw)
+{
+    int32_t index = raster_s32(iw) >> N3D_IW_LUT_SHIFT;
+    // iw never leaves [3, 30] << 14 for a triangle that passed the depth-range rule; the
+    // clamp only keeps degenerate input inside the table
+    index = index < 0 ? 0 : (index > N3D_FIXED_IIW_LUT_SIZE - 2 ? N3D_FIXED_IIW_LUT_SIZE - 2 : index);
+    const int32_t f = raster_s32(iw) & 0x3FFF;
+    const int32_t t0 = n3d_fixed_iiw_lut[index];
+    const int32_t t1 = n3d_fixed_iiw_lut[index + 1];
+    return t0 + (((t1 - t0) * f) >> N3D_IW_LUT_SHIFT);
+}
+
+inline int32_t raster_texel(uint32_t a, int32_t r)
+{
+    return (raster_s32(a * (uint32_t)r) >> N3D_UV_PRODUCT_SHIFT) + N3D_TEXEL_BIAS;
+}
+
+inline int32_t raster_rsqr(int32_t r) { return (int32_t)(((uint32_t)r * (uint32_t)(r >> 5)) >> 13); }
+
+// x / 2^k truncating toward zero, as the signed division it replaces (no divide per segment)
+inline int32_t raster_div_pow2(int32_t x, uint32_t k)
+{
+    const int32_t bias = (int32_t)((uint32_t)(x >> 31) >> (32 - k));  // 2^k - 1 for negative x
+    return (x + bias) >> k;
+}
+
+inline int32_t raster_clamp(int32_t v, int32_t hi) { return v < 0 ? 0 : (v > hi ? hi : v); }
+
+inline uint32_t raster_log2_floor(uint32_t v) { return v ? 31u - (uint32_t)__builtin_clz(v) : 0u; }
+
+struct raster_vertex {
+    int32_t x, y;  // 24.8
+    float fy;      // as given, for the first-row rule
+    int32_t iw, u, v, z;
+    float p0, p1;  // p * iw, for the phong polynomial
+};
+
+struct raster_edge {
+    int32_t x;  // first covered column of the current row
+    int32_t error;
+    int32_t step;
+    int32_t error_step;
+    int32_t dy;
+};
+
+// Attributes carried by edge L, at its current column.
+struct raster_attrs {
+    uint32_t iw, u, v, z;
+    uint32_t q, dq, da, db;  // phong: Q, per-pixel difference, row differences of moves A, B
+};
+
+// Screen-space derivatives in fixed point, and the phong polynomial's constants.
+struct raster_grads {
+    int32_t iw_x, iw_y, u_x, u_y, v_x, v_y, z_x, z_y;
+    int32_t qx, qy;  // at the start vertex of edge L (phong)
+    int32_t qxx, qxy, qyy;
+    // per-row increments of edge L for a move by step columns (A) and by step + 1 (B)
+    uint32_t iw_a, u_a, v_a, z_a;
+    uint32_t haa, hab, hbb, dq_a, dq_b;
+};
+
+// Everything a span needs that does not change along the triangle.
+struct raster_span_ctx {
+    const uint8_t* tex8;
+    const uint16_t* tex16;
+    const uint16_t* palette;      // 8-bit variants without phong
+    const uint16_t* shade_table;  // 8-bit phong variants: colour * 32 + shade
+    const uint8_t* phong;         // the phong table (guards at -8 and 256)
+    uint32_t index_mask;          // keeps texel indices inside the level (a no-op at 256 x 256)
+    int32_t u_max, v_max;         // tail clamps: (size - 1) * 16
+    int32_t qxx;
+    int32_t iw_x, u_x, v_x, z_x;
+};
+
+inline int32_t raster_phong_index_clamp(int32_t index)
+{
+    // the table's guards cover an overshoot of 8 on either side; anything further only comes
+    // from degenerate input and is kept inside them
+    return index < -8 ? -8 : (index > 263 ? 263 : index);
+}
+
+template <uint32_t F>
+inline uint16_t raster_shade(const raster_span_ctx& s, uint32_t index, int32_t phong_index)
+{
+    index &= s.index_mask;
+    if constexpr (F & RF_PHONG) {
+        const uint32_t b = s.phong[raster_phong_index_clamp(phong_index)];
+        if constexpr (F & RF_T8) {
+            return s.shade_table[rotate_and_insert(b, s.tex8[index], 5, 19, 26) & 0x1FFF];
+        } else {
+            const uint32_t t = s.tex16[index];
+            // channels spread 10 bits apart so one multiply scales all three
+            uint32_t spread = rotate_and_insert(t & 31, t, 5, 17, 21);  // green to bits 10-14
+            spread = rotate_and_insert(spread, t, 10, 7, 11);           // red to bits 20-24
+            const uint32_t p = spread * (b & 31);
+            return (uint16_t)(0x8000 | ((p >> 5) & 31) | (((p >> 15) & 31) << 5) | (((p >> 25) & 31) << 10));
+        }
+    } else {
+        (void)phong_index;
+        if constexpr (F & RF_T8)
+            return s.palette[s.tex8[index]];
+        else
+            return s.tex16[index];
+    }
+}
+
+inline bool raster_covered(const uint32_t* row, int32_t x) { return (row[x >> 5] << (x & 31)) & 0x80000000u; }
+
+inline void raster_coverage_write(uint32_t* row, int32_t xl, int32_t xr)
+{
+    const int32_t first = xl >> 5;
+    const int32_t last = (xr - 1) >> 5;
+    const uint32_t head = 0xFFFFFFFFu >> (xl & 31);
+    const uint32_t tail = 0xFFFFFFFFu << (31 - ((xr - 1) & 31));
+    if (first == last) {
+        row[first] |= head & tail;
+        return;
+    }
+    row[first] |= head;
+    for (int32_t i = first + 1; i < last; i++)
+        row[i] = 0xFFFFFFFFu;
+    row[last] |= tail;
+}
+
+// Validates the depth blocks a span touches: a block not yet touched this frame is zeroed.
+inline void raster_depth_blocks(const n3d_zbuffer* zb, int32_t row, int32_t xl, int32_t xr)
+{
+    const uint32_t words_per_row = zb->blocks.width >> 5;
+    uint32_t* block_row = zb->blocks.bits + (uint32_t)row * words_per_row;
+    const uint32_t first = (uint32_t)(xl * 2) >> 5;
+    const uint32_t last = (uint32_t)(xr * 2 - 2) >> 5;
+    for (uint32_t b = first; b <= last; b++) {
+        uint32_t* word = block_row + (b >> 5);
+        const uint32_t bit = 0x80000000u >> (b & 31);
+        if (!(*word & bit)) {
+            zero_block32(zb->values, ((uint64_t)row * zb->width + b * 16) * 2);
+            *word |= bit;
+        }
+    }
+}
+
+// Writes one pixel under the variant's coverage and depth rules.
+template <uint32_t F>
+inline void raster_put(uint16_t* dst, const uint32_t* cov, uint16_t* zrow, int32_t x, uint16_t pixel, uint32_t z)
+{
+    if constexpr (F & RF_COV_READ) {
+        if (raster_covered(cov, x))
+            return;
+    }
+    if constexpr (F & RF_DEPTH) {
+        if ((uint16_t)z <= zrow[x])
+            return;
+        zrow[x] = (uint16_t)z;
+    }
+    dst[x] = pixel;
+}
+
+// One span, columns xl to xr - 1 of one row, with the attributes of edge L at xl.
+template <uint32_t F>
+inline void raster_span(const raster_span_ctx& s, uint16_t* dst, const uint32_t* cov, uint16_t* zrow, int32_t xl,
+                        int32_t xr, raster_attrs a)
+{
+    uint32_t iw = a.iw, ua = a.u, va = a.v, z = a.z;
+    uint32_t q = a.q, dq = a.dq;
+    int32_t x = xl;
+    int32_t m = xr - xl - 1;
+
+    int32_t r = 0;
+    int32_t u0, v0;
+    if constexpr (F & RF_AFFINE) {
+        u0 = (raster_s32(ua) >> N3D_AFFINE_SHIFT) + N3D_TEXEL_BIAS;
+        v0 = (raster_s32(va) >> N3D_AFFINE_SHIFT) + N3D_TEXEL_BIAS;
+    } else {
+        r = raster_reciprocal(iw);
+        u0 = raster_texel(ua, r);
+        v0 = raster_texel(va, r);
+    }
+    // large spans: the lighting product's cubic, carried into the tail once a segment ran
+    uint32_t P = 0, D1 = 0, D2 = 0, D3 = 0;
+    bool had_segment = false;
+
+    if (m >= 4) {
+        while (m >= 2) {
+            const uint32_t k = raster_log2_floor((uint32_t)m) < 3 ? raster_log2_floor((uint32_t)m) : 3;
+            const int32_t n = 1 << k;
+            int32_t count = m >> k;
+            m -= count << k;
+            for (; count > 0; count--) {
+                iw += (uint32_t)s.iw_x << k;
+                ua += (uint32_t)s.u_x << k;
+                va += (uint32_t)s.v_x << k;
+                int32_t r1 = 0;
+                int32_t u1, v1;
+                if constexpr (F & RF_AFFINE) {
+                    u1 = (raster_s32(ua) >> N3D_AFFINE_SHIFT) + N3D_TEXEL_BIAS;
+                    v1 = (raster_s32(va) >> N3D_AFFINE_SHIFT) + N3D_TEXEL_BIAS;
+                } else {
+                    r1 = raster_reciprocal(iw);
+                    u1 = raster_texel(ua, r1);
+                    v1 = raster_texel(va, r1);
+                }
+                const int32_t du = raster_div_pow2(u1 - u0, k);
+                const int32_t dv = raster_div_pow2(v1 - v0, k);
+                uint32_t w = n3d_pack_uv((uint32_t)u0, (uint32_t)v0);
+                const uint32_t wstep = n3d_pack_uv_step((uint32_t)du, (uint32_t)dv);
+
+                // lighting across the segment: squared reciprocal stepped linearly, or the
+                // product itself as a cubic (large spans)
+                uint32_t r2 = 0, dr2 = 0;
+                if constexpr (F & RF_PHONG) {
+                    const int32_t r2_0 = raster_rsqr(r);
+                    const int32_t r2_1 = raster_rsqr(r1);
+                    const int32_t d = raster_div_pow2(r2_1 - r2_0, k);
+                    if constexpr (F & RF_LARGE_SPANS) {
+                        const uint32_t qxx = (uint32_t)s.qxx;
+                        P = q * (uint32_t)r2_0;
+                        D1 = q * (uint32_t)d + dq * (uint32_t)(r2_0 + d);
+                        D2 = qxx * (uint32_t)r2_0 + 2u * (uint32_t)d * (dq + qxx);
+                        D3 = 3u * qxx * (uint32_t)d;
+                        q += (uint32_t)n * dq + qxx * (uint32_t)((n - 1) * n / 2);
+                        dq += (uint32_t)n * qxx;
+                    } else {
+                        r2 = (uint32_t)r2_0;
+                        dr2 = (uint32_t)d;
+                    }
+                }
+                uint32_t zs = z;
+                for (int32_t i = 0; i < n; i += 2) {
+                    int32_t pi0 = 0, pi1 = 0;
+                    if constexpr (F & RF_PHONG) {
+                        if constexpr (F & RF_LARGE_SPANS) {
+                            pi0 = raster_s32(P) >> 24;
+                            P += D1, D1 += D2, D2 += D3;
+                            pi1 = raster_s32(P) >> 24;
+                            P += D1, D1 += D2, D2 += D3;
+                        } else {
+                            pi0 = raster_s32((uint32_t)(raster_s32(q) >> 8) * r2) >> 16;
+                            q += dq, dq += (uint32_t)s.qxx, r2 += dr2;
+                            pi1 = raster_s32((uint32_t)(raster_s32(q) >> 8) * r2) >> 16;
+                            q += dq, dq += (uint32_t)s.qxx, r2 += dr2;
+                        }
+                    }
+                    const uint16_t p0 = raster_shade<F>(s, n3d_packed_index8(w), pi0);
+                    w = (w + wstep) & ~N3D_PACKED_GAP_MASK;
+                    const uint16_t p1 = raster_shade<F>(s, n3d_packed_index8(w), pi1);
+                    w = (w + wstep) & ~N3D_PACKED_GAP_MASK;
+                    if constexpr (F & (RF_COV_READ | RF_DEPTH)) {
+                        raster_put<F>(dst, cov, zrow, x + i, p0, zs);
+                        if constexpr (F & RF_DEPTH)
+                            zs += (uint32_t)s.z_x;
+                        raster_put<F>(dst, cov, zrow, x + i + 1, p1, zs);
+                        if constexpr (F & RF_DEPTH)
+                            zs += (uint32_t)s.z_x;
+                    } else {
+                        const uint32_t pair = (uint32_t)p0 | (uint32_t)p1 << 16;  // first pixel low
+                        memcpy(dst + x + i, &pair, 4);
+                    }
+                }
+                if constexpr (F & RF_DEPTH)
+                    z += (uint32_t)s.z_x << k;
+                x += n;
+                u0 = u1, v0 = v1, r = r1;
+                had_segment = true;
+            }
+        }
+    }
+
+    // tail: one reciprocal per pixel, clamped coordinates
+    for (int32_t i = 0; i <= m; i++) {
+        int32_t u, v;
+        int32_t rt = 0;
+        if constexpr (F & RF_AFFINE) {
+            u = (raster_s32(ua) >> N3D_AFFINE_SHIFT) + N3D_TEXEL_BIAS;
+            v = (raster_s32(va) >> N3D_AFFINE_SHIFT) + N3D_TEXEL_BIAS;
+        } else {
+            rt = raster_reciprocal(iw);
+            u = raster_texel(ua, rt);
+            v = raster_texel(va, rt);
+        }
+        u = raster_clamp(u, s.u_max);
+        v = raster_clamp(v, s.v_max);
+        int32_t pi = 0;
+        if constexpr (F & RF_PHONG) {
+            if ((F & RF_LARGE_SPANS) && had_segment) {
+                pi = raster_s32(P) >> 24;
+                P += D1, D1 += D2, D2 += D3;
+            } else {
+                pi = raster_s32((uint32_t)(raster_s32(q) >> 8) * (uint32_t)raster_rsqr(rt)) >> 16;
+                q += dq, dq += (uint32_t)s.qxx;
+            }
+        }
+        raster_put<F>(dst, cov, zrow, x, raster_shade<F>(s, n3d_packed_index8(n3d_pack_uv((uint32_t)u, (uint32_t)v)), pi),
+                      z);
+        iw += (uint32_t)s.iw_x, ua += (uint32_t)s.u_x, va += (uint32_t)s.v_x;
+        if constexpr (F & RF_DEPTH)
+            z += (uint32_t)s.z_x;
+        x++;
+    }
+}
+
+inline void raster_block_end(n3d_rasterizer_block* block, uint64_t now)
+{
+    block->cycles += now - block->start;
+    block->hits += 1;
+}
+
+// Sets up an edge from vertex a to vertex b at the row whose 24.8 position is y0.
+inline void raster_edge_setup(raster_edge* e, const raster_vertex& a, float ax, float ay, float bx, float by,
+                              int32_t y0)
+{
+    const int32_t dx = raster_fixed((double)((bx - ax) * (float)N3D_EDGE_DELTA_SCALE));
+    const int32_t dy = raster_fixed((double)((by - ay) * (float)N3D_EDGE_DELTA_SCALE));
+    const int64_t ix = a.x / 256;
+    const int64_t fx = a.x - 256 * ix;
+    const int64_t iy = (int64_t)(y0 - a.y) >> 8;
+    const int64_t fy = (int64_t)(y0 - a.y) & 255;
+    // the edge's x at row y0 times dy, less one: a pixel centre exactly on the edge is inside
+    int64_t n = (int64_t)dx * iy + ix * dy + (((int64_t)dx * fy + fx * dy) >> 8) - 1;
+    n = n < INT32_MIN ? INT32_MIN : (n > INT32_MAX ? INT32_MAX : n);
+    e->dy = dy;
+    e->x = n3d_floor_div((int32_t)n, dy) + 1;
+    e->error = n3d_floor_mod((int32_t)n, dy);
+    e->step = n3d_floor_div(dx, dy);
+    e->error_step = n3d_floor_mod(dx, dy);
+}
+
+// Returns 1 when the edge's error wrapped (the row moved by step + 1 columns).
+inline int32_t raster_edge_next(raster_edge* e)
+{
+    e->x += e->step;
+    e->error += e->error_step;
+    if (e->error >= e->dy) {
+        e->x += 1;
+        e->error -= e->dy;
+        return 1;
+    }
+    return 0;
+}
+
+// Linear attribute at an offset (24.8 in both axes) from its vertex.
+inline uint32_t raster_attr_at(int32_t value, int32_t ax, int32_t ay, int64_t ox, int64_t fox, int64_t oy, int64_t foy)
+{
+    const int64_t a = (int64_t)value + ((fox * ax + foy * ay) >> 8) + ox * ax + oy * ay;
+    return (uint32_t)a;
+}
+
+template <uint32_t F>
+int n3d_raster_triangle(n3d_raster_call* c)
+{
+    n3d_rasterizer_entry* entry = c->entry;
+    entry->blocks[N3D_RASTERIZER_BLOCK_SETUP].start = prof_cycles_now();
+
+    const n3d_framebuffer* fb = c->fc->framebuffer;
+    const n3d_texture* tex = c->textures[0];
+
+    // level: the full-size one, or for mipconst one reduced level for the whole triangle
+    const float (*vf)[7] = c->vertices;
+    float min_iw = vf[0][2], max_iw = vf[0][2];
+    for (int i = 1; i < 3; i++) {
+        min_iw = vf[i][2] < min_iw ? vf[i][2] : min_iw;
+        max_iw = vf[i][2] > max_iw ? vf[i][2] : max_iw;
+    }
+    (void)max_iw;
+    float s = 0.0f;
+    if constexpr (!(F & RF_AFFINE)) {
+        s = (float)N3D_IW_NEAREST * c->depth_norm;
+        s = s > N3D_IW_S_MAX ? N3D_IW_S_MAX : s;
+        // table entries below 3 are not usable: a triangle that deep is not drawn
+        if ((raster_fixed((double)(min_iw * (float)N3D_IW_SCALE * s)) >> N3D_IW_LUT_SHIFT) < 3) {
+            raster_block_end(&entry->blocks[N3D_RASTERIZER_BLOCK_SETUP], prof_cycles_now());
+            return 0;
+        }
+    }
+
+    uint32_t log2_w = tex->log2_w, log2_h = tex->log2_h;
+    const void* level = tex->mips[0];
+    const uint32_t iw_index = (F & RF_PHONG) ? 4 : 2;  // iw's place in the gradient arrays
+    if constexpr (F & RF_MIPCONST) {
+        uint32_t lu = 0, lv = 0;
+        const float scale_u = (float)((1u << log2_w) - 1) * 2.0f * s;
+        const float scale_v = (float)((1u << log2_h) - 1) * 2.0f * s;
+        const int32_t gu = raster_fixed((double)(c->grad_x[0] * scale_u)) >> N3D_UV_PRODUCT_SHIFT;
+        const int32_t gv = raster_fixed((double)(c->grad_x[1] * scale_v)) >> N3D_UV_PRODUCT_SHIFT;
+        lu = raster_log2_floor((uint32_t)(gu < 0 ? -(int64_t)gu : gu) >> 4);
+        lv = raster_log2_floor((uint32_t)(gv < 0 ? -(int64_t)gv : gv) >> 4);
+        const uint32_t max_u = log2_w >= 2 ? log2_w - 2 : 0;
+        const uint32_t max_v = log2_h >= 2 ? log2_h - 2 : 0;
+        lu = lu > max_u ? max_u : lu;
+        lv = lv > max_v ? max_v : lv;
+        // the level exists only if the chain reaches it; otherwise stay at the smallest made
+        const uint32_t chain_u = tex->log2_w - tex->min_log2_w;
+        const uint32_t chain_v = tex->log2_h - tex->min_log2_h;
+        lu = lu > chain_u ? chain_u : lu;
+        lv = lv > chain_v ? chain_v : lv;
+        level = tex->mips[lu + (lv << N3D_MIP_SLOT_H_SHIFT)];
+        log2_w -= lu;
+        log2_h -= lv;
+    }
+    const int32_t size_u = 1 << log2_w;
+    const int32_t size_v = 1 << log2_h;
+
+    raster_span_ctx sc;
+    sc.tex8 = (const uint8_t*)level;
+    sc.tex16 = (const uint16_t*)level;
+    sc.palette = (const uint16_t*)tex->palette;
+    sc.shade_table = (const uint16_t*)tex->shade_table;
+    sc.phong = (F & RF_PHONG) ? *c->phong : nullptr;
+    sc.index_mask = n3d_swizzle((uint32_t)size_u - 1, (uint32_t)size_v - 1);
+    sc.u_max = (size_u - 1) << N3D_TEXEL_FRACTION_BITS;
+    sc.v_max = (size_v - 1) << N3D_TEXEL_FRACTION_BITS;
+
+    // scales from float to fixed point
+    const float iw_scale = (float)N3D_IW_SCALE * s;
+    float u_scale, v_scale;
+    if constexpr (F & RF_AFFINE) {
+        u_scale = (float)(size_u - 1) * (float)N3D_AFFINE_SCALE;
+        v_scale = (float)(size_v - 1) * (float)N3D_AFFINE_SCALE;
+    } else {
+        u_scale = (float)(size_u - 1) * 2.0f * s;
+        v_scale = (float)(size_v - 1) * 2.0f * s;
+    }
+
+    raster_vertex v[3];
+    for (int i = 0; i < 3; i++) {
+        v[i].x = raster_fixed((double)(vf[i][0] * 256.0f));
+        v[i].y = raster_fixed((double)(vf[i][1] * 256.0f));
+        v[i].fy = vf[i][1];
+        v[i].iw = raster_fixed((double)(vf[i][2] * iw_scale));
+        v[i].u = raster_fixed((double)(vf[i][3] * u_scale));
+        v[i].v = raster_fixed((double)(vf[i][4] * v_scale));
+        v[i].z = (F & RF_DEPTH) ? raster_fixed((double)(vf[i][2] * N3D_DEPTH_SCALE)) : 0;
+        v[i].p0 = (F & RF_PHONG) ? vf[i][5] : 0.0f;
+        v[i].p1 = (F & RF_PHONG) ? vf[i][6] : 0.0f;
+    }
+    raster_grads g;
+    memset(&g, 0, sizeof(g));
+    g.iw_x = raster_fixed((double)(c->grad_x[iw_index] * iw_scale));
+    g.iw_y = raster_fixed((double)(c->grad_y[iw_index] * iw_scale));
+    g.u_x = raster_fixed((double)(c->grad_x[0] * u_scale));
+    g.u_y = raster_fixed((double)(c->grad_y[0] * u_scale));
+    g.v_x = raster_fixed((double)(c->grad_x[1] * v_scale));
+    g.v_y = raster_fixed((double)(c->grad_y[1] * v_scale));
+    if constexpr (F & RF_DEPTH) {
+        g.z_x = raster_fixed((double)(c->grad_x[iw_index] * N3D_DEPTH_SCALE));
+        g.z_y = raster_fixed((double)(c->grad_y[iw_index] * N3D_DEPTH_SCALE));
+    }
+    float p0x = 0, p1x = 0, p0y = 0, p1y = 0, q_scale = 0;
+    if constexpr (F & RF_PHONG) {
+        p0x = c->grad_x[2], p1x = c->grad_x[3], p0y = c->grad_y[2], p1y = c->grad_y[3];
+        q_scale = N3D_PHONG_Q_SCALE * s * s;
+        g.qxx = raster_fixed((double)(2.0f * (p0x * p0x + p1x * p1x) * q_scale));
+        g.qyy = raster_fixed((double)(2.0f * (p0y * p0y + p1y * p1y) * q_scale));
+        g.qxy = raster_fixed((double)(2.0f * (p0x * p0y + p1x * p1y) * q_scale));
+    }
+    sc.qxx = g.qxx;
+    sc.iw_x = g.iw_x, sc.u_x = g.u_x, sc.v_x = g.v_x, sc.z_x = g.z_x;
+
+    // vertex order: top (smallest y, then smallest x), bottom (largest y, first found)
+    int top = 0;
+    for (int i = 1; i < 3; i++)
+        if (vf[i][1] < vf[top][1] || (vf[i][1] == vf[top][1] && vf[i][0] < vf[top][0]))
+            top = i;
+    int bottom = 0;
+    for (int i = 1; i < 3; i++)
+        if (vf[i][1] > vf[bottom][1])
+            bottom = i;
+    const int second = (top + 1) % 3;
+    const int third = (top + 2) % 3;
+    const int middle = second != bottom ? second : third;
+
+    uint64_t now = prof_cycles_now();
+    raster_block_end(&entry->blocks[N3D_RASTERIZER_BLOCK_SETUP], now);
+    entry->blocks[N3D_RASTERIZER_BLOCK_INNER].start = now;
+
+    const int32_t fb_w = fb->width;
+    const int32_t fb_h = fb->height;
+    const n3d_coverage_buffer* cov = c->fc->coverage[0];
+    const n3d_zbuffer* zb = c->fc->zbuffer;
+    const uint32_t cov_words = cov ? cov->width >> 5 : 0;
+
+    // first row of an edge: ceil of the vertex y at 8 fraction bits; y <= 0 starts at row 0
+    auto first_row = [](float y) -> int32_t {
+        if (!(y > 0.0f))
+            return 0;
+        const double t = std::trunc((double)y * 256.0);
+        const int64_t yi = t > 2147483000.0 ? 2147483000 : (int64_t)t;
+        return (int32_t)((yi + 255) & ~(int64_t)255);
+    };
+
+    raster_edge el = {}, er = {};
+    raster_attrs at = {};
+    int l_from = top, l_to = second;
+    int r_from = top, r_to = third;
+    bool l_ready = false, r_ready = false;
+
+    for (int half = 0; half < 2; half++) {
+        if (half == 1) {
+            // the edge that ended at the middle vertex is replaced by middle to bottom
+            if (l_to == middle) {
+                l_from = middle, l_to = bottom, l_ready = false;
+            } else {
+                r_from = middle, r_to = bottom, r_ready = false;
+            }
+        }
+        const int32_t y_top = first_row(half == 0 ? vf[top][1] : vf[middle][1]);
+        int32_t y_end = first_row(half == 0 ? vf[middle][1] : vf[bottom][1]);
+        const int32_t dy_l = raster_fixed((double)((vf[l_to][1] - vf[l_from][1]) * (float)N3D_EDGE_DELTA_SCALE));
+        const int32_t dy_r = raster_fixed((double)((vf[r_to][1] - vf[r_from][1]) * (float)N3D_EDGE_DELTA_SCALE));
+        if (dy_l == 0 || dy_r == 0 || y_top >= y_end)
+            continue;
+        const int32_t row_limit = fb_h << 8;  // rows below the framebuffer are never drawn
+        y_end = y_end > row_limit ? row_limit : y_end;
+
+        if (!r_ready)
+            raster_edge_setup(&er, v[r_from], vf[r_from][0], vf[r_from][1], vf[r_to][0], vf[r_to][1], y_top);
+        if (!l_ready) {
+            raster_edge_setup(&el, v[l_from], vf[l_from][0], vf[l_from][1], vf[l_to][0], vf[l_to][1], y_top);
+            const raster_vertex& a = v[l_from];
+            const int64_t offx = (int64_t)el.x * 256 - a.x;
+            const int64_t offy = (int64_t)y_top - a.y;
+            const int64_t ox = offx >> 8, fox = offx & 255, oy = offy >> 8, foy = offy & 255;
+            at.iw = raster_attr_at(a.iw, g.iw_x, g.iw_y, ox, fox, oy, foy);
+            at.u = raster_attr_at(a.u, g.u_x, g.u_y, ox, fox, oy, foy);
+            at.v = raster_attr_at(a.v, g.v_x, g.v_y, ox, fox, oy, foy);
+            at.z = raster_attr_at(a.z, g.z_x, g.z_y, ox, fox, oy, foy);
+            const int64_t st = el.step;
+            g.iw_a = (uint32_t)(g.iw_x * st + g.iw_y);
+            g.u_a = (uint32_t)(g.u_x * st + g.u_y);
+            g.v_a = (uint32_t)(g.v_x * st + g.v_y);
+            g.z_a = (uint32_t)(g.z_x * st + g.z_y);
+            if constexpr (F & RF_PHONG) {
+                // Q = P0^2 + P1^2 and its derivatives at the start vertex of edge L, carried to
+                // the first pixel by the second-order expansion over the same offsets
+                const float P0 = a.p0, P1 = a.p1;
+                const int64_t q0 = raster_fixed((double)((P0 * P0 + P1 * P1) * q_scale));
+                const int64_t qx0 = raster_fixed((double)(2.0f * (P0 * p0x + P1 * p1x) * q_scale));
+                const int64_t qy0 = raster_fixed((double)(2.0f * (P0 * p0y + P1 * p1y) * q_scale));
+                const int64_t qxx = g.qxx, qxy = g.qxy, qyy = g.qyy;
+                const int64_t q = q0 + ox * qx0 + oy * qy0 + ((fox * qx0 + foy * qy0) >> 8) + qxx * ox * ox / 2 +
+                                  qxy * ox * oy + qyy * oy * oy / 2 +
+                                  ((qxx * ox * fox + qxy * (ox * foy + oy * fox) + qyy * oy * foy) >> 8) +
+                                  ((qxx * fox * fox / 2 + qxy * fox * foy + qyy * foy * foy / 2) >> 16);
+                const int64_t qx = qx0 + qxx * ox + qxy * oy + ((qxx * fox + qxy * foy) >> 8);
+                const int64_t qy = qy0 + qxy * ox + qyy * oy + ((qxy * fox + qyy * foy) >> 8);
+                const int64_t sb = st + 1;
+                at.q = (uint32_t)q;
+                at.dq = (uint32_t)(qx + qxx / 2);
+                at.da = (uint32_t)(qx * st + qy + (qxx / 2) * st * st + qxy * st + qyy / 2);
+                at.db = (uint32_t)(qx * sb + qy + (qxx / 2) * sb * sb + qxy * sb + qyy / 2);
+                g.haa = (uint32_t)(qxx * st * st + 2 * qxy * st + qyy);
+                g.hab = (uint32_t)(qxx * st * sb + qxy * (2 * st + 1) + qyy);
+                g.hbb = (uint32_t)(qxx * sb * sb + 2 * qxy * sb + qyy);
+                g.dq_a = (uint32_t)(qxx * st + qxy);
+                g.dq_b = (uint32_t)(qxx * sb + qxy);
+            }
+        }
+        l_ready = r_ready = true;
+
+        entry->blocks[N3D_RASTERIZER_BLOCK_INNER_ROW].start = prof_cycles_now();
+        auto* dst_row = (uint16_t*)(fb->pixels + (int64_t)(y_top >> 8) * fb->row_bytes);
+        uint32_t* cov_row = cov ? cov->bits + (uint64_t)(y_top >> 8) * cov_words : nullptr;
+        for (int32_t y = y_top >> 8; y < (y_end >> 8); y++) {
+            int32_t xl = el.x;
+            int32_t xr = er.x;
+            if (xl < xr) {
+                raster_attrs sa = at;
+                if (xl < 0 || xr > fb_w) {
+                    // never for triangles the draw functions clip; keeps other input inside
+                    if (xl < 0) {
+                        const uint32_t skip = (uint32_t)-xl;
+                        sa.iw += skip * (uint32_t)g.iw_x, sa.u += skip * (uint32_t)g.u_x;
+                        sa.v += skip * (uint32_t)g.v_x, sa.z += skip * (uint32_t)g.z_x;
+                        xl = 0;
+                    }
+                    xr = xr > fb_w ? fb_w : xr;
+                }
+                if (xl < xr) {
+                    entry->blocks[N3D_RASTERIZER_BLOCK_INNER_SCANLINE].start = prof_cycles_now();
+                    uint16_t* zrow = nullptr;
+                    if constexpr (F & RF_DEPTH) {
+                        raster_depth_blocks(zb, y, xl, xr);
+                        zrow = zb->values + (uint64_t)y * zb->width;
+                    }
+                    raster_span<F>(sc, dst_row, cov_row, zrow, xl, xr, sa);
+                    if constexpr (F & RF_COV_WRITE)
+                        raster_coverage_write(cov_row, xl, xr);
+                    raster_block_end(&entry->blocks[N3D_RASTERIZER_BLOCK_INNER_SCANLINE], prof_cycles_now());
+                }
+            }
+            // next row: both edges step; edge L's attributes follow its move
+            raster_edge_next(&er);
+            if (raster_edge_next(&el)) {
+                at.iw += g.iw_a + (uint32_t)g.iw_x, at.u += g.u_a + (uint32_t)g.u_x;
+                at.v += g.v_a + (uint32_t)g.v_x, at.z += g.z_a + (uint32_t)g.z_x;
+                if constexpr (F & RF_PHONG) {
+                    at.q += at.db;
+                    at.da += g.hab, at.db += g.hbb, at.dq += g.dq_b;
+                }
+            } else {
+                at.iw += g.iw_a, at.u += g.u_a, at.v += g.v_a, at.z += g.z_a;
+                if constexpr (F & RF_PHONG) {
+                    at.q += at.da;
+                    at.da += g.haa, at.db += g.hab, at.dq += g.dq_a;
+                }
+            }
+            dst_row = (uint16_t*)((uint8_t*)dst_row + fb->row_bytes);
+            if (cov_row)
+                cov_row += cov_words;
+        }
+        raster_block_end(&entry->blocks[N3D_RASTERIZER_BLOCK_INNER_ROW], prof_cycles_now());
+    }
+    raster_block_end(&entry->blocks[N3D_RASTERIZER_BLOCK_INNER], prof_cycles_now());
+    return 1;
+}
+
+}  // namespace
+
+int draw(uint32_t registry_flags, n3d_raster_call* c)
+{
+    switch (registry_flags) {
+    case 336: return n3d_raster_triangle<RF_AFFINE | RF_COV_WRITE>(c);
+    case 80: return n3d_raster_triangle<RF_COV_WRITE>(c);
+    case 81: return n3d_raster_triangle<RF_COV_READ | RF_COV_WRITE>(c);
+    case 48: return n3d_raster_triangle<RF_T8 | RF_COV_WRITE>(c);
+    case 50: return n3d_raster_triangle<RF_T8 | RF_COV_WRITE>(c);
+    case 51: return n3d_raster_triangle<RF_T8 | RF_COV_READ | RF_COV_WRITE>(c);
+    case 49: return n3d_raster_triangle<RF_T8 | RF_COV_READ>(c);
+    case 179: return n3d_raster_triangle<RFV_PHONG8 | RF_COV_READ | RF_COV_WRITE>(c);
+    case 178: return n3d_raster_triangle<RFV_PHONG8 | RF_COV_WRITE>(c);
+    case 190: return n3d_raster_triangle<RFV_PHONG8 | RF_COV_WRITE | RF_DEPTH>(c);
+    case 1214: return n3d_raster_triangle<RFV_PHONG8 | RF_COV_WRITE | RF_DEPTH | RF_LARGE_SPANS>(c);
+    case 176: return n3d_raster_triangle<RFV_PHONG8>(c);
+    case 208: return n3d_raster_triangle<RF_PHONG | RF_COV_WRITE>(c);
+    case 210: return n3d_raster_triangle<RF_PHONG | RF_COV_WRITE>(c);
+    case 466: return n3d_raster_triangle<RF_PHONG | RF_COV_WRITE | RF_MIPCONST>(c);
+    default:
+        return -1;
+    }
+}
+
+}  // namespace raster_reference
