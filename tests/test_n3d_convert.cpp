@@ -1,0 +1,610 @@
+// Texture conversion and lighting tables: texel addressing, level chains, palettes and their
+// tie rule, transparent indices, the texel encodings, shade tables, the phong LUT and the PBR
+// table. Expected values come from hand arithmetic on the conversion rules.
+#include "n3d_convert.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct convert_arenas {
+    std::vector<uint8_t> main_block;
+    std::vector<uint8_t> tmp_block;
+    xmemarena arena;
+    xmemarena tmp;
+    convert_arenas() : main_block(4 << 20), tmp_block(8 << 20)
+    {
+        xmemarena_init(&arena, "test_convert", main_block.size(), main_block.data());
+        xmemarena_init(&tmp, "test_convert_tmp", tmp_block.size(), tmp_block.data());
+    }
+};
+
+// A bitmap of one sRGB colour with straight alpha.
+bitmap* convert_solid(xmemarena* arena, uint32_t w, uint32_t h, const uint8_t rgba[4])
+{
+    bitmap* bm = bitmap_create(arena, w, h, BITMAP_SRGB | BITMAP_CHANNELS_4);
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x)
+            memcpy(bitmap_pixel(bm, x, y), rgba, 4);
+    return bm;
+}
+
+void convert_texture(convert_arenas* a, n3d_texture* t, N3D_TEXEL_FORMAT format, uint32_t swizzle, uint32_t mips,
+                     const bitmap* bm, const n3d_display_clut* clut = nullptr,
+                     uint32_t transparent = N3D_TRANSPARENT_INDEX_NONE, float threshold = 0.5f)
+{
+    testing::internal::CaptureStdout();  // the size line
+    n3d_texture_from_bitmap(t, &a->arena, &a->tmp, format, swizzle, mips, 0, bm, clut, transparent, threshold);
+    testing::internal::GetCapturedStdout();
+}
+
+// The crash text of src/n3d_convert's `function` followed by exactly `message`.
+std::string convert_crash(const char* function, const char* message)
+{
+    std::string re = std::string("crash in ") + function + " at src/n3d_convert:[0-9]+\n";
+    for (const char* p = message; *p; ++p) {
+        if (strchr("\\^$.|?*+()[]{}", *p))
+            re += '\\';
+        re += *p;
+    }
+    return re + "$";
+}
+
+std::vector<uint8_t> grey_ramp_colors()
+{
+    std::vector<uint8_t> colors(256 * 4);
+    for (int i = 0; i < 256; ++i) {
+        colors[i * 4 + 0] = colors[i * 4 + 1] = colors[i * 4 + 2] = (uint8_t)i;
+        colors[i * 4 + 3] = 255;
+    }
+    return colors;
+}
+
+}  // namespace
+
+// ---- addressing ----
+
+TEST(n3d_convert, swizzled_index_and_its_inverse)
+{
+    EXPECT_EQ(n3d_texel_index(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 8, 1, 1, 0), 4u);
+    EXPECT_EQ(n3d_texel_index(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 8, 1, 0, 1), 1u);
+    EXPECT_EQ(n3d_texel_index(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 8, 1, 0, 4), 256u);
+    EXPECT_EQ(n3d_texel_index(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 8, 1, 64, 0), 16384u);
+    EXPECT_EQ(n3d_texel_index(N3D_TEXEL_FORMAT_BUMPMAP, 5, 0, 3, 2), (2u << 5) | 3u);
+    std::vector<uint8_t> seen(65536);
+    for (uint32_t index = 0; index < 65536; ++index) {
+        uint32_t x, y;
+        n3d_texel_index_to_xy(index, &x, &y);
+        ASSERT_LT(x, 256u);
+        ASSERT_LT(y, 256u);
+        ASSERT_EQ(n3d_swizzle(x, y), index);
+        seen[y * 256 + x] += 1;
+    }
+    for (uint32_t i = 0; i < 65536; ++i)
+        ASSERT_EQ(seen[i], 1) << "texel " << i % 256 << "," << i / 256 << " reached by one index only";
+}
+
+TEST(n3d_convert, mipmap_sizes_reach_the_last_texel)
+{
+    EXPECT_EQ(n3d_mipmap_size(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 8, 8), 65536u);
+    EXPECT_EQ(n3d_mipmap_size(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 1, 8, 8), 131072u);
+    EXPECT_EQ(n3d_mipmap_size(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 2, 3), 272u);  // 4 x 8 takes more than 32
+    EXPECT_EQ(n3d_mipmap_size(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 1, 7, 7), 24576u);
+    EXPECT_EQ(n3d_mipmap_size(N3D_TEXEL_FORMAT_BUMPMAP, 0, 3, 2), 128u);
+    EXPECT_EQ(n3d_mipmap_size(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 0, 9, 8), 262144u);
+}
+
+// ---- colours ----
+
+TEST(n3d_convert, argb1555_round_trips_through_linear)
+{
+    for (uint32_t i = 0; i < 32; ++i)
+        ASSERT_EQ(N3D_ARGB1555_CHANNEL_TO_LINEAR[i], (float)srgb_to_linear(i / 31.0)) << i;
+    for (uint32_t value = 0; value < 65536; ++value) {
+        vec4 v;
+        n3d_argb1555_to_linear(v, (uint16_t)value);
+        const uint16_t back = n3d_linear_to_argb1555(v);
+        ASSERT_EQ(back, value & 0x8000 ? value : 0u) << std::hex << value;
+    }
+    // half alpha rounds up to opaque; colours are un-premultiplied first
+    const vec4 half = {0.25f, 0.0f, 0.5f, 0.5f};
+    EXPECT_EQ(n3d_linear_to_argb1555(half), 0x8000 | 23 << 10 | 31);
+}
+
+TEST(n3d_convert, nearest_colour_prefers_the_lowest_index_on_ties)
+{
+    const vec4 colors[4] = {{1, 0, 0, 1}, {0, 1, 0, 1}, {0, 0.5f, 0, 0}, {0, 0.5f, 0, 1}};
+    const vec4 a = {0, 0.5f, 0, 1};
+    EXPECT_EQ(n3d_color_nearest(colors, 4, a), 2u);  // alpha is ignored
+    const vec4 b = {0.5f, 0.5f, 0, 1};
+    EXPECT_EQ(n3d_color_nearest(colors, 2, b), 0u);  // equally near 0 and 1
+    EXPECT_EQ(n3d_color_nearest(colors, 0, b), 0u);
+}
+
+TEST(n3d_convert, linear_to_5bit_quantises_by_threshold)
+{
+    EXPECT_EQ(n3d_linear_to_5bit(0.0023f), 1u);
+    EXPECT_EQ(n3d_linear_to_5bit(0.934392f), 31u);
+    EXPECT_EQ(n3d_linear_to_5bit(0.93f), 30u);
+    EXPECT_EQ(n3d_linear_to_5bit(0.002276f), 1u);
+    EXPECT_EQ(n3d_linear_to_5bit(0.002275f), 0u);
+    EXPECT_EQ(n3d_linear_to_5bit(1.0f), 31u);
+    EXPECT_EQ(n3d_linear_to_5bit(-0.5f), 0u);
+    for (uint32_t i = 0; i < 32; ++i)
+        ASSERT_EQ(n3d_linear_to_5bit(N3D_LINEAR_TO_5BIT[i]), i);
+}
+
+// ---- texture creation ----
+
+TEST(n3d_convert, full_mip_chain_of_a_256_texture)
+{
+    convert_arenas a;
+    bitmap* flare = bitmap_create_flare(&a.tmp);
+    const uint64_t tmp_used = a.tmp.sp;
+    n3d_texture t;
+    testing::internal::CaptureStdout();
+    n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 1, 0, flare, nullptr,
+                            N3D_TRANSPARENT_INDEX_NONE, 0.5f);
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(a.tmp.sp, tmp_used);
+    EXPECT_EQ(t.format, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555);
+    EXPECT_EQ(t.linear, 0u);
+    EXPECT_EQ(t.log2_w, 8u);
+    EXPECT_EQ(t.log2_h, 8u);
+    EXPECT_EQ(t.min_log2_w, 2u);
+    EXPECT_EQ(t.min_log2_h, 2u);
+    EXPECT_EQ(t.colors_count, 256u);
+    EXPECT_EQ(t.shades_per_color, 32u);
+    const uint32_t slots = n3d_mip_slot_count(8, 8, 2, 2);
+    EXPECT_EQ(slots, 775u);
+    uint32_t levels = 0;
+    uint64_t total = 0;
+    for (uint32_t s = 0; s < slots; ++s)
+        levels += t.mips[s] != nullptr;
+    for (uint32_t w = 2; w <= 8; ++w)
+        for (uint32_t h = 2; h <= 8; ++h) {
+            ASSERT_NE(t.mips[n3d_mip_slot(&t, w, h)], nullptr);
+            total += n3d_mipmap_size(t.format, 1, w, h);
+        }
+    EXPECT_EQ(levels, 49u);
+    char line[128];
+    snprintf(line, sizeof line, "bitmap wh: 256 256 => texture (mips: 1) total bytes: %d => %.2f mb\n", (int)total,
+             total / 1024.0 / 1024.0);
+    EXPECT_EQ(out, line);
+    // the flare's centre is white and its corners clear, at every level
+    const auto* palette = (const uint16_t*)t.palette;
+    for (uint32_t w = 2; w <= 8; ++w) {
+        for (uint32_t h = 2; h <= 8; ++h) {
+            const auto* texels = (const uint8_t*)t.mips[n3d_mip_slot(&t, w, h)];
+            const uint32_t cx = 1u << (w - 1), cy = 1u << (h - 1);
+            EXPECT_EQ(palette[texels[n3d_swizzle(cx, cy)]], 0xFBDE) << w << "," << h;
+            EXPECT_EQ(palette[texels[n3d_swizzle(0, 0)]] & 0x7FFF, 0) << w << "," << h;
+        }
+    }
+}
+
+TEST(n3d_convert, without_mips_one_level_and_any_power_of_two_when_linear)
+{
+    convert_arenas a;
+    const uint8_t grey[4] = {128, 128, 128, 255};
+    bitmap* wide = convert_solid(&a.tmp, 512, 256, grey);
+    n3d_texture t;
+    convert_texture(&a, &t, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 0, 0, wide);
+    EXPECT_EQ(t.linear, 1u);
+    EXPECT_EQ(t.log2_w, 9u);
+    EXPECT_EQ(t.min_log2_w, 9u);
+    EXPECT_EQ(t.min_log2_h, 8u);
+    EXPECT_EQ(n3d_mip_slot_count(t.log2_w, t.log2_h, t.min_log2_w, t.min_log2_h), 1u);
+    EXPECT_EQ(t.palette, nullptr);
+    EXPECT_EQ(t.shade_table, nullptr);
+    const auto* texels = (const uint16_t*)t.mips[0];
+    EXPECT_EQ(texels[511 + 255 * 512], 0x8000 | 16 << 10 | 16 << 5 | 16);
+}
+
+TEST(n3d_convert_death, sizes_and_formats_that_cannot_make_a_texture)
+{
+    const char* msg = "cannot create texture, did not meet requirements, see above logs\n";
+    const std::string re = convert_crash("n3d_texture_from_bitmap", msg);
+    const uint8_t px[4] = {1, 2, 3, 255};
+    const uint32_t sizes[3][3] = {{300, 256, 0}, {2, 256, 0}, {512, 256, 1}};  // w, h, swizzle
+    for (auto& s : sizes) {
+        EXPECT_EXIT(
+            {
+                convert_arenas a;
+                bitmap* bm = convert_solid(&a.tmp, s[0], s[1], px);
+                n3d_texture t;
+                n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, 2, s[2], 0, 0, bm, nullptr, N3D_TRANSPARENT_INDEX_NONE,
+                                        0.5f);
+            },
+            testing::ExitedWithCode(1), re)
+            << s[0] << "x" << s[1];
+    }
+    const uint32_t formats[2] = {N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8 /* without a CLUT */, 5};
+    for (uint32_t f : formats) {
+        EXPECT_EXIT(
+            {
+                convert_arenas a;
+                bitmap* bm = convert_solid(&a.tmp, 8, 8, px);
+                n3d_texture t;
+                n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, f, 1, 0, 0, bm, nullptr, N3D_TRANSPARENT_INDEX_NONE,
+                                        0.5f);
+            },
+            testing::ExitedWithCode(1), re)
+            << "format " << f;
+    }
+}
+
+// ---- palettes ----
+
+TEST(n3d_convert, palette_of_one_colour_and_the_tie_rule)
+{
+    convert_arenas a;
+    // Histogram keys truncate: sRGB 128 gives trunc(31 x 0.502) = 15, and even 255 gives 30,
+    // because 1.055 x 1^0.41666 - 0.055 is 1 - 2^-53 in double precision, not 1.
+    const uint8_t orange[4] = {255, 128, 0, 255};
+    n3d_texture t;
+    convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 0, convert_solid(&a.tmp, 8, 8, orange));
+    const auto* palette = (const uint16_t*)t.palette;
+    EXPECT_EQ(palette[0], 0x8000 | 30 << 10 | 15 << 5);
+    for (uint32_t i = 1; i < 256; ++i)
+        ASSERT_EQ(palette[i], 0) << i;
+    const auto* texels = (const uint8_t*)t.mips[0];
+    for (uint32_t i = 0; i < 64; ++i)
+        ASSERT_EQ(texels[n3d_swizzle(i % 8, i / 8)], 0);
+
+    // 16 green, 8 blue, 8 red: blue's key is lower than red's, so it wins the tie
+    bitmap* three = bitmap_create(&a.tmp, 8, 4, BITMAP_SRGB | BITMAP_CHANNELS_4);
+    for (uint32_t i = 0; i < 32; ++i) {
+        uint8_t* p = bitmap_pixel(three, i % 8, i / 8);
+        p[3] = 255;
+        p[i < 8 ? 0 : (i < 16 ? 2 : 1)] = 255;
+    }
+    convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 0, three);
+    palette = (const uint16_t*)t.palette;
+    EXPECT_EQ(palette[0], 0x8000 | 30 << 5);
+    EXPECT_EQ(palette[1], 0x8000 | 30);
+    EXPECT_EQ(palette[2], 0x8000 | 30 << 10);
+    EXPECT_EQ(palette[3], 0);
+
+    // equal counts of clear black (key 0) and white: entry 0 is already the best and stays
+    bitmap* half = bitmap_create(&a.tmp, 4, 4, BITMAP_SRGB | BITMAP_CHANNELS_4);
+    for (uint32_t i = 8; i < 16; ++i)
+        memset(bitmap_pixel(half, i % 4, i / 4), 255, 4);
+    convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 0, half);
+    palette = (const uint16_t*)t.palette;
+    EXPECT_EQ(palette[0], 0x0000);
+    EXPECT_EQ(palette[1], 0xFBDE);
+}
+
+TEST(n3d_convert, reverse_palette_never_picks_the_last_entry)
+{
+    // 256 distinct colours, one pixel each: the palette is full and entry 255 has a pixel of its
+    // own colour, yet matching runs over entries 0 to 254 only
+    convert_arenas a;
+    bitmap* bm = bitmap_create(&a.tmp, 16, 16, BITMAP_SRGB | BITMAP_CHANNELS_4);
+    for (uint32_t y = 0; y < 16; ++y)
+        for (uint32_t x = 0; x < 16; ++x) {
+            uint8_t* p = bitmap_pixel(bm, x, y);
+            p[0] = (uint8_t)(16 * x + 4), p[1] = (uint8_t)(16 * y + 4), p[2] = 0, p[3] = 255;
+        }
+    n3d_texture t;
+    convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 0, bm);
+    const auto* palette = (const uint16_t*)t.palette;
+    for (uint32_t i = 1; i < 256; ++i)
+        ASSERT_GT(palette[i], palette[i - 1]) << "equal counts keep key order";
+    // keys grow with red first, so pixel (x, y) owns entry 16x + y
+    const auto* texels = (const uint8_t*)t.mips[0];
+    uint32_t exact = 0;
+    for (uint32_t y = 0; y < 16; ++y)
+        for (uint32_t x = 0; x < 16; ++x) {
+            const uint8_t index = texels[n3d_swizzle(x, y)];
+            ASSERT_NE(index, 255);
+            exact += index == 16 * x + y;
+        }
+    EXPECT_GT(exact, 200u);  // nearly every pixel finds its own entry
+}
+
+TEST(n3d_convert, transparent_pixels_take_the_transparent_index)
+{
+    convert_arenas a;
+    const uint8_t white[4] = {255, 255, 255, 255};
+    bitmap* bm = convert_solid(&a.tmp, 4, 4, white);
+    memset(bitmap_pixel(bm, 0, 0), 0, 4);
+    n3d_texture t;
+    // 15 white, 1 clear: palette white at 0, clear black at 1
+    convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 0, bm, nullptr, 7, 0.5f);
+    EXPECT_EQ(((const uint8_t*)t.mips[0])[0], 7);
+    EXPECT_EQ(((const uint8_t*)t.mips[0])[n3d_swizzle(3, 3)], 0);
+    convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 0, bm, nullptr, N3D_TRANSPARENT_INDEX_NONE,
+                    0.5f);
+    EXPECT_EQ(((const uint16_t*)t.palette)[1], 0x0000);
+    EXPECT_EQ(((const uint8_t*)t.mips[0])[0], 1);  // through the reverse palette: nearest to black
+
+    const std::vector<uint8_t> ramp = grey_ramp_colors();
+    const n3d_display_clut clut = {0, 256, ramp.data()};
+    convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 1, 0, bm, &clut, 3, 0.5f);
+    EXPECT_EQ(((const uint8_t*)t.mips[0])[0], 3);
+    EXPECT_EQ(((const uint8_t*)t.mips[0])[n3d_swizzle(1, 0)], 255);
+}
+
+TEST(n3d_convert, argb1555_texels_always_carry_the_alpha_bit)
+{
+    convert_arenas a;
+    bitmap* bm = bitmap_create(&a.tmp, 4, 4, BITMAP_SRGB | BITMAP_CHANNELS_4);
+    for (uint32_t i = 0; i < 16; ++i) {
+        uint8_t* p = bitmap_pixel(bm, i % 4, i / 4);
+        p[0] = p[1] = p[2] = 255;
+        p[3] = (uint8_t)(i * 17);
+    }
+    n3d_texture t;
+    convert_texture(&a, &t, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 1, 0, bm);
+    const auto* texels = (const uint16_t*)t.mips[0];
+    for (uint32_t i = 0; i < 16; ++i)
+        ASSERT_TRUE(texels[n3d_swizzle(i % 4, i / 4)] & 0x8000) << i;
+    EXPECT_EQ(texels[n3d_swizzle(0, 0)], 0x8000);  // clear white is black: colours stay premultiplied
+    EXPECT_EQ(texels[n3d_swizzle(3, 3)], 0xFFFF);
+    // alpha 136: linear 0.5333 encodes to 0.7566, x 31 = 23.46 -> 23
+    EXPECT_EQ(texels[n3d_swizzle(0, 2)], 0x8000 | 23 << 10 | 23 << 5 | 23);
+}
+
+// ---- shade tables ----
+
+TEST(n3d_convert, argb1555_shade_table_darkens_to_a_32nd)
+{
+    convert_arenas a;
+    bitmap* bm = bitmap_create(&a.tmp, 8, 4, BITMAP_SRGB | BITMAP_CHANNELS_4);
+    for (uint32_t i = 0; i < 32; ++i) {
+        uint8_t* p = bitmap_pixel(bm, i % 8, i / 8);
+        p[0] = (uint8_t)(i * 8), p[1] = 255, p[2] = (uint8_t)(255 - i * 5);
+        p[3] = i < 24 ? 255 : (uint8_t)((i - 24) * 30);  // the last row: translucent, palette keys without alpha
+    }
+    for (uint32_t i = 0; i < 8; ++i)  // white, the most frequent colour
+        memset(bitmap_pixel(bm, i, 0), 255, 4);
+    n3d_texture t;
+    convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 0, bm);
+    const auto* palette = (const uint16_t*)t.palette;
+    const auto* shades = (const uint16_t*)t.shade_table;
+    ASSERT_EQ(palette[0], 0xFBDE);  // white's histogram key: (30, 30, 30)
+    // 1/32 of that: 0.92818 / 32 = 0.029006 encodes to 0.18634, x 31 = 5.78 -> 6
+    EXPECT_EQ(shades[0], 0x8000 | 6 << 10 | 6 << 5 | 6);
+    for (uint32_t c = 0; c < 256; ++c) {
+        if (palette[c] & 0x8000) {
+            ASSERT_EQ(shades[c * 32 + 31], palette[c]) << c;
+        } else {
+            ASSERT_EQ(shades[c * 32 + 31], 0) << c;
+        }
+        for (uint32_t s = 1; s < 32; ++s)  // never brighter than the next shade
+            ASSERT_LE((shades[c * 32 + s - 1] >> 10) & 31, (shades[c * 32 + s] >> 10) & 31);
+    }
+}
+
+TEST(n3d_convert, index8_shade_table_matches_the_display_colours)
+{
+    convert_arenas a;
+    const uint8_t white[4] = {255, 255, 255, 255};
+    bitmap* bm = convert_solid(&a.tmp, 4, 4, white);
+    const std::vector<uint8_t> ramp = grey_ramp_colors();
+    const n3d_display_clut full = {0, 256, ramp.data()};
+    n3d_texture t;
+    convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 1, 0, bm, &full);
+    const auto* table = (const uint8_t*)t.shade_table;
+    for (uint32_t k = 0; k < 256; ++k)
+        ASSERT_EQ(table[k * 32 + 31], k);
+    // 1/32 in linear light lies between grey 49 (0.03071) and 50 (0.03190), nearer 49
+    EXPECT_EQ(table[255 * 32 + 0], 49);
+    EXPECT_EQ(((const uint8_t*)t.mips[0])[0], 255);
+
+    // a CLUT fragment: only its rows are written, with display indices inside it
+    const n3d_display_clut part = {16, 8, ramp.data() + 4 * 100};
+    convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 1, 0, bm, &part);
+    table = (const uint8_t*)t.shade_table;
+    for (uint32_t k = 0; k < 256; ++k)
+        for (uint32_t s = 0; s < 32; ++s) {
+            const uint8_t v = table[k * 32 + s];
+            if (k < 16 || k >= 24) {
+                ASSERT_EQ(v, 0);
+            } else {
+                ASSERT_GE(v, 16);
+                ASSERT_LE(v, k);
+            }
+        }
+    EXPECT_EQ(table[23 * 32 + 31], 23);
+    EXPECT_EQ(((const uint8_t*)t.mips[0])[0], 23);  // white's nearest is the fragment's brightest
+}
+
+// Converts a 4 x 4 (or, with a width of 6, 6 x 2) bitmap into a framebuffer with the given
+// arguments: the death cases below differ only in these.
+static void convert_into_framebuffer(N3D_TEXEL_FORMAT format, int32_t width, uint32_t swizzle,
+                                     const n3d_display_clut* clut)
+{
+    convert_arenas a;
+    const uint8_t px[4] = {1, 2, 3, 255};
+    const int32_t height = width == 4 ? 4 : 2;
+    uint8_t texels[64] = {};
+    n3d_framebuffer fb = {format, width, height, 2 * width, texels};
+    bitmap* bm = convert_solid(&a.tmp, (uint32_t)width, (uint32_t)height, px);
+    n3d_framebuffer_from_bitmap(&fb, format, swizzle, nullptr, clut, bm, N3D_TRANSPARENT_INDEX_NONE, 0.5f);
+}
+
+static void convert_with_clut_fragment(uint32_t first, uint32_t count)
+{
+    convert_arenas a;
+    const uint8_t px[4] = {1, 2, 3, 255};
+    const std::vector<uint8_t> ramp = grey_ramp_colors();
+    const n3d_display_clut clut = {first, count, ramp.data()};
+    n3d_texture t;
+    n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 1, 0, 0,
+                            convert_solid(&a.tmp, 4, 4, px), &clut, N3D_TRANSPARENT_INDEX_NONE, 0.5f);
+}
+
+TEST(n3d_convert_death, framebuffer_and_shade_table_contracts)
+{
+    EXPECT_EXIT(convert_with_clut_fragment(200, 100), testing::ExitedWithCode(1),
+                convert_crash("n3d_texture_build_shade_table_index8", "palette uses 300 colors but max is 256!\n"));
+    EXPECT_EXIT(convert_into_framebuffer(3, 4, 1, nullptr), testing::ExitedWithCode(1),
+                convert_crash("n3d_framebuffer_from_bitmap", "must provide display_clut (was nil) for format 3\n"));
+    EXPECT_EXIT(convert_into_framebuffer(1, 4, 1, nullptr), testing::ExitedWithCode(1),
+                convert_crash("n3d_framebuffer_from_bitmap", "must provide reverse_palette (was nil) for format 1\n"));
+    EXPECT_EXIT(convert_into_framebuffer(2, 6, 1, nullptr), testing::ExitedWithCode(1),
+                convert_crash("n3d_framebuffer_from_bitmap", "can only swizzle when width is pow2! width is: 6\n"));
+    EXPECT_EXIT(convert_into_framebuffer(7, 6, 0, nullptr), testing::ExitedWithCode(1),
+                convert_crash("n3d_framebuffer_from_bitmap", "bad N3D_TEXEL_FORMAT 7?\n"));
+    EXPECT_EXIT(convert_into_framebuffer(7, 4, 0, nullptr), testing::ExitedWithCode(1),
+                convert_crash("n3d_texel_index", "not implemented texture format 7\n"));
+}
+
+TEST(n3d_convert, framebuffer_rows_follow_row_bytes_when_the_width_is_not_a_power_of_two)
+{
+    convert_arenas a;
+    const uint8_t px[4] = {0, 0, 0, 255};
+    bitmap* bm = convert_solid(&a.tmp, 6, 2, px);
+    bitmap_pixel(bm, 5, 1)[0] = 255;
+    uint16_t texels[16];
+    memset(texels, 0x55, sizeof texels);
+    n3d_framebuffer fb = {2, 6, 2, 16, (uint8_t*)texels};
+    n3d_framebuffer_from_bitmap(&fb, 2, 0, nullptr, nullptr, bm, N3D_TRANSPARENT_INDEX_NONE, 0.5f);
+    EXPECT_EQ(texels[0], 0x8000);
+    EXPECT_EQ(texels[6], 0x5555);  // the gap between rows is left alone
+    EXPECT_EQ(texels[8 + 5], 0xFC00);
+}
+
+TEST(n3d_convert, bump_texels_hold_the_normal_and_its_magnitudes)
+{
+    convert_arenas a;
+    bitmap* bm = bitmap_create(&a.tmp, 4, 1, BITMAP_CHANNELS_3);  // normals are not sRGB
+    const uint8_t normals[4][3] = {{128, 128, 255}, {255, 128, 128}, {0, 128, 128}, {128, 128, 128}};
+    for (uint32_t x = 0; x < 4; ++x)
+        memcpy(bitmap_pixel(bm, x, 0), normals[x], 3);
+    uint32_t texels[4];
+    n3d_framebuffer fb = {4, 4, 1, 16, (uint8_t*)texels};
+    n3d_framebuffer_from_bitmap(&fb, N3D_TEXEL_FORMAT_BUMPMAP, 0, nullptr, nullptr, bm, N3D_TRANSPARENT_INDEX_NONE,
+                                0.5f);
+    EXPECT_EQ(texels[0], 0x00000000u);  // flat: x and y round to 0, so do both magnitudes
+    EXPECT_EQ(texels[1], 0x7F00FF7Fu);  // +x: 127, 0, magnitude 255, 127 + 0
+    EXPECT_EQ(texels[2], 0x8100FF7Fu);  // -x: -127 as a byte is 0x81
+    // a short vector still has a unit direction (0.577 x 127 = 73 = 0x49, 0.333 x 127 = 42 twice),
+    // while the magnitude byte comes from the short vector itself
+    EXPECT_EQ(texels[3], 0x49490054u);
+}
+
+TEST(n3d_convert, dbg_cmp_compares_records_and_shade_tables)
+{
+    convert_arenas a;
+    const uint8_t c1[4] = {10, 200, 30, 255}, c2[4] = {200, 10, 30, 255};
+    n3d_texture t1, t2, t3, t4;
+    convert_texture(&a, &t1, 1, 1, 0, convert_solid(&a.tmp, 4, 4, c1));
+    convert_texture(&a, &t2, 1, 1, 0, convert_solid(&a.tmp, 4, 4, c1));
+    convert_texture(&a, &t3, 1, 1, 0, convert_solid(&a.tmp, 4, 4, c2));
+    EXPECT_EQ(n3d_textures_dbg_cmp(&t1, &t2), 1u);
+    EXPECT_EQ(n3d_textures_dbg_cmp(&t1, &t3), 0u);  // same record, other shades
+    t4 = t1;
+    t4.linear = 1;
+    EXPECT_EQ(n3d_textures_dbg_cmp(&t1, &t4), 0u);
+    t4 = t1;
+    t4.shade_table = nullptr;
+    EXPECT_EQ(n3d_textures_dbg_cmp(&t1, &t4), 0u);
+    EXPECT_EQ(n3d_textures_dbg_cmp(&t4, &t4), 0u);  // an index texture without shades is never equal
+    n3d_texture d1, d2;
+    convert_texture(&a, &d1, 2, 1, 0, convert_solid(&a.tmp, 4, 4, c1));
+    convert_texture(&a, &d2, 2, 1, 0, convert_solid(&a.tmp, 4, 4, c2));
+    EXPECT_EQ(n3d_textures_dbg_cmp(&d1, &d2), 1u);  // texels are not compared
+}
+
+// ---- lighting tables ----
+
+TEST(n3d_convert, phong_lut_by_formula_with_guards)
+{
+    convert_arenas a;
+    n3d_phong_lut lut;
+    n3d_phong_lut_init(&lut, &a.arena, 0.5f, 1);
+    EXPECT_EQ(lut.table, lut.storage + 8);
+    EXPECT_EQ(lut.guard, 8u);
+    EXPECT_EQ(lut.falloff, 0.5f);
+    EXPECT_EQ(lut.min_shade, 1u);
+    EXPECT_EQ(lut.table[0], 31);
+    EXPECT_EQ(lut.table[8], 15);  // 1 - sqrt(16 / 255) / 0.5 = 0.4990, x 31 = 15.47
+    EXPECT_EQ(lut.table[32], 1);  // sqrt(64 / 255) = 0.501 is past the falloff
+    EXPECT_EQ(lut.table[255], 1);
+    for (int i = 1; i <= 8; ++i) {
+        EXPECT_EQ(lut.table[-i], 31);
+        EXPECT_EQ(lut.table[255 + i], 1);
+    }
+    const uint8_t* alone = n3d_phong_lut_alloc(&a.arena, 0.5f, 1);
+    EXPECT_EQ(memcmp(alone - 8, lut.storage, N3D_PHONG_LUT_BYTES), 0);
+    const uint8_t* floor0 = n3d_phong_lut_alloc(&a.arena, 0.3f, 0);
+    EXPECT_EQ(floor0[255], 0);
+    EXPECT_EQ(floor0[0], 31);
+}
+
+TEST(n3d_convert, stored_phong_lut)
+{
+    convert_arenas a;
+    n3d_phong_lut lut;
+    n3d_phong_lut_init(&lut, &a.arena, 0.3f, 0);
+    n3d_phong_lut_set_default(&lut);
+    EXPECT_EQ(lut.table[5], 0);
+    EXPECT_EQ(lut.table[6], 1);
+    EXPECT_EQ(lut.table[40], 6);
+    EXPECT_EQ(lut.table[41], 7);
+    EXPECT_EQ(lut.table[126], 29);
+    EXPECT_EQ(lut.table[127], 30);
+    for (int i = 128; i < 264; ++i)
+        ASSERT_EQ(lut.table[i], 31) << i;
+    for (int i = 1; i <= 8; ++i)
+        EXPECT_EQ(lut.table[-i], 0);
+    EXPECT_EQ(lut.falloff, 0.0f);
+    EXPECT_EQ(lut.min_shade, 1u);
+    for (int i = 1; i < 256; ++i)
+        ASSERT_LE(lut.table[i - 1], lut.table[i]);
+}
+
+TEST(n3d_convert, pbr_shade_table)
+{
+    const uint16_t palette[3] = {0x8000, 0x0000, 0xFFFF};
+    const vec3 emission = {0.0023f, 0.5f, 0.934392f};
+    const vec3 zero = {0, 0, 0};
+    const vec3 one = {1, 1, 1};
+    uint16_t table[3 * 32];
+    // roughness 0: D is the 0.001 floor, so black (and a colour without alpha bit) shows only
+    // its emission: 1, trunc-by-threshold(0.5) = 23, 31
+    EXPECT_EQ(n3d_texture_build_shade_table_argb1555_pbr(table, 32, 2, emission, one, one, one, 0.0f, 0.0f, palette),
+              2u);
+    for (uint32_t s = 0; s < 64; ++s)
+        ASSERT_EQ(table[s], 0x8000 | 1 << 10 | 23 << 5 | 31) << s;
+    // rough white lit white: brightest facing the highlight, darker towards perpendicular
+    n3d_texture_build_shade_table_argb1555_pbr(table, 32, 3, zero, zero, one, one, 0.0f, 0.5f, palette);
+    const uint16_t* white = table + 2 * 32;
+    EXPECT_EQ(white[0], 0xFFFF);
+    for (uint32_t s = 1; s < 16; ++s)  // towards grazing angles the Fresnel term may lift it again
+        ASSERT_LE(white[s] & 31, white[s - 1] & 31) << s;
+    EXPECT_LT(white[31] & 31, 31);
+    for (uint32_t s = 0; s < 96; ++s)
+        ASSERT_TRUE(table[s] & 0x8000);
+}
+
+static void convert_pbr_with_shades(uint32_t shades)
+{
+    uint16_t table[4];
+    const uint16_t palette[1] = {0x8000};
+    const vec3 z = {0, 0, 0};
+    n3d_texture_build_shade_table_argb1555_pbr(table, shades, 1, z, z, z, z, 0.0f, 0.5f, palette);
+}
+
+static void convert_default_lut_without_storage()
+{
+    n3d_phong_lut lut = {};
+    n3d_phong_lut_set_default(&lut);
+}
+
+TEST(n3d_convert_death, lighting_table_contracts)
+{
+    EXPECT_EXIT(convert_pbr_with_shades(257), testing::ExitedWithCode(1),
+                convert_crash("n3d_texture_build_shade_table_argb1555_pbr", "shades per color must be < 256 is 257\n"));
+    EXPECT_EXIT(convert_default_lut_without_storage(), testing::ExitedWithCode(1),
+                convert_crash("n3d_phong_lut_set_default", "phong lut has no storage (not initialised)\n"));
+}
