@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <ctime>
 
-static const char* const prof_block_names[] = {
+static constexpr const char* prof_block_names[] = {
     "CYCLES_BLOCK_TOTAL",
     "CYCLES_BLOCK_FRAMEBUFFER_BLIT",
     "CYCLES_BLOCK_DEMO_CLEAR",

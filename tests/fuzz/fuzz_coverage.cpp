@@ -1,0 +1,30 @@
+// libFuzzer target for coverage-mask blocks (stencils): the input is a marker and a block. Every
+// block the reader accepts must write back to exactly the bytes it read.
+#include "fuzz_harness.h"
+#include "n3d_io.h"
+
+static void fuzz_coverage_read(const uint8_t* data, size_t size)
+{
+    xmemarena* arena = &fuzz_global.arena;
+    stream_cursor cur;
+    stream_cursor_init(&cur, data, size, BYTE_ORDER_NATIVE, "fuzz.stencil");
+    stream_cursor_read_marker(&cur);
+    n3d_coverage_buffer cb;
+    const uint8_t* end = n3d_coverage_buffer_read(arena, &cb, &cur);
+    const uint64_t consumed = (uint64_t)(end - data) - 4;
+    fuzz_expect(end == cur.p && end <= data + size, "coverage reader returned a position outside its block");
+    fuzz_expect(cb.width % 32 == 0 && (uintptr_t)cb.bits % 32 == 0, "coverage buffer breaks its layout rules");
+    fuzz_expect(n3d_coverage_buffer_write_size(&cb) == consumed, "coverage write size differs from the bytes read");
+    auto* out = (uint8_t*)xmemarena_push_align(arena, consumed, 32);
+    fuzz_expect(n3d_coverage_buffer_write(out, &cb, cur.order) == out + consumed, "coverage writer wrote another size");
+    fuzz_expect(memcmp(out, data + 4, consumed) == 0, "coverage mask does not write back to the bytes read");
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    xmemarena_reset(&fuzz_global.arena);
+    if (setjmp(fuzz_global.resume))
+        return 0;  // the reader refused the input with a fatal message
+    fuzz_coverage_read(data, size);
+    return 0;
+}

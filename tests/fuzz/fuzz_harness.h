@@ -1,0 +1,69 @@
+// Shared set-up of the libFuzzer targets: one arena taken once, and a fatal hook that jumps back
+// to the start of the current input, so that a reader's clean refusal of damaged data ends that
+// input instead of the process. Anything else (a sanitizer report, a crash, a failed round trip)
+// still ends the run as a finding.
+#pragma once
+
+#include <csetjmp>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "diag.h"
+#include "memarena.h"
+
+constexpr uint64_t FUZZ_ARENA_CAPACITY = 64u << 20;
+
+struct fuzz_state {
+    jmp_buf resume;  // set at the start of every input
+    xmemarena arena;
+    FILE* report;    // the real standard error, for findings
+};
+
+static fuzz_state fuzz_global;
+
+[[noreturn]] static void fuzz_on_fatal() { longjmp(fuzz_global.resume, 1); }
+
+static void fuzz_init()
+{
+    void* memory = aligned_alloc(64, FUZZ_ARENA_CAPACITY);
+    xmemarena_init(&fuzz_global.arena, "fuzz_arena", FUZZ_ARENA_CAPACITY, memory);
+    diag_set_fatal_hook(fuzz_on_fatal);
+    fuzz_global.report = stderr;
+    // Refusals are expected by the thousand: their text goes to /dev/null unless asked for.
+    // Only the stderr variable is replaced (glibc lets it be assigned); libFuzzer and the
+    // sanitizers keep writing to descriptor 2.
+    if (!getenv("REEL_FUZZ_SHOW_FATAL")) {
+        FILE* null_stream = fopen("/dev/null", "w");
+        if (null_stream)
+            stderr = null_stream;
+    }
+}
+
+// A broken property of data the reader accepted: a finding, like a sanitizer report.
+static inline void fuzz_expect(bool ok, const char* what)
+{
+    if (!ok) {
+        fprintf(fuzz_global.report, "fuzz finding: %s\n", what);
+        abort();
+    }
+}
+
+// The input copied so that it starts one byte past malloc's alignment, ending exactly at the end
+// of its own allocation (so the address sanitizer still sees a read past it). Freed at the next
+// input, since a fatal jump skips anything after the read.
+static inline const uint8_t* fuzz_shifted_copy(const uint8_t* data, size_t size)
+{
+    static uint8_t* previous = nullptr;
+    free(previous);
+    previous = (uint8_t*)malloc(size + 1);
+    if (size)
+        memcpy(previous + 1, data, size);
+    return previous + 1;
+}
+
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
+{
+    fuzz_init();
+    return 0;
+}

@@ -1,0 +1,440 @@
+// Mesh, texture and coverage-mask blocks: exact file sizes, byte-for-byte round trips in both
+// byte orders, in-place use, the whole-file reads, and the messages of damaged blocks.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "n3d_io.h"
+
+namespace {
+
+struct test_arena {
+    std::vector<uint8_t> memory;
+    xmemarena arena;
+    explicit test_arena(uint64_t capacity = 1u << 20) : memory(capacity + 64)
+    {
+        const uintptr_t aligned = ((uintptr_t)memory.data() + 63) & ~(uintptr_t)63;
+        xmemarena_init(&arena, "test_io", capacity, (void*)aligned);
+    }
+};
+
+// This program's own folder, removed at exit by the process that made it (not by death-test children).
+struct temp_folder {
+    pid_t owner = getpid();
+    std::string path = "/tmp/reel_test_n3d_io_" + std::to_string(owner);
+    temp_folder() { mkdir(path.c_str(), 0700); }
+    ~temp_folder()
+    {
+        if (getpid() == owner)
+            std::filesystem::remove_all(path);
+    }
+};
+
+std::string temp_path(const char* name)
+{
+    static temp_folder folder;
+    return folder.path + "/" + name;
+}
+
+void write_bytes(const std::string& path, const std::vector<uint8_t>& bytes)
+{
+    FILE* f = fopen(path.c_str(), "wb");
+    ASSERT_NE(f, nullptr);
+    fwrite(bytes.data(), 1, bytes.size(), f);
+    fclose(f);
+}
+
+// marker + block, as a file holds them
+template <class Record>
+std::vector<uint8_t> file_of(const Record* r, int32_t order, uint64_t (*size)(const Record*),
+                             uint8_t* (*write)(uint8_t*, const Record*, int32_t))
+{
+    std::vector<uint8_t> bytes(4 + size(r));
+    stream_write_u32(bytes.data(), BYTE_ORDER_MARKER, order);
+    EXPECT_EQ(write(bytes.data() + 4, r, order), bytes.data() + bytes.size());
+    return bytes;
+}
+std::vector<uint8_t> mesh_file(const n3d_vertices* v, int32_t o) { return file_of(v, o, n3d_vertices_write_size, n3d_vertices_write); }
+std::vector<uint8_t> texture_file(const n3d_texture* t, int32_t o) { return file_of(t, o, n3d_texture_write_size, n3d_texture_write); }
+std::vector<uint8_t> coverage_file(const n3d_coverage_buffer* c, int32_t o)
+{
+    return file_of(c, o, n3d_coverage_buffer_write_size, n3d_coverage_buffer_write);
+}
+
+// A copy of the file at `offset` from a 32-byte boundary, with the cursor past its marker.
+stream_cursor cursor_over(xmemarena* a, const std::vector<uint8_t>& file, uint32_t offset = 0)
+{
+    auto* copy = (uint8_t*)xmemarena_push_align(a, file.size() + offset, 32) + offset;
+    memcpy(copy, file.data(), file.size());
+    stream_cursor cur;
+    stream_cursor_init(&cur, copy, file.size(), BYTE_ORDER_NATIVE, "test.bin");
+    stream_cursor_read_marker(&cur);
+    return cur;
+}
+
+struct mesh_storage {
+    std::vector<float> floats;
+    std::vector<uint8_t> joints;
+    n3d_vertices v{};
+};
+
+// count vertices with the arrays in `mask`, every value distinct
+void make_mesh(mesh_storage* m, uint32_t mask, uint32_t count)
+{
+    m->floats.resize(count * 22);
+    m->joints.resize(count * 4);
+    for (size_t i = 0; i < m->floats.size(); i++)
+        m->floats[i] = 0.25f * (float)i - 3.0f;
+    for (size_t i = 0; i < m->joints.size(); i++)
+        m->joints[i] = (uint8_t)(i * 3 + 1);
+    float* f = m->floats.data();
+    m->v = {count, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
+    float** arrays[] = {&m->v.xyz, &m->v.uv0, &m->v.n_xyz, &m->v.t_xyz, &m->v.b_xyz, &m->v.uv1};
+    for (uint32_t i = 0; i < 6; i++)
+        if (mask & (1u << i))
+            *arrays[i] = f + i * count * 3;
+    if (mask & N3D_VERTICES_JOINTS)
+        m->v.joints = m->joints.data();
+    if (mask & N3D_VERTICES_WEIGHTS)
+        m->v.weights = f + 18 * count;
+}
+
+struct texture_storage {
+    std::vector<uint32_t> tables;  // u32 storage keeps u16 and u32 views aligned
+    std::vector<std::vector<uint32_t>> levels;
+    std::vector<void*> mips;
+    n3d_texture t{};
+};
+
+// A texture whose palette, shade table and levels hold distinct byte patterns.
+void make_texture(texture_storage* s, uint32_t format, uint32_t linear, uint32_t lw, uint32_t lh, uint32_t mw, uint32_t mh)
+{
+    n3d_texture& t = s->t;
+    t = {format, linear, lw, lh, mw, mh, nullptr, 0, 0, nullptr, nullptr};
+    if (format == 1 || format == 3) {
+        t.colors_count = 256;
+        t.shades_per_color = 32;
+        const uint32_t entry = format == 1 ? 2 : 1;
+        s->tables.resize(256 * 33 * entry / 4 + 1);
+        auto* bytes = (uint8_t*)s->tables.data();
+        for (uint32_t i = 0; i < 256 * 33 * entry; i++)
+            bytes[i] = (uint8_t)(i * 5 + i / 256);
+        t.palette = bytes;
+        t.shade_table = bytes + 256 * entry;
+    }
+    s->mips.assign(n3d_mip_slot_count(lw, lh, mw, mh), nullptr);
+    for (uint32_t w = lw + 1; w-- > mw;) {
+        for (uint32_t h = lh + 1; h-- > mh;) {
+            const uint32_t size = n3d_mipmap_size(format, !linear, w, h);
+            s->levels.emplace_back(size / 4 + 1);
+            auto* bytes = (uint8_t*)s->levels.back().data();
+            for (uint32_t i = 0; i < size; i++)
+                bytes[i] = (uint8_t)(i * 7 + w * 31 + h * 17);
+            s->mips[n3d_mip_slot(&t, w, h)] = bytes;
+        }
+    }
+    t.mips = s->mips.data();
+}
+
+bool points_into(const void* p, const stream_cursor& cur)
+{
+    return (const uint8_t*)p >= cur.begin && (const uint8_t*)p < cur.end;
+}
+
+}  // namespace
+
+TEST(n3d_io, mesh_flags_sizes_and_file_round_trip_in_both_orders)
+{
+    struct {
+        uint32_t mask, count;
+        size_t file_size;
+        uint32_t flags;
+    } cases[] = {{63, 3, 204, 0}, {1, 3, 48, 1}, {127, 3, 4 + 8 + 3 * 68, 127}, {255, 2, 4 + 8 + 2 * 84, 255}};
+    for (const auto& c : cases) {
+        for (int32_t order : {BYTE_ORDER_NATIVE, BYTE_ORDER_SWAPPED}) {
+            mesh_storage m;
+            make_mesh(&m, c.mask, c.count);
+            const std::vector<uint8_t> file = mesh_file(&m.v, order);
+            ASSERT_EQ(file.size(), c.file_size);
+            uint32_t flags;
+            stream_read_u32(&flags, file.data() + 4, order);
+            EXPECT_EQ(flags, c.flags);
+
+            const std::string path = temp_path("round.mesh");
+            write_bytes(path, file);
+            test_arena a;
+            testing::internal::CaptureStdout();
+            n3d_vertices* v = n3d_mesh_file_load(&a.arena, path.c_str());
+            EXPECT_EQ(testing::internal::GetCapturedStdout(), path + " -> vertices: " + std::to_string(c.count) + "\n");
+            ASSERT_NE(v, nullptr);
+            const void* arrays[] = {v->xyz, v->uv0, v->n_xyz, v->t_xyz, v->b_xyz, v->uv1, v->joints, v->weights};
+            for (uint32_t i = 0; i < 8; i++) {
+                EXPECT_EQ(arrays[i] != nullptr, (c.mask >> i) & 1) << "array " << i;
+                EXPECT_EQ((uintptr_t)arrays[i] % 32, 0u);
+            }
+            EXPECT_EQ(mesh_file(v, order), file);
+            EXPECT_EQ(mesh_file(v, BYTE_ORDER_NATIVE), mesh_file(&m.v, BYTE_ORDER_NATIVE));
+        }
+    }
+}
+
+TEST(n3d_io, texture_round_trips_byte_for_byte_in_every_format_layout_and_order)
+{
+    struct {
+        uint32_t format, linear, lw, lh, mw, mh;
+    } cases[] = {{1, 0, 4, 3, 2, 2}, {1, 1, 3, 3, 3, 3}, {2, 0, 5, 2, 5, 2}, {2, 1, 4, 4, 2, 2},
+                 {3, 0, 3, 5, 3, 5}, {3, 1, 5, 3, 2, 2}, {4, 1, 3, 2, 3, 2}, {4, 1, 4, 3, 2, 2}};
+    for (const auto& c : cases) {
+        texture_storage s;
+        make_texture(&s, c.format, c.linear, c.lw, c.lh, c.mw, c.mh);
+        for (int32_t order : {BYTE_ORDER_NATIVE, BYTE_ORDER_SWAPPED}) {
+            for (uint32_t in_place : {0u, 1u}) {
+                SCOPED_TRACE(testing::Message() << "format " << c.format << " linear " << c.linear << " order "
+                                                << order << " in_place " << in_place);
+                test_arena a;
+                const std::vector<uint8_t> file = texture_file(&s.t, order);
+                stream_cursor cur = cursor_over(&a.arena, file);
+                n3d_texture t;
+                EXPECT_EQ(n3d_texture_read(&a.arena, &t, &cur, in_place), cur.end);
+                EXPECT_EQ(texture_file(&t, order), file);
+                // the same content as the original, not just a symmetric mistake of both ways
+                EXPECT_EQ(texture_file(&t, BYTE_ORDER_NATIVE), texture_file(&s.t, BYTE_ORDER_NATIVE));
+                // in place only for a block in the machine's order; bytes and u16 here are aligned
+                const bool inside = points_into(t.mips[0], cur);
+                EXPECT_EQ(inside, in_place && order == BYTE_ORDER_NATIVE && c.format != 4);
+                if (t.palette) {
+                    EXPECT_EQ(points_into(t.palette, cur), inside);
+                }
+            }
+        }
+    }
+}
+
+TEST(n3d_io, format_4_levels_are_u32_values_used_in_place_only_when_aligned)
+{
+    texture_storage s;
+    make_texture(&s, 4, 1, 3, 2, 3, 2);  // one level of 32 u32 texels, at block offset 6
+    test_arena a;
+    n3d_texture t;
+    for (int32_t order : {BYTE_ORDER_NATIVE, BYTE_ORDER_SWAPPED}) {
+        const std::vector<uint8_t> file = texture_file(&s.t, order);
+        ASSERT_EQ(file.size(), 4u + 6u + 128u);
+        for (uint32_t offset : {0u, 2u, 1u}) {  // the level lands 10, 12 and 11 bytes past a 32-byte boundary
+            stream_cursor cur = cursor_over(&a.arena, file, offset);
+            n3d_texture_read(&a.arena, &t, &cur, 1);
+            EXPECT_EQ(points_into(t.mips[0], cur), offset == 2 && order == BYTE_ORDER_NATIVE) << offset;
+            EXPECT_EQ((uintptr_t)t.mips[0] % 4, 0u);
+            // whole u32 values: swapping by halves or by bytes would give other values
+            EXPECT_EQ(memcmp(t.mips[0], s.levels[0].data(), 128), 0);
+        }
+    }
+}
+
+TEST(n3d_io, swizzled_256_level_sizes_and_mip_chain_order)
+{
+    texture_storage one;
+    make_texture(&one, 2, 0, 8, 8, 8, 8);
+    EXPECT_EQ(texture_file(&one.t, BYTE_ORDER_NATIVE).size(), 4u + 6u + 131072u);
+
+    // every level starts with its own (w, h) pattern byte: i = 0 gives w * 31 + h * 17
+    texture_storage chain;
+    make_texture(&chain, 2, 0, 8, 8, 2, 2);
+    const std::vector<uint8_t> file = texture_file(&chain.t, BYTE_ORDER_NATIVE);
+    size_t offset = 10;
+    for (uint32_t w = 8; w >= 2; w--) {
+        for (uint32_t h = 8; h >= 2; h--) {
+            ASSERT_LT(offset, file.size());
+            EXPECT_EQ(file[offset], (uint8_t)(w * 31 + h * 17)) << w << " " << h;
+            offset += n3d_mipmap_size(2, 1, w, h);
+        }
+    }
+    EXPECT_EQ(offset, file.size());
+}
+
+TEST(n3d_io, coverage_mask_words_and_round_trip)
+{
+    uint32_t bits[4] = {0x80000001u, 0x12345678u, 0xFFFF0000u, 0x0000FFFFu};
+    const n3d_coverage_buffer cb = {bits, 64, 2};
+    for (int32_t order : {BYTE_ORDER_NATIVE, BYTE_ORDER_SWAPPED}) {
+        const std::vector<uint8_t> file = coverage_file(&cb, order);
+        ASSERT_EQ(file.size(), 4u + 8u + 16u);
+        test_arena a;
+        stream_cursor cur = cursor_over(&a.arena, file);
+        n3d_coverage_buffer out;
+        EXPECT_EQ(n3d_coverage_buffer_read(&a.arena, &out, &cur), cur.end);
+        EXPECT_EQ(out.width, 64u);
+        EXPECT_EQ(out.height, 2u);
+        EXPECT_EQ(memcmp(out.bits, bits, 16), 0);
+        EXPECT_EQ(coverage_file(&out, order), file);
+    }
+}
+
+TEST(n3d_io, whole_file_reads)
+{
+    const std::string missing = temp_path("missing.bin");
+    uint64_t size = 77;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(file_read_all(missing.c_str(), nullptr, &size), 1);
+    test_arena a;
+    EXPECT_EQ(n3d_texture_file_load(&a.arena, missing.c_str()), nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "fopen failed, path: " + missing + "\nfopen failed, path: " + missing + "\n");
+    EXPECT_EQ(size, 77u);
+    EXPECT_EQ(a.arena.sp, 0u);
+
+    const std::string path = temp_path("five.bin");
+    const uint8_t five[] = {'h', 'e', 'l', 'l', 'o'};
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(n3d_io_write_file(path.c_str(), five, five + 5, BYTE_ORDER_SWAPPED), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "wrote 5 bytes to \"" + path + "\"\n");
+    EXPECT_EQ(n3d_io_get_endian_from_file(path.c_str()), BYTE_ORDER_SWAPPED);
+    EXPECT_EQ(file_read_all(path.c_str(), nullptr, &size), 0);
+    EXPECT_EQ(size, 9u);
+    const char* text = file_read_text(path.c_str(), &a.arena);
+    ASSERT_NE(text, nullptr);
+    EXPECT_STREQ(text + 4, "hello");
+    uint8_t head[9];
+    EXPECT_EQ(file_read_prefix(head, path.c_str(), 9), 0);
+    EXPECT_EQ(memcmp(head + 4, five, 5), 0);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(file_read_prefix(head, path.c_str(), 10), 1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "file size 9 is smaller than n = 10 bytes to be read!\n");
+    // a folder opens but cannot be read: no huge allocation, just null
+    testing::internal::CaptureStdout();
+    const uint64_t sp = a.arena.sp;
+    EXPECT_EQ(file_read_arena("/tmp", &a.arena, &size), nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStdout().rfind("fread failed, only read 0 bytes (expected ", 0), 0u);
+    EXPECT_EQ(a.arena.sp, sp);
+    EXPECT_EQ(n3d_io_write_file(temp_path("no/such/dir").c_str(), five, five + 5, BYTE_ORDER_NATIVE), 1);
+}
+
+// ---- damaged blocks ----
+
+namespace {
+
+void read_mesh_bytes(std::vector<uint8_t> file)
+{
+    test_arena a;
+    stream_cursor cur = cursor_over(&a.arena, file);
+    n3d_vertices v;
+    n3d_vertices_read(&v, &a.arena, &cur);
+}
+void read_texture_bytes(std::vector<uint8_t> file)
+{
+    test_arena a;
+    stream_cursor cur = cursor_over(&a.arena, file);
+    n3d_texture t;
+    n3d_texture_read(&a.arena, &t, &cur, 1);
+}
+void read_coverage_bytes(std::vector<uint8_t> file)
+{
+    test_arena a;
+    stream_cursor cur = cursor_over(&a.arena, file);
+    n3d_coverage_buffer cb;
+    n3d_coverage_buffer_read(&a.arena, &cb, &cur);
+}
+std::vector<uint8_t> cut(std::vector<uint8_t> file, size_t size)
+{
+    file.resize(size);
+    return file;
+}
+// a file of u32 values after the marker, then `tail` bytes
+std::vector<uint8_t> words_file(std::initializer_list<uint32_t> words, std::vector<uint8_t> tail = {})
+{
+    std::vector<uint8_t> file(4 + 4 * words.size());
+    uint8_t* p = stream_write_u32(file.data(), BYTE_ORDER_MARKER, BYTE_ORDER_SWAPPED);
+    for (uint32_t w : words)
+        p = stream_write_u32(p, w, BYTE_ORDER_SWAPPED);
+    file.insert(file.end(), tail.begin(), tail.end());
+    return file;
+}
+
+}  // namespace
+
+TEST(n3d_io_death, bad_marker_and_trailing_bytes_in_files)
+{
+    mesh_storage m;
+    make_mesh(&m, 1, 3);
+    std::vector<uint8_t> file = mesh_file(&m.v, BYTE_ORDER_NATIVE);
+    const std::string path = temp_path("bad.mesh");
+    file[0] ^= 0x10;
+    write_bytes(path, file);
+    test_arena a;
+    EXPECT_EXIT(n3d_mesh_file_load(&a.arena, path.c_str()), testing::ExitedWithCode(1),
+                "crash in n3d_mesh_file_load at src/n3d_io:[0-9]+\n.*bad.mesh: invalid endian marker\\?\n$");
+    EXPECT_EXIT(n3d_texture_file_load(&a.arena, path.c_str()), testing::ExitedWithCode(1),
+                "crash in n3d_texture_file_load .*bad.mesh: invalid endian marker\\?\n$");
+    file[0] ^= 0x10;
+    file.push_back(0);
+    write_bytes(path, file);
+    EXPECT_EXIT(n3d_mesh_file_load(&a.arena, path.c_str()), testing::ExitedWithCode(1),
+                "bad.mesh: 1 unexpected bytes after the block at offset 48\n$");
+}
+
+TEST(n3d_io_death, truncated_blocks_name_the_field)
+{
+    mesh_storage m;
+    make_mesh(&m, 255, 2);
+    const std::vector<uint8_t> mesh = mesh_file(&m.v, BYTE_ORDER_SWAPPED);
+    EXPECT_EXIT(read_mesh_bytes(cut(mesh, 6)), testing::ExitedWithCode(1), "test.bin: truncated vertex flags");
+    EXPECT_EXIT(read_mesh_bytes(cut(mesh, 10)), testing::ExitedWithCode(1), "test.bin: truncated vertex count");
+    EXPECT_EXIT(read_mesh_bytes(cut(mesh, mesh.size() - 1)), testing::ExitedWithCode(1),
+                "truncated vertex arrays: 2 entries of 84 bytes at offset 12, 167 bytes left");
+
+    texture_storage s;
+    make_texture(&s, 1, 0, 4, 4, 2, 2);
+    const std::vector<uint8_t> tex = texture_file(&s.t, BYTE_ORDER_NATIVE);
+    EXPECT_EXIT(read_texture_bytes(cut(tex, 7)), testing::ExitedWithCode(1), "truncated texture log2_h");
+    EXPECT_EXIT(read_texture_bytes(cut(tex, 11)), testing::ExitedWithCode(1), "truncated texture colors_count");
+    EXPECT_EXIT(read_texture_bytes(cut(tex, 300)), testing::ExitedWithCode(1), "truncated texture tables and levels");
+    EXPECT_EXIT(read_texture_bytes(cut(tex, tex.size() - 1)), testing::ExitedWithCode(1),
+                "truncated texture tables and levels");
+
+    uint32_t bits[2] = {1, 2};
+    const n3d_coverage_buffer cb = {bits, 32, 2};
+    const std::vector<uint8_t> cov = coverage_file(&cb, BYTE_ORDER_NATIVE);
+    EXPECT_EXIT(read_coverage_bytes(cut(cov, 9)), testing::ExitedWithCode(1), "truncated coverage height");
+    EXPECT_EXIT(read_coverage_bytes(cut(cov, 15)), testing::ExitedWithCode(1), "truncated coverage words");
+}
+
+TEST(n3d_io_death, huge_counts_stop_before_allocating)
+{
+    EXPECT_EXIT(read_mesh_bytes(words_file({1, 0xFFFFFFFFu})), testing::ExitedWithCode(1),
+                "vertex count 4294967295 is over the limit of 67108864");
+    EXPECT_EXIT(read_mesh_bytes(words_file({0, 1u << 26})), testing::ExitedWithCode(1),
+                "truncated vertex arrays: 67108864 entries of 64 bytes at offset 12, 0 bytes left");
+    EXPECT_EXIT(read_mesh_bytes(words_file({0x100, 3})), testing::ExitedWithCode(1), "unknown vertex array flags 0x100");
+    EXPECT_EXIT(read_coverage_bytes(words_file({32, 0xFFFFFFFFu})), testing::ExitedWithCode(1),
+                "coverage mask of 32 x 4294967295 pixels is too large");
+    EXPECT_EXIT(read_coverage_bytes(words_file({1024, 1024, 7})), testing::ExitedWithCode(1),
+                "truncated coverage words: 32768 entries of 4 bytes at offset 12, 4 bytes left");
+    EXPECT_EXIT(read_coverage_bytes(words_file({33, 1})), testing::ExitedWithCode(1),
+                "crash in n3d_coverage_buffer_read at src/n3d_io:[0-9]+\ntest.bin: coverage width 33 is not a multiple of 32\n$");
+}
+
+TEST(n3d_io_death, bad_texture_headers)
+{
+    const std::vector<uint8_t> marker = {0xCD, 0xAB, 0, 0};
+    auto header = [&](std::vector<uint8_t> bytes) {
+        bytes.insert(bytes.begin(), marker.begin(), marker.end());
+        bytes.resize(bytes.size() + 64);
+        return bytes;
+    };
+    EXPECT_EXIT(read_texture_bytes(header({0, 1, 2, 2, 2, 2})), testing::ExitedWithCode(1),
+                "crash in n3d_texture_read at src/n3d_io:[0-9]+\ntest.bin: texture format 0: not implemented\n$");
+    EXPECT_EXIT(read_texture_bytes(header({5, 1, 2, 2, 2, 2})), testing::ExitedWithCode(1), "texture format 5: not implemented\n");
+    EXPECT_EXIT(read_texture_bytes(header({2, 2, 2, 2, 2, 2})), testing::ExitedWithCode(1), "linear flag 2 is neither 0 nor 1");
+    EXPECT_EXIT(read_texture_bytes(header({4, 0, 2, 2, 2, 2})), testing::ExitedWithCode(1), "format 4\\) must be linear");
+    EXPECT_EXIT(read_texture_bytes(header({2, 0, 9, 2, 9, 2})), testing::ExitedWithCode(1),
+                "bad log2 sizes 9 x 2 down to 9 x 2 \\(swizzled textures: at most 8");
+    EXPECT_EXIT(read_texture_bytes(header({2, 1, 3, 13, 3, 13})), testing::ExitedWithCode(1), "linear textures: at most 12");
+    EXPECT_EXIT(read_texture_bytes(header({2, 1, 3, 3, 2, 4})), testing::ExitedWithCode(1), "bad log2 sizes 3 x 3 down to 2 x 4");
+    EXPECT_EXIT(read_texture_bytes(header({1, 0, 2, 2, 2, 2, 0x2C, 0x01, 32, 0})), testing::ExitedWithCode(1),
+                "palette of 300 colors x 32 shades \\(needs 256 x 32\\)");
+}
