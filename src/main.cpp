@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "diag.h"
+#include "n3d_benchmark.h"
 #include "reel.h"
 #include "sdl2_winmain.h"
 
@@ -20,8 +21,8 @@ int main(int argc, char** argv)
     platform_init(p);
     prof_init();
     if (argc >= 2) {
-        printf("the rasterizer benchmark is not part of this build yet\n");
-        return 1;
+        n3d_benchmark(&p->display);
+        return 0;
     }
     if (demosys_init(&demosys_global, &p->display) != 0) {
         printf("failed init demosys\n");

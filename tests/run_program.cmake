@@ -1,11 +1,32 @@
-# Runs PROGRAM with ARGS and compares its exit status and standard output exactly.
-# EXPECT_STDOUT may contain \n escapes.
+# Runs PROGRAM with ARGS and compares its exit status and standard output: exactly with
+# EXPECT_STDOUT (which may contain \n escapes), or line by line against the regular
+# expressions of EXPECT_STDOUT_FILE (one per line, each matching the whole output line).
+cmake_policy(SET CMP0007 NEW)  # keep empty list elements: the last line end leaves one
 separate_arguments(arg_list UNIX_COMMAND "${ARGS}")
 execute_process(COMMAND ${PROGRAM} ${arg_list} RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
 string(REPLACE "\\n" "\n" expected "${EXPECT_STDOUT}")
 if(NOT status STREQUAL EXPECT_STATUS)
   message(FATAL_ERROR "exit status ${status}, expected ${EXPECT_STATUS}\nstdout:\n${out}\nstderr:\n${err}")
 endif()
-if(NOT out STREQUAL expected)
+if(DEFINED EXPECT_STDOUT_FILE)
+  file(STRINGS ${EXPECT_STDOUT_FILE} patterns)
+  string(REPLACE ";" "\\;" escaped "${out}")
+  string(REPLACE "\n" ";" lines "${escaped}")
+  list(LENGTH patterns pattern_count)
+  list(LENGTH lines line_count)
+  # the output ends with a line end, which leaves one empty element
+  math(EXPR line_count "${line_count} - 1")
+  if(NOT line_count EQUAL pattern_count)
+    message(FATAL_ERROR "${line_count} lines, expected ${pattern_count}\n${out}")
+  endif()
+  math(EXPR last "${pattern_count} - 1")
+  foreach(i RANGE ${last})
+    list(GET patterns ${i} pattern)
+    list(GET lines ${i} line)
+    if(NOT line MATCHES "^${pattern}$")
+      message(FATAL_ERROR "line ${i} does not match\n  got:     ${line}\n  pattern: ${pattern}\n${out}")
+    endif()
+  endforeach()
+elseif(NOT out STREQUAL expected)
   message(FATAL_ERROR "stdout differs\n--- got ---\n${out}\n--- expected ---\n${expected}")
 endif()

@@ -1,0 +1,223 @@
+// Rasterizer benchmark: the program's mode when started with an argument.
+#include "n3d_benchmark.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "bitmap.h"
+#include "diag.h"
+#include "n3d_convert.h"
+#include "n3d_draw.h"
+#include "n3d_rasterizers.h"
+#include "vmath.h"
+
+uint32_t n3d_benchmark_duration_ms = N3D_BENCHMARK_DURATION_MS;
+
+static const char* const N3D_BENCHMARK_TIMED_VARIANT =
+    "n3d_render_triangle_v8_phong_argb1555_t0i8argb1555_covrw01_zbuffrw11_wip_rsqr_large_spans";
+constexpr uint64_t N3D_BENCHMARK_SEED_STATE = 0x853c49e6748fea9bull;
+constexpr uint64_t N3D_BENCHMARK_SEED_INCREMENT = 0xda3e39cb94b95bdbull;
+constexpr uint32_t N3D_BENCHMARK_CLEAR_EVERY = 100;
+constexpr uint32_t N3D_BENCHMARK_TARGETS = 2;
+
+struct n3d_benchmark_target {
+    uint32_t in_video_memory;
+    n3d_framecontext* fc;
+};
+
+static void n3d_benchmark_wrap_plane(n3d_framebuffer* fb, const display_plane* plane, N3D_TEXEL_FORMAT format)
+{
+    memset(fb, 0, sizeof(*fb));
+    fb->format = format;
+    fb->width = (int32_t)plane->width;
+    fb->height = (int32_t)plane->height;
+    fb->row_bytes = (int32_t)plane->pitch;
+    fb->pixels = plane->pixels;
+}
+
+void n3d_benchmark(display_device* display)
+{
+    static xmemarena arena;
+    xmemarena_init(&arena, "n3d_benchmark", N3D_BENCHMARK_ARENA_SIZE, malloc(N3D_BENCHMARK_ARENA_SIZE));
+    if (const char* ms = getenv("REEL_BENCHMARK_MS"))
+        n3d_benchmark_duration_ms = (uint32_t)strtoul(ms, nullptr, 10);
+    prof_init();
+    n3d_init(&arena);
+
+    // the whole overlay see-through, so the video plane shows what is drawn
+    display->set_transparent_index(display, 0);
+    auto* overlay = (n3d_framebuffer*)xmemarena_push_zero(&arena, sizeof(n3d_framebuffer));
+    n3d_benchmark_wrap_plane(overlay, &display->overlay, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8);
+    n3d_framebuffer_clear(overlay);
+
+    n3d_framecontext* video[2];
+    for (uint32_t i = 0; i < 2; i++) {
+        auto* fb = (n3d_framebuffer*)xmemarena_push_zero(&arena, sizeof(n3d_framebuffer));
+        n3d_benchmark_wrap_plane(fb, &display->video[i], N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555);
+        video[i] = (n3d_framecontext*)xmemarena_push_zero(&arena, sizeof(n3d_framecontext));
+        n3d_framecontext_init(video[i], &arena, N3D_BENCHMARK_AREA_W, N3D_BENCHMARK_AREA_H, N3D_TEXEL_FORMAT_NONE,
+                              N3D_FRAMECONTEXT_COVERAGE);
+        video[i]->framebuffer = fb;
+        n3d_framebuffer_clear(fb);
+    }
+    printf("running benchmark - will take a few seconds\n");
+    n3d_benchmark_run(&arena, video[display->back_index != 0 ? 1 : 0]);
+}
+
+// The conversions print their own progress lines; the benchmark's output is only its table.
+static void n3d_benchmark_convert(n3d_texture* texture, xmemarena* arena, xmemarena* tmp, N3D_TEXEL_FORMAT format,
+                                  const bitmap* flare)
+{
+    fflush(stdout);
+    FILE* saved = stdout;
+    FILE* quiet = fopen("/dev/null", "w");
+    if (quiet)
+        stdout = quiet;
+    n3d_texture_from_bitmap(texture, arena, tmp, format, 1, 1, 0, flare, nullptr, N3D_TRANSPARENT_INDEX_NONE, 0.5f);
+    if (quiet) {
+        fclose(quiet);
+        stdout = saved;
+    }
+}
+
+// Screen-space gradients of each attribute over twice the signed area.
+static void n3d_benchmark_gradients(n3d_raster_call* c, const float values[3][5], uint32_t count, float area)
+{
+    const float x0 = c->vertices[0][0], y0 = c->vertices[0][1];
+    const float x1 = c->vertices[1][0], y1 = c->vertices[1][1];
+    const float x2 = c->vertices[2][0], y2 = c->vertices[2][1];
+    const float rx = 1.0f / area;
+    const float ry = -1.0f / area;
+    for (uint32_t a = 0; a < count; a++) {
+        c->grad_x[a] = ((values[1][a] - values[2][a]) * (y0 - y2) - (values[0][a] - values[2][a]) * (y1 - y2)) * rx;
+        c->grad_y[a] = ((values[1][a] - values[2][a]) * (x0 - x2) - (values[0][a] - values[2][a]) * (x1 - x2)) * ry;
+    }
+}
+
+static void n3d_benchmark_variant(n3d_rasterizer_entry* e, const n3d_benchmark_target* target, uint32_t target_index,
+                                  n3d_texture* t8, n3d_texture* t16, const uint8_t* const* phong)
+{
+    pcg32 rng = {N3D_BENCHMARK_SEED_STATE, N3D_BENCHMARK_SEED_INCREMENT};
+    uint32_t drawn = 0;
+    uint32_t ids = 0;
+    double pixels = 0.0;
+    n3d_texture* textures[1] = {nullptr};
+    n3d_raster_call c;
+    memset(&c, 0, sizeof(c));
+    c.entry = e;
+    c.fc = target->fc;
+    c.textures = textures;
+    c.phong = phong;
+    const uint64_t start = prof_cycles_now();
+    for (;;) {
+        float x[3], y[3], iw[3];
+        for (int i = 0; i < 3; i++) {
+            x[i] = (float)N3D_BENCHMARK_AREA_W * pcg32_random_float01(&rng);
+            y[i] = (float)N3D_BENCHMARK_AREA_H * pcg32_random_float01(&rng);
+        }
+        for (float& w : iw)
+            w = 0.5f + 0.5f * pcg32_random_float01(&rng);  // w between 1 and 2
+        const float area = (x[1] - x[2]) * (y[0] - y[2]) - (x[0] - x[2]) * (y[1] - y[2]);
+        if (prof_cycles_to_ms(prof_cycles_since(start)) > (double)n3d_benchmark_duration_ms)
+            break;
+        if (!(area > 0.000001f))
+            continue;  // facing away or degenerate
+        if (drawn % N3D_BENCHMARK_CLEAR_EVERY == 0) {
+            if (e->flags & N3D_RASTERIZER_COVERAGE_READ)
+                n3d_coverage_buffer_clear(target->fc->coverage[0]);
+            if (e->flags & N3D_RASTERIZER_ZBUFFER_READ)
+                n3d_zbuffer_clear(target->fc->zbuffer);
+        }
+        c.triangle_id = ids & 0xFFF;
+        ids += 1;
+        if (e->flags & N3D_RASTERIZER_T0_I8ARGB1555)
+            textures[0] = t8;
+        else if (e->flags & N3D_RASTERIZER_T0_ARGB1555)
+            textures[0] = t16;
+        else
+            crash_in("src/n3d", __LINE__, "n3d_benchmark_run",
+                     "n3d_benchmark only supports N3D_RASTERIZER_T0_I8ARGB1555 N3D_RASTERIZER_T0_ARGB1555 so far\n");
+        const uint32_t phong_variant = (e->flags & N3D_RASTERIZER_PHONG) != 0;
+        if (e->attribute_count != (phong_variant ? 4u : 2u))
+            crash_in("src/n3d", __LINE__, "n3d_benchmark_run", "?\n");
+
+        float values[3][5];
+        for (int i = 0; i < 3; i++) {
+            float attr[4];
+            attr[0] = pcg32_random_float01(&rng);
+            attr[1] = pcg32_random_float01(&rng);
+            if (phong_variant) {
+                attr[2] = -0.5f + pcg32_random_float01(&rng);
+                attr[3] = -0.5f + pcg32_random_float01(&rng);
+            }
+            c.vertices[i][0] = x[i];
+            c.vertices[i][1] = y[i];
+            c.vertices[i][2] = iw[i];
+            for (uint32_t a = 0; a < e->attribute_count; a++) {
+                c.vertices[i][3 + a] = attr[a] * iw[i];
+                values[i][a] = attr[a] * iw[i];
+            }
+            values[i][e->attribute_count] = iw[i];
+        }
+        n3d_benchmark_gradients(&c, values, e->attribute_count + 1, area);
+        c.area = area;
+        const float max_iw = iw[0] > iw[1] ? (iw[0] > iw[2] ? iw[0] : iw[2]) : (iw[1] > iw[2] ? iw[1] : iw[2]);
+        c.depth_norm = 1.0f / max_iw;
+        e->rasterizer(&c);
+        drawn += 1;
+        pixels += 0.5 * (double)area;
+    }
+    const double ms = prof_cycles_to_ms(prof_cycles_since(start));
+    printf("%.2f ~pixels/sec: %.2f triangles/sec\t[%d]\t%s\n", 1000.0 * pixels / ms, 1000.0 * drawn / ms,
+           (int)target_index, e->name);
+}
+
+void n3d_benchmark_run(xmemarena* arena, n3d_framecontext* video)
+{
+    xmemarena tmp;
+    xmemarena_init(&tmp, "n3d_benchmark_tmp_arena", N3D_BENCHMARK_TMP_ARENA_SIZE, malloc(N3D_BENCHMARK_TMP_ARENA_SIZE));
+    const bitmap* flare = bitmap_create_flare(&tmp);
+    auto* t8 = (n3d_texture*)xmemarena_push_zero(arena, sizeof(n3d_texture));
+    auto* t16 = (n3d_texture*)xmemarena_push_zero(arena, sizeof(n3d_texture));
+    n3d_benchmark_convert(t8, arena, &tmp, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, flare);
+    n3d_benchmark_convert(t16, arena, &tmp, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, flare);
+    xmemarena_reset(&tmp);
+    static const uint8_t* phong_table;
+    phong_table = n3d_phong_lut_alloc(arena, 0.5f, 1);
+
+    auto* ram = (n3d_framecontext*)xmemarena_push_zero(arena, sizeof(n3d_framecontext));
+    n3d_framecontext_init(ram, arena, N3D_BENCHMARK_AREA_W, N3D_BENCHMARK_AREA_H,
+                          N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, N3D_FRAMECONTEXT_COVERAGE);
+    const n3d_benchmark_target targets[N3D_BENCHMARK_TARGETS] = {{1, video}, {0, ram}};
+    for (const n3d_benchmark_target& t : targets) {
+        if (!t.fc->zbuffer) {
+            t.fc->zbuffer = (n3d_zbuffer*)xmemarena_push_zero(arena, sizeof(n3d_zbuffer));
+            n3d_zbuffer_init(t.fc->zbuffer, (uint32_t)t.fc->framebuffer->width, (uint32_t)t.fc->framebuffer->height,
+                             arena);
+        }
+    }
+
+    printf("n3d_benchmark v102\n");
+    printf("- each rasterizer starts with same random seed draws random triangles for 5s (in 320x200 area regardless "
+           "of target dimensions)\n");
+    printf("- pixels/s is sum of triangle area (underestimates for small triangles)\n");
+    printf("- texture is 256x256 tiled, zbuffer is 16bit\n");
+    printf("- coverage buffer and zbuffer is cleared every 100 triangels (if rasterizer uses it)\n");
+    printf("- v102: fixed bug was not dividing vertex attributes by w\n");
+    printf("- v101: texture is a flare now instead of a 2 color checkerboard pattern, as the latter makes shade_table "
+           "only accessed in 2 color entries for phong\n");
+    for (uint32_t i = 0; i < N3D_BENCHMARK_TARGETS; i++) {
+        const n3d_framebuffer* fb = targets[i].fc->framebuffer;
+        printf("[%d]: %dx%d %s (only draws in %dx%d)\n", (int)i, fb->width, fb->height,
+               targets[i].in_video_memory ? "vram" : "ram", N3D_BENCHMARK_AREA_W, N3D_BENCHMARK_AREA_H);
+    }
+    for (uint32_t i = 0; i < N3D_BENCHMARK_TARGETS; i++)
+        for (uint32_t v = 0; v < n3d_rasterizer_table_count; v++) {
+            n3d_rasterizer_entry* e = &n3d_rasterizer_table[v];
+            if (strcmp(e->name, N3D_BENCHMARK_TIMED_VARIANT) != 0)
+                continue;
+            n3d_benchmark_variant(e, &targets[i], i, t8, t16, &phong_table);
+        }
+    free(tmp.base);
+}
