@@ -73,6 +73,9 @@ void display_init(display_device* device, xmemarena* arena)
     }
     memset(device->overlay.pixels, display_transparent, DISPLAY_OVERLAY_PITCH * DISPLAY_OVERLAY_HEIGHT);
     device->back_index = 0;
+    device->video_rgba = (uint32_t*)xmemarena_push_align(arena, DISPLAY_VIDEO_COLORS * 4, 64);
+    device->video_rgba_clut = (uint8_t*)xmemarena_push_zero(arena, DISPLAY_CLUT_ENTRIES * 4);
+    device->video_rgba_valid = 0;
 }
 
 void display_flip(display_device* device) { device->back_index = 1 - device->back_index; }
@@ -87,7 +90,7 @@ static inline bool display_has_zero_byte(uint64_t v)
     return ((v - 0x0101010101010101ull) & ~v & 0x8080808080808080ull) != 0;
 }
 
-void display_output_rgba(const display_device* device, void* dst, uint32_t dst_pitch)
+void display_output_rgba(display_device* device, void* dst, uint32_t dst_pitch)
 {
     // Per frame, the CLUTs become ready-made output words, so that a pixel costs one lookup
     // (overlay) or three lookups and two ORs per video pixel, shared by the 2 x 2 output
@@ -97,14 +100,28 @@ void display_output_rgba(const display_device* device, void* dst, uint32_t dst_p
     for (uint32_t i = 0; i < 256; i++)
         overlay_rgba[i] = (uint32_t)oc[i * 4] << 24 | (uint32_t)oc[i * 4 + 1] << 16 | (uint32_t)oc[i * 4 + 2] << 8 | 255u;
 
-    uint32_t red[32], green[32], blue[32];
+    // The video CLUT becomes one output word per 15-bit colour, rebuilt only when the CLUT
+    // changed since the last frame; a video pixel then costs one look-up.
     const uint8_t* vc = display_live_video.entries;
-    for (uint32_t c = 0; c < 32; c++) {
-        const uint32_t e = c * 8 + (c & 7);  // 5 to 8 bits: 0 -> 0, 1 -> 9, 16 -> 128, 31 -> 255
-        red[c] = (uint32_t)vc[e * 4 + 0] << 24;
-        green[c] = (uint32_t)vc[e * 4 + 1] << 16;
-        blue[c] = (uint32_t)vc[e * 4 + 2] << 8 | 255u;
+    if (!device->video_rgba_valid || memcmp(device->video_rgba_clut, vc, DISPLAY_CLUT_ENTRIES * 4) != 0) {
+        uint32_t red[32], green[32], blue[32];
+        for (uint32_t c = 0; c < 32; c++) {
+            const uint32_t e = c * 8 + (c & 7);  // 5 to 8 bits: 0 -> 0, 1 -> 9, 16 -> 128, 31 -> 255
+            red[c] = (uint32_t)vc[e * 4 + 0] << 24;
+            green[c] = (uint32_t)vc[e * 4 + 1] << 16;
+            blue[c] = (uint32_t)vc[e * 4 + 2] << 8 | 255u;
+        }
+        uint32_t* lut = device->video_rgba;
+        for (uint32_t r = 0; r < 32; r++)
+            for (uint32_t g = 0; g < 32; g++) {
+                const uint32_t rg = red[r] | green[g];
+                for (uint32_t b = 0; b < 32; b++)
+                    *lut++ = rg | blue[b];
+            }
+        memcpy(device->video_rgba_clut, vc, DISPLAY_CLUT_ENTRIES * 4);
+        device->video_rgba_valid = 1;
     }
+    const uint32_t* video_rgba = device->video_rgba;
 
     const uint8_t transparent = display_transparent;
     const uint64_t transparent8 = 0x0101010101010101ull * transparent;
@@ -114,8 +131,7 @@ void display_output_rgba(const display_device* device, void* dst, uint32_t dst_p
     for (uint32_t vy = 0; vy < DISPLAY_VIDEO_HEIGHT; vy++) {
         const auto* vp = (const uint16_t*)(video->pixels + vy * video->pitch);
         for (uint32_t vx = 0; vx < DISPLAY_VIDEO_WIDTH; vx++) {
-            const uint32_t v = vp[vx];
-            const uint32_t rgba = red[(v >> 10) & 31] | green[(v >> 5) & 31] | blue[v & 31];
+            const uint32_t rgba = video_rgba[vp[vx] & 0x7FFF];  // the alpha bit is not shown
             video_row[2 * vx] = rgba;
             video_row[2 * vx + 1] = rgba;
         }

@@ -19,6 +19,7 @@ constexpr uint32_t DISPLAY_VIDEO_BUFFER_BYTES = DISPLAY_VIDEO_PITCH * DISPLAY_VI
 constexpr uint32_t DISPLAY_OUTPUT_WIDTH = 640;
 constexpr uint32_t DISPLAY_OUTPUT_HEIGHT = 480;
 constexpr uint32_t DISPLAY_CLUT_ENTRIES = 256;
+constexpr uint32_t DISPLAY_VIDEO_COLORS = 32768;  // 15-bit colours: alpha is not shown
 static_assert(DISPLAY_VIDEO_BUFFER_BYTES == 0x3c000);
 
 // A colour-table fragment: entries [first, first + count) of a 256-entry table, each 4 bytes
@@ -52,12 +53,17 @@ struct display_device {
     display_clut_get_fn* get_overlay_clut;
     display_clut_get_fn* get_video_clut;
     display_transparent_fn* set_transparent_index;
+    // composition cache: the output word of every 15-bit video colour, rebuilt only when the
+    // live video CLUT differs from the copy it was built from
+    uint32_t* video_rgba;      // 32768 entries
+    uint8_t* video_rgba_clut;  // 1024 bytes
+    uint32_t video_rgba_valid;
 };
 
 void display_init(display_device* device, xmemarena* arena);
 void display_flip(display_device* device);
 // Composes overlay over video into 640 x 480 pixels of R << 24 | G << 16 | B << 8 | 255.
-void display_output_rgba(const display_device* device, void* dst, uint32_t dst_pitch);
+void display_output_rgba(display_device* device, void* dst, uint32_t dst_pitch);
 
 // The display "registers" shared by every device: live CLUTs (256 x RGBA) and the
 // transparent index. Read-only views for the engine's debug output and for tests.
