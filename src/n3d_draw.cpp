@@ -1,9 +1,13 @@
-// The rasterizer registry: the table of variants that n3d_init fills once at start-up.
+// The rasterizer registry (the table of variants that n3d_init fills once at start-up) and the
+// draw functions that bring a mesh's triangles from model space to the variants.
 #include "n3d_draw.h"
 
+#include <cmath>
+#include <cstdio>
 #include <cstring>
 
 #include "diag.h"
+#include "n3d_rasterizers.h"
 
 n3d_rasterizer_entry n3d_rasterizer_table[N3D_RASTERIZER_TABLE_CAPACITY];
 uint32_t n3d_rasterizer_table_count;
@@ -35,4 +39,479 @@ int32_t n3d_find_rasterizer(uint32_t flags)
         if (n3d_rasterizer_table[i].flags == flags)
             return (int32_t)i;
     return -1;
+}
+
+// ---- draw functions ----
+//
+// Per call: the checks, the variant, the viewport folded into the matrix and the scratch. Per
+// batch of up to N3D_DRAW_BATCH_TRIANGLES triangles: every vertex transformed to clip space
+// with its outcode. Per triangle, in order: dropped when all its vertices are outside one plane;
+// projected, culled and drawn directly when none is outside anything; otherwise clipped against
+// the near plane in clip space, projected, clipped against the four screen edges and drawn as
+// a fan.
+
+uint32_t n3d_current_triangle_id;
+
+namespace {
+
+enum n3d_draw_kind : uint32_t {
+    N3D_DRAW_KIND_DEFAULT,
+    N3D_DRAW_KIND_SKINNED,
+    N3D_DRAW_KIND_PHONG,
+};
+
+// Outcode bits: the four screen edges (projected x in [0, width], y in [0, height]; the half
+// pixel is the pixel-centre offset of the projection), the near plane and the far plane.
+enum : uint32_t {
+    N3D_OUT_LEFT = 1,
+    N3D_OUT_RIGHT = 2,
+    N3D_OUT_TOP = 4,
+    N3D_OUT_BOTTOM = 8,
+    N3D_OUT_NEAR = 16,
+    N3D_OUT_FAR = 32,
+};
+
+// The variants a draw mode picks when the call names none; each must match the registry entry
+// of the variant named beside it.
+constexpr uint32_t N3D_CHOICE_T0I8 =  // n3d_render_triangle_v8_argb1555_t0i8argb1555
+    N3D_RASTERIZER_FB_ARGB1555 | N3D_RASTERIZER_T0_I8ARGB1555;
+constexpr uint32_t N3D_CHOICE_T0I8_COVRW01 =  // n3d_render_triangle_v8_argb1555_t0i8argb1555_covrw01
+    N3D_CHOICE_T0I8 | N3D_RASTERIZER_COVERAGE_WRITE;
+constexpr uint32_t N3D_CHOICE_T0ARGB =  // n3d_render_triangle_v8_argb1555_t0argb1555
+    N3D_RASTERIZER_FB_ARGB1555 | N3D_RASTERIZER_T0_ARGB1555;
+constexpr uint32_t N3D_CHOICE_PHONG_T0ARGB =  // n3d_render_triangle_v8_phong_argb1555_t0argb1555
+    N3D_CHOICE_T0ARGB | N3D_RASTERIZER_PHONG;
+constexpr uint32_t N3D_CHOICE_PHONG_T0I8 =  // n3d_render_triangle_v8_phong_argb1555_t0i8argb1555
+    N3D_CHOICE_T0I8 | N3D_RASTERIZER_PHONG;
+constexpr uint32_t N3D_CHOICE_PHONG_T0I8_COVRW01 =  // n3d_render_triangle_v8_phong_argb1555_t0i8argb1555_covrw01
+    N3D_CHOICE_PHONG_T0I8 | N3D_RASTERIZER_COVERAGE_WRITE;
+constexpr uint32_t N3D_CHOICE_PHONG_T0I8_COVRW01_ZBUFFRW11 =  // ..._t0i8argb1555_covrw01_zbuffrw11
+    N3D_CHOICE_PHONG_T0I8_COVRW01 | N3D_RASTERIZER_ZBUFFER_READ | N3D_RASTERIZER_ZBUFFER_WRITE;
+
+// After the near clip a camera's projection leaves w' >= its near plane, so projected
+// coordinates stay moderate; far beyond them lies w' near 0 under other matrices, and such a
+// polygon is dropped before the differences of its coordinates could overflow.
+constexpr float N3D_CLIP_COORD_LIMIT = 1e30f;
+
+typedef float n3d_clip_vertex_floats[N3D_CLIP_VERTEX_FLOATS];
+
+// A batch vertex: clip coordinates with the viewport folded in, and its attributes (u, v, and
+// for phong p0, p1) before the multiplication by iw.
+struct n3d_batch_vertex {
+    float clip[4];
+    float attr[4];
+};
+
+// What the per-triangle code needs of the frame.
+struct n3d_draw_frame {
+    float hw, hh;           // half the framebuffer's width and height
+    float width, height;    // the projected area [0, width] x [0, height]
+    float guard_x_lo, guard_x_hi, guard_y_lo, guard_y_hi;  // hw + 0.5, hw - 0.5, hh + 0.5, hh - 0.5
+};
+
+uint32_t n3d_draw_choose_flags(n3d_draw_kind kind, uint32_t m)
+{
+    if (kind == N3D_DRAW_KIND_PHONG) {
+        if (!(m & N3D_DRAW_MODE_TEXTURE0_INDEX8_ARGB1555))
+            return N3D_CHOICE_PHONG_T0ARGB;
+        if (m & N3D_DRAW_MODE_COVERAGE)
+            return (m & N3D_DRAW_MODE_ZBUFFER) ? N3D_CHOICE_PHONG_T0I8_COVRW01_ZBUFFRW11
+                                               : N3D_CHOICE_PHONG_T0I8_COVRW01;
+        return N3D_CHOICE_PHONG_T0I8;
+    }
+    if (m & N3D_DRAW_MODE_TEXTURE0_INDEX8_ARGB1555)
+        return (m & N3D_DRAW_MODE_COVERAGE) ? N3D_CHOICE_T0I8_COVRW01 : N3D_CHOICE_T0I8;
+    return N3D_CHOICE_T0ARGB;
+}
+
+// The checks every draw function starts with, in their order; returns the variant to draw with.
+n3d_rasterizer_entry* n3d_draw_prepare(const n3d_draw_call* call, n3d_draw_kind kind, const char* function)
+{
+    if (call->fc->framebuffer->format != N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555)
+        crash_in("src/n3d_draw", __LINE__, function, "framebuffer only 16bpp supported for now\n");
+    const n3d_texture* texture0 = call->textures ? call->textures->texture0 : nullptr;
+    if (!texture0)
+        crash_in("src/n3d_draw", __LINE__, function, "texture0 is null!\n");
+    if (texture0->linear)
+        crash_in("src/n3d_draw", __LINE__, function,
+                 "texture0 is not swizzled! (all rasterizers require textures that are swizzled!\n");
+
+    const uint32_t m = call->draw_mode;
+    const uint32_t f = call->rasterizer_flags;
+    int32_t index;
+    if (f != 0) {
+        index = n3d_find_rasterizer(f);
+        if (index < 0)
+            crash_in("src/n3d_draw", __LINE__, function,
+                     "could not find rasterizer with flags: %d (maybe combination is not generated, see "
+                     "n3d_rasterizers.h)\n",
+                     (int)f);
+        if ((m & N3D_DRAW_MODE_DEFAULT) && (f & N3D_RASTERIZER_PHONG))
+            crash_in("src/n3d_draw", __LINE__, function,
+                     "N3D_DRAW_MODE_DEFAULT not compatible with N3D_RASTERIZER_PHONG\n");
+        if ((m & N3D_DRAW_MODE_DEFAULT) && (f & N3D_RASTERIZER_AFFINE))
+            crash_in("src/n3d_draw", __LINE__, function,
+                     "N3D_DRAW_MODE_DEFAULT not compatible with N3D_RASTERIZER_AFFINE\n");
+        if (!(m & N3D_DRAW_MODE_PHONG) && (f & N3D_RASTERIZER_PHONG))
+            crash_in("src/n3d_draw", __LINE__, function, "N3D_RASTERIZER_PHONG requires N3D_DRAW_MODE_PHONG\n");
+        if ((m & N3D_DRAW_MODE_PHONG) && !(f & N3D_RASTERIZER_PHONG))
+            crash_in("src/n3d_draw", __LINE__, function, "N3D_DRAW_MODE_PHONG requires N3D_RASTERIZER_PHONG\n");
+        if (!(m & N3D_DRAW_MODE_TEXTURE0_INDEX8_ARGB1555) && (f & N3D_RASTERIZER_T0_I8ARGB1555))
+            crash_in("src/n3d_draw", __LINE__, function,
+                     "N3D_RASTERIZER_T0_I8ARGB1555 requires N3D_DRAW_MODE_TEXTURE0_INDEX8_ARGB1555\n");
+        // the draw-mode bit 128 also stands for an ARGB1555 texture 0
+        if (!(m & N3D_DRAW_MODE_TEXTURE0_INDEX8_ARGB1555) && (f & N3D_RASTERIZER_T0_ARGB1555))
+            crash_in("src/n3d_draw", __LINE__, function,
+                     "N3D_RASTERIZER_T0_ARGB1555 requires N3D_DRAW_MODE_TEXTURE0_ARGB1555\n");
+        if ((m & N3D_DRAW_MODE_TEXTURE0_INDEX8_ARGB1555) &&
+            !(f & (N3D_RASTERIZER_T0_I8ARGB1555 | N3D_RASTERIZER_T0_ARGB1555)))
+            crash_in("src/n3d_draw", __LINE__, function,
+                     "N3D_DRAW_MODE_TEXTURE0_INDEX8_ARGB1555 requires either N3D_RASTERIZER_T0_ARGB1555 or "
+                     "N3D_RASTERIZER_T0_ARGB1555\n");
+    } else {
+        const uint32_t chosen = n3d_draw_choose_flags(kind, m);
+        index = n3d_find_rasterizer(chosen);
+        if (index < 0)
+            crash_in("src/n3d_draw", __LINE__, function,
+                     "could not find rasterizer with flags: %d (maybe combination is not generated, see "
+                     "n3d_rasterizers.h)\n",
+                     (int)chosen);
+    }
+    n3d_rasterizer_entry* entry = &n3d_rasterizer_table[index];
+
+    // what the vertex loop and the variant read without looking again
+    const n3d_vertices* v = call->vertices;
+    if (!v || !v->xyz || !v->uv0)
+        crash_in("src/n3d_draw", __LINE__, function, "vertices need xyz and uv0!\n");
+    if (call->triangle_count < 0 || (uint32_t)call->triangle_count > v->count / 3)
+        crash_in("src/n3d_draw", __LINE__, function, "triangle_count %d but the vertices hold %u triangles\n",
+                 (int)call->triangle_count, v->count / 3);
+    if (kind == N3D_DRAW_KIND_SKINNED && (!v->joints || !v->weights || !call->skin_matrices))
+        crash_in("src/n3d_draw", __LINE__, function, "skinned drawing needs joints, weights and skin_matrices!\n");
+    if (kind == N3D_DRAW_KIND_PHONG && (!v->n_xyz || !v->t_xyz || !v->b_xyz))
+        crash_in("src/n3d_draw", __LINE__, function, "phong drawing needs n_xyz, t_xyz and b_xyz!\n");
+    const uint32_t attributes = kind == N3D_DRAW_KIND_PHONG ? 4 : 2;
+    if (entry->attribute_count != attributes)
+        crash_in("src/n3d_draw", __LINE__, function, "%s interpolates %u attributes but %s hands it %u\n",
+                 entry->name, entry->attribute_count, function, attributes);
+    if ((entry->flags & N3D_RASTERIZER_PHONG) && !call->textures->phong_table)
+        crash_in("src/n3d_draw", __LINE__, function, "%s needs a phong table but slot 1 is null!\n", entry->name);
+    return entry;
+}
+
+inline float n3d_draw_clamp(float x, float lo, float hi) { return x < lo ? lo : (x > hi ? hi : x); }
+
+// Projects a clip-space vertex: x, y, iw and the attributes times iw.
+template <int Attrs>
+inline void n3d_draw_project(float* out, const n3d_batch_vertex& v, const n3d_draw_frame& fr)
+{
+    const float iw = 1.0f / v.clip[3];
+    out[0] = v.clip[0] * iw + fr.hw + 0.5f;
+    out[1] = v.clip[1] * iw + fr.hh + 0.5f;
+    out[2] = iw;
+    for (int a = 0; a < Attrs; a++)
+        out[3 + a] = v.attr[a] * iw;
+}
+
+inline float n3d_draw_area(const float* v0, const float* v1, const float* v2)
+{
+    return (v1[0] - v2[0]) * (v0[1] - v2[1]) - (v0[0] - v2[0]) * (v1[1] - v2[1]);
+}
+
+// Gradients, depth normalisation and the variant's call for the triangle in rc->vertices.
+template <int Attrs>
+inline int32_t n3d_draw_raster(n3d_raster_call* rc, float area, uint32_t triangle_id)
+{
+    const float(*v)[7] = rc->vertices;
+    const float dx02 = v[0][0] - v[2][0], dx12 = v[1][0] - v[2][0];
+    const float dy02 = v[0][1] - v[2][1], dy12 = v[1][1] - v[2][1];
+    const float inv_area = 1.0f / area;
+    // gradient order: the attributes times iw, then iw
+    for (int a = 0; a <= Attrs; a++) {
+        const int k = a < Attrs ? 3 + a : 2;
+        const float d0 = v[0][k] - v[2][k];
+        const float d1 = v[1][k] - v[2][k];
+        rc->grad_x[a] = (d1 * dy02 - d0 * dy12) * inv_area;
+        rc->grad_y[a] = -(d1 * dx02 - d0 * dx12) * inv_area;
+    }
+    float max_iw = v[0][2] > v[1][2] ? v[0][2] : v[1][2];
+    max_iw = v[2][2] > max_iw ? v[2][2] : max_iw;
+    rc->depth_norm = 1.0f / max_iw;
+    rc->area = area;
+    rc->triangle_id = triangle_id;
+    n3d_current_triangle_id = triangle_id;
+    return rc->entry->rasterizer(rc) == 1 ? 1 : 0;
+}
+
+// Clips against the near plane (z' >= -w') in clip space and projects what remains into out.
+// Returns the vertex count, or 0 when the polygon vanishes or cannot be projected.
+template <int Attrs>
+int n3d_draw_clip_near(const n3d_batch_vertex* tri, n3d_clip_vertex_floats* out, const n3d_draw_frame& fr)
+{
+    int n = 0;
+    const n3d_batch_vertex* prev = &tri[2];
+    float d_prev = prev->clip[2] + prev->clip[3];
+    for (int i = 0; i < 3; i++) {
+        const n3d_batch_vertex* cur = &tri[i];
+        const float d_cur = cur->clip[2] + cur->clip[3];
+        if ((d_cur >= 0.0f) != (d_prev >= 0.0f)) {
+            const float t = d_prev / (d_prev - d_cur);
+            n3d_batch_vertex nv;
+            for (int k = 0; k < 4; k++)
+                nv.clip[k] = prev->clip[k] + t * (cur->clip[k] - prev->clip[k]);
+            for (int k = 0; k < Attrs; k++)
+                nv.attr[k] = prev->attr[k] + t * (cur->attr[k] - prev->attr[k]);
+            n3d_draw_project<Attrs>(out[n++], nv, fr);
+        }
+        if (d_cur >= 0.0f)
+            n3d_draw_project<Attrs>(out[n++], *cur, fr);
+        prev = cur;
+        d_prev = d_cur;
+    }
+    // A camera's projection leaves w' >= its near plane here; other matrices can leave w' <= 0
+    // in the kept half-space, which would mirror the polygon through the eye.
+    for (int i = 0; i < n; i++)
+        if (!(out[i][2] > 0.0f) || !(fabsf(out[i][0]) < N3D_CLIP_COORD_LIMIT) ||
+            !(fabsf(out[i][1]) < N3D_CLIP_COORD_LIMIT))
+            return 0;
+    return n;
+}
+
+// One screen edge: keeps the side where sign * (coordinate - edge) >= 0. New vertices get the
+// edge value itself. other_max >= 0 clamps the other coordinate to [0, other_max]: it was clipped
+// already, and interpolating between two values inside can round one step past its edge.
+template <int Floats>
+int n3d_draw_clip_edge(const n3d_clip_vertex_floats* in, int n, n3d_clip_vertex_floats* out, int axis, float edge,
+                       float sign, float other_max)
+{
+    if (n < 3)
+        return 0;
+    int m = 0;
+    const float* prev = in[n - 1];
+    float d_prev = sign * (prev[axis] - edge);
+    for (int i = 0; i < n; i++) {
+        const float* cur = in[i];
+        const float d_cur = sign * (cur[axis] - edge);
+        if ((d_cur >= 0.0f) != (d_prev >= 0.0f)) {
+            // a convex polygon gains at most one vertex per edge; a sliver that rounding made
+            // concave could gain more and is dropped instead
+            if (m == (int)N3D_CLIP_MAX_VERTICES)
+                return 0;
+            const float t = d_prev / (d_prev - d_cur);
+            float* nv = out[m++];
+            for (int k = 0; k < Floats; k++)
+                nv[k] = prev[k] + t * (cur[k] - prev[k]);
+            nv[axis] = edge;
+            if (other_max >= 0.0f)
+                nv[1 - axis] = n3d_draw_clamp(nv[1 - axis], 0.0f, other_max);
+        }
+        if (d_cur >= 0.0f) {
+            if (m == (int)N3D_CLIP_MAX_VERTICES)
+                return 0;
+            float* nv = out[m++];
+            for (int k = 0; k < Floats; k++)
+                nv[k] = cur[k];
+        }
+        prev = cur;
+        d_prev = d_cur;
+    }
+    return m;
+}
+
+// The clipping path of one triangle; a and b are the two scratch polygons.
+template <int Attrs>
+int32_t n3d_draw_clipped(n3d_raster_call* rc, const n3d_batch_vertex* tri, const n3d_draw_frame& fr,
+                         n3d_clip_vertex_floats* a, n3d_clip_vertex_floats* b, uint32_t triangle_id)
+{
+    constexpr int floats = 3 + Attrs;
+    int n = n3d_draw_clip_near<Attrs>(tri, a, fr);
+    n = n3d_draw_clip_edge<floats>(a, n, b, 0, 0.0f, 1.0f, -1.0f);
+    n = n3d_draw_clip_edge<floats>(b, n, a, 0, fr.width, -1.0f, -1.0f);
+    n = n3d_draw_clip_edge<floats>(a, n, b, 1, 0.0f, 1.0f, fr.width);
+    n = n3d_draw_clip_edge<floats>(b, n, a, 1, fr.height, -1.0f, fr.width);
+    int32_t drawn = 0;
+    for (int i = 1; i + 1 < n; i++) {
+        const float area = n3d_draw_area(a[0], a[i], a[i + 1]);
+        if (!(area >= 0.0f))
+            continue;
+        for (int k = 0; k < floats; k++) {
+            rc->vertices[0][k] = a[0][k];
+            rc->vertices[1][k] = a[i][k];
+            rc->vertices[2][k] = a[i + 1][k];
+        }
+        drawn += n3d_draw_raster<Attrs>(rc, area, triangle_id);
+    }
+    return drawn;
+}
+
+inline uint32_t n3d_draw_outcode(const float* c, const n3d_draw_frame& fr)
+{
+    const float w = c[3];
+    return (c[0] < -w * fr.guard_x_lo ? N3D_OUT_LEFT : 0u) | (c[0] > w * fr.guard_x_hi ? N3D_OUT_RIGHT : 0u) |
+           (c[1] < -w * fr.guard_y_lo ? N3D_OUT_TOP : 0u) | (c[1] > w * fr.guard_y_hi ? N3D_OUT_BOTTOM : 0u) |
+           (c[2] < -w ? N3D_OUT_NEAR : 0u) | (c[2] > w ? N3D_OUT_FAR : 0u);
+}
+
+inline void n3d_draw_normalize(vec3 v) { vec3_scale(v, v, f32_rsqrt(vec3_mul_inner(v, v))); }
+
+// The half-vector terms of a vertex at model-space position p.
+inline void n3d_draw_phong_terms(float* p0, float* p1, const float* p, const float* t, const float* b,
+                                 const n3d_draw_call* call)
+{
+    vec3 l, v, h;
+    vec3_sub(l, call->light_position, p);
+    vec3_sub(v, call->camera_position, p);
+    n3d_draw_normalize(l);
+    n3d_draw_normalize(v);
+    vec3_add(h, l, v);
+    n3d_draw_normalize(h);
+    *p0 = n3d_draw_clamp(vec3_mul_inner(h, t), -1.0f, 1.0f);
+    *p1 = n3d_draw_clamp(vec3_mul_inner(h, b), -1.0f, 1.0f);
+}
+
+template <n3d_draw_kind Kind>
+int32_t n3d_draw_kind_triangles(const n3d_draw_call* call, const char* function)
+{
+    constexpr bool phong = Kind == N3D_DRAW_KIND_PHONG;
+    constexpr int attrs = phong ? 4 : 2;
+    n3d_rasterizer_entry* entry = n3d_draw_prepare(call, Kind, function);
+
+    prof_block_begin(BLOCK_RENDER_MESH_TRANSFORM_VERTICES_SETUP);
+    xmemarena* arena = call->batch_arena;
+    const uint64_t mark = xmemarena_get_sp(arena);
+    auto* scratch =
+        (n3d_clip_vertex_floats*)xmemarena_push_align(arena, N3D_DRAW_SCRATCH_BYTES, N3D_DRAW_SCRATCH_ALIGN);
+    n3d_clip_vertex_floats* poly_a = scratch;
+    n3d_clip_vertex_floats* poly_b = scratch + N3D_CLIP_MAX_VERTICES;
+
+    const n3d_framebuffer* fb = call->fc->framebuffer;
+    n3d_draw_frame fr;
+    fr.width = (float)fb->width;
+    fr.height = (float)fb->height;
+    fr.hw = 0.5f * fr.width;
+    fr.hh = 0.5f * fr.height;
+    fr.guard_x_lo = fr.hw + 0.5f;
+    fr.guard_x_hi = fr.hw - 0.5f;
+    fr.guard_y_lo = fr.hh + 0.5f;
+    fr.guard_y_hi = fr.hh - 0.5f;
+
+    // the viewport folded into rows 0 and 1, so that projection is one multiply-add per axis
+    mat4x4 m;
+    if constexpr (Kind != N3D_DRAW_KIND_SKINNED) {
+        mat4x4_dup(m, *call->mvp);
+        for (int c = 0; c < 4; c++) {
+            m[c][0] *= fr.hw;
+            m[c][1] *= fr.hh;
+        }
+    }
+
+    n3d_raster_call rc;
+    memset(&rc, 0, sizeof(rc));
+    rc.entry = entry;
+    rc.fc = call->fc;
+    rc.textures = &call->textures->texture0;
+    rc.phong = &call->textures->phong_table;
+    prof_block_end(BLOCK_RENDER_MESH_TRANSFORM_VERTICES_SETUP, "src/n3d_draw", __LINE__);
+
+    const n3d_vertices* vx = call->vertices;
+    const int32_t count = call->triangle_count;
+    int32_t drawn = 0;
+    n3d_batch_vertex batch[3 * N3D_DRAW_BATCH_TRIANGLES];
+    uint32_t outcodes[3 * N3D_DRAW_BATCH_TRIANGLES];
+    for (int32_t first = 0; first < count; first += N3D_DRAW_BATCH_TRIANGLES) {
+        const int32_t n = count - first < N3D_DRAW_BATCH_TRIANGLES ? count - first : N3D_DRAW_BATCH_TRIANGLES;
+
+        prof_block_begin(BLOCK_RENDER_MESH_TRANSFORM_VERTICES);
+        for (int32_t k = 0; k < 3 * n; k++) {
+            const uint32_t i = (uint32_t)(3 * first + k);
+            const float* p = vx->xyz + 3 * i;
+            n3d_batch_vertex* bv = &batch[k];
+            if constexpr (Kind == N3D_DRAW_KIND_SKINNED) {
+                float c[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+                for (int j = 0; j < 4; j++) {
+                    const mat4x4& s = call->skin_matrices[vx->joints[4 * i + j]];
+                    const float wt = vx->weights[4 * i + j];
+                    for (int r = 0; r < 4; r++)
+                        c[r] += wt * (s[0][r] * p[0] + s[1][r] * p[1] + s[2][r] * p[2] + s[3][r]);
+                }
+                // skin matrices end in clip space; the viewport is applied here instead
+                bv->clip[0] = c[0] * fr.hw;
+                bv->clip[1] = c[1] * fr.hh;
+                bv->clip[2] = c[2];
+                bv->clip[3] = c[3];
+            } else {
+                for (int r = 0; r < 4; r++)
+                    bv->clip[r] = m[0][r] * p[0] + m[1][r] * p[1] + m[2][r] * p[2] + m[3][r];
+            }
+            bv->attr[0] = vx->uv0[2 * i];
+            bv->attr[1] = vx->uv0[2 * i + 1];
+            if constexpr (phong)
+                n3d_draw_phong_terms(&bv->attr[2], &bv->attr[3], p, vx->t_xyz + 3 * i, vx->b_xyz + 3 * i, call);
+            outcodes[k] = n3d_draw_outcode(bv->clip, fr);
+        }
+        prof_block_end(BLOCK_RENDER_MESH_TRANSFORM_VERTICES, "src/n3d_draw", __LINE__);
+
+        for (int32_t t = 0; t < n; t++) {
+            const n3d_batch_vertex* tri = &batch[3 * t];
+            const uint32_t o0 = outcodes[3 * t], o1 = outcodes[3 * t + 1], o2 = outcodes[3 * t + 2];
+            const uint32_t id = (uint32_t)(first + t);
+            if (o0 & o1 & o2)
+                continue;
+            if (!(o0 | o1 | o2) && tri[0].clip[3] > 0.0f && tri[1].clip[3] > 0.0f && tri[2].clip[3] > 0.0f) {
+                for (int j = 0; j < 3; j++) {
+                    float* out = rc.vertices[j];
+                    n3d_draw_project<attrs>(out, tri[j], fr);
+                    // the outcodes admit exactly [0, width] x [0, height]; the projection's
+                    // rounding may not, and the variants draw only what they are given
+                    out[0] = n3d_draw_clamp(out[0], 0.0f, fr.width);
+                    out[1] = n3d_draw_clamp(out[1], 0.0f, fr.height);
+                }
+                const float area = n3d_draw_area(rc.vertices[0], rc.vertices[1], rc.vertices[2]);
+                if (area > 0.0f)
+                    drawn += n3d_draw_raster<attrs>(&rc, area, id);
+                continue;
+            }
+            drawn += n3d_draw_clipped<attrs>(&rc, tri, fr, poly_a, poly_b, id);
+        }
+    }
+
+    xmemarena_set_sp(arena, mark);
+    return drawn;
+}
+
+}  // namespace
+
+int32_t n3d_draw_triangles(const n3d_draw_call* call)
+{
+    return n3d_draw_kind_triangles<N3D_DRAW_KIND_DEFAULT>(call, "n3d_draw_triangles");
+}
+
+int32_t n3d_draw_triangles_skinned(const n3d_draw_call* call)
+{
+    return n3d_draw_kind_triangles<N3D_DRAW_KIND_SKINNED>(call, "n3d_draw_triangles_skinned");
+}
+
+int32_t n3d_draw_triangles_phong(const n3d_draw_call* call)
+{
+    return n3d_draw_kind_triangles<N3D_DRAW_KIND_PHONG>(call, "n3d_draw_triangles_phong");
+}
+
+// ---- profile report ----
+
+void n3d_profile_report_rasterizers()
+{
+    const double total = (double)prof_global.cycles[CYCLES_BLOCK_TOTAL];
+    printf("total cycles: %f\n", total);
+    for (uint32_t i = 0; i < n3d_rasterizer_table_count; i++) {
+        const n3d_rasterizer_entry* e = &n3d_rasterizer_table[i];
+        for (uint32_t b = 0; b < e->block_count; b++) {
+            const n3d_rasterizer_block* block = &e->blocks[b];
+            if (block->hits == 0)
+                continue;
+            // with no frame profiled (a run stopped early) the share reads 0 rather than nan
+            const double share = total > 0.0 ? 100.0 * (double)block->cycles / total : 0.0;
+            printf("[%6.2f%%][hits: %11u][cycles: %12.f][<cycles>: %11.1f][%s - %s]\n", share, block->hits,
+                   (double)block->cycles, (double)(block->cycles / block->hits), e->block_names[b], e->name);
+        }
+    }
 }

@@ -1,11 +1,16 @@
-// The rasterizer registry: every triangle rasterizer variant is entered once at start-up under
-// its exact feature flags, with its name and profile counters, and draw calls find the variant
-// by those flags. Also the draw-mode bits by which a draw call states its intent.
+// The rasterizer registry and the triangle draw functions. Every rasterizer variant is entered
+// once at start-up under its exact feature flags, with its name and profile counters; a draw call
+// names the variant by those flags (or leaves the choice to its draw mode) and states its intent
+// by a draw mode. The draw functions check that the two agree, then transform the call's
+// triangles, clip them to the screen, project them, cull back faces and hand each remaining
+// triangle with its screen-space gradients to the variant.
 #pragma once
 
 #include <cstdint>
 
+#include "memarena.h"
 #include "n3d.h"
+#include "vmath.h"
 
 // Feature bits of a variant; a variant is found only by exactly equal flags.
 enum : uint32_t {
@@ -79,3 +84,54 @@ void n3d_register_rasterizer(const char* name, uint32_t attribute_count, n3d_ras
                              n3d_rasterizer_names_fn* names, uint32_t flags, const char* file, int line);
 // The entry index with exactly these flags, or -1.
 int32_t n3d_find_rasterizer(uint32_t flags);
+
+// ---- draw calls ----
+
+// What a draw call's texture pointer leads to: the rasterizer reads &texture0 as its texture array
+// and &phong_table as its phong table slot, so both stay where the caller put them.
+struct n3d_draw_slots {
+    n3d_texture* texture0;
+    const uint8_t* phong_table;  // an n3d_phong_lut's table for phong drawing, else null
+};
+
+// One mesh's triangles for one draw function.
+struct n3d_draw_call {
+    uint32_t rasterizer_flags;  // the variant, by its exact flags; 0 lets the draw mode choose
+    uint32_t draw_mode;         // N3D_DRAW_MODE_ bits
+    n3d_framecontext* fc;
+    xmemarena* batch_arena;  // scratch for clipped polygons, given back before the call returns
+    const n3d_vertices* vertices;
+    const n3d_draw_slots* textures;
+    int32_t triangle_count;  // vertices->count / 3
+    vec3 light_position;     // model space
+    vec3 camera_position;    // model space
+    const mat4x4* joint_matrices;  // skinned meshes only, else null
+    const mat4x4* skin_matrices;   // view_projection x joint matrix, one per joint
+    const mat4x4* mvp;             // view_projection x model
+};
+
+// Clipping works on polygons of projected vertices (x, y, iw, u*iw, v*iw, p0*iw, p1*iw). A
+// triangle gains at most one vertex per clipping plane (the near plane and the four screen
+// edges), so a clipped polygon has at most 3 + 5 vertices; the scratch holds two of them because
+// each plane reads one polygon and writes the other.
+constexpr uint32_t N3D_CLIP_MAX_VERTICES = 3 + 5;
+constexpr uint32_t N3D_CLIP_VERTEX_FLOATS = 7;
+constexpr uint64_t N3D_DRAW_SCRATCH_BYTES = 2 * N3D_CLIP_MAX_VERTICES * N3D_CLIP_VERTEX_FLOATS * sizeof(float);
+constexpr uint64_t N3D_DRAW_SCRATCH_ALIGN = 32;
+static_assert(N3D_DRAW_SCRATCH_BYTES <= N3D_BATCH_ARENA_SIZE, "a draw call's scratch must fit the batch arena");
+// Triangles are transformed a few at a time and then clipped and drawn in their order.
+constexpr int32_t N3D_DRAW_BATCH_TRIANGLES = 5;
+
+// The triangle being handed to a rasterizer (its index in its draw call), for diagnostics.
+extern uint32_t n3d_current_triangle_id;
+
+// Each returns the number of triangles the rasterizer reported as drawn. Fatal when the frame
+// context, texture 0, the rasterizer flags and the draw mode do not fit together.
+int32_t n3d_draw_triangles(const n3d_draw_call* call);
+// Clip positions are the weighted sums of the four joints' skin matrices times the position.
+int32_t n3d_draw_triangles_skinned(const n3d_draw_call* call);
+// Adds the per-vertex half-vector terms (H.T, H.B) that the phong variants light with.
+int32_t n3d_draw_triangles_phong(const n3d_draw_call* call);
+
+// Every variant's non-empty profile blocks against the frame profiler's total, on stdout.
+void n3d_profile_report_rasterizers();

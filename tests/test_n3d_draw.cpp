@@ -1,0 +1,637 @@
+// Draw functions: the checks and their order, the variant a draw mode picks, projection,
+// gradients and culling, clipping to the screen and the near plane, skinning, the phong terms,
+// batching and the profile report. A rasterizer registered under a bit no real variant uses
+// records what the draw functions hand over.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "diag.h"
+#include "n3d.h"
+#include "n3d_camera.h"
+#include "n3d_draw.h"
+#include "n3d_rasterizers.h"
+
+namespace {
+
+constexpr uint32_t RECORD_FLAGS = 2048;
+constexpr uint32_t RECORD_PHONG_FLAGS = RECORD_FLAGS | N3D_RASTERIZER_PHONG;
+constexpr uint32_t TRIANGLES = 64;  // the pipeline's triangle bit: harmless to the draw functions
+
+struct recorded_call {
+    n3d_raster_call c;
+    uint32_t current_triangle_id;
+};
+std::vector<recorded_call> recorded;
+
+int record_rasterizer(n3d_raster_call* c)
+{
+    recorded.push_back({*c, n3d_current_triangle_id});
+    return 1;
+}
+void record_names(n3d_rasterizer_entry* e) { e->block_count = 0; }
+
+// An exact fatal message (then `tail`, a pattern) as a death-test pattern.
+std::string exact(const char* function, const char* message, const char* tail = "")
+{
+    std::string rx = std::string("^crash in ") + function + " at src/n3d_draw:[0-9]+\n";
+    for (const char* p = message; *p; p++) {
+        if (strchr("\\^$.|?*+()[]{}", *p))
+            rx += '\\';
+        rx += *p;
+    }
+    return rx + tail + "$";
+}
+
+// A framebuffer whose rows lie between canary columns and canary rows.
+struct guarded_framebuffer {
+    static constexpr int PAD = 16;
+    static constexpr uint16_t CANARY = 0x1234;
+    std::vector<uint16_t> block;
+    int width, height, stride;
+
+    explicit guarded_framebuffer(n3d_framecontext* fc)
+        : width(fc->framebuffer->width), height(fc->framebuffer->height), stride(width + 2 * PAD)
+    {
+        block.assign((size_t)stride * (height + 2 * PAD), CANARY);
+        fc->framebuffer->pixels = (uint8_t*)(block.data() + PAD * stride + PAD);
+        fc->framebuffer->row_bytes = stride * 2;
+        n3d_framebuffer_clear(fc->framebuffer);
+    }
+    uint16_t at(int x, int y) const { return block[(size_t)(y + PAD) * stride + PAD + x]; }
+    int canaries_touched() const
+    {
+        int n = 0;
+        for (int y = -PAD; y < height + PAD; y++)
+            for (int x = -PAD; x < width + PAD; x++)
+                n += (x < 0 || x >= width || y < 0 || y >= height) && at(x, y) != CANARY;
+        return n;
+    }
+};
+
+class n3d_draw : public testing::Test {
+protected:
+    std::vector<uint8_t> block = std::vector<uint8_t>(8 << 20);
+    xmemarena arena;
+    n3d_framecontext fc;
+    n3d_texture tex16, tex8;
+    void* mips16[1];
+    void* mips8[1];
+    uint16_t palette[256];
+    uint16_t shades[256 * 32];
+    uint8_t phong_storage[272];
+    n3d_draw_slots slots = {};
+    mat4x4 mvp;
+    mat4x4 skin[2];
+    std::vector<float> xyz, uv, normals, tangents, bitangents, weights;
+    std::vector<uint8_t> joints;
+    n3d_vertices vertices = {};
+
+    void SetUp() override
+    {
+        recorded.clear();
+        xmemarena_init(&arena, "test_draw", block.size(), block.data());
+        n3d_init(&arena);
+        n3d_register_rasterizer("record", 2, record_rasterizer, record_names, RECORD_FLAGS, __FILE__, __LINE__);
+        n3d_register_rasterizer("record_phong", 4, record_rasterizer, record_names, RECORD_PHONG_FLAGS, __FILE__,
+                                __LINE__);
+        n3d_framecontext_init(&fc, &arena, 320, 240, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555,
+                              N3D_FRAMECONTEXT_COVERAGE | N3D_FRAMECONTEXT_ZBUFFER);
+        clear();
+        // one colour everywhere: red 16-bit texels, 8-bit texels of index 7
+        auto* texels16 = (uint16_t*)xmemarena_push_align(&arena, 65536 * 2, 32);
+        auto* texels8 = (uint8_t*)xmemarena_push_align(&arena, 65536, 32);
+        for (uint32_t i = 0; i < 65536; i++)
+            texels16[i] = 0xFC00, texels8[i] = 7;
+        for (uint32_t i = 0; i < 256; i++)
+            palette[i] = (uint16_t)(0x8000 | i << 5);
+        for (uint32_t i = 0; i < 256 * 32; i++)
+            shades[i] = (uint16_t)(0x8000 | (i & 0x7FFF));
+        memset(phong_storage, 20, sizeof(phong_storage));
+        init_texture(&tex16, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips16, texels16);
+        init_texture(&tex8, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, mips8, texels8);
+        slots = {&tex16, phong_storage + 8};
+        mat4x4_identity(mvp);
+        mat4x4_identity(skin[0]);
+        mat4x4_identity(skin[1]);
+    }
+    void init_texture(n3d_texture* t, uint32_t format, void** mips, void* texels)
+    {
+        memset(t, 0, sizeof(*t));
+        t->format = format;
+        t->log2_w = t->log2_h = t->min_log2_w = t->min_log2_h = 8;
+        t->mips = mips;
+        mips[0] = texels;
+        if (format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555) {
+            t->colors_count = 256, t->shades_per_color = 32;
+            t->palette = palette, t->shade_table = shades;
+        }
+    }
+    void clear()
+    {
+        n3d_framebuffer_clear(fc.framebuffer);
+        n3d_coverage_buffer_clear(fc.coverage[0]);
+        n3d_zbuffer_clear(fc.zbuffer);
+    }
+
+    // With the identity mvp clip space is (160 x, 120 y, z, 1): screen (160 x + 160.5, 120 y + 120.5).
+    void vertex(float x, float y, float z, float u = 0.0f, float v = 0.0f)
+    {
+        xyz.insert(xyz.end(), {x, y, z});
+        uv.insert(uv.end(), {u, v});
+        normals.insert(normals.end(), {0.0f, 0.0f, 1.0f});
+        tangents.insert(tangents.end(), {1.0f, 0.0f, 0.0f});
+        bitangents.insert(bitangents.end(), {0.0f, 1.0f, 0.0f});
+        joints.insert(joints.end(), {0, 1, 0, 0});
+        weights.insert(weights.end(), {1.0f, 0.0f, 0.0f, 0.0f});
+    }
+    void screen_vertex(float sx, float sy, float u = 0.0f, float v = 0.0f)
+    {
+        vertex((sx - 160.5f) / 160.0f, (sy - 120.5f) / 120.0f, 0.0f, u, v);
+    }
+    void visible_triangle()  // counter-clockwise on screen, well inside
+    {
+        screen_vertex(100, 60), screen_vertex(110, 180), screen_vertex(220, 70);
+    }
+    void clear_mesh()
+    {
+        for (auto* a : {&xyz, &uv, &normals, &tangents, &bitangents, &weights})
+            a->clear();
+        joints.clear();
+    }
+
+    n3d_draw_call call(uint32_t flags, uint32_t mode)
+    {
+        vertices = {(uint32_t)(xyz.size() / 3), xyz.data(), uv.data(), normals.data(), tangents.data(),
+                    bitangents.data(), nullptr, joints.data(), weights.data()};
+        n3d_draw_call c;
+        memset(&c, 0, sizeof(c));
+        c.rasterizer_flags = flags;
+        c.draw_mode = mode;
+        c.fc = &fc;
+        c.batch_arena = n3d_batch_arena;
+        c.vertices = &vertices;
+        c.textures = &slots;
+        c.triangle_count = (int32_t)(vertices.count / 3);
+        c.skin_matrices = skin;
+        c.mvp = &mvp;
+        return c;
+    }
+
+    uint16_t pixel(int x, int y) const
+    {
+        return ((const uint16_t*)(fc.framebuffer->pixels + y * fc.framebuffer->row_bytes))[x];
+    }
+};
+
+using n3d_draw_death = n3d_draw;
+
+uint32_t setup_hits(const n3d_rasterizer_entry* e) { return e->blocks[N3D_RASTERIZER_BLOCK_SETUP].hits; }
+
+// Death-test children report, after the fatal text, how many triangles reached a rasterizer.
+void report_draws_at_exit()
+{
+    atexit([] {
+        uint32_t hits = (uint32_t)recorded.size();
+        for (uint32_t i = 0; i < n3d_rasterizer_table_count; i++)
+            hits += setup_hits(&n3d_rasterizer_table[i]);
+        fprintf(stderr, "triangles drawn: %u\n", hits);
+    });
+}
+
+}  // namespace
+
+// ---- checks ----
+
+TEST_F(n3d_draw_death, checks_are_fatal_in_their_order_before_any_triangle)
+{
+    visible_triangle();
+    const char* fn = "n3d_draw_triangles";
+    const n3d_draw_call good = call(80, 1 | 128 | TRIANGLES);
+
+    // the framebuffer comes first, even with no texture
+    n3d_framebuffer fb8 = *fc.framebuffer;
+    fb8.format = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8;
+    n3d_framecontext fc8 = fc;
+    fc8.framebuffer = &fb8;
+    n3d_draw_slots no_texture = {nullptr, nullptr};
+    n3d_draw_call c = good;
+    c.fc = &fc8;
+    c.textures = &no_texture;
+    EXPECT_EXIT(n3d_draw_triangles(&c), testing::ExitedWithCode(1),
+                exact(fn, "framebuffer only 16bpp supported for now\n"));
+    c.fc = &fc;
+    EXPECT_EXIT(n3d_draw_triangles(&c), testing::ExitedWithCode(1), exact(fn, "texture0 is null!\n"));
+    // a linear texture fails before unknown flags do
+    n3d_texture linear = tex16;
+    linear.linear = 1;
+    n3d_draw_slots linear_slots = {&linear, nullptr};
+    c = good;
+    c.textures = &linear_slots;
+    c.rasterizer_flags = 12345;
+    EXPECT_EXIT(n3d_draw_triangles(&c), testing::ExitedWithCode(1),
+                exact(fn, "texture0 is not swizzled! (all rasterizers require textures that are swizzled!\n"));
+    c.textures = &slots;
+    EXPECT_EXIT(n3d_draw_triangles(&c), testing::ExitedWithCode(1),
+                exact(fn, "could not find rasterizer with flags: 12345 (maybe combination is not generated, see "
+                          "n3d_rasterizers.h)\n"));
+
+    // each compatibility rule, given a combination that breaks every later rule too
+    struct rule {
+        uint32_t mode, flags;
+        const char* message;
+    };
+    const rule rules[] = {
+        {1, 179, "N3D_DRAW_MODE_DEFAULT not compatible with N3D_RASTERIZER_PHONG\n"},
+        {1, 336, "N3D_DRAW_MODE_DEFAULT not compatible with N3D_RASTERIZER_AFFINE\n"},
+        {0, 179, "N3D_RASTERIZER_PHONG requires N3D_DRAW_MODE_PHONG\n"},
+        {4, 48, "N3D_DRAW_MODE_PHONG requires N3D_RASTERIZER_PHONG\n"},
+        {0, 48, "N3D_RASTERIZER_T0_I8ARGB1555 requires N3D_DRAW_MODE_TEXTURE0_INDEX8_ARGB1555\n"},
+        {0, 81, "N3D_RASTERIZER_T0_ARGB1555 requires N3D_DRAW_MODE_TEXTURE0_ARGB1555\n"},
+        {128, RECORD_FLAGS,
+         "N3D_DRAW_MODE_TEXTURE0_INDEX8_ARGB1555 requires either N3D_RASTERIZER_T0_ARGB1555 or "
+         "N3D_RASTERIZER_T0_ARGB1555\n"},
+    };
+    for (const rule& r : rules) {
+        c = good;
+        c.draw_mode = r.mode | TRIANGLES;
+        c.rasterizer_flags = r.flags;
+        EXPECT_EXIT((report_draws_at_exit(), n3d_draw_triangles(&c)), testing::ExitedWithCode(1),
+                    exact(fn, r.message, "triangles drawn: 0\n"))
+            << r.mode << " " << r.flags;
+    }
+    // every draw function checks under its own name
+    c = good;
+    c.draw_mode = 128 | TRIANGLES;
+    c.rasterizer_flags = 179;
+    EXPECT_EXIT(n3d_draw_triangles_skinned(&c), testing::ExitedWithCode(1),
+                exact("n3d_draw_triangles_skinned", "N3D_RASTERIZER_PHONG requires N3D_DRAW_MODE_PHONG\n"));
+    c.draw_mode = 4 | 128 | TRIANGLES;
+    c.rasterizer_flags = 81;
+    EXPECT_EXIT(n3d_draw_triangles_phong(&c), testing::ExitedWithCode(1),
+                exact("n3d_draw_triangles_phong", "N3D_DRAW_MODE_PHONG requires N3D_RASTERIZER_PHONG\n"));
+}
+
+TEST_F(n3d_draw_death, what_the_loops_read_unchecked_is_checked_once_per_call)
+{
+    visible_triangle();
+    n3d_draw_call c = call(RECORD_FLAGS, 1 | TRIANGLES);
+    c.triangle_count = 2;
+    EXPECT_EXIT(n3d_draw_triangles(&c), testing::ExitedWithCode(1),
+                exact("n3d_draw_triangles", "triangle_count 2 but the vertices hold 1 triangles\n"));
+    c = call(RECORD_FLAGS, 1 | TRIANGLES);
+    vertices.weights = nullptr;
+    EXPECT_EXIT(n3d_draw_triangles_skinned(&c), testing::ExitedWithCode(1),
+                exact("n3d_draw_triangles_skinned", "skinned drawing needs joints, weights and skin_matrices!\n"));
+    // a phong variant through the unlit draw, or the reverse, would read the wrong gradients
+    c = call(RECORD_PHONG_FLAGS, 4 | TRIANGLES);
+    EXPECT_EXIT(n3d_draw_triangles(&c), testing::ExitedWithCode(1),
+                exact("n3d_draw_triangles",
+                      "record_phong interpolates 4 attributes but n3d_draw_triangles hands it 2\n"));
+    slots.phong_table = nullptr;
+    EXPECT_EXIT(n3d_draw_triangles_phong(&c), testing::ExitedWithCode(1),
+                exact("n3d_draw_triangles_phong", "record_phong needs a phong table but slot 1 is null!\n"));
+    vertices.t_xyz = nullptr;
+    EXPECT_EXIT(n3d_draw_triangles_phong(&c), testing::ExitedWithCode(1),
+                exact("n3d_draw_triangles_phong", "phong drawing needs n_xyz, t_xyz and b_xyz!\n"));
+}
+
+// ---- variants ----
+
+TEST_F(n3d_draw, compatible_flags_and_modes_draw)
+{
+    visible_triangle();
+    // the animated scene's two combinations, and bit 128 standing for an ARGB1555 texture 0
+    slots.texture0 = &tex8;
+    n3d_draw_call c = call(190, 1220);
+    EXPECT_EQ(n3d_draw_triangles_phong(&c), 1);
+    EXPECT_EQ(pixel(140, 100), shades[7 * 32 + 20]);
+    clear();
+    slots.texture0 = &tex16;
+    c = call(81, 192);
+    EXPECT_EQ(n3d_draw_triangles(&c), 1);
+    EXPECT_EQ(pixel(140, 100), 0xFC00);
+    c = call(80, 128 | TRIANGLES);
+    EXPECT_EQ(n3d_draw_triangles(&c), 1);
+    EXPECT_EQ(setup_hits(&n3d_rasterizer_table[n3d_find_rasterizer(80)]), 1u);
+}
+
+TEST_F(n3d_draw, no_flags_let_the_draw_mode_choose_the_variant)
+{
+    visible_triangle();
+    enum { DRAW, SKINNED, PHONG };
+    const struct {
+        int function;
+        uint32_t mode;
+        const char* name;
+    } choices[] = {
+        {DRAW, 1, "n3d_render_triangle_v8_argb1555_t0argb1555"},
+        {DRAW, 1 | 512 | 1024, "n3d_render_triangle_v8_argb1555_t0argb1555"},
+        {DRAW, 1 | 128 | 1024, "n3d_render_triangle_v8_argb1555_t0i8argb1555"},
+        {DRAW, 1 | 128 | 512, "n3d_render_triangle_v8_argb1555_t0i8argb1555_covrw01"},
+        {SKINNED, 1, "n3d_render_triangle_v8_argb1555_t0argb1555"},
+        {SKINNED, 1 | 128, "n3d_render_triangle_v8_argb1555_t0i8argb1555"},
+        {SKINNED, 1 | 128 | 512, "n3d_render_triangle_v8_argb1555_t0i8argb1555_covrw01"},
+        {PHONG, 4 | 512 | 1024, "n3d_render_triangle_v8_phong_argb1555_t0argb1555"},
+        {PHONG, 4 | 128 | 1024, "n3d_render_triangle_v8_phong_argb1555_t0i8argb1555"},
+        {PHONG, 4 | 128 | 512, "n3d_render_triangle_v8_phong_argb1555_t0i8argb1555_covrw01"},
+        {PHONG, 4 | 128 | 512 | 1024, "n3d_render_triangle_v8_phong_argb1555_t0i8argb1555_covrw01_zbuffrw11"},
+    };
+    for (const auto& ch : choices) {
+        for (uint32_t i = 0; i < n3d_rasterizer_table_count; i++)
+            memset(n3d_rasterizer_table[i].blocks, 0, sizeof(n3d_rasterizer_table[i].blocks));
+        slots.texture0 = (ch.mode & 128) ? &tex8 : &tex16;
+        n3d_draw_call c = call(0, ch.mode | TRIANGLES);
+        const int32_t drawn = ch.function == DRAW      ? n3d_draw_triangles(&c)
+                              : ch.function == SKINNED ? n3d_draw_triangles_skinned(&c)
+                                                       : n3d_draw_triangles_phong(&c);
+        EXPECT_EQ(drawn, 1) << ch.name;
+        std::string used;
+        for (uint32_t i = 0; i < n3d_rasterizer_table_count; i++)
+            if (setup_hits(&n3d_rasterizer_table[i]))
+                used += n3d_rasterizer_table[i].name;
+        EXPECT_EQ(used, ch.name) << "mode " << ch.mode;
+    }
+}
+
+// ---- projection, gradients, culling ----
+
+TEST_F(n3d_draw, projection_folds_the_viewport_and_gradients_follow_the_area)
+{
+    mvp[2][3] = 1.0f;  // w' = 1 + z
+    vertex(0.0f, 0.0f, 0.0f, 0.0f, 0.0f);  // w' 1: (160.5, 120.5)
+    vertex(0.0f, 1.5f, 1.0f, 0.0f, 1.0f);  // w' 2: (160.5, 210.5)
+    vertex(1.0f, 0.0f, 1.0f, 1.0f, 0.0f);  // w' 2: (240.5, 120.5)
+    n3d_draw_call c = call(RECORD_FLAGS, 1 | TRIANGLES);
+    const uint64_t sp = n3d_batch_arena->sp;
+    ASSERT_EQ(n3d_draw_triangles(&c), 1);
+    EXPECT_EQ(n3d_batch_arena->sp, sp);  // the scratch is given back
+    ASSERT_EQ(recorded.size(), 1u);
+    const n3d_raster_call& r = recorded[0].c;
+    const float expected[3][5] = {
+        {160.5f, 120.5f, 1.0f, 0.0f, 0.0f},
+        {160.5f, 210.5f, 0.5f, 0.0f, 0.5f},  // x, y, iw, u*iw, v*iw
+        {240.5f, 120.5f, 0.5f, 0.5f, 0.0f},
+    };
+    for (int i = 0; i < 3; i++)
+        for (int k = 0; k < 5; k++)
+            EXPECT_EQ(r.vertices[i][k], expected[i][k]) << i << "," << k;
+    EXPECT_EQ(r.area, 7200.0f);
+    EXPECT_EQ(r.depth_norm, 1.0f);  // 1 / the largest iw
+    // u*iw rises by 0.5 over 80 pixels in x; v*iw by 0.5 over 90 in y; iw falls by 0.5 over both
+    const float gx[3] = {0.5f / 80.0f, 0.0f, -0.5f / 80.0f}, gy[3] = {0.0f, 0.5f / 90.0f, -0.5f / 90.0f};
+    for (int a = 0; a < 3; a++) {
+        EXPECT_FLOAT_EQ(r.grad_x[a], gx[a]) << a;
+        EXPECT_FLOAT_EQ(r.grad_y[a], gy[a]) << a;
+    }
+    EXPECT_EQ(r.textures, &slots.texture0);
+    EXPECT_EQ(r.phong, &slots.phong_table);
+
+    // clockwise on screen: culled, by a real variant too
+    std::swap_ranges(xyz.begin() + 3, xyz.begin() + 6, xyz.begin() + 6);
+    c = call(RECORD_FLAGS, 1 | TRIANGLES);
+    EXPECT_EQ(n3d_draw_triangles(&c), 0);
+    c = call(80, 128 | TRIANGLES);
+    EXPECT_EQ(n3d_draw_triangles(&c), 0);
+    EXPECT_EQ(recorded.size(), 1u);
+    EXPECT_EQ(pixel(180, 140), 0x8000);
+}
+
+// ---- clipping ----
+
+TEST_F(n3d_draw, triangles_off_screen_vanish_and_crossing_ones_are_cut_at_the_edges)
+{
+    screen_vertex(-100, 50), screen_vertex(-90, 150), screen_vertex(-1, 60);  // all left of the screen
+    n3d_draw_call c = call(RECORD_FLAGS, 1 | TRIANGLES);
+    EXPECT_EQ(n3d_draw_triangles(&c), 0);
+    EXPECT_TRUE(recorded.empty());
+
+    // across the left edge, and one over the whole screen; with w' = 1 the attributes are linear
+    // on screen: u = (x + 60.5) / 200, v = y / 240
+    clear_mesh();
+    auto at = [this](float sx, float sy) { screen_vertex(sx, sy, (sx + 60.5f) / 200.0f, sy / 240.0f); };
+    at(-60.5f, 40.5f), at(20.5f, 200.5f), at(100.5f, 60.5f);
+    at(160.5f, -300.0f), at(-400.0f, 500.0f), at(700.0f, 500.0f);
+    c = call(RECORD_FLAGS, 1 | TRIANGLES);
+    EXPECT_GE(n3d_draw_triangles(&c), 3);
+    int on_left_edge = 0;
+    float lo[2] = {1e9f, 1e9f}, hi[2] = {-1e9f, -1e9f};
+    for (const recorded_call& rc : recorded)
+        for (int i = 0; i < 3; i++) {
+            const float* v = rc.c.vertices[i];
+            on_left_edge += rc.c.triangle_id == 0 && v[0] == 0.0f;
+            for (int k = 0; k < 2; k++)
+                lo[k] = std::fmin(lo[k], v[k]), hi[k] = std::fmax(hi[k], v[k]);
+            EXPECT_NEAR(v[3], (v[0] + 60.5f) / 200.0f, 1e-4f);
+            EXPECT_NEAR(v[4], v[1] / 240.0f, 1e-4f);
+        }
+    EXPECT_GE(on_left_edge, 2);  // both cut edges end exactly on x = 0
+    EXPECT_EQ(lo[0], 0.0f);
+    EXPECT_EQ(lo[1], 0.0f);
+    EXPECT_EQ(hi[0], 320.0f);
+    EXPECT_EQ(hi[1], 240.0f);
+
+    // a real variant fills up to column 0 and the last column, and nothing beyond
+    guarded_framebuffer g(&fc);
+    c = call(80, 128 | TRIANGLES);
+    n3d_draw_triangles(&c);
+    EXPECT_EQ(g.canaries_touched(), 0);
+    EXPECT_EQ(g.at(0, 0), 0xFC00);
+    EXPECT_EQ(g.at(319, 239), 0xFC00);
+    EXPECT_TRUE(fc.coverage[0]->bits[0] & 0x80000000u);
+}
+
+TEST_F(n3d_draw, triangles_through_the_near_plane_are_cut_in_front_of_the_eye)
+{
+    n3d_perspective(mvp, 320.0f, 240.0f, 0.7853982f, 0.5f);
+    // a floor below the eye: two vertices in front, one behind
+    vertex(1.0f, -1.0f, -3.0f, 1.0f, 0.0f);
+    vertex(-1.0f, -1.0f, -3.0f, 0.0f, 0.0f);
+    vertex(0.0f, -1.0f, 2.0f, 0.5f, 1.0f);
+    n3d_draw_call c = call(RECORD_FLAGS, 1 | TRIANGLES);
+    EXPECT_GE(n3d_draw_triangles(&c), 1);
+    ASSERT_FALSE(recorded.empty());
+    for (const recorded_call& rc : recorded)
+        for (int i = 0; i < 3; i++) {
+            const float* v = rc.c.vertices[i];
+            EXPECT_TRUE(v[2] > 0.0f && v[2] <= 2.0f + 1e-5f) << v[2];  // w' at least the near plane
+            EXPECT_TRUE(v[0] >= 0.0f && v[0] <= 320.0f && v[1] >= 0.0f && v[1] <= 240.0f);
+        }
+    guarded_framebuffer g(&fc);
+    c = call(80, 128 | TRIANGLES);
+    EXPECT_GE(n3d_draw_triangles(&c), 1);
+    EXPECT_EQ(g.canaries_touched(), 0);
+    EXPECT_EQ(g.at(160, 235), 0xFC00);  // the near part reaches the bottom of the screen
+    EXPECT_EQ(g.at(160, 200), 0x8000);  // above the far end
+
+    for (size_t i = 2; i < xyz.size(); i += 3)
+        xyz[i] = -0.4f;  // wholly inside the near plane
+    recorded.clear();
+    c = call(RECORD_FLAGS, 1 | TRIANGLES);
+    EXPECT_EQ(n3d_draw_triangles(&c), 0);
+    EXPECT_TRUE(recorded.empty());
+}
+
+TEST_F(n3d_draw, random_triangles_reach_the_rasterizers_only_on_screen)
+{
+    pcg32 rng = {0x853c49e6748fea9bull, 0xda3e39cb94b95bdbull};
+    auto r = [&rng](float lo, float hi) { return lo + (hi - lo) * pcg32_random_float01(&rng); };
+    guarded_framebuffer g(&fc);
+    int drawn = 0;
+    for (int round = 0; round < 150; round++) {
+        clear_mesh();
+        if (round % 3 == 0) {
+            // a camera over a large box of points, in front and behind
+            n3d_perspective(mvp, 320.0f, 240.0f, r(0.3f, 2.0f), r(0.25f, 2.0f));
+            for (int i = 0; i < 3 * 64; i++)
+                vertex(r(-30, 30), r(-30, 30), r(-40, 8), r(-2, 2), r(-2, 2));
+        } else if (round % 3 == 1) {
+            // any projective matrix: the eye need not lie behind the near plane
+            for (int col = 0; col < 4; col++)
+                for (int row = 0; row < 4; row++)
+                    mvp[col][row] = r(-2, 2);
+            for (int i = 0; i < 3 * 64; i++)
+                vertex(r(-4, 4), r(-4, 4), r(-4, 4), r(0, 1), r(0, 1));
+        } else {
+            // vertices on and near the screen edges (w' = z, z' = z - 0.5)
+            mat4x4_identity(mvp);
+            mvp[2][3] = 1.0f, mvp[3][2] = -0.5f, mvp[3][3] = 0.0f;
+            for (int i = 0; i < 3 * 64; i++) {
+                const float w = r(0.2f, 4.0f), pick_x = r(0, 1), pick_y = r(0, 1);
+                const float sx = pick_x < 0.3f ? 0.0f : pick_x < 0.6f ? 320.0f : r(-40, 360);
+                const float sy = pick_y < 0.3f ? 0.0f : pick_y < 0.6f ? 240.0f : r(-40, 280);
+                vertex((sx - 160.5f) * w / 160.0f, (sy - 120.5f) * w / 120.0f, w, r(0, 1), r(0, 1));
+            }
+        }
+        recorded.clear();
+        n3d_draw_call c = call(RECORD_FLAGS, 1 | TRIANGLES);
+        drawn += n3d_draw_triangles(&c);
+        for (const recorded_call& rc : recorded) {
+            for (int i = 0; i < 3; i++) {
+                const float* v = rc.c.vertices[i];
+                ASSERT_TRUE(v[0] >= 0.0f && v[0] <= 320.0f) << round << ": x " << v[0];
+                ASSERT_TRUE(v[1] >= 0.0f && v[1] <= 240.0f) << round << ": y " << v[1];
+                ASSERT_TRUE(v[2] > 0.0f && std::isfinite(v[2])) << round << ": iw " << v[2];
+            }
+            ASSERT_GE(rc.c.area, 0.0f) << round;
+        }
+        // and the lit depth-testing variant of the show writes inside the frame only
+        slots.texture0 = &tex8;
+        c = call(190, 1220);
+        n3d_draw_triangles_phong(&c);
+        slots.texture0 = &tex16;
+        ASSERT_EQ(g.canaries_touched(), 0) << round;
+    }
+    EXPECT_GT(drawn, 1000);  // the rounds are not vacuous
+}
+
+// ---- skinning, phong terms, batches ----
+
+TEST_F(n3d_draw, skinned_positions_blend_the_joint_matrices_by_weight)
+{
+    mat4x4_translate(skin[1], 0.4f, -0.25f, 0.0f);
+    vertex(0.0f, 0.0f, 0.0f), vertex(0.0f, 0.5f, 0.0f), vertex(0.5f, 0.0f, 0.0f);
+    // vertex 0 all joint 0, vertex 1 half and half, vertex 2 all joint 1
+    const float w[3][4] = {{1, 0, 0, 0}, {0.5f, 0.5f, 0, 0}, {0, 1, 0, 0}};
+    memcpy(weights.data(), w, sizeof(w));
+    mvp[3][0] = 100.0f;  // the mvp plays no part in skinned drawing
+    n3d_draw_call c = call(RECORD_FLAGS, 1 | TRIANGLES);
+    ASSERT_EQ(n3d_draw_triangles_skinned(&c), 1);
+    const n3d_raster_call& r = recorded.at(0).c;
+    EXPECT_EQ(r.vertices[0][0], 160.5f);
+    EXPECT_EQ(r.vertices[0][1], 120.5f);
+    EXPECT_FLOAT_EQ(r.vertices[1][0], 160.0f * 0.2f + 160.5f);
+    EXPECT_FLOAT_EQ(r.vertices[1][1], 120.0f * 0.375f + 120.5f);
+    EXPECT_FLOAT_EQ(r.vertices[2][0], 160.0f * 0.9f + 160.5f);
+    EXPECT_FLOAT_EQ(r.vertices[2][1], 120.0f * -0.25f + 120.5f);
+}
+
+TEST_F(n3d_draw, phong_terms_are_the_half_vector_against_tangent_and_bitangent)
+{
+    vertex(0.0f, 0.0f, 0.0f, 0.0f, 0.0f), vertex(0.0f, 0.5f, 0.0f, 0.0f, 1.0f), vertex(0.5f, 0.0f, 0.0f, 1.0f, 0.0f);
+    const float t[3][3] = {{0, 0, 2}, {1, 0, 0}, {0.6f, 0, 0.8f}};  // the first overshoots: clamped to 1
+    const float b[3][3] = {{0, 1, 0}, {0, 0.6f, 0.8f}, {0, -1, 0}};
+    memcpy(tangents.data(), t, sizeof(t));
+    memcpy(bitangents.data(), b, sizeof(b));
+    mvp[3][3] = 2.0f;  // iw = 0.5: the terms arrive multiplied by it
+    n3d_draw_call c = call(RECORD_PHONG_FLAGS, 4 | TRIANGLES);
+    vec3_set(c.light_position, 0.0f, 0.0f, 4.0f);
+    vec3_set(c.camera_position, 1.0f, 2.0f, 3.0f);
+    ASSERT_EQ(n3d_draw_triangles_phong(&c), 1);
+    const n3d_raster_call& r = recorded.at(0).c;
+    for (int i = 0; i < 3; i++) {
+        const float* p = &xyz[3 * i];
+        double l[3] = {-p[0], -p[1], 4 - p[2]}, v[3] = {1 - p[0], 2 - p[1], 3 - p[2]}, h[3];
+        const double ll = std::sqrt(l[0] * l[0] + l[1] * l[1] + l[2] * l[2]);
+        const double vl = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
+        for (int k = 0; k < 3; k++)
+            h[k] = l[k] / ll + v[k] / vl;
+        const double hl = std::sqrt(h[0] * h[0] + h[1] * h[1] + h[2] * h[2]);
+        double p0 = 0, p1 = 0;
+        for (int k = 0; k < 3; k++)
+            p0 += h[k] / hl * t[i][k], p1 += h[k] / hl * b[i][k];
+        EXPECT_NEAR(r.vertices[i][5], 0.5 * std::fmin(p0, 1.0), 1e-5) << i;
+        EXPECT_NEAR(r.vertices[i][6], 0.5 * std::fmax(p1, -1.0), 1e-5) << i;
+    }
+    EXPECT_EQ(r.vertices[0][5], 0.5f);  // clamped to 1, times iw
+    // gradient order: u*iw, v*iw, p0*iw, p1*iw, then iw (constant here)
+    EXPECT_FLOAT_EQ(r.grad_x[0], 0.5f / 40.0f);
+    EXPECT_FLOAT_EQ(r.grad_y[1], 0.5f / 30.0f);
+    EXPECT_EQ(r.grad_x[4], 0.0f);
+}
+
+TEST_F(n3d_draw, batches_keep_the_triangle_order_and_ids)
+{
+    // 13 triangles over three batches: 0 plain, 1 clockwise, 2 off screen, 3 clipped into a fan
+    const int kinds[13] = {0, 1, 0, 2, 3, 0, 0, 1, 2, 0, 3, 3, 0};
+    std::vector<uint32_t> expected;
+    for (int i = 0; i < 13; i++) {
+        const float x = 20.0f * (float)i;
+        const float y0 = kinds[i] >= 2 ? -50.0f : 50.0f, y2 = kinds[i] == 2 ? -10.0f : 150.0f;
+        screen_vertex(x + 10, y0);
+        if (kinds[i] == 1)
+            screen_vertex(x + 30, 60), screen_vertex(x + 12, y2);
+        else
+            screen_vertex(x + 12, y2), screen_vertex(x + 30, kinds[i] >= 2 ? -40.0f : 60.0f);
+        if (kinds[i] == 0 || kinds[i] == 3)
+            expected.push_back((uint32_t)i);
+    }
+    n3d_draw_call c = call(RECORD_FLAGS, 1 | TRIANGLES);
+    const int32_t drawn = n3d_draw_triangles(&c);
+    EXPECT_EQ(drawn, (int32_t)recorded.size());
+    std::vector<uint32_t> ids;
+    for (const recorded_call& r : recorded) {
+        EXPECT_EQ(r.current_triangle_id, r.c.triangle_id);
+        if (ids.empty() || ids.back() != r.c.triangle_id)
+            ids.push_back(r.c.triangle_id);
+    }
+    EXPECT_EQ(ids, expected);
+}
+
+// ---- profile report ----
+
+TEST_F(n3d_draw, profile_report_lists_each_block_with_hits)
+{
+    const uint64_t saved_total = prof_global.cycles[CYCLES_BLOCK_TOTAL];
+    prof_global.cycles[CYCLES_BLOCK_TOTAL] = 2000;
+    n3d_rasterizer_table[1].blocks[N3D_RASTERIZER_BLOCK_SETUP] = {0, 500, 4};
+    n3d_rasterizer_table[1].blocks[N3D_RASTERIZER_BLOCK_INNER_SCANLINE] = {0, 10, 3};
+    n3d_rasterizer_table[14].blocks[N3D_RASTERIZER_BLOCK_INNER] = {0, 1500, 1};
+    testing::internal::CaptureStdout();
+    n3d_profile_report_rasterizers();
+    const std::string out = testing::internal::GetCapturedStdout();
+    prof_global.cycles[CYCLES_BLOCK_TOTAL] = saved_total;
+    EXPECT_EQ(out,
+              "total cycles: 2000.000000\n"
+              "[ 25.00%][hits:           4][cycles:          500][<cycles>:       125.0]"
+              "[setup - n3d_render_triangle_v8_argb1555_t0argb1555]\n"
+              "[  0.50%][hits:           3][cycles:           10][<cycles>:         3.0]"
+              "[inner_scanline - n3d_render_triangle_v8_argb1555_t0argb1555]\n"
+              "[ 75.00%][hits:           1][cycles:         1500][<cycles>:      1500.0]"
+              "[inner - n3d_render_triangle_v8_phong_argb1555_t0argb1555_covrw01_mipconst]\n");
+}

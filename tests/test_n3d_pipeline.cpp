@@ -1,0 +1,447 @@
+// Mesh rendering and the draw pipeline: texture and draw-function choice by draw mode, the
+// direct path's checks in their order, skinning matrices, the pipeline's limits, validation
+// before anything is drawn, drawing in push order, and light and camera in model space.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "diag.h"
+#include "n3d.h"
+#include "n3d_camera.h"
+#include "n3d_convert.h"
+#include "n3d_draw.h"
+#include "n3d_pipeline.h"
+#include "n3d_rasterizers.h"
+
+namespace {
+
+constexpr uint32_t RECORD_PHONG_FLAGS = 2048 | N3D_RASTERIZER_PHONG;  // no real variant has bit 2048
+
+struct recorded_call {
+    float v[3][7];
+    const uint8_t* phong_table;
+};
+std::vector<recorded_call> recorded;
+
+int record_rasterizer(n3d_raster_call* c)
+{
+    recorded_call r;
+    memcpy(r.v, c->vertices, sizeof(r.v));
+    r.phong_table = *c->phong;
+    recorded.push_back(r);
+    return 1;
+}
+
+void record_names(n3d_rasterizer_entry* e) { e->block_count = 0; }
+
+std::string exact(const char* function, const char* module, const char* message, const char* tail = "")
+{
+    std::string rx = std::string("^crash in ") + function + " at " + module + ":[0-9]+\n";
+    for (const char* p = message; *p; p++) {
+        if (strchr("\\^$.|?*+()[]{}", *p))
+            rx += '\\';
+        rx += *p;
+    }
+    return rx + tail + "$";
+}
+
+constexpr uint16_t RED = 0xFC00;
+constexpr uint16_t GREEN = 0x83E0;
+constexpr uint16_t CLEAR = 0x8000;
+constexpr uint32_t INDEX = 7;  // every texel of the 8-bit texture
+
+// A quad of two triangles over [-1, 1]^2 at z = 0, facing +z.
+struct quad_mesh {
+    float xyz[18] = {-1, -1, 0, 1, -1, 0, 1, 1, 0, -1, -1, 0, 1, 1, 0, -1, 1, 0};
+    float uv[12] = {0, 0, 1, 0, 1, 1, 0, 0, 1, 1, 0, 1};
+    float n[18], t[18], b[18];
+    float weights[24];
+    uint8_t joints[24] = {};
+    quad_mesh()
+    {
+        for (int i = 0; i < 6; i++) {
+            vec3_set(&n[3 * i], 0, 0, 1);
+            vec3_set(&t[3 * i], 1, 0, 0);
+            vec3_set(&b[3 * i], 0, 1, 0);
+            vec4_set(&weights[4 * i], 1, 0, 0, 0);
+        }
+    }
+    n3d_vertices vertices() { return {6, xyz, uv, n, t, b, nullptr, nullptr, nullptr}; }
+};
+
+class n3d_pipeline_test : public testing::Test {
+protected:
+    std::vector<uint8_t> block = std::vector<uint8_t>(8 << 20);
+    xmemarena arena;
+    n3d_framecontext fc;
+    n3d_texture red, green, indexed;
+    void* mips[3][1];
+    uint16_t palette[256];
+    uint16_t shades[256 * 32];
+    n3d_phong_lut lut;
+    n3d_texture* format1[2] = {};
+    n3d_texture* format2[3] = {};
+    const uint8_t* phong_luts[2] = {};
+    n3d_render_context tc;
+    quad_mesh quad;
+    n3d_mesh mesh;
+    mat4x4 joint[1];
+    mat4x4 skin[1];
+
+    void SetUp() override
+    {
+        recorded.clear();
+        xmemarena_init(&arena, "test_pipeline", block.size(), block.data());
+        n3d_init(&arena);
+        n3d_register_rasterizer("record_phong", 4, record_rasterizer, record_names, RECORD_PHONG_FLAGS, __FILE__,
+                                __LINE__);
+        n3d_framecontext_init(&fc, &arena, 320, 240, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555,
+                              N3D_FRAMECONTEXT_COVERAGE | N3D_FRAMECONTEXT_ZBUFFER);
+        clear();
+
+        for (uint32_t i = 0; i < 256; i++)
+            palette[i] = (uint16_t)(0x8000 | i);
+        for (uint32_t i = 0; i < 256 * 32; i++)
+            shades[i] = (uint16_t)(0x9000 | (i & 31));  // the shade in the low bits
+        make_texture(&red, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips[0], RED);
+        make_texture(&green, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips[1], GREEN);
+        make_texture(&indexed, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, mips[2], INDEX);
+        n3d_phong_lut_init(&lut, &arena, 0.5f, 1);
+
+        format1[1] = &indexed;
+        format2[0] = &red;
+        format2[1] = &green;
+        phong_luts[1] = lut.table;
+        n3d_texture* const* const tables[N3D_TEXEL_FORMAT_COUNT] = {nullptr, format1, format2, nullptr, nullptr};
+        mat4x4 view;
+        mat4x4_translate(view, 0.0f, 0.0f, -3.0f);  // the camera 3 units in front of the quad
+        n3d_render_context_init(&tc, &fc, tables, phong_luts, view, 0.7853982f, 0.5f);
+
+        memset(&mesh, 0, sizeof(mesh));
+        mat4x4_identity(mesh.model);
+        mat4x4_identity(mesh.world_to_model);
+        mesh.vertices = quad.vertices();
+    }
+
+    void make_texture(n3d_texture* t, uint32_t format, void** slot, uint16_t value)
+    {
+        memset(t, 0, sizeof(*t));
+        t->format = format;
+        t->log2_w = t->log2_h = t->min_log2_w = t->min_log2_h = 8;
+        t->mips = slot;
+        if (format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555) {
+            auto* texels = (uint8_t*)xmemarena_push_align(&arena, 65536, 32);
+            memset(texels, (int)value, 65536);
+            slot[0] = texels;
+            t->colors_count = 256;
+            t->shades_per_color = 32;
+            t->palette = palette;
+            t->shade_table = shades;
+        } else {
+            auto* texels = (uint16_t*)xmemarena_push_align(&arena, 65536 * 2, 32);
+            for (uint32_t i = 0; i < 65536; i++)
+                texels[i] = value;
+            slot[0] = texels;
+        }
+    }
+
+    void clear()
+    {
+        n3d_framebuffer_clear(fc.framebuffer);
+        n3d_coverage_buffer_clear(fc.coverage[0]);
+        n3d_zbuffer_clear(fc.zbuffer);
+    }
+
+    uint16_t pixel(int x, int y) const
+    {
+        return ((const uint16_t*)(fc.framebuffer->pixels + y * fc.framebuffer->row_bytes))[x];
+    }
+    int drawn_pixels() const
+    {
+        int n = 0;
+        for (int y = 0; y < 240; y++)
+            for (int x = 0; x < 320; x++)
+                n += pixel(x, y) != CLEAR;
+        return n;
+    }
+
+    // A pipeline command drawing the quad moved by (dx, dy) in the world.
+    n3d_pipeline_draw_cmd command(uint32_t flags, uint32_t mode, n3d_texture* texture, const n3d_vertices* v,
+                                  float dx = 0.0f, float dy = 0.0f)
+    {
+        n3d_pipeline_draw_cmd cmd;
+        memset(&cmd, 0, sizeof(cmd));
+        cmd.rasterizer_flags = flags;
+        cmd.draw_mode = mode;
+        cmd.texture0 = texture;
+        cmd.phong_lut = (flags & N3D_RASTERIZER_PHONG) ? &lut : nullptr;
+        cmd.light = &tc.light;
+        mat4x4_translate(cmd.model, dx, dy, 0.0f);
+        mat4x4_translate(cmd.world_to_model, -dx, -dy, 0.0f);
+        cmd.vertices = v;
+        return cmd;
+    }
+};
+
+using n3d_pipeline_death = n3d_pipeline_test;
+
+// Death-test children report, after the fatal text, how many pixels were drawn.
+const n3d_framecontext* exit_report_fc;
+void report_pixels_at_exit()
+{
+    atexit([] {
+        const n3d_framebuffer* fb = exit_report_fc->framebuffer;
+        int n = 0;
+        for (int y = 0; y < fb->height; y++)
+            for (int x = 0; x < fb->width; x++)
+                n += ((const uint16_t*)(fb->pixels + y * fb->row_bytes))[x] != CLEAR;
+        fprintf(stderr, "pixels drawn: %d\n", n);
+    });
+}
+
+n3d_pipeline* the_pipeline()
+{
+    static n3d_pipeline pipeline;  // large: kept off the stack
+    return &pipeline;
+}
+
+}  // namespace
+
+// ---- direct path ----
+
+TEST_F(n3d_pipeline_test, render_mesh_takes_texture_and_draw_function_from_the_draw_mode)
+{
+    EXPECT_EQ(tc.textures_per_format[2], format2);
+    EXPECT_EQ(tc.light[2], 0.0f);
+    EXPECT_FLOAT_EQ(tc.camera.position[2], 3.0f);  // from the inverse of the view
+
+    const uint32_t hits = prof_global.hits[BLOCK_RENDER_MESH];
+    n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_DEFAULT | N3D_DRAW_MODE_TRIANGLES);
+    EXPECT_EQ(pixel(160, 120), RED);
+    EXPECT_EQ(prof_global.hits[BLOCK_RENDER_MESH], hits + 1);
+
+    clear();
+    mesh.texture_id = 1;
+    n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_DEFAULT | N3D_DRAW_MODE_TRIANGLES);
+    EXPECT_EQ(pixel(160, 120), GREEN);
+
+    // bit 128: the format-1 table and an 8-bit variant through the palette
+    clear();
+    n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_DEFAULT | N3D_DRAW_MODE_TRIANGLES | 128);
+    EXPECT_EQ(pixel(160, 120), palette[INDEX]);
+
+    // phong: the shade table, lit through the LUT of phong_lut_id
+    clear();
+    mesh.phong_lut_id = 1;
+    n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_PHONG | N3D_DRAW_MODE_TRIANGLES | 128);
+    EXPECT_EQ(pixel(160, 120) & ~31, 0x9000);
+
+    // every mesh of an array with the same mode
+    clear();
+    n3d_mesh meshes[2] = {mesh, mesh};
+    meshes[0].model[3][0] = -1.5f;  // the second keeps texture 1
+    meshes[1].model[3][0] = 1.5f;
+    meshes[0].texture_id = 0;
+    n3d_render_meshes(&tc, meshes, 2, N3D_DRAW_MODE_DEFAULT | N3D_DRAW_MODE_TRIANGLES);
+    EXPECT_EQ(pixel(60, 120), RED);
+    EXPECT_EQ(pixel(260, 120), GREEN);
+
+    // the camera looks at the quad's front; from behind it is culled
+    clear();
+    mat4x4 flip;
+    mat4x4_identity(flip);
+    flip[0][0] = -1.0f;  // a mirrored model turns the winding around
+    mat4x4_dup(mesh.model, flip);
+    n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_DEFAULT | N3D_DRAW_MODE_TRIANGLES);
+    EXPECT_EQ(drawn_pixels(), 0);
+}
+
+TEST_F(n3d_pipeline_test, skinned_meshes_draw_through_their_skin_matrices)
+{
+    mat4x4_translate(joint[0], -1.5f, 0.0f, 0.0f);
+    mesh.joint_matrices = joint;
+    mesh.skin_matrices = skin;
+    mesh.vertices.joints = quad.joints;
+    mesh.vertices.weights = quad.weights;
+    n3d_mesh_update_skin_matrices(&mesh, 1, &tc.camera);
+    mat4x4 expected;
+    mat4x4_mul(expected, tc.camera.view_projection, joint[0]);
+    for (int c = 0; c < 4; c++)
+        for (int r = 0; r < 4; r++)
+            EXPECT_EQ(skin[0][c][r], expected[c][r]);
+
+    n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_DEFAULT | N3D_DRAW_MODE_TRIANGLES);
+    EXPECT_EQ(pixel(60, 120), RED);  // moved left by the joint, not drawn where the model puts it
+    EXPECT_EQ(pixel(200, 120), CLEAR);
+}
+
+TEST_F(n3d_pipeline_death, render_mesh_checks_come_in_their_order)
+{
+    const char* fn = "n3d_render_mesh";
+    // the texture first, even for a mode that is wrong in every other way
+    mesh.texture_id = 2;
+    EXPECT_EXIT(n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_LINES), testing::ExitedWithCode(1),
+                exact(fn, "src/n3d",
+                      "tc->textures_per_format[texture_formats[0] == 2][mesh->texture_id == 2] is null!\n"));
+    mesh.texture_id = 0;
+    EXPECT_EXIT(n3d_render_mesh(&tc, &mesh, 128 | N3D_DRAW_MODE_DEFAULT | N3D_DRAW_MODE_TRIANGLES),
+                testing::ExitedWithCode(1),
+                exact(fn, "src/n3d",
+                      "tc->textures_per_format[texture_formats[0] == 1][mesh->texture_id == 0] is null!\n"));
+
+    // lines before the triangle checks
+    EXPECT_EXIT(n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_LINES | N3D_DRAW_MODE_TRIANGLES), testing::ExitedWithCode(1),
+                exact(fn, "src/n3d", "draw_mode 96 for lines not implemented\n"));
+    EXPECT_EXIT(n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_LINES), testing::ExitedWithCode(1),
+                exact(fn, "src/n3d", "draw_mode 32 for lines not implemented\n"));
+    n3d_mesh skinned = mesh;
+    skinned.joint_matrices = joint;
+    EXPECT_EXIT(n3d_render_mesh(&tc, &skinned, N3D_DRAW_MODE_LINES | N3D_DRAW_MODE_TRIANGLES),
+                testing::ExitedWithCode(1), exact(fn, "src/n3d", "skinning not implemented for lines\n"));
+
+    EXPECT_EXIT(n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_DEFAULT), testing::ExitedWithCode(1),
+                exact(fn, "src/n3d", "invalid draw_mode\n"));
+    EXPECT_EXIT(n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_TRIANGLES), testing::ExitedWithCode(1),
+                exact(fn, "src/n3d", "invalid draw_mode for triangles? 64\n"));
+
+    // phong: the LUT before the vertex arrays
+    mesh.vertices.t_xyz = nullptr;
+    EXPECT_EXIT(n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_PHONG | N3D_DRAW_MODE_TRIANGLES), testing::ExitedWithCode(1),
+                exact(fn, "src/n3d", "N3D_DRAW_MODE_PHONG: tc->phong_luts[mesh->phong_lut_id == 0] is null!\n"));
+    mesh.phong_lut_id = 1;
+    EXPECT_EXIT(n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_PHONG | N3D_DRAW_MODE_TRIANGLES), testing::ExitedWithCode(1),
+                exact(fn, "src/n3d",
+                      "N3D_DRAW_MODE_PHONG was used but the mesh has nil on n_xyz and/or t_xyz and/or b_xyz!\n"));
+}
+
+// ---- pipeline ----
+
+TEST_F(n3d_pipeline_death, limits_stop_the_push_that_crosses_them)
+{
+    n3d_pipeline* p = the_pipeline();
+    n3d_vertices one = quad.vertices();
+    one.count = 3;
+    n3d_pipeline_draw_cmd cmd = command(80, 128 | N3D_DRAW_MODE_TRIANGLES, &red, &one);
+
+    n3d_pipeline_begin(p, &fc, &tc.camera);
+    for (int i = 0; i < 100; i++)
+        n3d_pipeline_push(p, &cmd);
+    EXPECT_EQ(p->count, 100u);
+    EXPECT_EQ(p->primitives, 100u);
+    EXPECT_EXIT(n3d_pipeline_push(p, &cmd), testing::ExitedWithCode(1),
+                exact("n3d_pipeline_push", "src/n3d_pipeline",
+                      "reached max cmds: 100 (increase N3D_PIPELINE_DRAW_CMD_MAX_COUNT)\n"));
+
+    // exactly 4096 triangles fit; begin starts the count afresh
+    n3d_vertices many = one;
+    many.count = 4095 * 3;
+    n3d_pipeline_begin(p, &fc, &tc.camera);
+    EXPECT_EQ(p->count, 0u);
+    EXPECT_EQ(p->primitives, 0u);
+    n3d_pipeline_draw_cmd big = command(80, 128 | N3D_DRAW_MODE_TRIANGLES, &red, &many);
+    n3d_pipeline_push(p, &big);
+    n3d_pipeline_push(p, &cmd);
+    EXPECT_EQ(p->primitives, 4096u);
+    EXPECT_EXIT(n3d_pipeline_push(p, &cmd), testing::ExitedWithCode(1),
+                exact("n3d_pipeline_push", "src/n3d_pipeline",
+                      "reached max primitives: 4096 (increase N3D_PIPELINE_MAX_PRIMITIVES)\n"));
+    n3d_pipeline_begin(p, &fc, &tc.camera);
+    n3d_pipeline_push(p, &big);
+    n3d_pipeline_push(p, &cmd);
+    EXPECT_EQ(p->primitives, 4096u);
+}
+
+TEST_F(n3d_pipeline_death, flush_validates_every_command_before_drawing_any)
+{
+    n3d_pipeline* p = the_pipeline();
+    n3d_vertices v = quad.vertices();
+    exit_report_fc = &fc;
+
+    n3d_pipeline_begin(p, &fc, &tc.camera);
+    n3d_pipeline_draw_cmd ok = command(81, 192, &red, &v);
+    n3d_pipeline_draw_cmd wrong = command(81, 192, &indexed, &v, 1.0f);
+    n3d_pipeline_push(p, &ok);
+    n3d_pipeline_push(p, &wrong);
+    EXPECT_EXIT((report_pixels_at_exit(), n3d_pipeline_flush(p)), testing::ExitedWithCode(1),
+                exact("n3d_pipeline_flush", "src/n3d_pipeline",
+                      "cmd[1] has rasterizer flag N3D_RASTERIZER_T0_ARGB1555 but texture format is not "
+                      "N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555!\n",
+                      "pixels drawn: 0\n"));
+
+    n3d_pipeline_begin(p, &fc, &tc.camera);
+    n3d_pipeline_draw_cmd wrong8 = command(190, 1220, &red, &v);
+    n3d_pipeline_push(p, &ok);
+    n3d_pipeline_push(p, &wrong8);
+    EXPECT_EXIT((report_pixels_at_exit(), n3d_pipeline_flush(p)), testing::ExitedWithCode(1),
+                exact("n3d_pipeline_flush", "src/n3d_pipeline",
+                      "cmd[1] has rasterizer flag N3D_RASTERIZER_T0_I8ARGB1555 but texture format is not "
+                      "N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555!\n",
+                      "pixels drawn: 0\n"));
+}
+
+TEST_F(n3d_pipeline_test, passes_draw_in_push_order_as_the_animated_scene_does)
+{
+    n3d_pipeline* p = the_pipeline();
+    n3d_vertices v = quad.vertices();
+
+    // first pass: a lit 8-bit quad in the middle, with depth and coverage
+    n3d_pipeline_begin(p, &fc, &tc.camera);
+    n3d_pipeline_draw_cmd lit = command(190, 1220, &indexed, &v);
+    n3d_pipeline_push(p, &lit);
+    n3d_pipeline_flush(p);
+    EXPECT_EQ(pixel(160, 120) & ~31, 0x9000);
+
+    // second pass: two coverage-reading quads to the right, the red one pushed first; each
+    // leaves alone what is already covered
+    n3d_pipeline_begin(p, &fc, &tc.camera);
+    n3d_pipeline_draw_cmd first = command(81, 192, &red, &v, 1.0f);
+    n3d_pipeline_draw_cmd second = command(81, 192, &green, &v, 1.5f, -0.5f);
+    n3d_pipeline_push(p, &first);
+    n3d_pipeline_push(p, &second);
+    n3d_pipeline_flush(p);
+    EXPECT_EQ(pixel(160, 120) & ~31, 0x9000);  // the first pass keeps its pixels
+    EXPECT_EQ(pixel(290, 120), RED);            // red and green overlap: red came first
+    EXPECT_EQ(pixel(290, 230), GREEN);          // green alone
+    EXPECT_EQ(pixel(20, 120), CLEAR);
+
+    // flushing again draws the same commands again; begin empties the pass
+    n3d_pipeline_begin(p, &fc, &tc.camera);
+    clear();
+    n3d_pipeline_flush(p);
+    EXPECT_EQ(drawn_pixels(), 0);
+}
+
+TEST_F(n3d_pipeline_test, light_and_camera_reach_the_draw_in_the_commands_model_space)
+{
+    n3d_pipeline* p = the_pipeline();
+    n3d_vertices v = quad.vertices();
+    vec3_set(tc.light, 0.0f, 4.0f, 1.0f);
+    n3d_pipeline_begin(p, &fc, &tc.camera);
+    n3d_pipeline_draw_cmd cmd = command(RECORD_PHONG_FLAGS, N3D_DRAW_MODE_PHONG | N3D_DRAW_MODE_TRIANGLES, &indexed,
+                                        &v);
+    // world_to_model need not invert model: lighting happens in its space
+    mat4x4_translate(cmd.world_to_model, 0.0f, -4.0f, 2.0f);
+    n3d_pipeline_push(p, &cmd);
+    n3d_pipeline_flush(p);
+    ASSERT_EQ(recorded.size(), 2u);
+    EXPECT_EQ(recorded[0].phong_table, lut.table);
+
+    // vertex 0 of the quad, (-1, -1, 0); light (0, 0, 3) and camera (0, -4, 5) in model space
+    const double pos[3] = {-1, -1, 0}, light[3] = {0, 0, 3}, camera[3] = {0, -4, 5};
+    double l[3], c[3], h[3];
+    for (int k = 0; k < 3; k++)
+        l[k] = light[k] - pos[k], c[k] = camera[k] - pos[k];
+    const double ll = std::sqrt(l[0] * l[0] + l[1] * l[1] + l[2] * l[2]);
+    const double cl = std::sqrt(c[0] * c[0] + c[1] * c[1] + c[2] * c[2]);
+    for (int k = 0; k < 3; k++)
+        h[k] = l[k] / ll + c[k] / cl;
+    const double hl = std::sqrt(h[0] * h[0] + h[1] * h[1] + h[2] * h[2]);
+    const float iw = recorded[0].v[0][2];
+    EXPECT_NEAR(recorded[0].v[0][5] / iw, h[0] / hl, 1e-5);  // H . tangent (1, 0, 0)
+    EXPECT_NEAR(recorded[0].v[0][6] / iw, h[1] / hl, 1e-5);  // H . bitangent (0, 1, 0)
+}
