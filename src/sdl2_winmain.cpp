@@ -9,6 +9,7 @@
 
 #include "diag.h"
 #include "music.h"
+#include "n3d_draw.h"
 #include "platform.h"
 #include "reel.h"
 
@@ -144,6 +145,7 @@ int platform_run(platform* p)
         prof_block_end(CYCLES_BLOCK_TOTAL, "src/sdl2_winmain", __LINE__);
 
     prof_print();
+    n3d_profile_report_rasterizers();
     demosys_shutdown(sys);
     SDL_DestroyWindow(p->window);
     SDL_Quit();
