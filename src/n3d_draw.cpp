@@ -107,6 +107,10 @@ struct n3d_draw_frame {
     float hw, hh;           // half the framebuffer's width and height
     float width, height;    // the projected area [0, width] x [0, height]
     float guard_x_lo, guard_x_hi, guard_y_lo, guard_y_hi;  // hw + 0.5, hw - 0.5, hh + 0.5, hh - 0.5
+    // The affine variant interpolates its texture coordinates linearly on screen: it gets u
+    // and v themselves, so that it textures like an affine mapper, not u * iw, which it
+    // could not divide back (the perspective variants, mipconst included, get u * iw).
+    uint32_t attributes_times_iw;
 };
 
 uint32_t n3d_draw_choose_flags(n3d_draw_kind kind, uint32_t m)
@@ -201,7 +205,7 @@ n3d_rasterizer_entry* n3d_draw_prepare(const n3d_draw_call* call, n3d_draw_kind 
 
 inline float n3d_draw_clamp(float x, float lo, float hi) { return x < lo ? lo : (x > hi ? hi : x); }
 
-// Projects a clip-space vertex: x, y, iw and the attributes times iw.
+// Projects a clip-space vertex: x, y, iw and the attributes (times iw but for the affine variant).
 template <int Attrs>
 inline void n3d_draw_project(float* out, const n3d_batch_vertex& v, const n3d_draw_frame& fr)
 {
@@ -209,8 +213,9 @@ inline void n3d_draw_project(float* out, const n3d_batch_vertex& v, const n3d_dr
     out[0] = v.clip[0] * iw + fr.hw + 0.5f;
     out[1] = v.clip[1] * iw + fr.hh + 0.5f;
     out[2] = iw;
+    const float scale = fr.attributes_times_iw ? iw : 1.0f;
     for (int a = 0; a < Attrs; a++)
-        out[3 + a] = v.attr[a] * iw;
+        out[3 + a] = v.attr[a] * scale;
 }
 
 inline float n3d_draw_area(const float* v0, const float* v1, const float* v2)
@@ -394,6 +399,7 @@ int32_t n3d_draw_kind_triangles(const n3d_draw_call* call, const char* function)
     fr.guard_x_hi = fr.hw - 0.5f;
     fr.guard_y_lo = fr.hh + 0.5f;
     fr.guard_y_hi = fr.hh - 0.5f;
+    fr.attributes_times_iw = (entry->flags & (N3D_RASTERIZER_AFFINE | N3D_RASTERIZER_PHONG)) != N3D_RASTERIZER_AFFINE;
 
     // the viewport folded into rows 0 and 1, so that projection is one multiply-add per axis
     mat4x4 m;
