@@ -1,4 +1,4 @@
-// Engine entry points. Until the show engine lands, initialisation reports that it is
+// Engine entry points. Until the engine frame lands, initialisation reports that it is
 // missing and fails, so the program ends honestly instead of showing a blank screen.
 #include "reel.h"
 
