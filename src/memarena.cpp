@@ -9,7 +9,7 @@
 
 #include "diag.h"
 
-static_assert(sizeof(xmemarena) == 32, "the arena record is four 8-byte fields");
+static_assert(sizeof(xmemarena) == 40, "the arena record is five 8-byte fields");
 
 void xmemarena_init(xmemarena* arena, const char* name, uint64_t capacity, void* base)
 {
@@ -36,6 +36,7 @@ void* xmemarena_push(xmemarena* arena, uint64_t size)
     }
     void* p = arena->base + arena->sp;
     arena->sp += size;
+    arena->high_water = arena->sp > arena->high_water ? arena->sp : arena->high_water;
     return p;
 }
 
@@ -100,6 +101,12 @@ void xmemarena_print(const xmemarena* arena)
 {
     printf("arena: %s capacity: %llu used: %llu\n", arena->name, (unsigned long long)arena->capacity,
            (unsigned long long)arena->sp);
+}
+
+void xmemarena_print_high_water(const xmemarena* arena)
+{
+    printf("arena: %s capacity: %llu used: %llu high water: %llu\n", arena->name, (unsigned long long)arena->capacity,
+           (unsigned long long)arena->sp, (unsigned long long)arena->high_water);
 }
 
 // ---- byte order and raw streams ----

@@ -10,6 +10,7 @@ struct xmemarena {
     uint64_t capacity;
     uint8_t* base;  // not owned: from the heap or from a parent arena
     uint64_t sp;    // bytes in use; the next push starts at base + sp
+    uint64_t high_water;  // the largest sp ever reached: what the arena really needed
 };
 
 void xmemarena_init(xmemarena* arena, const char* name, uint64_t capacity, void* base);
@@ -28,6 +29,8 @@ static inline xmemarena* xmemarena_set_sp(xmemarena* arena, uint64_t mark)
 static inline void xmemarena_reset(xmemarena* arena) { arena->sp = 0; }
 static inline uint64_t xmemarena_free_size(const xmemarena* arena) { return arena->capacity - arena->sp; }
 void xmemarena_print(const xmemarena* arena);
+// "arena: NAME capacity: C used: U high water: H\n"
+void xmemarena_print_high_water(const xmemarena* arena);
 
 // ---- byte order ----
 

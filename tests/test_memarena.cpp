@@ -85,6 +85,7 @@ TEST(memarena, marks_zero_fill_and_pop)
     for (int i = 0; i < 16; i++)
         EXPECT_EQ(again[i], 0);
     EXPECT_EQ(xmemarena_pop_size(a, 26), 0u);
+    EXPECT_EQ(a->high_water, 56u);  // the deepest the arena went, marks and pops aside
 }
 
 TEST(memarena, child_arena_lives_inside_its_parent)

@@ -1,0 +1,134 @@
+// The scene table and the control scenes: loading scenes ahead of time (at once or one per
+// pass), starting and synchronising the music, fading it out and ending the show. Effect
+// scenes join the table in its fixed order as they are built; the order matters because a
+// sequence row binds to the first table row whose name begins with the row's function name.
+#include "reel_scenes.h"
+
+#include <cstring>
+
+#include "music.h"
+
+static const char* const REEL_SCENES_FILE = "src/reel_scenes";
+constexpr int32_t REEL_FADE_OUT_LEAD = 66150;  // the fade starts 3 s before the row's end
+
+// A one-entry binding array for a scene that has none yet (the argument parsers of the control
+// scenes store their single value there).
+static int32_t* reel_scenes_one_integer(reel_scene* scene, xmemarena* arena)
+{
+    if (scene->integer_count == 0) {
+        scene->integers = (int32_t*)xmemarena_push_zero(arena, sizeof(int32_t));
+        scene->integer_count = 1;
+    }
+    return &scene->integers[0];
+}
+
+// ---- load_sync and load_async: load the scenes of every row before a label ----
+
+struct scene_load_async_state {
+    uint32_t progress;  // rows loaded so far
+};
+
+void scene_load_sync_parse_args(reel_scene* scene, reel_parse_context* ctx)
+{
+    const char* cursor = ctx->row->args;
+    const char* name = parse_arg_string(&cursor, ctx->row, ctx->tmp_arena);
+    const reel_sequence_label* label = seq_find_label(&ctx->engine->sequence, name);
+    if (!label)
+        crash_in(REEL_SCENES_FILE, __LINE__, "scene_load_sync_parse_args", "could not find label \"%s\" in sequence!\n",
+                 name);
+    *reel_scenes_one_integer(scene, ctx->arena) = (int32_t)label->row;
+}
+
+void scene_load_sync(reel_scene* scene, reel_run_context* ctx)
+{
+    if (scene->load_complete)
+        return;
+    reel_engine* e = ctx->engine;
+    const uint32_t until = (uint32_t)scene->integers[0];
+    for (uint32_t i = 0; i < until && i < e->scene_count; i++)
+        reel_load_scene(e, &e->scenes[i], &e->sequence.rows[i]);
+    scene->load_complete = 1;
+}
+
+void scene_load_async_parse_args(reel_scene* scene, reel_parse_context* ctx)
+{
+    scene_load_sync_parse_args(scene, ctx);
+    reel_scene_state<scene_load_async_state>(scene)->progress = 0;
+}
+
+void scene_load_async(reel_scene* scene, reel_run_context* ctx)
+{
+    if (scene->load_complete)
+        return;
+    reel_engine* e = ctx->engine;
+    scene_load_async_state* state = reel_scene_state<scene_load_async_state>(scene);
+    if (state->progress >= (uint32_t)scene->integers[0] || state->progress >= e->scene_count) {
+        scene->load_complete = 1;
+        return;
+    }
+    reel_load_scene(e, &e->scenes[state->progress], &e->sequence.rows[state->progress]);
+    state->progress += 1;  // one scene per call, so loading spreads over passes
+}
+
+// ---- music ----
+
+void scene_music_start_parse_args(reel_scene* scene, reel_parse_context* ctx)
+{
+    const char* cursor = ctx->row->args;
+    const char* name = parse_arg_string(&cursor, ctx->row, ctx->tmp_arena);
+    if (scene->blob_count == 0) {
+        scene->blobs = (reel_blob**)xmemarena_push_zero(ctx->arena, sizeof(reel_blob*));
+        scene->blob_count = 1;
+    }
+    scene->blobs[0] = reel_load_blob(ctx->engine, name);
+}
+
+void scene_music_start(reel_scene* scene, reel_run_context* ctx)
+{
+    scene->load_complete = 1;
+    // once, in the first update pass: a render pass may come first and must not restart it later
+    if (scene->ready && scene->first_update && ctx->pass == REEL_PASS_UPDATE) {
+        const reel_blob* blob = scene->blobs[0];
+        music_start(blob->data, (uint32_t)blob->size, 0);
+    }
+}
+
+void scene_music_sync_parse_args(reel_scene* scene, reel_parse_context* ctx)
+{
+    (void)scene, (void)ctx;  // the sequence loader consumed the argument
+}
+
+void scene_music_sync(reel_scene* scene, reel_run_context* ctx)
+{
+    (void)ctx;
+    scene->load_complete = 1;
+}
+
+void scene_fade_out_music_parse_args(reel_scene* scene, reel_parse_context* ctx)
+{
+    (void)scene, (void)ctx;
+}
+
+void scene_fade_out_music(reel_scene* scene, reel_run_context* ctx)
+{
+    scene->load_complete = 1;
+    if (!scene->ready)
+        return;
+    if (scene->first_update && ctx->pass == REEL_PASS_UPDATE) {
+        const int32_t position = music_global.music_position.load(std::memory_order_relaxed);
+        music_set_fade_start(position + scene->span - REEL_FADE_OUT_LEAD);
+    }
+    if (scene->ending)
+        ctx->engine->quit = 1;  // the host loop ends after this pass
+}
+
+// ---- the table ----
+
+const reel_scene_binding reel_scene_table[] = {
+    {"load_sync", scene_load_sync, scene_load_sync_parse_args},
+    {"load_async", scene_load_async, scene_load_async_parse_args},
+    {"music_start", scene_music_start, scene_music_start_parse_args},
+    {"music_sync", scene_music_sync, scene_music_sync_parse_args},
+    {"fade_out_music", scene_fade_out_music, scene_fade_out_music_parse_args},
+};
+const uint32_t reel_scene_table_count = sizeof(reel_scene_table) / sizeof(reel_scene_table[0]);
