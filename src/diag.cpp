@@ -67,6 +67,14 @@ void crash_in(const char* file, int line, const char* function, const char* fmt,
     diag_crash_tail(fmt, args);
 }
 
+void diag_exit(const char* fmt, ...)
+{
+    fflush(stdout);
+    va_list args;
+    va_start(args, fmt);
+    diag_crash_tail(fmt, args);
+}
+
 void log_at(const char* file, int line, const char* fmt, ...)
 {
     fflush(stdout);

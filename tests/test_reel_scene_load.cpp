@@ -1,0 +1,341 @@
+// Scene loading: binding rows to the scene table by prefix, scene descriptions (the parser on its
+// own and through reel_load_scene with resources already in the cache), the argument parsers,
+// colours and memprintf.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "reel.h"
+
+namespace {
+
+std::string literal(const std::string& text)
+{
+    std::string out;
+    for (char c : text) {
+        if (strchr(".[]{}()\\*+?^$|", c))
+            out += '\\';
+        out += c;
+    }
+    return out;
+}
+
+// An engine record with its two arenas and resources put straight into its cache, so that
+// loading finds them by name without any pack.
+struct scene_fixture {
+    std::vector<uint8_t> memory = std::vector<uint8_t>(1u << 20);
+    reel_engine engine;
+    std::vector<reel_resource_node> nodes = std::vector<reel_resource_node>(16);
+    uint32_t node_count = 0;
+    reel_scene scene;
+    scene_fixture()
+    {
+        memset((void*)&engine, 0, sizeof(engine));
+        memset((void*)&scene, 0, sizeof(scene));
+        xmemarena_init(&engine.arena_record, "reel_arena", memory.size() / 2, memory.data());
+        xmemarena_init(&engine.tmp_arena_record, "reel_tmp_arena", memory.size() / 2, memory.data() + memory.size() / 2);
+        engine.arena = &engine.arena_record;
+        engine.tmp_arena = &engine.tmp_arena_record;
+    }
+    void add(const char* name, void* record)
+    {
+        reel_resource_node* last = &engine.resource_cache;
+        while (last->next)
+            last = last->next;
+        nodes[node_count] = {name, record, nullptr};
+        last->next = &nodes[node_count++];
+    }
+    reel_sequence_row row(const char* function, const char* args)
+    {
+        reel_sequence_row r = {};
+        r.line = 7;
+        r.function = function;
+        r.args = args;
+        return r;
+    }
+};
+
+const reel_scene_binding* table_row(const char* name)
+{
+    for (uint32_t i = 0; i < reel_scene_table_count; i++)
+        if (strcmp(reel_scene_table[i].name, name) == 0)
+            return &reel_scene_table[i];
+    return nullptr;
+}
+
+// What ini_parse hands to its callbacks, checked for the NUL it promises while the call lasts.
+struct ini_record {
+    std::vector<std::string> calls;
+};
+
+void record_value(const char* key, uint32_t key_length, const char* value, uint32_t value_length, void* user)
+{
+    EXPECT_EQ(key[key_length], 0);
+    EXPECT_EQ(value[value_length], 0);
+    ((ini_record*)user)->calls.push_back(std::string(key) + "=" + value);
+}
+
+void record_item(const char* key, uint32_t key_length, const char* item, uint32_t item_length, uint32_t index,
+                 uint32_t count, void* user)
+{
+    EXPECT_EQ(key[key_length], 0);
+    EXPECT_EQ(item[item_length], 0);
+    ((ini_record*)user)->calls.push_back(std::string(key) + "[" + std::to_string(index) + "/" +
+                                         std::to_string(count) + "]=" + item);
+}
+
+std::vector<std::string> parse(const std::string& text)
+{
+    std::vector<char> buffer(text.begin(), text.end());
+    buffer.push_back(0);
+    ini_record record;
+    ini_parse(buffer.data(), "scene.ini", record_value, record_item, &record);
+    EXPECT_EQ(std::string(buffer.data()), text) << "the parser must put back every character it replaced";
+    return record.calls;
+}
+
+}  // namespace
+
+TEST(reel_scene_load, a_row_binds_to_the_first_table_row_its_function_name_begins)
+{
+    const struct {
+        const char* function;
+        const char* expected;
+    } cases[] = {
+        {"music_sync", "music_sync"},
+        {"music_s", "music_start"},  // both begin so: the earlier row wins
+        {"load", "load_sync"},
+        {"overlay_clut_set", "overlay_clut_set"},  // not overlay_clut_set1_pulsate, which comes later
+        {"video_clut", "video_clut_reset"},
+    };
+    for (const auto& c : cases) {
+        const reel_scene_binding* expected = table_row(c.expected);
+        if (!expected)
+            continue;  // the table gains its effect rows as they are built
+        scene_fixture f;
+        reel_sequence_row r = f.row(c.function, nullptr);
+        reel_load_scene(&f.engine, &f.scene, &r);
+        EXPECT_EQ(f.scene.run, expected->run) << c.function;
+        EXPECT_STREQ(f.scene.name, c.function);
+        EXPECT_TRUE(f.scene.loaded && f.scene.first_update && f.scene.first_render);
+    }
+
+    scene_fixture f;
+    reel_sequence_row unknown = f.row("music_stop", nullptr);
+    EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &unknown), testing::ExitedWithCode(1),
+                literal("crash in reel_load_scene at src/reel:") + "[0-9]+\n" +
+                    literal("failed find binding for \"music_stop\" on line: 7\n"));
+    reel_sequence_row empty = f.row("", nullptr);
+    EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &empty), testing::ExitedWithCode(1),
+                literal("failed find binding for \"\" on line: 7\n"));
+}
+
+TEST(reel_scene_load, argument_text_goes_to_the_parser_and_a_loaded_scene_is_left_alone)
+{
+    for (uint32_t i = 0; i < reel_scene_table_count; i++) {
+        if (reel_scene_table[i].parse_args)
+            continue;
+        scene_fixture f;
+        reel_sequence_row r = f.row(reel_scene_table[i].name, "1");
+        EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &r), testing::ExitedWithCode(1),
+                    literal("sequence args not supported for function \"" + std::string(reel_scene_table[i].name) +
+                            "\" (line: 7 in sequence file)\n"));
+        break;
+    }
+
+    scene_fixture f;
+    reel_sequence_row r = f.row("music_sync", "22050");
+    f.scene.integer_count = 99;  // a loaded scene is left as it is
+    f.scene.loaded = 1;
+    reel_load_scene(&f.engine, &f.scene, &r);
+    EXPECT_EQ(f.scene.name, nullptr);
+    f.scene.loaded = 0;
+    reel_load_scene(&f.engine, &f.scene, &r);
+    EXPECT_EQ(f.scene.run, table_row("music_sync")->run);
+    EXPECT_STREQ(r.args, "22050");
+    EXPECT_EQ(xmemarena_get_sp(f.engine.tmp_arena), 0u);
+}
+
+TEST(reel_scene_load, a_description_binds_names_numbers_and_resources)
+{
+    scene_fixture f;
+    std::string text = "# tunnel, first part\n"
+                       "scene_name = tunnel_a\n"
+                       "textures = [ wall\tfloor # the two of them\n"
+                       "  ]\n"
+                       "integers=[1 -2 3 ]\n"
+                       "floats = [9 ]\n"
+                       "floats = [0.5 2 ]  # replaces the first list\n"
+                       "speed = fast\n"
+                       "colors = [red ]\n"
+                       "pal = [ripple ]\n"
+                       "palettes = [sky ]\n";
+    std::vector<char> ini(text.begin(), text.end());
+    ini.push_back(0);
+    n3d_texture wall = {}, floor = {};
+    reel_palette sky = {};
+    reel_palette_animation ripple = {};
+    f.add("tunnel_a.ini", ini.data());
+    f.add("wall", &wall);
+    f.add("floor", &floor);
+    f.add("sky", &sky);
+    f.add("ripple", &ripple);
+    reel_sequence_row r = f.row("music_sync", "@tunnel_a.ini");
+
+    testing::internal::CaptureStdout();
+    reel_load_scene(&f.engine, &f.scene, &r);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "[speed]=[fast] - unhandled key value pair?\n[colors][0/1]=[red] - unhandled key array?\n");
+
+    EXPECT_STREQ(f.scene.name, "tunnel_a");
+    ASSERT_EQ(f.scene.texture_count, 2u);
+    EXPECT_EQ(f.scene.textures[0], &wall);
+    EXPECT_EQ(f.scene.textures[1], &floor);
+    ASSERT_EQ(f.scene.integer_count, 3u);
+    EXPECT_EQ(f.scene.integers[0], 1);
+    EXPECT_EQ(f.scene.integers[1], -2);
+    EXPECT_EQ(f.scene.integers[2], 3);
+    ASSERT_EQ(f.scene.float_count, 2u);
+    EXPECT_EQ(f.scene.floats[0], 0.5f);
+    EXPECT_EQ(f.scene.floats[1], 2.0f);
+    // keys are compared over their own length, in a fixed order: "pal" is palette_animations
+    ASSERT_EQ(f.scene.palette_animation_count, 1u);
+    EXPECT_EQ(f.scene.palette_animations[0], &ripple);
+    ASSERT_EQ(f.scene.palette_count, 1u);
+    EXPECT_EQ(f.scene.palettes[0], &sky);
+    EXPECT_EQ(r.args, nullptr);  // no argument parser runs after a description
+    EXPECT_EQ(f.scene.run, table_row("music_sync")->run);
+    EXPECT_EQ(std::string(ini.data()), text);
+}
+
+TEST(reel_scene_load, descriptions_that_name_missing_things_are_fatal)
+{
+    scene_fixture f;
+    reel_sequence_row r = f.row("music_sync", "@nothing.ini");
+    EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &r), testing::ExitedWithCode(1),
+                literal("could not find \"nothing.ini\" with kind 9 in pak file!\n"));
+    char text[] = "images = [ logo ]\n";
+    f.add("scene.ini", text);
+    reel_sequence_row s = f.row("music_sync", "@scene.ini");
+    EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &s), testing::ExitedWithCode(1),
+                literal("could not find \"logo\" with kind 5 in pak file!\n"));
+}
+
+TEST(reel_scene_load, the_description_parser_reads_words_items_and_comments)
+{
+    EXPECT_EQ(parse("scene_name = my-scene\nfloats = [1 ]\n"), std::vector<std::string>{"scene_name=my"});
+    EXPECT_EQ(parse("a=[x y]\nb=z"), (std::vector<std::string>{"a[0/2]=x", "a[1/2]=y]", "b=z"}));
+    EXPECT_EQ(parse("a = [ ]\n#only a comment\nb =\n  # between\n  c1 # trailing"),
+              (std::vector<std::string>{"b=c1"}));
+    // after line 1 a carriage return is white space
+    EXPECT_EQ(parse("first = 1\nkey junk = v\r\n"), (std::vector<std::string>{"first=1", "key=v"}));
+    EXPECT_EQ(parse("a = [x # one\n y ]"), (std::vector<std::string>{"a[0/2]=x", "a[1/2]=y"}));
+    EXPECT_EQ(parse("a = -1"), std::vector<std::string>{"a="});
+    EXPECT_EQ(parse(""), std::vector<std::string>{});
+}
+
+TEST(reel_scene_load, the_description_parser_refuses_what_it_cannot_read)
+{
+    EXPECT_EXIT(parse("a = 1\r\nb = 2\n"), testing::ExitedWithCode(1),
+                literal("txt contains \\r either bug or unpacked using some tool that converts unix lines to mac.. tryp "
+                        "MacZip\n"));
+    EXPECT_EXIT(parse("a = 1\n\nkey"), testing::ExitedWithCode(1),
+                literal("missing '=' on line 3 in file \"scene.ini\"\n"));
+    EXPECT_EXIT(parse("a = 1\nb = [ x\n y\n"), testing::ExitedWithCode(1),
+                literal("expected ']' to close array starting on line 2 in file \"scene.ini\"\n"));
+
+    // a NUL ends the text even inside an array
+    std::vector<char> text = {'a', '=', '[', 'x', 0, ']', 0};
+    EXPECT_EXIT(ini_parse(text.data(), "scene.ini", record_value, record_item, nullptr), testing::ExitedWithCode(1),
+                "expected '\\]' to close array starting on line 1");
+}
+
+TEST(reel_scene_load, integer_float_and_string_arguments_advance_past_one_comma)
+{
+    reel_sequence_row r = {};
+    r.line = 12;
+    r.args = "12,34, -7,x";
+    const char* cursor = r.args;
+    uint32_t counter = 0;
+    EXPECT_EQ(parse_arg_int(&counter, &cursor, &r), 12);
+    EXPECT_STREQ(cursor, "34, -7,x");
+    EXPECT_EQ(parse_arg_int(&counter, &cursor, &r), 34);
+    EXPECT_EQ(parse_arg_int(&counter, &cursor, &r), -7);
+    EXPECT_EQ(counter, 3u);
+    EXPECT_EXIT(parse_arg_int(&counter, &cursor, &r), testing::ExitedWithCode(1),
+                literal("crash in parse_arg_int at src/reel_scenes:") + "[0-9]+\n" +
+                    literal("parse_arg_int failed \"x\" (sequence line 12, args: \"12,34, -7,x\")\n"));
+    const char* huge = "4294967296";
+    EXPECT_EXIT(parse_arg_int(&counter, &huge, &r), testing::ExitedWithCode(1),
+                literal("parse_arg_int out of range \"4294967296\" (sequence line 12, args: \"12,34, -7,x\")\n"));
+
+    r.args = "0.5,-1e3,";
+    cursor = r.args;
+    EXPECT_EQ(parse_arg_float(&cursor, &r), 0.5f);
+    EXPECT_EQ(parse_arg_float(&cursor, &r), -1000.0f);
+    EXPECT_EXIT(parse_arg_float(&cursor, &r), testing::ExitedWithCode(1),
+                literal("parse_arg_float failed \"\" (sequence line 12, args: \"0.5,-1e3,\")\n"));
+
+    std::vector<uint8_t> memory(256);
+    xmemarena arena;
+    xmemarena_init(&arena, "test", memory.size(), memory.data());
+    cursor = "logo,,a b\nrest";
+    EXPECT_STREQ(parse_arg_string(&cursor, &r, &arena), "logo");
+    EXPECT_STREQ(parse_arg_string(&cursor, &r, &arena), "");
+    EXPECT_STREQ(parse_arg_string(&cursor, &r, &arena), "a b");
+    EXPECT_STREQ(cursor, "\nrest");
+}
+
+TEST(reel_scene_load, colours_read_as_rgba_argb1555_and_linear)
+{
+    std::vector<uint8_t> memory(256);
+    xmemarena arena;
+    xmemarena_init(&arena, "test", memory.size(), memory.data());
+    reel_sequence_row r = {};
+    r.line = 5;
+    const char* cursor = "#ff8000ff,#0A1B2C7f";
+    reel_color c;
+    parse_arg_color(&c, &cursor, &r, &arena);
+    EXPECT_EQ(c.rgba, 0xFF8000FFu);
+    EXPECT_EQ(c.argb1555, 0xFE00u);
+    EXPECT_NEAR(c.linear[0], 1.0f, 1e-6);
+    EXPECT_NEAR(c.linear[1], 0.2158605f, 1e-5);
+    EXPECT_EQ(c.linear[2], 0.0f);
+    EXPECT_EQ(c.linear[3], 1.0f);
+    parse_arg_color(&c, &cursor, &r, &arena);
+    EXPECT_EQ(c.rgba, 0x0A1B2C7Fu);
+    EXPECT_EQ(c.argb1555, (0x0Au >> 3) << 10 | (0x1Bu >> 3) << 5 | (0x2Cu >> 3));  // alpha below 128: bit clear
+    EXPECT_NEAR(c.linear[3], 127.0f / 255.0f, 1e-7);
+
+    const struct {
+        const char* text;
+        const char* message;
+    } refusals[] = {
+        {"ff8000ff", "expected '#' for start of hexcolor on line: 5\n"},
+        {"#ff8000", "expected 4 hex values of 2 digits, e.g. #00112233 (for r,g,b,a) on line: 5\n"},
+        {"#ff8000ff0", "expected 4 hex values of 2 digits, e.g. #00112233 (for r,g,b,a) on line: 5\n"},
+        {"#ff80g0ff", "could not parse color value after # (invalid hex?) on line: 5\n"},
+    };
+    for (const auto& refusal : refusals) {
+        const char* text = refusal.text;
+        EXPECT_EXIT(parse_arg_color(&c, &text, &r, &arena), testing::ExitedWithCode(1),
+                    literal("crash in parse_arg_color at src/reel_scenes:") + "[0-9]+\n" + literal(refusal.message));
+    }
+}
+
+TEST(reel_scene_load, memprintf_and_lerpf_clamped)
+{
+    std::vector<uint8_t> memory(64);
+    xmemarena arena;
+    xmemarena_init(&arena, "test", memory.size(), memory.data());
+    const char* name = memprintf(&arena, "%s/pak%d.rpk", REEL_PACK_FOLDER, 2);
+    EXPECT_STREQ(name, "assets/reel/le/pak2.rpk");
+    EXPECT_EQ(xmemarena_get_sp(&arena), strlen(name) + 1);
+    EXPECT_STREQ(memprintf(&arena, "%s", ""), "");
+
+    EXPECT_EQ(lerpf_clamped(2.0f, 6.0f, 0.25f), 3.0f);
+    EXPECT_EQ(lerpf_clamped(2.0f, 6.0f, -1.0f), 2.0f);
+    EXPECT_EQ(lerpf_clamped(2.0f, 6.0f, 3.0f), 6.0f);
+}

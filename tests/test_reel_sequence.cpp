@@ -1,0 +1,234 @@
+// The sequence loader: rows and their argument text, labels, barriers, relative times in their
+// resolution order, the music sync, and every refusal with its message.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "reel.h"
+
+namespace {
+
+struct seq_fixture {
+    std::vector<uint8_t> memory = std::vector<uint8_t>(2u << 20);
+    xmemarena arena;
+    xmemarena tmp_arena;
+    reel_sequence seq;
+    seq_fixture()
+    {
+        xmemarena_init(&arena, "test_reel_arena", memory.size() / 2, memory.data());
+        xmemarena_init(&tmp_arena, "test_reel_tmp_arena", memory.size() / 2, memory.data() + memory.size() / 2);
+    }
+    const reel_sequence& load(const std::string& text)
+    {
+        reel_load_sequence(&seq, text.c_str(), "sequence.csv", &arena, &tmp_arena);
+        return seq;
+    }
+};
+
+// A literal message as an extended regular expression.
+std::string literal(const std::string& text)
+{
+    std::string out;
+    for (char c : text) {
+        if (strchr(".[]{}()\\*+?^$|", c))
+            out += '\\';
+        out += c;
+    }
+    return out;
+}
+
+const char* const HEADER = "start_mode,start_ref,start,preload,end_mode,end_ref,end,function,args\n";
+
+void expect_load_fails(const std::string& body, const std::string& message)
+{
+    EXPECT_EXIT(seq_fixture().load(HEADER + body), testing::ExitedWithCode(1), literal(message));
+}
+
+}  // namespace
+
+TEST(reel_sequence, rows_read_their_columns_and_resolve_against_the_previous_row)
+{
+    seq_fixture f;
+    const reel_sequence& s = f.load(std::string(HEADER) +
+                                    "abs,,0,0,abs,,5000,load_sync\n"
+                                    "relend,prev,0,500,relstart,me,2000,overlay_clear,3\n"
+                                    "abs,\t,1,1,abs,,-1,video_clear  ,  #00ff00ff, 2 \n");
+    ASSERT_EQ(s.row_count, 3u);
+    EXPECT_EQ(s.lead_in, 0u);
+
+    const reel_sequence_row& a = s.rows[0];
+    EXPECT_EQ(a.index, 0u);
+    EXPECT_EQ(a.line, 2u);
+    EXPECT_STREQ(a.function, "load_sync");
+    EXPECT_EQ(a.args, nullptr);
+    EXPECT_STREQ(a.start_reference, "");
+    EXPECT_EQ(a.start, 0);
+    EXPECT_EQ(a.end, 110250);
+    EXPECT_EQ(a.load, 0);
+
+    const reel_sequence_row& b = s.rows[1];
+    EXPECT_STREQ(b.start_reference, "prev");
+    EXPECT_STREQ(b.end_reference, "me");
+    EXPECT_EQ(b.start, 110250);
+    EXPECT_EQ(b.load, 110250 - 11025);
+    EXPECT_EQ(b.end, 110250 + 44100);
+    EXPECT_STREQ(b.args, "3");
+
+    // (ms x 22050) / 1000 truncates toward zero; the argument text is the rest of the line as it is
+    const reel_sequence_row& c = s.rows[2];
+    EXPECT_EQ(c.start, 22);
+    EXPECT_EQ(c.load, 0);
+    EXPECT_EQ(c.end, -22);
+    EXPECT_STREQ(c.function, "video_clear");
+    EXPECT_STREQ(c.args, "  #00ff00ff, 2 ");
+}
+
+TEST(reel_sequence, comments_empty_lines_and_labels_keep_line_numbers_and_name_the_next_row)
+{
+    seq_fixture f;
+    const reel_sequence& s = f.load(std::string(HEADER) +
+                                    "# the opening\n"
+                                    "\n"
+                                    "abs,,0,0,abs,,1000,load_sync,intro\n"
+                                    "intro: anything, here: at all\n"
+                                    "relend,prev,0,0,relstart,me,1000,overlay_clear\n"
+                                    "relstart,intro,250,0,relend,intro,0,video_clear\n"
+                                    "outro:\n");
+    ASSERT_EQ(s.row_count, 3u);
+    EXPECT_EQ(s.rows[1].line, 6u);
+    ASSERT_EQ(s.label_count, 2u);
+    EXPECT_STREQ(s.labels[0].name, "intro");
+    EXPECT_EQ(s.labels[0].line, 5u);
+    EXPECT_EQ(s.labels[0].row, 1u);
+    EXPECT_EQ(s.labels[1].row, 3u);  // after the last row: load_sync uses it to mean "all rows"
+    EXPECT_EQ(seq_find_label(&s, "intro"), &s.labels[0]);
+    EXPECT_EQ(seq_find_label(&s, "intr"), nullptr);
+    EXPECT_EQ(s.rows[2].start, 22050 + 5512);
+    EXPECT_EQ(s.rows[2].end, 44100);
+}
+
+TEST(reel_sequence, a_start_after_its_own_end_resolves_in_the_second_pass)
+{
+    seq_fixture f;
+    const reel_sequence& s = f.load(std::string(HEADER) + "relend,me,-1000,1000,abs,,60000,overlay_clear\n");
+    EXPECT_EQ(s.rows[0].end, 1323000);
+    EXPECT_EQ(s.rows[0].start, 1300950);
+    EXPECT_EQ(s.rows[0].load, 1300950 - 22050);
+}
+
+TEST(reel_sequence, a_reference_to_a_later_row_sees_its_unresolved_value)
+{
+    seq_fixture f;
+    const reel_sequence& s = f.load(std::string(HEADER) +
+                                    "abs,,0,0,relstart,later,0,a\n"
+                                    "later:\n"
+                                    "relend,prev,500,0,abs,,3000,b\n"
+                                    "relstart,later,1000,0,relstart,me,1000,c\n");
+    EXPECT_EQ(s.rows[0].end, 11025);  // row 1's start before it is offset by row 0's end
+    EXPECT_EQ(s.rows[1].start, 22050);
+    EXPECT_EQ(s.rows[1].end, 66150);
+    EXPECT_EQ(s.rows[2].start, 44100);  // an earlier row is seen with its final value
+    EXPECT_EQ(s.rows[2].end, 66150);
+}
+
+TEST(reel_sequence, barriers_mark_the_row_before_them)
+{
+    seq_fixture f;
+    const reel_sequence& s = f.load(std::string(HEADER) +
+                                    "abs,,0,0,abs,,1000,a\n"
+                                    "abs,,0,0,abs,,1000,b\n"
+                                    "barrier,prev_completed\n"
+                                    "abs,,0,0,abs,,1000,c\n");
+    EXPECT_EQ(s.rows[0].flags, 0u);
+    EXPECT_EQ(s.rows[1].flags, SEQ_ROW_BARRIER_AFTER);
+    EXPECT_EQ(s.rows[2].flags, 0u);
+    ASSERT_EQ(s.barrier_count, 1u);
+    EXPECT_EQ(s.barriers[0].kind, SEQ_BARRIER_PREV_COMPLETED);
+    EXPECT_EQ(s.barriers[0].line, 4u);
+    EXPECT_EQ(s.barriers[0].row, 1);
+
+    expect_load_fails("abs,,0,0,abs,,1000,a\nbarrier,prev_active\n",
+                      "barrier on line 3 in \"sequence.csv\" has unexpected/unsupported value: \"prev_active\"\n");
+    expect_load_fails("barrier,prev_completed\nabs,,0,0,abs,,1000,a\n",
+                      "barrier on line 2 in \"sequence.csv\" comes before the first scene row\n");
+}
+
+TEST(reel_sequence, music_sync_delays_the_music_or_moves_the_script)
+{
+    const std::string rows = "abs,,0,0,abs,,1000,music_start,music\n"
+                             "abs,,2000,500,relstart,me,1000,music_sync,";
+    {
+        seq_fixture f;
+        const reel_sequence& s = f.load(HEADER + rows + "22050\n");
+        EXPECT_EQ(s.lead_in, 22050u);
+        EXPECT_EQ(s.rows[1].start, 44100);
+        EXPECT_EQ(s.rows[0].end, 22050);
+    }
+    {
+        seq_fixture f;
+        const reel_sequence& s = f.load(HEADER + rows + "66150,ignored\n");
+        EXPECT_EQ(s.lead_in, 0u);
+        EXPECT_EQ(s.rows[0].start, 22050);
+        EXPECT_EQ(s.rows[0].end, 44100);
+        EXPECT_EQ(s.rows[0].load, 22050);
+        EXPECT_EQ(s.rows[1].start, 66150);
+        EXPECT_EQ(s.rows[1].end, 88200);
+        EXPECT_EQ(s.rows[1].load, 66150 - 11025);
+    }
+    expect_load_fails(rows + "1\nabs,,0,0,abs,,1,music_sync,2\n",
+                      "there can be at most one \"music_sync\" but there was one on line 3 and on line 4\n");
+    expect_load_fails("abs,,0,0,abs,,1,music_sync\n",
+                      "\"music_sync\" on line 2 in \"sequence.csv\" needs the music position in samples as its argument\n");
+    expect_load_fails("abs,,0,0,abs,,1,music_sync,soon\n", "parse_arg_int failed \"soon\" (sequence line 2, args: \"soon\")\n");
+}
+
+TEST(reel_sequence, references_that_cannot_resolve_are_fatal)
+{
+    EXPECT_EXIT(seq_fixture().load(HEADER + std::string("relstart,me,0,0,abs,,1000,a\n")), testing::ExitedWithCode(1),
+                "^crash in reel_load_sequence at src/reel:[0-9]+\ncannot take start to be relative its own start! line: 2 "
+                "in sequence.csv\n$");
+    expect_load_fails("abs,,0,0,relend,me,1000,a\n", "cannot take end to be relative its own end! line: 2 in sequence.csv\n");
+    expect_load_fails("relend,me,0,0,relstart,me,1000,a\n",
+                      "could not resolve start/end on line: 2 in sequence.csv (bug? or are you doing something weird?)\n");
+    expect_load_fails("abs,,0,0,after,me,1000,a\n",
+                      "could not resolve start/end on line: 2 in sequence.csv (bug? or are you doing something weird?)\n");
+    expect_load_fails("relend,nowhere,0,0,abs,,1000,a\n", "could not find label: \"nowhere\"\n");
+    // a label naming the row itself is the row itself
+    expect_load_fails("abs,,0,0,abs,,1000,a\nself:\nrelstart,self,0,0,abs,,1000,b\n",
+                      "cannot take start to be relative its own start! line: 4 in sequence.csv\n");
+}
+
+TEST(reel_sequence, a_label_naming_no_row_is_refused_when_used)
+{
+    expect_load_fails("relend,last,0,0,relstart,me,1000,a\nlast:\n",
+                      "label \"last\" on line 3 names no scene row (used on line 2 in sequence.csv)\n");
+}
+
+TEST(reel_sequence, malformed_lines_are_fatal_with_their_line)
+{
+    expect_load_fails("abs,,0,0,abs,,1000,a\n:intro\n", "found ':' but has no name for the label? on line 3 in \"sequence.csv\"\n");
+    expect_load_fails("abs,,0,0,abs,,1000\n", "expected ',' failed parse line 2 in \"sequence.csv\"\n");
+    expect_load_fails("abs,,0,0,abs\n", "expected ',' failed parse line 2 in \"sequence.csv\"\n");
+    expect_load_fails("abs,,0 ,0,abs,,1000,a\n", "expected ',' failed parse line 2 in \"sequence.csv\"\n");
+    expect_load_fails("abs,,x,0,abs,,1000,a\n", "failed parse line 2 in \"sequence.csv\"\n");
+    expect_load_fails("abs,,0,\n0,abs,,1000,a\n", "failed parse line 2 in \"sequence.csv\"\n");
+    expect_load_fails("abs,,97391549,0,abs,,0,a\n",
+                      "time 97391549 ms on line 2 in \"sequence.csv\" is out of range (at most 97391548 ms either way)\n");
+    expect_load_fails("abs,,0,0,abs,,1000,a", "sequence \"sequence.csv\" is empty or does not end with a line feed\n");
+    EXPECT_EXIT(seq_fixture().load(""), testing::ExitedWithCode(1), "is empty or does not end with a line feed");
+}
+
+TEST(reel_sequence, times_stay_on_the_32_bit_clock)
+{
+    // milliseconds convert to samples without overflow for hours of show: two minutes is
+    // 2,646,000 samples; the largest time is the one whose samples still fit 32 bits
+    seq_fixture f;
+    const reel_sequence& s = f.load(std::string(HEADER) + "abs,,120000,0,abs,,97391548,a\n");
+    EXPECT_EQ(s.rows[0].start, 2646000);
+    EXPECT_EQ(s.rows[0].end, 2147483633);
+    std::string rows = "abs,,97391548,0,abs,,97391548,a\n";
+    expect_load_fails(rows + "relend,prev,1000,0,relend,prev,0,b\n",
+                      "a time of the row on line 3 in \"sequence.csv\" is out of range of the show clock\n");
+}
