@@ -1,0 +1,855 @@
+// Datapacks and their animation: byte-exact round trips in both byte orders, the block layout
+// read from bytes written here field by field, lookups and the scene's table check, the refusal
+// of damaged blocks, key evaluation, world matrices checked against point transforms computed
+// here, joint matrices and the keyframe dump.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mad.h"
+#include "mad_anim.h"
+#include "n3d_io.h"
+
+namespace {
+
+struct test_arena {
+    std::vector<uint8_t> memory;
+    xmemarena arena;
+    explicit test_arena(uint64_t capacity = 1u << 20) : memory(capacity + 64)
+    {
+        const uintptr_t aligned = ((uintptr_t)memory.data() + 63) & ~(uintptr_t)63;
+        xmemarena_init(&arena, "test_mad", capacity, (void*)aligned);
+    }
+};
+
+std::vector<uint8_t> write_block(const mad_datapack* d, int32_t order)
+{
+    std::vector<uint8_t> bytes(mad_datapack_write_size(d));
+    EXPECT_EQ(mad_datapack_write(bytes.data(), d, order), bytes.data() + bytes.size());
+    return bytes;
+}
+
+// Reads a copy of the block (so a read past it is the sanitizer's to see) into arena.
+mad_datapack read_block(xmemarena* arena, const std::vector<uint8_t>& bytes, int32_t order)
+{
+    auto* copy = (uint8_t*)xmemarena_push_align(arena, bytes.size() + 1, 32);
+    memcpy(copy, bytes.data(), bytes.size());
+    stream_cursor cur;
+    stream_cursor_init(&cur, copy, bytes.size(), order, "test.mad");
+    mad_datapack d;
+    EXPECT_EQ(mad_datapack_read(&d, arena, &cur), copy + bytes.size());
+    EXPECT_EQ(cur.p, copy + bytes.size());
+    return d;
+}
+
+// ---- a datapack assembled from records ----
+
+constexpr float SQRT_HALF = 0.70710678f;
+
+struct sample_pack {
+    float xyz[18] = {0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1, 1, 1, 0, 1, 0, 1};
+    float uv[6] = {0, 0, 1, 0, 0, 1};
+    float normals[9] = {0, 0, 1, 0, 0, 1, 0, 0, 1};
+    uint8_t joints[12] = {0, 1, 0, 0, 1, 0, 0, 0, 1, 1, 0, 0};
+    float weights[12] = {1, 0, 0, 0, 0.5f, 0.5f, 0, 0, 0.25f, 0.75f, 0, 0};
+    mad_image images[2] = {{(char*)"wood", 0}, {(char*)"stone", 0}};
+    mad_material materials[2];
+    mad_primitive primitives0[2];
+    mad_primitive primitives1[1];
+    mad_mesh meshes[2];
+    uint32_t skin_joints[2] = {1, 2};
+    mat4x4 inverse_binds[2];
+    mat4x4 binds[2];
+    mad_skin skins[1];
+    mad_camera cameras[2];
+    uint32_t root_children[2] = {1, 3};
+    uint32_t arm_children[1] = {2};
+    mad_node nodes[6];
+    float step_times[3] = {0, 1, 2};
+    float step_values[9] = {0, 0, 0, 1, 2, 3, 4, 5, 6};
+    float spin_times[2] = {0, 1};
+    float spin_values[8] = {0, 0, 0, 1, 0, 0, -SQRT_HALF, -SQRT_HALF};  // a negative dot product
+    float grow_times[2] = {0, 2};
+    float grow_values[6] = {1, 1, 1, 3, 5, 7.6f};
+    float idle_times[1] = {0.5f};
+    float idle_values[3] = {9, 8, 7};
+    mad_sampler walk_samplers[3];
+    mad_channel walk_channels[3];
+    mad_sampler idle_samplers[1];
+    mad_channel idle_channels[1];
+    mad_animation animations[2];
+    mad_datapack d;
+};
+
+void node_set(mad_node* n, const char* name, const vec3 s, const quat r, const vec3 t)
+{
+    memset(n, 0, sizeof(*n));
+    n->name = (char*)name;
+    vec3_dup(n->scale, s);
+    vec4_dup(n->rotation, r);
+    vec3_dup(n->translation, t);
+}
+
+// Nodes: 0 root (children 1 and 3, mesh 0), 1 arm (child 2, skin), 2 hand (mesh 1), 3 cam
+// (perspective camera), 4 prop (a second root: mesh 0, orthographic camera), 5 "arm" again.
+std::unique_ptr<sample_pack> make_sample()
+{
+    auto s = std::make_unique<sample_pack>();
+    s->materials[0] = {&s->images[1], {1, 0.5f, 0.25f, 1}};
+    s->materials[1] = {nullptr, {0, 0, 0, 0.5f}};
+    s->primitives0[0] = {{3, s->xyz, s->uv, s->normals, s->normals, s->normals, s->uv, nullptr, nullptr},
+                         &s->materials[0]};
+    s->primitives0[1] = {{3, s->xyz, nullptr, nullptr, nullptr, nullptr, nullptr, s->joints, s->weights}, nullptr};
+    s->primitives1[0] = {{6, s->xyz, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr}, &s->materials[1]};
+    s->meshes[0] = {2, s->primitives0};
+    s->meshes[1] = {1, s->primitives1};
+    mat4x4_translate(s->inverse_binds[0], 0, -1, 0);
+    mat4x4_translate(s->inverse_binds[1], -1, -2, -3);
+    mat4x4_scale_aniso(s->inverse_binds[1], s->inverse_binds[1], 2, 2, 2);
+    s->skins[0] = {2, s->skin_joints, s->inverse_binds, s->binds};
+    // the pair a type does not store holds junk here: the reader must give 0 for it
+    s->cameras[0] = {0, 100, 0.5f, 7, 7, 1.5f, 0.7f};
+    s->cameras[1] = {1, 50, 0.1f, 2, 3, 7, 7};
+
+    vec3 one = {1, 1, 1}, two = {2, 2, 2}, arm_s = {1, 0.5f, 1};
+    quat id = {0, 0, 0, 1}, about_y = {0, SQRT_HALF, 0, SQRT_HALF}, about_x = {0.38268343f, 0, 0, 0.92387953f};
+    vec3 t_root = {1, 2, 3}, t_arm = {0, 1, 0}, t_hand = {0, 0, 2}, zero = {0, 0, 0};
+    mad_node* n = s->nodes;
+    node_set(&n[0], "root", two, about_y, t_root);
+    n[0].mesh = &s->meshes[0];
+    n[0].child_count = 2;
+    n[0].children = s->root_children;
+    node_set(&n[1], "arm", arm_s, about_x, t_arm);
+    n[1].skin = &s->skins[0];
+    n[1].child_count = 1;
+    n[1].children = s->arm_children;
+    n[1].parent = &n[0];
+    node_set(&n[2], "hand", one, id, t_hand);
+    n[2].mesh = &s->meshes[1];
+    n[2].parent = &n[1];
+    node_set(&n[3], "cam", one, id, zero);
+    n[3].camera = &s->cameras[0];
+    n[3].parent = &n[0];
+    node_set(&n[4], "prop", one, id, zero);
+    n[4].mesh = &s->meshes[0];
+    n[4].camera = &s->cameras[1];
+    node_set(&n[5], "arm", one, id, zero);
+
+    s->walk_samplers[0] = {MAD_INTERPOLATION_STEP, 3, 9, s->step_times, s->step_values};
+    s->walk_samplers[1] = {MAD_INTERPOLATION_LINEAR, 2, 8, s->spin_times, s->spin_values};
+    s->walk_samplers[2] = {MAD_INTERPOLATION_LINEAR, 2, 6, s->grow_times, s->grow_values};
+    s->walk_channels[0] = {&n[1], &s->walk_samplers[0], MAD_PATH_TRANSLATION};
+    s->walk_channels[1] = {&n[2], &s->walk_samplers[1], MAD_PATH_ROTATION};
+    s->walk_channels[2] = {&n[0], &s->walk_samplers[2], MAD_PATH_SCALE};
+    s->idle_samplers[0] = {MAD_INTERPOLATION_LINEAR, 1, 3, s->idle_times, s->idle_values};
+    s->idle_channels[0] = {&n[4], &s->idle_samplers[0], MAD_PATH_TRANSLATION};
+    s->animations[0] = {(char*)"walk", 3, s->walk_samplers, 3, s->walk_channels};
+    s->animations[1] = {(char*)"idle", 1, s->idle_samplers, 1, s->idle_channels};
+
+    s->d = {6, s->nodes, 2, s->meshes, 1, s->skins, 2, s->cameras, 2, s->animations, 2, s->images, 2, s->materials};
+    return s;
+}
+
+// ---- a datapack written field by field, in the documented order ----
+
+struct block_writer {
+    std::vector<uint8_t> bytes;
+    int32_t order;
+    void u32(uint32_t v)
+    {
+        uint8_t b[4];
+        stream_write_u32(b, v, order);
+        bytes.insert(bytes.end(), b, b + 4);
+    }
+    void f32(float v)
+    {
+        uint32_t bits;
+        memcpy(&bits, &v, 4);
+        u32(bits);
+    }
+    void text(const char* s) { bytes.insert(bytes.end(), s, s + strlen(s) + 1); }
+};
+
+// The fields the death tests damage, with the values of a good block.
+struct tiny_fields {
+    uint32_t counts[7] = {2, 1, 1, 1, 1, 1, 1};  // nodes, meshes, skins, cameras, animations, images, materials
+    std::vector<uint32_t> root_children = {1};
+    uint32_t root_parent = 0;
+    uint32_t root_mesh = 1;
+    std::vector<uint32_t> leaf_children = {};
+    uint32_t leaf_parent = 1;
+    uint32_t leaf_skin = 1;
+    uint32_t leaf_camera = 1;
+    uint32_t material_image = 0;
+    uint32_t primitive_count = 1;
+    uint32_t vertex_count = 3;
+    uint32_t primitive_material = MAD_INDEX_NONE;
+    uint32_t joint_count = 1;
+    uint32_t joint = 1;
+    uint32_t camera_type = 0;
+    uint32_t sampler_count = 1;
+    uint32_t interpolation = MAD_INTERPOLATION_LINEAR;
+    uint32_t input_count = 2;
+    uint32_t output_count = 8;
+    float second_time = 1;
+    uint32_t channel_count = 1;
+    uint32_t channel_node = 1;
+    uint32_t channel_path = MAD_PATH_ROTATION;
+    uint32_t channel_sampler = 0;
+    size_t vertices_at = 0;        // out: offset of the vertex block
+    size_t animation_name_at = 0;  // out: offset of the animation's name
+};
+
+std::vector<uint8_t> tiny_block(tiny_fields* f, int32_t order)
+{
+    block_writer w = {{}, order};
+    for (uint32_t c : f->counts)
+        w.u32(c);
+    // node 0 "root"
+    w.text("root");
+    w.u32((uint32_t)f->root_children.size());
+    for (float v : {1.0f, 1.0f, 1.0f, 0.0f, 0.0f, 0.0f, 1.0f, 1.0f, 2.0f, 3.0f})
+        w.f32(v);
+    w.u32(f->root_mesh);
+    w.u32(0);
+    w.u32(0);
+    for (uint32_t c : f->root_children)
+        w.u32(c);
+    w.u32(f->root_parent);
+    // node 1 "leaf"
+    w.text("leaf");
+    w.u32((uint32_t)f->leaf_children.size());
+    for (float v : {2.0f, 2.0f, 2.0f, 0.0f, 0.6f, 0.0f, 0.8f, 0.0f, 0.0f, -1.0f})
+        w.f32(v);
+    w.u32(0);
+    w.u32(f->leaf_skin);
+    w.u32(f->leaf_camera);
+    for (uint32_t c : f->leaf_children)
+        w.u32(c);
+    w.u32(f->leaf_parent);
+    w.text("bark");  // image
+    w.u32(f->material_image);
+    for (float v : {0.5f, 0.25f, 1.0f, 1.0f})
+        w.f32(v);
+    // mesh: one primitive of xyz only
+    w.u32(f->primitive_count);
+    f->vertices_at = w.bytes.size();
+    w.u32(N3D_VERTICES_XYZ);
+    w.u32(f->vertex_count);
+    for (int i = 0; i < 9; i++)
+        w.f32((float)i);
+    w.u32(f->primitive_material);
+    // skin: one joint whose inverse bind matrix scales by 2
+    w.u32(f->joint_count);
+    w.u32(f->joint);
+    for (int i = 0; i < 16; i++)
+        w.f32(i % 5 == 0 ? (i == 15 ? 1.0f : 2.0f) : 0.0f);
+    // camera
+    w.u32(f->camera_type);
+    w.f32(100);
+    w.f32(0.5f);
+    w.f32(1.5f);
+    w.f32(0.75f);
+    // animation "spin": one linear rotation sampler of two keys
+    f->animation_name_at = w.bytes.size();
+    w.text("spin");
+    w.u32(f->sampler_count);
+    w.u32(f->interpolation);
+    w.u32(f->input_count);
+    w.u32(f->output_count);
+    w.f32(0);
+    w.f32(f->second_time);
+    for (float v : {0.0f, 0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 1.0f, 0.0f})
+        w.f32(v);
+    w.u32(f->channel_count);
+    w.u32(f->channel_node);
+    w.u32(f->channel_path);
+    w.u32(f->channel_sampler);
+    return w.bytes;
+}
+
+std::vector<uint8_t> tiny_block_with(std::function<void(tiny_fields*)> change)
+{
+    tiny_fields f;
+    change(&f);
+    return tiny_block(&f, BYTE_ORDER_NATIVE);
+}
+
+void read_bytes(const std::vector<uint8_t>& bytes)
+{
+    test_arena a;
+    read_block(&a.arena, bytes, BYTE_ORDER_NATIVE);
+}
+
+// A literal text as an extended regular expression.
+std::string literal(const std::string& text)
+{
+    std::string out;
+    for (char c : text) {
+        if (strchr("[](){}.*+?^$|\\", c))
+            out += '\\';
+        out += c;
+    }
+    return out;
+}
+
+void expect_near_mat(const mat4x4 a, const mat4x4 b, float tolerance)
+{
+    for (int c = 0; c < 4; c++)
+        for (int r = 0; r < 4; r++)
+            EXPECT_NEAR(a[c][r], b[c][r], tolerance) << "column " << c << " row " << r;
+}
+
+}  // namespace
+
+// ---- blocks ----
+
+TEST(mad_block, write_read_write_reproduces_the_block_in_both_orders)
+{
+    auto s = make_sample();
+    test_arena a;
+    const std::vector<uint8_t> native = write_block(&s->d, BYTE_ORDER_NATIVE);
+    const std::vector<uint8_t> swapped = write_block(&s->d, BYTE_ORDER_SWAPPED);
+    ASSERT_EQ(native.size(), swapped.size());
+    EXPECT_NE(native, swapped);
+    for (int32_t order : {BYTE_ORDER_NATIVE, BYTE_ORDER_SWAPPED}) {
+        const std::vector<uint8_t>& block = order == BYTE_ORDER_NATIVE ? native : swapped;
+        const mad_datapack d = read_block(&a.arena, block, order);
+        EXPECT_EQ(write_block(&d, order), block);
+        EXPECT_EQ(write_block(&d, BYTE_ORDER_SWAPPED + BYTE_ORDER_NATIVE - order),
+                  order == BYTE_ORDER_NATIVE ? swapped : native);
+    }
+}
+
+TEST(mad_block, reader_resolves_every_reference)
+{
+    auto s = make_sample();
+    test_arena a;
+    const mad_datapack d = read_block(&a.arena, write_block(&s->d, BYTE_ORDER_SWAPPED), BYTE_ORDER_SWAPPED);
+    const mad_node* n = d.nodes;
+    EXPECT_STREQ(n[2].name, "hand");
+    EXPECT_NE(n[2].name, s->nodes[2].name);  // copied, not borrowed
+    EXPECT_TRUE(n[0].mesh == &d.meshes[0] && n[4].mesh == &d.meshes[0] && n[2].mesh == &d.meshes[1]);
+    EXPECT_TRUE(n[3].mesh == nullptr && n[1].skin == &d.skins[0] && n[4].camera == &d.cameras[1]);
+    EXPECT_TRUE(n[0].parent == nullptr && n[3].parent == &n[0] && n[2].parent == &n[1]);
+    EXPECT_TRUE(d.materials[0].base_color_image == &d.images[1] && d.materials[1].base_color_image == nullptr);
+    EXPECT_TRUE(d.meshes[0].primitives[0].material == &d.materials[0] && d.meshes[0].primitives[1].material == nullptr);
+    EXPECT_EQ(d.meshes[0].primitives[1].vertices.joints[4], 1);
+    const mad_animation* idle = &d.animations[1];
+    EXPECT_TRUE(idle->channels[0].node == &n[4] && idle->channels[0].sampler == &idle->samplers[0]);
+
+    // bind matrices are derived: (T(-1, -2, -3) S(2))^-1 = S(1/2) T(1, 2, 3)
+    EXPECT_FLOAT_EQ(d.skins[0].bind_matrices[1][3][2], 1.5f);
+    EXPECT_FLOAT_EQ(d.skins[0].bind_matrices[1][1][1], 0.5f);
+    // only the pair a camera's type selects is stored
+    EXPECT_FLOAT_EQ(d.cameras[0].yfov, 0.7f);
+    EXPECT_TRUE(d.cameras[0].ortho_a == 0 && d.cameras[0].ortho_b == 0);
+    EXPECT_FLOAT_EQ(d.cameras[1].ortho_b, 3.0f);
+    EXPECT_TRUE(d.cameras[1].persp_a == 0 && d.cameras[1].yfov == 0);
+}
+
+TEST(mad_block, reads_the_layout_field_by_field)
+{
+    for (int32_t order : {BYTE_ORDER_NATIVE, BYTE_ORDER_SWAPPED}) {
+        tiny_fields f;
+        const std::vector<uint8_t> bytes = tiny_block(&f, order);
+        test_arena a;
+        const mad_datapack d = read_block(&a.arena, bytes, order);
+        const mad_node* n = d.nodes;
+        EXPECT_STREQ(n[1].name, "leaf");
+        EXPECT_TRUE(n[0].mesh == &d.meshes[0] && n[0].skin == nullptr && n[0].camera == nullptr);
+        EXPECT_TRUE(n[1].parent == &n[0] && n[1].skin == &d.skins[0] && n[1].camera == &d.cameras[0]);
+        EXPECT_FLOAT_EQ(n[0].translation[1], 2.0f);
+        EXPECT_FLOAT_EQ(n[1].scale[2], 2.0f);
+        EXPECT_FLOAT_EQ(n[1].rotation[1], 0.6f);
+        EXPECT_FLOAT_EQ(n[1].translation[2], -1.0f);
+        EXPECT_EQ(d.materials[0].base_color_image, &d.images[0]);
+        EXPECT_FLOAT_EQ(d.materials[0].base_color_factor[1], 0.25f);
+        EXPECT_FLOAT_EQ(d.meshes[0].primitives[0].vertices.xyz[8], 8.0f);
+        EXPECT_EQ(d.skins[0].joints[0], 1u);
+        EXPECT_FLOAT_EQ(d.skins[0].bind_matrices[0][2][2], 0.5f);
+        EXPECT_FLOAT_EQ(d.cameras[0].znear, 0.5f);
+        EXPECT_FLOAT_EQ(d.cameras[0].yfov, 0.75f);
+        EXPECT_EQ(d.animations[0].channels[0].node, &n[1]);
+        EXPECT_FLOAT_EQ(d.animations[0].samplers[0].output[6], 1.0f);
+        EXPECT_EQ(write_block(&d, order), bytes);
+    }
+}
+
+TEST(mad_block, empty_datapack_is_seven_zero_counts)
+{
+    const mad_datapack empty = {};
+    EXPECT_EQ(mad_datapack_write_size(&empty), 28u);
+    test_arena a;
+    const mad_datapack d = read_block(&a.arena, write_block(&empty, BYTE_ORDER_NATIVE), BYTE_ORDER_NATIVE);
+    EXPECT_EQ(d.node_count, 0u);
+    EXPECT_EQ(d.nodes, nullptr);
+}
+
+TEST(mad_block, file_load)
+{
+    auto s = make_sample();
+    const std::vector<uint8_t> block = write_block(&s->d, BYTE_ORDER_SWAPPED);
+    const std::string path = "/tmp/reel_test_mad_" + std::to_string(getpid()) + ".mad";
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(n3d_io_write_file(path.c_str(), block.data(), block.data() + block.size(), BYTE_ORDER_SWAPPED), 0);
+    testing::internal::GetCapturedStdout();
+    test_arena a;
+    const mad_datapack* d = mad_datapack_file_load(&a.arena, path.c_str());
+    ASSERT_NE(d, nullptr);
+    EXPECT_EQ(write_block(d, BYTE_ORDER_SWAPPED), block);
+
+    // one byte more than the block
+    FILE* f = fopen(path.c_str(), "ab");
+    fputc(0, f);
+    fclose(f);
+    EXPECT_EXIT(mad_datapack_file_load(&a.arena, path.c_str()), testing::ExitedWithCode(1),
+                "crash in mad_datapack_file_load at src/mad:[0-9]+\n.*" +
+                    literal(": 1 unexpected bytes after the block at offset " + std::to_string(4 + block.size())));
+    f = fopen(path.c_str(), "r+b");
+    fputc(0x12, f);
+    fclose(f);
+    EXPECT_EXIT(mad_datapack_file_load(&a.arena, path.c_str()), testing::ExitedWithCode(1),
+                literal(path + ": invalid endian marker?\n") + "$");
+    remove(path.c_str());
+
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(mad_datapack_file_load(&a.arena, path.c_str()), nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "fopen failed, path: " + path + "\n");
+}
+
+// ---- lookups ----
+
+TEST(mad_lookup, first_exact_match_or_minus_one_with_a_message)
+{
+    auto s = make_sample();
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(mad_find_node(&s->d, "arm"), 1);  // node 5 has the same name
+    EXPECT_EQ(mad_find_node(&s->d, "prop"), 4);
+    EXPECT_EQ(mad_find_animation(&s->d, "idle"), 1);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(mad_find_node(&s->d, "Arm"), -1);
+    EXPECT_EQ(mad_find_node(&s->d, "ar"), -1);
+    EXPECT_EQ(mad_find_animation(&s->d, "hand"), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "failed find node \"Arm\"\nfailed find node \"ar\"\nfailed find animation \"hand\"\n");
+}
+
+TEST(mad_lookup, madfx_validate_reports_the_first_missing_entry)
+{
+    uint32_t nodes_ok[3] = {0, 1, 2}, nodes_bad[3] = {0, 1, MAD_INDEX_NONE};
+    uint32_t anims_ok[2] = {0, 1}, anims_bad[2] = {MAD_INDEX_NONE, MAD_INDEX_NONE};
+    const reel_madfx good = {3, 2, nodes_ok, anims_ok};
+    reel_madfx_validate(&good);
+    const reel_madfx bad_node = {3, 2, nodes_bad, anims_bad};
+    EXPECT_EXIT(reel_madfx_validate(&bad_node), testing::ExitedWithCode(1),
+                "^crash in reel_madfx_validate at src/mad:[0-9]+\nnode_index_lut\\[2\\] is null!\n$");
+    const reel_madfx bad_animation = {3, 2, nodes_ok, anims_bad};
+    EXPECT_EXIT(reel_madfx_validate(&bad_animation), testing::ExitedWithCode(1),
+                "\nanimation_index_lut\\[0\\] is null!\n$");
+}
+
+// ---- damaged blocks ----
+
+TEST(mad_block_death, truncated_blocks_and_unterminated_strings)
+{
+    tiny_fields f;
+    const std::vector<uint8_t> good = tiny_block(&f, BYTE_ORDER_NATIVE);
+    auto cut = [&](size_t n) { return std::vector<uint8_t>(good.begin(), good.begin() + n); };
+    EXPECT_EXIT(read_bytes(cut(10)), testing::ExitedWithCode(1),
+                "^crash in stream_cursor at src/memarena:[0-9]+\n"
+                "test.mad: truncated skin count: needs 4 bytes at offset 8, 2 left");
+    EXPECT_EXIT(read_bytes(cut(100)), testing::ExitedWithCode(1),
+                "crash in mad_datapack_read at src/mad:[0-9]+\n" +
+                    literal("test.mad: truncated datapack: 2 nodes, 1 meshes, 1 skins, 1 cameras, 1 animations, 1 "
+                            "images and 1 materials need at least 180 bytes, 72 left\n"));
+    EXPECT_EXIT(read_bytes(cut(f.animation_name_at + 3)), testing::ExitedWithCode(1),
+                "test.mad: unterminated animation name at offset " + std::to_string(f.animation_name_at));
+    EXPECT_EXIT(read_bytes(cut(good.size() - 1)), testing::ExitedWithCode(1),
+                "test.mad: truncated animation channels: 1 entries of 12 bytes");
+    // the block ends inside the vertex arrays of the mesh
+    EXPECT_EXIT(read_bytes(cut(f.vertices_at + 20)), testing::ExitedWithCode(1),
+                "crash in stream_cursor .*\ntest.mad: truncated vertex arrays: 3 entries of 12 bytes");
+}
+
+TEST(mad_block_death, counts_beyond_the_block_are_refused_before_any_allocation)
+{
+    const struct {
+        std::function<void(tiny_fields*)> change;
+        const char* message;
+    } cases[] = {
+        {[](tiny_fields* f) { f->counts[0] = 0xFFFFFFFF; }, "truncated datapack: 4294967295 nodes"},
+        {[](tiny_fields* f) { f->counts[5] = 0x40000000; }, "1073741824 images"},
+        {[](tiny_fields* f) { f->primitive_count = 0x10000000; }, "truncated mesh primitives: 268435456 entries"},
+        {[](tiny_fields* f) { f->vertex_count = 0x3FFFFFF; }, "truncated vertex arrays"},
+        {[](tiny_fields* f) { f->vertex_count = 0xFFFFFFFF; }, "vertex count 4294967295 is over the limit"},
+        {[](tiny_fields* f) { f->joint_count = 0xFFFFFFFF; }, "truncated skin joints: 4294967295 entries of 68 bytes"},
+        {[](tiny_fields* f) { f->sampler_count = 0x7FFFFFFF; }, "truncated animation samplers: 2147483647 entries"},
+        {[](tiny_fields* f) { f->input_count = 0xFFFFFFFF; f->output_count = 0xFFFFFFFF; },
+         "truncated sampler keys: 8589934590 entries of 4 bytes"},
+        {[](tiny_fields* f) { f->channel_count = 2; }, "truncated animation channels: 2 entries of 12 bytes"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.message);
+        EXPECT_EXIT(read_bytes(tiny_block_with(c.change)), testing::ExitedWithCode(1),
+                    "test.mad: .*" + literal(c.message));
+    }
+    // a node's child count is checked before its children are allocated
+    tiny_fields f;
+    std::vector<uint8_t> bytes = tiny_block(&f, BYTE_ORDER_NATIVE);
+    stream_write_u32(bytes.data() + 28 + 5, 0xFFFFFFF0u, BYTE_ORDER_NATIVE);
+    EXPECT_EXIT(read_bytes(bytes), testing::ExitedWithCode(1),
+                literal("test.mad: truncated node children and parent: 4294967281 entries of 4 bytes"));
+}
+
+TEST(mad_block_death, indices_out_of_range)
+{
+    const struct {
+        std::function<void(tiny_fields*)> change;
+        const char* message;
+    } cases[] = {
+        {[](tiny_fields* f) { f->root_mesh = 2; }, "node[0]: mesh 2 is out of range (1-based, 0 for none; 1 meshes)"},
+        {[](tiny_fields* f) { f->leaf_skin = 2; }, "node[1]: skin 2 is out of range (1-based, 0 for none; 1 skins)"},
+        {[](tiny_fields* f) { f->leaf_camera = 0xFFFFFFFF; }, "node[1]: camera 4294967295 is out of range"},
+        {[](tiny_fields* f) { f->root_children = {2}; }, "node[0]: child 2 is out of range (0-based; 2 nodes)"},
+        {[](tiny_fields* f) { f->leaf_parent = 3; },
+         "node[1]: parent 3 is out of range (1-based, 0 for none; 2 nodes)"},
+        {[](tiny_fields* f) { f->material_image = 1; },
+         "material[0]: base_color_image 1 is out of range (0-based, 0xffffffff for none; 1 images)"},
+        {[](tiny_fields* f) { f->primitive_material = 1; }, "mesh[0]: primitive material 1 is out of range"},
+        {[](tiny_fields* f) { f->joint = 2; }, "skin[0]: joint 2 is out of range (0-based; 2 nodes)"},
+        {[](tiny_fields* f) { f->channel_node = 2; },
+         "animation[0]: channel node 2 is out of range (0-based; 2 nodes)"},
+        {[](tiny_fields* f) { f->channel_sampler = 1; },
+         "animation[0]: channel sampler 1 is out of range (0-based; 1 samplers)"},
+        {[](tiny_fields* f) { f->channel_path = 0; },
+         "animation[0] channel[0]: path 0 is not 1 (translation), 2 (rotation) or 3 (scale)"},
+        {[](tiny_fields* f) { f->channel_path = 4; }, "path 4 is not 1 (translation)"},
+        // three floats per key are too few for a rotation, and a channel needs a key to hold
+        {[](tiny_fields* f) { f->channel_path = MAD_PATH_SCALE; },
+         "animation[0] channel[0]: sampler[0] has 2 keys and 8 values, but path 3 needs at least one key and 3 "
+         "values per key"},
+        {[](tiny_fields* f) { f->input_count = 0; f->output_count = 10; }, "sampler[0] has 0 keys and 10 values"},
+        {[](tiny_fields* f) { f->second_time = -1; },
+         "animation[0] sampler[0]: key time 1 (-1) is before key time 0 (0)"},
+        {[](tiny_fields* f) { f->second_time = NAN; }, "key time 1 (nan) is before key time 0 (0)"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.message);
+        EXPECT_EXIT(read_bytes(tiny_block_with(c.change)), testing::ExitedWithCode(1),
+                    "crash in mad_datapack_read at src/mad:[0-9]+\ntest.mad: .*" + literal(c.message));
+    }
+}
+
+TEST(mad_block_death, hierarchy_must_be_a_forest_whose_parents_and_children_agree)
+{
+    const struct {
+        std::function<void(tiny_fields*)> change;
+        const char* message;
+    } cases[] = {
+        {[](tiny_fields* f) { f->leaf_parent = 0; }, "node[0] lists node[1] as a child, but that node is a root"},
+        {[](tiny_fields* f) { f->root_children = {}; },
+         "node[1] has parent node[0], which does not list it as a child"},
+        {[](tiny_fields* f) { f->root_children = {1, 1}; }, "node[0] lists node[1] as a child more than once"},
+        {[](tiny_fields* f) {
+             f->root_children = {};
+             f->leaf_children = {1};
+         },
+         "node[1] lists node[1] as a child, but its parent is node[0]"},
+        {[](tiny_fields* f) {
+             f->root_parent = 2;
+             f->leaf_children = {0};
+         },
+         "node[0] \"root\" has no root above it: its parents form a cycle"},
+        {[](tiny_fields* f) {
+             f->root_children = {0, 1};
+             f->root_parent = 1;
+         },
+         "node[0] \"root\" has no root above it: its parents form a cycle"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.message);
+        EXPECT_EXIT(read_bytes(tiny_block_with(c.change)), testing::ExitedWithCode(1),
+                    "test.mad: " + literal(c.message) + "\n$");
+    }
+}
+
+TEST(mad_block_death, writer_refuses_pointers_outside_the_datapack)
+{
+    auto s = make_sample();
+    mad_mesh stray = {};
+    s->nodes[3].mesh = &stray;
+    std::vector<uint8_t> bytes(mad_datapack_write_size(&s->d));
+    EXPECT_EXIT(mad_datapack_write(bytes.data(), &s->d, BYTE_ORDER_NATIVE), testing::ExitedWithCode(1),
+                "crash in mad_datapack_write at src/mad:[0-9]+\n"
+                "node mesh does not point into the datapack's array of 2\n$");
+}
+
+// ---- key evaluation ----
+
+namespace {
+
+// The sampler's value at t with the search from the first key, over a target filled with -1.
+std::array<float, 4> value_at(const mad_sampler* s, uint32_t path, float t, uint32_t* cursor_out = nullptr)
+{
+    std::array<float, 4> v = {-1, -1, -1, -1};
+    uint32_t cursor = 0;
+    mad_sampler_eval(v.data(), s, path, &cursor, t);
+    if (cursor_out)
+        *cursor_out = cursor;
+    return v;
+}
+
+}  // namespace
+
+TEST(mad_sampler, keys_before_between_on_and_after)
+{
+    float times[3] = {0, 1, 2};
+    float values[9] = {10, 20, 30, 14, 24, 34, 0, 0, 0};
+    const mad_sampler linear = {MAD_INTERPOLATION_LINEAR, 2, 6, times, values};
+    EXPECT_FLOAT_EQ(value_at(&linear, MAD_PATH_TRANSLATION, 0.25f)[0], 11.0f);  // 0.75 x first + 0.25 x second
+    EXPECT_FLOAT_EQ(value_at(&linear, MAD_PATH_SCALE, 0.25f)[2], 31.0f);
+    EXPECT_EQ(value_at(&linear, MAD_PATH_SCALE, 0.25f)[3], -1.0f);  // three floats only
+    for (float t : {-1.0f, 0.0f, NAN})
+        EXPECT_EQ(value_at(&linear, MAD_PATH_SCALE, t)[1], 20.0f) << t;
+    for (float t : {1.0f, 2.0f, INFINITY})
+        EXPECT_EQ(value_at(&linear, MAD_PATH_SCALE, t)[1], 24.0f) << t;
+
+    // step holds the earlier key, also exactly on the later one
+    const mad_sampler step = {MAD_INTERPOLATION_STEP, 3, 9, times, values};
+    uint32_t cursor;
+    for (float t : {0.99f, 1.0f}) {
+        EXPECT_EQ(value_at(&step, MAD_PATH_TRANSLATION, t, &cursor)[0], 10.0f) << t;
+        EXPECT_EQ(cursor, 0u);
+    }
+    EXPECT_EQ(value_at(&step, MAD_PATH_TRANSLATION, 1.5f, &cursor)[0], 14.0f);
+    EXPECT_EQ(cursor, 1u);
+
+    const mad_sampler unknown = {3, 2, 6, times, values};
+    EXPECT_EQ(value_at(&unknown, MAD_PATH_TRANSLATION, 0.5f)[0], -1.0f);  // left alone
+}
+
+TEST(mad_sampler, a_single_key_or_keys_too_close_give_the_earlier_key)
+{
+    float one_time[1] = {3};
+    float one_value[3] = {7, 8, 9};
+    for (uint32_t interpolation : {1u, 2u, 5u}) {
+        const mad_sampler one = {interpolation, 1, 3, one_time, one_value};
+        for (float t : {-10.0f, 3.0f, 100.0f})
+            EXPECT_EQ(value_at(&one, MAD_PATH_TRANSLATION, t)[1], 8.0f) << interpolation << " at " << t;
+    }
+    float close_times[2] = {1.0f, 1.000005f};
+    float close_values[6] = {1, 1, 1, 5, 5, 5};
+    const mad_sampler close = {MAD_INTERPOLATION_LINEAR, 2, 6, close_times, close_values};
+    for (float t : {1.0000025f, 2.0f})
+        EXPECT_EQ(value_at(&close, MAD_PATH_SCALE, t)[0], 1.0f);
+}
+
+TEST(mad_sampler, rotation_slerps_without_flipping_the_sign)
+{
+    // (0, 0, -s, -s) is the same turn as (0, 0, s, s), 90 degrees about z, but its dot product
+    // with the identity is negative: halfway lies on the long arc, 135 / 2 degrees from the first
+    float times[2] = {0, 1};
+    float values[8] = {0, 0, 0, 1, 0, 0, -SQRT_HALF, -SQRT_HALF};
+    mad_sampler spin = {MAD_INTERPOLATION_LINEAR, 2, 8, times, values};
+    const std::array<float, 4> q = value_at(&spin, MAD_PATH_ROTATION, 0.5f);
+    const float half = 67.5f * (float)M_PI / 180.0f;
+    EXPECT_NEAR(q[0], 0.0f, 1e-6f);
+    EXPECT_NEAR(q[2], -sinf(half), 1e-5f);
+    EXPECT_NEAR(q[3], cosf(half), 1e-5f);
+    spin.interpolation = MAD_INTERPOLATION_STEP;
+    EXPECT_EQ(value_at(&spin, MAD_PATH_ROTATION, 0.5f)[3], 1.0f);
+}
+
+TEST(mad_animate, channels_write_their_nodes_and_leave_the_rest)
+{
+    auto s = make_sample();
+    mad_datapack* d = &s->d;
+    mad_animate(d, 0, 0.5f);
+    EXPECT_EQ(d->nodes[1].translation[1], 0.0f);  // step: the key at 0
+    EXPECT_EQ(d->nodes[1].scale[1], 0.5f);        // not animated
+    EXPECT_NEAR(d->nodes[2].rotation[2], -0.92387953f, 1e-5f);
+    EXPECT_NEAR(d->nodes[2].rotation[3], 0.38268343f, 1e-5f);
+    EXPECT_FLOAT_EQ(d->nodes[0].scale[2], 1.0f + 0.25f * 6.6f);
+    EXPECT_EQ(d->nodes[4].translation[0], 0.0f);
+    // each channel's search starts again at the first key
+    mad_animate(d, 0, 1.5f);
+    EXPECT_EQ(d->nodes[1].translation[1], 2.0f);
+    mad_animate(d, 0, 0.2f);
+    EXPECT_EQ(d->nodes[1].translation[1], 0.0f);
+    // a second animation on top of the first
+    mad_animate(d, 1, 0.0f);
+    EXPECT_EQ(d->nodes[4].translation[0], 9.0f);
+    EXPECT_EQ(d->nodes[1].translation[1], 0.0f);
+    EXPECT_EXIT(mad_animate(d, 2, 0.0f), testing::ExitedWithCode(1),
+                "crash in mad_animate at src/mad_anim:[0-9]+\nanimation index 2 is out of range \\(2 animations\\)");
+}
+
+// ---- matrices ----
+
+namespace {
+
+// p' = t + r (s p), with the rotation by the quaternion formula v + 2w (q x v) + 2 q x (q x v)
+void transform_point(vec3 out, const vec3 s, const quat r, const vec3 t, const vec3 p)
+{
+    const vec3 v = {p[0] * s[0], p[1] * s[1], p[2] * s[2]};
+    const vec3 q = {r[0], r[1], r[2]};
+    vec3 qv, qqv;
+    vec3_mul_cross(qv, q, v);
+    vec3_mul_cross(qqv, q, qv);
+    for (int i = 0; i < 3; i++)
+        out[i] = t[i] + v[i] + 2 * r[3] * qv[i] + 2 * qqv[i];
+}
+
+struct chain_pack {
+    mad_node nodes[4];
+    uint32_t children[4][1];
+    mad_datapack d;
+};
+
+enum { CHAIN_ROOT, CHAIN_CHILD, CHAIN_GRANDCHILD, CHAIN_OTHER };
+
+const float chain_scale[4][3] = {{2, 2, 2}, {1, 0.5f, 1}, {1, 1, 3}, {1, 1, 1}};
+const float chain_rotation[4][4] = {
+    {0, SQRT_HALF, 0, SQRT_HALF}, {0.38268343f, 0, 0, 0.92387953f}, {0, 0, 0.25881905f, 0.96592583f}, {0, 0, 0, 1}};
+const float chain_translation[4][3] = {{1, 2, 3}, {0, 1, 0}, {0, 0, 2}, {5, 5, 5}};
+
+// The chain root > child > grandchild and an unrelated root, node i playing role[i].
+void make_chain(chain_pack* c, const int role[4])
+{
+    int at[4];
+    for (int i = 0; i < 4; i++)
+        at[role[i]] = i;
+    for (int i = 0; i < 4; i++) {
+        mad_node* n = &c->nodes[i];
+        node_set(n, "node", chain_scale[role[i]], chain_rotation[role[i]], chain_translation[role[i]]);
+        if (role[i] == CHAIN_ROOT || role[i] == CHAIN_CHILD) {
+            c->children[i][0] = (uint32_t)at[role[i] + 1];
+            n->child_count = 1;
+            n->children = c->children[i];
+        }
+        if (role[i] == CHAIN_CHILD || role[i] == CHAIN_GRANDCHILD)
+            n->parent = &c->nodes[at[role[i] - 1]];
+    }
+    c->d = {};
+    c->d.node_count = 4;
+    c->d.nodes = c->nodes;
+}
+
+}  // namespace
+
+TEST(mad_matrices, world_matrices_follow_the_hierarchy_in_any_node_order)
+{
+    const int orders[][4] = {{CHAIN_ROOT, CHAIN_CHILD, CHAIN_GRANDCHILD, CHAIN_OTHER},
+                             {CHAIN_GRANDCHILD, CHAIN_OTHER, CHAIN_CHILD, CHAIN_ROOT},
+                             {CHAIN_CHILD, CHAIN_GRANDCHILD, CHAIN_ROOT, CHAIN_OTHER},
+                             {CHAIN_OTHER, CHAIN_GRANDCHILD, CHAIN_ROOT, CHAIN_CHILD}};
+    const float points[][3] = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {0.5f, -2, 3}};
+    for (const auto& role : orders) {
+        chain_pack c;
+        make_chain(&c, role);
+        // through the reader too, which must accept children stored before their parents
+        test_arena a;
+        const mad_datapack d = read_block(&a.arena, write_block(&c.d, BYTE_ORDER_NATIVE), BYTE_ORDER_NATIVE);
+        mat4x4 world[4];
+        const uint64_t sp = a.arena.sp;
+        mad_compute_world_matrices(world, &d, &a.arena);
+        EXPECT_EQ(a.arena.sp, sp);
+        for (int i = 0; i < 4; i++) {
+            for (const auto& p : points) {
+                vec3 expected, got;
+                vec3_dup(expected, p);
+                for (int r = role[i]; r >= 0; r--) {
+                    transform_point(expected, chain_scale[r], chain_rotation[r], chain_translation[r], expected);
+                    if (role[i] == CHAIN_OTHER)
+                        break;  // its own root
+                }
+                mat4x4_mul_vec3(got, world[i], p, 1.0f);
+                for (int k = 0; k < 3; k++)
+                    EXPECT_NEAR(got[k], expected[k], 1e-4f) << "role " << role[i] << " component " << k;
+            }
+            // directions: the matrix is affine with no translation in row 3
+            EXPECT_NEAR(world[i][0][3], 0.0f, 1e-6f);
+            EXPECT_NEAR(world[i][3][3], 1.0f, 1e-6f);
+        }
+    }
+}
+
+TEST(mad_matrices, joint_matrices_undo_the_bind_pose)
+{
+    const int role[4] = {CHAIN_ROOT, CHAIN_CHILD, CHAIN_GRANDCHILD, CHAIN_OTHER};
+    chain_pack c;
+    make_chain(&c, role);
+    test_arena a;
+    mat4x4 world[4];
+    mad_compute_world_matrices(world, &c.d, &a.arena);
+    uint32_t joints[2] = {2, 0};
+    mat4x4 inverse_binds[2], out[2];
+    mat4x4_invert(inverse_binds[0], world[2]);
+    mat4x4_invert(inverse_binds[1], world[0]);
+    const mad_skin skin = {2, joints, inverse_binds, nullptr};
+    mat4x4 identity;
+    mat4x4_identity(identity);
+    mad_compute_joint_matrices(out, world, &skin);
+    expect_near_mat(out[0], identity, 1e-5f);
+    expect_near_mat(out[1], identity, 1e-5f);
+    // moving the child by d in its parent's space moves the grandchild's joint by the root's image of d
+    c.nodes[1].translation[0] += 1.0f;
+    mad_compute_world_matrices(world, &c.d, &a.arena);
+    mad_compute_joint_matrices(out, world, &skin);
+    const vec3 shift = {1, 0, 0};
+    vec3 in_root;
+    mat4x4_mul_vec3(in_root, world[0], shift, 0.0f);
+    const vec3 p = {0.25f, 4, -1};
+    vec3 moved;
+    mat4x4_mul_vec3(moved, out[0], p, 1.0f);
+    for (int k = 0; k < 3; k++)
+        EXPECT_NEAR(moved[k], p[k] + in_root[k], 1e-4f);
+    expect_near_mat(out[1], identity, 1e-5f);
+}
+
+TEST(mad_matrices, world_walk_refuses_a_hierarchy_that_is_not_a_forest)
+{
+    chain_pack c;
+    const int role[4] = {CHAIN_ROOT, CHAIN_CHILD, CHAIN_GRANDCHILD, CHAIN_OTHER};
+    make_chain(&c, role);
+    c.children[2][0] = 1;  // the grandchild lists the child: a cycle no reader would accept
+    c.nodes[2].child_count = 1;
+    c.nodes[2].children = c.children[2];
+    test_arena a;
+    mat4x4 world[4];
+    EXPECT_EXIT(mad_compute_world_matrices(world, &c.d, &a.arena), testing::ExitedWithCode(1),
+                "the node hierarchy is not a forest: more than 4 nodes to visit");
+}
+
+// ---- dump ----
+
+TEST(mad_dump, prints_every_key_in_its_format)
+{
+    auto s = make_sample();
+    testing::internal::CaptureStdout();
+    mad_dump_animation(&s->d, 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "node[1].translation keyframes: 3\n"
+              "\t[0][0.00]: 0.00 0.00  0\n"
+              "\t[1][1.00]: 1.00 2.00  3\n"
+              "\t[2][2.00]: 4.00 5.00  6\n"
+              "]\n"
+              "node[2].rotation keyframes: 2\n"
+              "\t[0][0.00]: 0.00 0.00 0.00  1\n"
+              "\t[1][1.00]: 0.00 0.00 -0.71 -1\n"
+              "]\n"
+              "node[0].scale keyframes: 2\n"
+              "\t[0][0.00]: 1.00 1.00  1\n"
+              "\t[1][2.00]: 3.00 5.00  8\n"
+              "]\n");
+}
