@@ -49,5 +49,8 @@ uint32_t reel_fs_pack_header_size(const reel_fs_writer* writer);
 
 // Reader: fills the record or ends the process naming the file and the fault.
 void reel_fs_open_file(reel_fs_pack* pack, const char* path, xmemarena* arena);
+// The same for a pack image already in memory (size bytes, kept by the caller for as long as
+// the pack is used: entries point into it); name is used in messages.
+void reel_fs_open_image(reel_fs_pack* pack, const uint8_t* image, uint64_t size, const char* name, xmemarena* arena);
 // The block of this kind and name (the first in directory order), or null; size set when found.
 const uint8_t* reel_fs_find_file(const reel_fs_pack* pack, uint32_t kind, const char* name, uint32_t* size);

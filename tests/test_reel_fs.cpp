@@ -1,0 +1,304 @@
+// Pack files: both byte orders, the header size rule with its gap, extra bytes, lookups, the
+// refusal of damaged packs, and the reel_pack tool from manifest to listing.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "reel_fs.h"
+
+namespace {
+
+using bytes = std::vector<uint8_t>;
+
+// This program's own folder, removed at exit by the process that made it (not by death-test children).
+struct temp_folder {
+    pid_t owner = getpid();
+    std::string path = "/tmp/reel_test_reel_fs_" + std::to_string(owner);
+    temp_folder() { mkdir(path.c_str(), 0700); }
+    ~temp_folder()
+    {
+        if (getpid() == owner)
+            std::filesystem::remove_all(path);
+    }
+};
+
+std::string temp_path(const std::string& name)
+{
+    static temp_folder folder;
+    return folder.path + "/" + name;
+}
+
+void write_text(const std::string& path, const std::string& text)
+{
+    FILE* f = fopen(path.c_str(), "wb");
+    ASSERT_NE(f, nullptr);
+    fwrite(text.data(), 1, text.size(), f);
+    fclose(f);
+}
+
+bytes read_file(const std::string& path)
+{
+    bytes b(std::filesystem::exists(path) ? std::filesystem::file_size(path) : 0);
+    FILE* f = fopen(path.c_str(), "rb");
+    if (f) {
+        EXPECT_EQ(fread(b.data(), 1, b.size(), f), b.size());
+        fclose(f);
+    }
+    return b;
+}
+
+struct pack_input {
+    uint32_t kind;
+    std::string name, contents;
+    uint32_t extra;
+};
+
+std::vector<uint8_t> arena_memory(1u << 20);
+
+// Writes each input as a file and packs them with the writer; returns the pack's bytes.
+bytes make_pack(const std::string& pack_name, const std::vector<pack_input>& inputs, int32_t order)
+{
+    xmemarena arena;
+    xmemarena_init(&arena, "test_writer", arena_memory.size(), arena_memory.data());
+    reel_fs_writer writer;
+    EXPECT_EQ(reel_fs_pack_begin(&writer, order), &writer);
+    for (size_t i = 0; i < inputs.size(); i++) {
+        const std::string path = temp_path(pack_name + ".in" + std::to_string(i));
+        write_text(path, inputs[i].contents);
+        EXPECT_EQ(reel_fs_pack_add_file(&writer, &arena, inputs[i].kind, inputs[i].extra, inputs[i].name.c_str(),
+                                        path.c_str()),
+                  inputs[i].name.size() + 1);
+    }
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(reel_fs_pack_end(&writer, temp_path(pack_name).c_str(), &arena), 0);
+    testing::internal::GetCapturedStdout();
+    return read_file(temp_path(pack_name));
+}
+
+struct test_reader {
+    bytes memory = bytes(1u << 20);
+    xmemarena arena;
+    test_reader() { xmemarena_init(&arena, "test_reader", memory.size(), memory.data()); }
+    reel_fs_pack open(const bytes& image)
+    {
+        reel_fs_pack pack;
+        reel_fs_open_image(&pack, image.data(), image.size(), "test.rpk", &arena);
+        return pack;
+    }
+};
+
+const std::vector<pack_input> three_inputs = {
+    {3, "sunset.pal", "PALETTE", 0}, {9, "sequence.csv", "a,b,c\n", 1}, {8, "music", std::string("\x01\x00\x02", 3), 0}};
+
+}  // namespace
+
+TEST(reel_fs, both_byte_orders_decode_to_the_same_directory)
+{
+    const bytes native = make_pack("native.rpk", three_inputs, BYTE_ORDER_NATIVE);
+    const bytes swapped = make_pack("swapped.rpk", three_inputs, BYTE_ORDER_SWAPPED);
+    EXPECT_EQ(bytes(native.begin(), native.begin() + 8), (bytes{0xCD, 0xAB, 0, 0, 3, 0, 0, 0}));
+    EXPECT_EQ(bytes(swapped.begin(), swapped.begin() + 8), (bytes{0, 0, 0xAB, 0xCD, 0, 0, 0, 3}));
+    // names, gap and blocks are bytes: only the numbers of the header differ
+    EXPECT_EQ(bytes(native.begin() + 56, native.end()), bytes(swapped.begin() + 56, swapped.end()));
+
+    test_reader r;
+    const reel_fs_pack n = r.open(native), s = r.open(swapped);
+    EXPECT_EQ(n.order, BYTE_ORDER_NATIVE);
+    EXPECT_EQ(s.order, BYTE_ORDER_SWAPPED);
+    ASSERT_EQ(n.count, 3u);
+    ASSERT_EQ(s.count, 3u);
+    const uint32_t offsets[] = {90, 97, 104};  // H = 3 x 21 + 10 + 12 + 5, then each block's size
+    for (uint32_t i = 0; i < 3; i++) {
+        for (const reel_fs_pack* p : {&n, &s}) {
+            const reel_fs_entry& e = p->entries[i];
+            EXPECT_EQ(e.kind, three_inputs[i].kind);
+            EXPECT_STREQ(e.name, three_inputs[i].name.c_str());
+            EXPECT_EQ(e.name_length, three_inputs[i].name.size() + 1);
+            EXPECT_EQ(e.offset, offsets[i]);
+            EXPECT_EQ(e.size, three_inputs[i].contents.size() + three_inputs[i].extra);
+        }
+        EXPECT_EQ(std::string((const char*)n.entries[i].data, three_inputs[i].contents.size()), three_inputs[i].contents);
+    }
+}
+
+TEST(reel_fs, header_size_rule_gap_and_extra_bytes)
+{
+    const bytes two = make_pack("two.rpk", {{3, "a", "xy", 0}, {3, "bc", "z", 0}}, BYTE_ORDER_NATIVE);
+    EXPECT_EQ(two.size(), 45u + 3u);  // (20 + 1 + 1) + (20 + 2 + 1): exactly the header
+    EXPECT_EQ(two[45], 'x');
+    const bytes three = make_pack("three.rpk", {{1, "a", "1", 0}, {1, "b", "2", 0}, {1, "c", "3", 0}}, BYTE_ORDER_NATIVE);
+    EXPECT_EQ(std::string(three.begin() + 62, three.end()), std::string("\0\0\0\0" "123", 7));  // 4-byte gap
+    EXPECT_EQ(make_pack("one.rpk", {{0, "a", "q", 0}}, BYTE_ORDER_NATIVE).size(), 26u + 1u);  // 8 + 17 + 1
+    EXPECT_EQ(make_pack("none.rpk", {}, BYTE_ORDER_SWAPPED).size(), 8u);
+
+    // extra bytes are zeros inside the entry's size, even after an empty file
+    test_reader r;
+    const bytes extra = make_pack("extra.rpk", {{9, "t", "abc", 1}, {9, "e", "", 2}}, BYTE_ORDER_NATIVE);
+    const reel_fs_pack pack = r.open(extra);
+    EXPECT_EQ(pack.entries[0].size, 4u);
+    EXPECT_EQ(std::string((const char*)pack.entries[0].data, 4), std::string("abc\0", 4));
+    EXPECT_EQ(pack.entries[1].size, 2u);
+    EXPECT_EQ(extra.size(), pack.entries[1].offset + 2u);
+}
+
+TEST(reel_fs, lookups_by_kind_and_name)
+{
+    const bytes image = make_pack("lookup.rpk",
+                                  {{3, "x", "palette", 0}, {5, "x", "image", 0}, {3, "x", "second", 0}, {3, "X", "upper", 0}},
+                                  BYTE_ORDER_SWAPPED);
+    test_reader r;
+    const reel_fs_pack pack = r.open(image);
+    auto find = [&](uint32_t kind, const char* name) {
+        uint32_t size = 12345;
+        const uint8_t* p = reel_fs_find_file(&pack, kind, name, &size);
+        return p ? std::string((const char*)p, size) : "null " + std::to_string(size);
+    };
+    EXPECT_EQ(find(3, "x"), "palette");  // the first of two with the same kind and name
+    EXPECT_EQ(find(5, "x"), "image");
+    EXPECT_EQ(find(3, "X"), "upper");
+    EXPECT_EQ(find(9, "x"), "null 12345");  // a miss leaves the size alone
+    EXPECT_EQ(find(3, "x "), "null 12345");
+    EXPECT_EQ(find(3 + 65536, "x"), "null 12345");  // kinds are not cut to 16 bits
+}
+
+TEST(reel_fs_death, damaged_packs_are_refused_naming_the_fault)
+{
+    const bytes good = make_pack("damage.rpk", three_inputs, BYTE_ORDER_NATIVE);
+    test_reader r;
+    // the good pack with little-endian values of n bytes written at the given offsets
+    auto damaged = [&](std::initializer_list<std::pair<size_t, uint32_t>> changes, size_t n = 4) {
+        bytes b = good;
+        for (const auto& [at, v] : changes)
+            for (size_t k = 0; k < n; k++)
+                b.at(at + k) = (uint8_t)(v >> (8 * k));
+        return b;
+    };
+    bytes no_nul = good;
+    std::replace(no_nul.begin() + 56, no_nul.begin() + 90, (uint8_t)0, (uint8_t)'_');
+    const struct {
+        bytes image;
+        const char* message;
+    } cases[] = {
+        {damaged({{0, 0xABCE}}), "crash in reel_fs_open_image at src/reel_fs:[0-9]+\ntest.rpk: not a pack file: marker 0x0000abce"},
+        {bytes(good.begin(), good.begin() + 6), "test.rpk: truncated pack header: needs 8 bytes at offset 0, 6 left"},
+        {bytes(good.begin(), good.begin() + 50), "directory of 3 entries needs 48 bytes, the file has 42 after the count"},
+        {damaged({{4, 0xFFFFFFFF}}), "directory of 4294967295 entries needs 68719476720 bytes"},
+        {bytes(good.begin(), good.end() - 1), "entry 2: block at offset 104 of 3 bytes ends past the end of the file \\(106"},
+        // offset + size wraps to 16 in 32 bits
+        {damaged({{8 + 32 + 8, 0xFFFFFFF0}, {8 + 32 + 12, 0x20}}), "entry 2: block at offset 4294967280 of 32 bytes ends past"},
+        {damaged({{8 + 16 + 8, 20}}), "a block starts at offset 20, inside the directory \\(which ends at 56\\)"},
+        {no_nul, "entry 0: name at offset 56 has no NUL before the data at offset 90"},
+        {damaged({{8 + 16 + 6, 12}}, 2), "entry 1: name \"sequence.csv\" has 13 bytes with its NUL, its record says 12"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EXIT(r.open(c.image), testing::ExitedWithCode(1), c.message);
+}
+
+TEST(reel_fs_death, missing_and_empty_files_and_writer_failures)
+{
+    test_reader r;
+    reel_fs_pack pack;
+    const std::string empty = temp_path("empty.rpk");
+    write_text(empty, "");
+    EXPECT_EXIT(reel_fs_open_file(&pack, empty.c_str(), &r.arena), testing::ExitedWithCode(1),
+                "crash in reel_fs_open_file at src/reel_fs:[0-9]+\nfailed read \".*empty.rpk\"\n$");
+    reel_fs_writer writer;
+    reel_fs_pack_begin(&writer, BYTE_ORDER_NATIVE);
+    EXPECT_EXIT(reel_fs_pack_add_file(&writer, &r.arena, 9, 0, "x", temp_path("missing.txt").c_str()),
+                testing::ExitedWithCode(1), "crash in reel_fs_pack_add_file .*\nfailed open \".*missing.txt\"\n$");
+    EXPECT_EXIT(reel_fs_pack_add_file(&writer, &r.arena, 70000, 0, "x", empty.c_str()), testing::ExitedWithCode(1),
+                "kind 70000 of \"x\" does not fit 16 bits");
+    EXPECT_EXIT(reel_fs_pack_end(&writer, temp_path("no/folder.rpk").c_str(), &r.arena), testing::ExitedWithCode(1),
+                "crash in reel_fs_pack_end .*\nfailed open \".*folder.rpk\"\n$");
+}
+
+// ---- the reel_pack tool ----
+
+namespace {
+
+// tests are built in <build>/tests, tools in <build>
+std::string tool_path()
+{
+    return std::filesystem::canonical("/proc/self/exe").parent_path().parent_path().string() + "/reel_pack";
+}
+
+// Exit status and everything the tool printed.
+std::pair<int, std::string> run_tool(const std::string& args)
+{
+    FILE* p = popen((tool_path() + " " + args + " 2>&1").c_str(), "r");
+    std::string out;
+    char buffer[4096];
+    for (size_t got; p && (got = fread(buffer, 1, sizeof(buffer), p)) > 0;)
+        out.append(buffer, got);
+    const int status = p ? pclose(p) : -1;
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+}
+
+}  // namespace
+
+TEST(reel_pack_tool, builds_and_lists_a_pack_from_a_manifest)
+{
+    ASSERT_TRUE(std::filesystem::exists(tool_path())) << "build the reel_pack target first";
+    std::filesystem::create_directories(temp_path("assets/sub"));
+    write_text(temp_path("assets/sub/sunset.pal"), "PAL");
+    write_text(temp_path("assets/sequence.csv"), "row\n");
+    write_text(temp_path("assets/music.raw"), "MUSIC");
+    const std::string manifest = temp_path("assets/show.manifest");
+    write_text(manifest,
+               "# the show's first pack\n\n"
+               "palette   sunset.pal    sub/sunset.pal\n"
+               "9 sequence.csv sequence.csv 1   # text: one NUL after it\n"
+               "  blob\tmusic\tmusic.raw\t0\n"
+               "3 music sub/sunset.pal\n");
+    const std::string native = temp_path("tool_native.rpk"), swapped = temp_path("tool_swapped.rpk");
+    auto [status, out] = run_tool(manifest + " " + native);
+    ASSERT_EQ(status, 0) << out;
+    EXPECT_NE(out.find("node[sunset.pal] write data[116]\n"), std::string::npos) << out;
+    ASSERT_EQ(run_tool("--swapped " + manifest + " " + swapped).first, 0);
+    EXPECT_EQ(read_file(swapped)[3], 0xCD);
+    // byte for byte what the writer makes of the same files
+    EXPECT_EQ(read_file(native),
+              make_pack("tool_expected.rpk",
+                        {{3, "sunset.pal", "PAL", 0}, {9, "sequence.csv", "row\n", 1}, {8, "music", "MUSIC", 0},
+                         {3, "music", "PAL", 0}},
+                        BYTE_ORDER_NATIVE));
+
+    const std::string listing = "index  kind                  name              offset        size\n"
+                                "    0   3 palette            sunset.pal           116           3\n"
+                                "    1   9 raw                sequence.csv         119           5\n"
+                                "    2   8 blob               music                124           5\n"
+                                "    3   3 palette            music                129           3\n";
+    EXPECT_EQ(run_tool("--list " + native), std::make_pair(0, "\"" + native + "\": 4 entries, native byte order\n" + listing));
+    EXPECT_EQ(run_tool("--list " + swapped).second, "\"" + swapped + "\": 4 entries, swapped byte order\n" + listing);
+}
+
+TEST(reel_pack_tool, bad_manifests_and_arguments_are_reported)
+{
+    ASSERT_TRUE(std::filesystem::exists(tool_path())) << "build the reel_pack target first";
+    const std::string manifest = temp_path("bad.manifest");
+    write_text(temp_path("present.bin"), "x");
+    const std::pair<const char*, const char*> cases[] = {
+        {"raw a present.bin\n# fine so far\nsprite b present.bin\n", ":3: unknown kind \"sprite\""},
+        {"10 a present.bin\n", ":1: unknown kind \"10\""},
+        {"\n\nraw a\n", ":3: expected KIND NAME PATH \\[EXTRA_BYTES\\]"},
+        {"raw a present.bin -1\n", ":1: bad extra byte count \"-1\""},
+        {"raw a absent.bin\n", ":1: cannot read \".*absent.bin\": No such file or directory"},
+        {"raw a present.bin\nblob b present.bin\n9 a present.bin\n", ":3: \"a\" of kind raw is already on line 1"},
+    };
+    for (const auto& [text, message] : cases) {
+        write_text(manifest, text);
+        const auto [status, out] = run_tool(manifest + " " + temp_path("bad.rpk"));
+        EXPECT_EQ(status, 1) << text;
+        EXPECT_TRUE(testing::internal::RE::PartialMatch(out, testing::internal::RE(message))) << out;
+    }
+    for (const char* args : {"", "--list", "--bogus m o", "--list a b"})
+        EXPECT_EQ(run_tool(args).second.rfind("usage: reel_pack", 0), 0u) << args;
+}
