@@ -1,0 +1,158 @@
+// End to end: a small show made here (a script and a music blob) is packed with reel_pack and
+// played headless with reel_capture, as a person would; its frames are written and its audio
+// is compared sample for sample with the music decoder, through the fade to silence.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "music.h"
+
+namespace {
+
+const std::string tools = REEL_TOOLS_DIR;
+
+std::string e2e_dir(const char* name)
+{
+    const std::string dir = std::string(REEL_TEST_OUTPUT_DIR) + "/" + name;
+    std::system(("rm -rf '" + dir + "' && mkdir -p '" + dir + "/assets/reel/le'").c_str());
+    return dir;
+}
+
+void write_file(const std::string& path, const std::string& bytes)
+{
+    std::ofstream f(path, std::ios::binary);
+    f << bytes;
+}
+
+std::vector<uint8_t> read_file(const std::string& path)
+{
+    std::ifstream f(path, std::ios::binary);
+    return std::vector<uint8_t>((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+}
+
+int run(const std::string& command, std::string* output = nullptr)
+{
+    FILE* p = popen((command + " 2>&1").c_str(), "r");
+    if (!p)
+        return -1;
+    char buf[4096];
+    std::string out;
+    while (size_t n = fread(buf, 1, sizeof(buf), p))
+        out.append(buf, n);
+    const int status = pclose(p);
+    if (output)
+        *output = out;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// Packs the three pack files of a show folder from their manifests.
+void pack_show(const std::string& dir, const std::string manifests[3])
+{
+    for (int i = 0; i < 3; i++) {
+        const std::string manifest = dir + "/pak" + std::to_string(i) + ".manifest";
+        write_file(manifest, manifests[i]);
+        std::string out;
+        ASSERT_EQ(run(tools + "/reel_pack '" + manifest + "' '" + dir + "/assets/reel/le/pak" + std::to_string(i) +
+                          ".rpk'",
+                      &out),
+                  0)
+            << out;
+    }
+}
+
+}  // namespace
+
+TEST(show_e2e, a_packed_show_plays_to_its_end_with_the_music_decoded_exactly)
+{
+    const std::string dir = e2e_dir("music_show");
+    // 6 s of music bytes; the fade row starts at 2 s and ends the show at 6 s
+    std::vector<uint8_t> music(6 * 22050);
+    uint32_t seed = 99;
+    for (uint8_t& b : music)
+        b = (uint8_t)((seed = seed * 1664525u + 1013904223u) >> 24);
+    write_file(dir + "/music.bin", std::string(music.begin(), music.end()));
+    write_file(dir + "/sequence.csv",
+               "start mode,start ref,start ms,preload ms,end mode,end ref,end ms,function,args\n"
+               "abs,,0,0,abs,,6000,music_start,music\n"
+               "abs,,2000,0,abs,,6000,fade_out_music\n");
+    write_file(dir + "/readme.txt", "pack 1 holds nothing the show uses\n");
+    // the script in pack 0, a decoy in pack 1, the music in pack 2
+    const std::string manifests[3] = {"raw sequence.csv sequence.csv 1\n", "raw readme readme.txt 1\n",
+                                      "# kind name path extra bytes\nblob music music.bin\n"};
+    pack_show(dir, manifests);
+
+    std::string out;
+    ASSERT_EQ(run("cd '" + dir + "' && " + tools + "/reel_capture --png-every 120 --out frames --wav music.wav", &out),
+              0)
+        << out;
+    EXPECT_NE(out.find("the show ended"), std::string::npos) << out;
+    for (const char* frame : {"frames/frame_000000.png", "frames/frame_000120.png", "frames/frame_000240.png"}) {
+        struct stat st;
+        EXPECT_EQ(stat((dir + "/" + frame).c_str(), &st), 0) << frame;
+    }
+
+    const std::vector<uint8_t> wav = read_file(dir + "/music.wav");
+    ASSERT_GT(wav.size(), 44u);
+    ASSERT_EQ(std::string(wav.begin(), wav.begin() + 4), "RIFF");
+    const size_t samples = (wav.size() - 44) / 4;
+    EXPECT_GT(samples, (size_t)(6 * 22050));  // the show quits in the first pass after 6 s
+    EXPECT_LT(samples, (size_t)(6 * 22050 + 2000));
+    auto sample = [&](size_t frame, int channel) {
+        const uint8_t* p = wav.data() + 44 + frame * 4 + channel * 2;
+        return (int32_t)(int16_t)(p[0] | p[1] << 8);
+    };
+
+    // the reference stream, straight from the decoder
+    adpcm_decoder left, right;
+    adpcm_reset(&left);
+    adpcm_reset(&right);
+    std::vector<int32_t> ref(music.size() * 2);
+    for (size_t i = 0; i < music.size(); i++) {
+        ref[2 * i] = adpcm_decode_nibble(&left, music[i] & 15);
+        ref[2 * i + 1] = adpcm_decode_nibble(&right, music[i] >> 4);
+    }
+    // silence while the engine starts up, then music byte 0 at a frame boundary
+    size_t start = 0;
+    while (start < samples && sample(start, 0) == 0 && sample(start, 1) == 0)
+        start++;
+    ASSERT_LT(start, (size_t)(5 * 368));
+    while (start > 0 && !(sample(start, 0) == ref[0] && sample(start, 1) == ref[1]))
+        start--;  // the stream itself may begin with zeros
+    // before the fade (the first 2.5 s of music) every sample is the decoder's
+    for (size_t i = 0; i < (size_t)(2.5 * 22050); i++) {
+        ASSERT_EQ(sample(start + i, 0), ref[2 * i]) << i;
+        ASSERT_EQ(sample(start + i, 1), ref[2 * i + 1]) << i;
+    }
+    // then the fade: it starts 22,050 samples after the fade row's first update (the clock counts
+    // from the music's start), never louder than the music, and silent by the end
+    int64_t early = 0, late = 0;
+    for (size_t i = (size_t)(2.5 * 22050); start + i < samples && i < music.size(); i++) {
+        const int32_t got = sample(start + i, 0), want = ref[2 * i];
+        ASSERT_LE(std::abs(got), std::abs(want)) << i;
+        if (i < (size_t)(3.5 * 22050))
+            early += std::abs(got);
+        else if (i > 131950)  // fade start 66,150 (+ one frame), then 127 steps of 512 samples, a frame at a time
+            late += std::abs(got);
+    }
+    EXPECT_GT(early, 0);
+    EXPECT_EQ(late, 0);
+}
+
+TEST(show_e2e, a_show_without_a_script_says_so)
+{
+    const std::string dir = e2e_dir("no_script");
+    write_file(dir + "/readme.txt", "x\n");
+    const std::string manifests[3] = {"raw readme readme.txt 1\n", "raw readme readme.txt 1\n",
+                                      "raw readme readme.txt 1\n"};
+    pack_show(dir, manifests);
+    std::string out;
+    EXPECT_EQ(run("cd '" + dir + "' && " + tools + "/reel_capture --frames 5", &out), 1);
+    EXPECT_NE(out.find("failed open \"sequence.csv\"\n"), std::string::npos) << out;
+}
