@@ -1,0 +1,206 @@
+// The engine frame over packs made here: the init steps in the first passes, the seeking keys,
+// pause, the debug views and the statistics report.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "music.h"
+#include "reel.h"
+
+namespace {
+
+const char* const SCRIPT_HEADER = "start mode,ref,ms,preload,end mode,ref,ms,function,args\n";
+
+// A show folder with three packs: the script in pack 0, a music blob in pack 1, pack 2 empty
+// but present.
+void make_show(const std::string& dir, const std::string& script)
+{
+    std::system(("rm -rf '" + dir + "' && mkdir -p '" + dir + "/assets/reel/le'").c_str());
+    const std::string seq = dir + "/sequence.csv";
+    FILE* f = fopen(seq.c_str(), "wb");
+    fwrite(script.data(), 1, script.size(), f);
+    fclose(f);
+    const std::string music = dir + "/music.bin";
+    f = fopen(music.c_str(), "wb");
+    for (int i = 0; i < 44100; i++)
+        fputc(0x17, f);
+    fclose(f);
+    static std::vector<uint8_t> block(4 << 20);
+    xmemarena arena;
+    xmemarena_init(&arena, "pack_writer", block.size(), block.data());
+    for (int i = 0; i < 3; i++) {
+        reel_fs_writer w;
+        reel_fs_pack_begin(&w, BYTE_ORDER_NATIVE);
+        if (i == 0)
+            reel_fs_pack_add_file(&w, &arena, REEL_KIND_RAW, 1, "sequence.csv", seq.c_str());
+        if (i == 1)
+            reel_fs_pack_add_file(&w, &arena, REEL_KIND_BLOB, 0, "music", music.c_str());
+        const std::string path = dir + "/assets/reel/le/pak" + std::to_string(i) + ".rpk";
+        testing::internal::CaptureStdout();  // the writer reports every block it writes
+        reel_fs_pack_end(&w, path.c_str(), &arena);
+        testing::internal::GetCapturedStdout();
+        xmemarena_reset(&arena);
+    }
+}
+
+struct engine_fixture : testing::Test {
+    std::vector<uint8_t> platform_block = std::vector<uint8_t>(4 << 20);
+    xmemarena platform_arena;
+    display_device display;
+    uint8_t keys[256] = {};
+    demosys* sys = &demosys_global;
+
+    void start(const std::string& script)
+    {
+        const std::string dir = std::string(REEL_TEST_OUTPUT_DIR) + "/" +
+                                testing::UnitTest::GetInstance()->current_test_info()->name();
+        make_show(dir, std::string(SCRIPT_HEADER) + script);
+        ASSERT_EQ(chdir(dir.c_str()), 0);
+        xmemarena_init(&platform_arena, "platform_arena", platform_block.size(), platform_block.data());
+        display_init(&display, &platform_arena);
+        music_reset();
+        prof_init();
+        ASSERT_EQ(demosys_init(sys, &display), 0);
+    }
+    void update() { demosys_update(sys, &display, keys, nullptr); }
+    void render() { demosys_render(sys, &display, keys, nullptr); }
+    void frame()
+    {
+        update();
+        render();
+        display_flip(&display);
+    }
+};
+
+}  // namespace
+
+TEST_F(engine_fixture, the_first_three_passes_are_the_init_steps)
+{
+    start("abs,,0,0,abs,,60000,music_start,music\n");
+    EXPECT_EQ(sys->engine_enabled, 1u);
+    update();
+    EXPECT_EQ(sys->engine.init_step, 1u);
+    EXPECT_EQ(sys->engine.scene_count, 1u);
+    EXPECT_STREQ(sys->engine.arena->name, "reel_arena");
+    EXPECT_EQ(sys->engine.arena->capacity, 30ull << 20);
+    EXPECT_EQ(sys->engine.tmp_arena->capacity, 6ull << 20);
+    EXPECT_EQ(sys->engine.scenes[0].first_update, 1u);
+    EXPECT_EQ(sys->engine.scenes[0].loaded, 0u);
+    music_seek(5000);  // each init step puts the clock back to 0
+    render();
+    EXPECT_EQ(sys->engine.init_step, 2u);
+    EXPECT_EQ(music_sample_counter(), 0);
+    EXPECT_EQ(sys->engine.tunnel_table.width, 640);
+    update();
+    EXPECT_EQ(sys->engine.init_done, 1u);
+    EXPECT_EQ(sys->engine.scenes[0].loaded, 0u);  // no scene ran yet
+    update();  // the fourth pass runs the sequencer: music_start starts the music
+    EXPECT_EQ(sys->engine.scenes[0].loaded, 1u);
+    EXPECT_EQ(sys->engine.scenes[0].update_runs, 1u);
+    EXPECT_EQ(music_global.started.load(), 1u);
+}
+
+TEST_F(engine_fixture, seeking_keys_move_the_clock_once_per_press)
+{
+    start("abs,,0,0,abs,,60000,music_start,music\n");
+    for (int i = 0; i < 4; i++)
+        frame();
+    music_seek(100000 - music_sample_counter());
+    keys['q'] = 1;
+    update();
+    update();
+    render();
+    EXPECT_EQ(music_sample_counter(), 100000 - 2205);
+    keys['q'] = 0;
+    update();
+    keys['d'] = 1;
+    update();
+    EXPECT_EQ(music_sample_counter(), 100000 - 2205 + 22050);
+    keys['d'] = 0;
+    keys['a'] = 1;
+    update();
+    keys['a'] = 0;
+    update();
+    keys['e'] = 1;
+    update();
+    EXPECT_EQ(music_sample_counter(), 100000 - 2205 + 2205);
+}
+
+TEST_F(engine_fixture, holding_x_toggles_the_engine_every_update_pass)
+{
+    start("abs,,0,0,abs,,60000,music_start,music\n");
+    keys['x'] = 1;
+    update();
+    EXPECT_EQ(sys->engine_enabled, 0u);
+    EXPECT_EQ(sys->engine.init_step, 0u);  // nothing ran
+    render();
+    EXPECT_EQ(sys->engine.init_step, 0u);
+    update();
+    EXPECT_EQ(sys->engine_enabled, 1u);
+    EXPECT_EQ(sys->engine.init_step, 1u);
+}
+
+TEST_F(engine_fixture, debug_views_show_the_selected_backbuffer_and_stencil)
+{
+    start("abs,,0,0,abs,,60000,music_start,music\n");
+    for (int i = 0; i < 3; i++)
+        frame();
+    memset(sys->engine.backbuffers[1].framebuffer->pixels, 42, 640 * 480);
+    for (int i = 0; i < 4; i++) {  // four presses of i: 4 mod 3 selects backbuffer 1
+        keys['i'] = 1;
+        update();
+        keys['i'] = 0;
+        update();
+    }
+    keys['8'] = 1;
+    testing::internal::CaptureStdout();
+    update();
+    render();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "display overlay backbuffer[1]\ndisplay overlay backbuffer[1]\n");
+    EXPECT_EQ(display.overlay.pixels[0], 42);
+    EXPECT_EQ(display.overlay.pixels[640 * 480 - 1], 42);
+    keys['8'] = 0;
+    keys['9'] = 1;
+    keys['6'] = 1;
+    testing::internal::CaptureStdout();
+    update();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "display overlay coverage buffer\ndisplay overlay stencil[0]\n");
+    EXPECT_EQ(display.overlay.pixels[0], 0);  // an empty stencil shows as 0
+}
+
+TEST_F(engine_fixture, a_script_without_rows_runs_until_the_viewer_quits)
+{
+    start("");
+    for (int i = 0; i < 10; i++)
+        frame();
+    EXPECT_EQ(sys->engine.scene_count, 0u);
+    EXPECT_EQ(sys->quit, 0u);
+    testing::internal::CaptureStdout();
+    reel_print_statistics(&sys->engine);
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(out.rfind("=== init system ===\n", 0), 0u) << out;
+    EXPECT_NE(out.find("[step:2] (cycles: "), std::string::npos);
+    EXPECT_NE(out.find("=== load scenes ===\n=== runtime ===\n=== regular ===\ntotal: "), std::string::npos) << out;
+    EXPECT_NE(out.find("=== vbl ===\ntotal: "), std::string::npos) << out;
+}
+
+TEST_F(engine_fixture, statistics_list_every_row_with_its_scene)
+{
+    start("abs,,0,0,abs,,60000,music_start,music\nabs,,0,0,abs,,60000,music_sync,0\n");
+    for (int i = 0; i < 5; i++)
+        frame();
+    testing::internal::CaptureStdout();
+    reel_print_statistics(&sys->engine);
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_NE(out.find("[row: line 2 func music_start args: music] (cycles: "), std::string::npos) << out;
+    EXPECT_NE(out.find("[row: line 3 func music_sync args: 0] (cycles: "), std::string::npos) << out;
+    EXPECT_NE(out.find("music_start: "), std::string::npos);
+}
