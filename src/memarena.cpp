@@ -78,6 +78,14 @@ void* xmemarena_push_align_size(xmemarena* arena, uint64_t size, uint64_t alignm
     return xmemarena_push_align(arena, rounded, alignment);
 }
 
+void* xmemarena_push_record(xmemarena* arena, uint64_t size)
+{
+    void* p = xmemarena_push_align(arena, size, XMEMARENA_RECORD_ALIGN);
+    if (p)
+        memset(p, 0, size);
+    return p;
+}
+
 xmemarena* xmemarena_push_arena(xmemarena* parent, const char* name, uint64_t capacity)
 {
     auto* child = (xmemarena*)xmemarena_push_align(parent, sizeof(xmemarena), alignof(xmemarena));

@@ -18,6 +18,9 @@ void* xmemarena_push(xmemarena* arena, uint64_t size);
 void* xmemarena_push_zero(xmemarena* arena, uint64_t size);
 void* xmemarena_push_align(xmemarena* arena, uint64_t size, uint64_t alignment);
 void* xmemarena_push_align_size(xmemarena* arena, uint64_t size, uint64_t alignment);
+// A zero-filled record (or array of records), aligned for any field type a record holds.
+constexpr uint64_t XMEMARENA_RECORD_ALIGN = 16;
+void* xmemarena_push_record(xmemarena* arena, uint64_t size);
 xmemarena* xmemarena_push_arena(xmemarena* parent, const char* name, uint64_t capacity);
 uint64_t xmemarena_pop_size(xmemarena* arena, uint64_t size);
 static inline uint64_t xmemarena_get_sp(const xmemarena* arena) { return arena->sp; }

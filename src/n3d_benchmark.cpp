@@ -47,15 +47,15 @@ void n3d_benchmark(display_device* display)
 
     // the whole overlay see-through, so the video plane shows what is drawn
     display->set_transparent_index(display, 0);
-    auto* overlay = (n3d_framebuffer*)xmemarena_push_zero(&arena, sizeof(n3d_framebuffer));
+    auto* overlay = (n3d_framebuffer*)xmemarena_push_record(&arena, sizeof(n3d_framebuffer));
     n3d_benchmark_wrap_plane(overlay, &display->overlay, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8);
     n3d_framebuffer_clear(overlay);
 
     n3d_framecontext* video[2];
     for (uint32_t i = 0; i < 2; i++) {
-        auto* fb = (n3d_framebuffer*)xmemarena_push_zero(&arena, sizeof(n3d_framebuffer));
+        auto* fb = (n3d_framebuffer*)xmemarena_push_record(&arena, sizeof(n3d_framebuffer));
         n3d_benchmark_wrap_plane(fb, &display->video[i], N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555);
-        video[i] = (n3d_framecontext*)xmemarena_push_zero(&arena, sizeof(n3d_framecontext));
+        video[i] = (n3d_framecontext*)xmemarena_push_record(&arena, sizeof(n3d_framecontext));
         n3d_framecontext_init(video[i], &arena, N3D_BENCHMARK_AREA_W, N3D_BENCHMARK_AREA_H, N3D_TEXEL_FORMAT_NONE,
                               N3D_FRAMECONTEXT_COVERAGE);
         video[i]->framebuffer = fb;
@@ -178,21 +178,21 @@ void n3d_benchmark_run(xmemarena* arena, n3d_framecontext* video)
     xmemarena tmp;
     xmemarena_init(&tmp, "n3d_benchmark_tmp_arena", N3D_BENCHMARK_TMP_ARENA_SIZE, malloc(N3D_BENCHMARK_TMP_ARENA_SIZE));
     const bitmap* flare = bitmap_create_flare(&tmp);
-    auto* t8 = (n3d_texture*)xmemarena_push_zero(arena, sizeof(n3d_texture));
-    auto* t16 = (n3d_texture*)xmemarena_push_zero(arena, sizeof(n3d_texture));
+    auto* t8 = (n3d_texture*)xmemarena_push_record(arena, sizeof(n3d_texture));
+    auto* t16 = (n3d_texture*)xmemarena_push_record(arena, sizeof(n3d_texture));
     n3d_benchmark_convert(t8, arena, &tmp, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, flare);
     n3d_benchmark_convert(t16, arena, &tmp, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, flare);
     xmemarena_reset(&tmp);
     static const uint8_t* phong_table;
     phong_table = n3d_phong_lut_alloc(arena, 0.5f, 1);
 
-    auto* ram = (n3d_framecontext*)xmemarena_push_zero(arena, sizeof(n3d_framecontext));
+    auto* ram = (n3d_framecontext*)xmemarena_push_record(arena, sizeof(n3d_framecontext));
     n3d_framecontext_init(ram, arena, N3D_BENCHMARK_AREA_W, N3D_BENCHMARK_AREA_H,
                           N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, N3D_FRAMECONTEXT_COVERAGE);
     const n3d_benchmark_target targets[N3D_BENCHMARK_TARGETS] = {{1, video}, {0, ram}};
     for (const n3d_benchmark_target& t : targets) {
         if (!t.fc->zbuffer) {
-            t.fc->zbuffer = (n3d_zbuffer*)xmemarena_push_zero(arena, sizeof(n3d_zbuffer));
+            t.fc->zbuffer = (n3d_zbuffer*)xmemarena_push_record(arena, sizeof(n3d_zbuffer));
             n3d_zbuffer_init(t.fc->zbuffer, (uint32_t)t.fc->framebuffer->width, (uint32_t)t.fc->framebuffer->height,
                              arena);
         }

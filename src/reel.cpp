@@ -134,12 +134,12 @@ static void reel_init_step_arenas_and_tables(reel_engine* e, xmemarena* demo)
     e->tmp_arena = &e->tmp_arena_record;
 
     e->backbuffer_count = REEL_BACKBUFFER_COUNT;
-    e->backbuffers = (n3d_framecontext*)xmemarena_push_zero(e->arena, sizeof(n3d_framecontext) * REEL_BACKBUFFER_COUNT);
+    e->backbuffers = (n3d_framecontext*)xmemarena_push_record(e->arena, sizeof(n3d_framecontext) * REEL_BACKBUFFER_COUNT);
     for (uint32_t i = 0; i < REEL_BACKBUFFER_COUNT; i++)
         n3d_framecontext_init(&e->backbuffers[i], demo, DISPLAY_OVERLAY_WIDTH, DISPLAY_OVERLAY_HEIGHT,
                               N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, N3D_FRAMECONTEXT_COVERAGE);
     e->stencil_count = REEL_STENCIL_COUNT;
-    e->stencils = (n3d_coverage_buffer*)xmemarena_push_zero(e->arena, sizeof(n3d_coverage_buffer) * REEL_STENCIL_COUNT);
+    e->stencils = (n3d_coverage_buffer*)xmemarena_push_record(e->arena, sizeof(n3d_coverage_buffer) * REEL_STENCIL_COUNT);
     for (uint32_t i = 0; i < REEL_STENCIL_COUNT; i++) {
         n3d_coverage_buffer_init(&e->stencils[i], DISPLAY_OVERLAY_WIDTH, DISPLAY_OVERLAY_HEIGHT, demo);
         n3d_coverage_buffer_clear(&e->stencils[i]);
@@ -147,7 +147,7 @@ static void reel_init_step_arenas_and_tables(reel_engine* e, xmemarena* demo)
     n3d_phong_lut_init(&e->phong_lut, demo, 0.3f, 0);
     n3d_phong_lut_set_default(&e->phong_lut);
     e->star_count = REEL_STAR_COUNT;
-    e->stars = (uint8_t*)xmemarena_push_zero(e->arena, (uint64_t)REEL_STAR_COUNT * REEL_STAR_BYTES);
+    e->stars = (uint8_t*)xmemarena_push_record(e->arena, (uint64_t)REEL_STAR_COUNT * REEL_STAR_BYTES);
     for (reel_shade_table_entry& entry : e->shade_tables)
         entry.table = (uint16_t*)xmemarena_push_align(e->arena, REEL_SHADE_TABLE_BYTES, 32);
     e->shade_table_count = 0;
@@ -156,7 +156,7 @@ static void reel_init_step_arenas_and_tables(reel_engine* e, xmemarena* demo)
 static void reel_init_step_packs_and_sequence(reel_engine* e, xmemarena* demo)
 {
     e->pack_count = REEL_PACK_COUNT;
-    e->packs = (reel_fs_pack*)xmemarena_push_zero(demo, sizeof(reel_fs_pack) * REEL_PACK_COUNT);
+    e->packs = (reel_fs_pack*)xmemarena_push_record(demo, sizeof(reel_fs_pack) * REEL_PACK_COUNT);
     for (uint32_t i = 0; i < REEL_PACK_COUNT; i++) {
         const uint64_t mark = xmemarena_get_sp(e->tmp_arena);
         const char* name = memprintf(e->tmp_arena, "pak%d.rpk", (int)i);
@@ -170,7 +170,7 @@ static void reel_init_step_packs_and_sequence(reel_engine* e, xmemarena* demo)
     const char* text = (const char*)reel_load_resource(e, REEL_SEQUENCE_NAME, REEL_KIND_RAW);
     reel_load_sequence(&e->sequence, text, REEL_SEQUENCE_NAME, e->arena, e->tmp_arena);
     e->scene_count = e->sequence.row_count;
-    e->scenes = (reel_scene*)xmemarena_push_zero(e->arena, sizeof(reel_scene) * (uint64_t)e->scene_count);
+    e->scenes = (reel_scene*)xmemarena_push_record(e->arena, sizeof(reel_scene) * (uint64_t)e->scene_count);
     for (uint32_t i = 0; i < e->scene_count; i++) {
         e->scenes[i].first_update = 1;
         e->scenes[i].first_render = 1;

@@ -16,10 +16,18 @@ constexpr int32_t REEL_FADE_OUT_LEAD = 66150;  // the fade starts 3 s before the
 static int32_t* reel_scenes_one_integer(reel_scene* scene, xmemarena* arena)
 {
     if (scene->integer_count == 0) {
-        scene->integers = (int32_t*)xmemarena_push_zero(arena, sizeof(int32_t));
+        scene->integers = (int32_t*)xmemarena_push_record(arena, sizeof(int32_t));
         scene->integer_count = 1;
     }
     return &scene->integers[0];
+}
+
+float reel_scene_progress(const reel_scene* scene)
+{
+    // a row of no duration is over as soon as it starts
+    if (scene->span_seconds == 0.0f)
+        return 1.0f;
+    return scene->since_start_seconds / scene->span_seconds;
 }
 
 // ---- load_sync and load_async: load the scenes of every row before a label ----
@@ -77,7 +85,7 @@ void scene_music_start_parse_args(reel_scene* scene, reel_parse_context* ctx)
     const char* cursor = ctx->row->args;
     const char* name = parse_arg_string(&cursor, ctx->row, ctx->tmp_arena);
     if (scene->blob_count == 0) {
-        scene->blobs = (reel_blob**)xmemarena_push_zero(ctx->arena, sizeof(reel_blob*));
+        scene->blobs = (reel_blob**)xmemarena_push_record(ctx->arena, sizeof(reel_blob*));
         scene->blob_count = 1;
     }
     scene->blobs[0] = reel_load_blob(ctx->engine, name);
@@ -129,6 +137,16 @@ const reel_scene_binding reel_scene_table[] = {
     {"load_async", scene_load_async, scene_load_async_parse_args},
     {"music_start", scene_music_start, scene_music_start_parse_args},
     {"music_sync", scene_music_sync, scene_music_sync_parse_args},
+    {"overlay_clear", scene_overlay_clear, scene_overlay_clear_parse_args},
+    {"overlay_backbuffer_clear", scene_overlay_backbuffer_clear, scene_overlay_backbuffer_clear_parse_args},
+    {"overlay_clut_fade_to_color", scene_overlay_clut_fade_to_color, scene_overlay_clut_fade_to_color_parse_args},
+    // before overlay_clut_set1_pulsate, so that a row naming overlay_clut_set binds here
+    {"overlay_clut_set", scene_overlay_clut_set, scene_overlay_clut_set_parse_args},
+    {"overlay_palette_animation", scene_overlay_palette_animation, scene_overlay_palette_animation_parse_args},
+    {"overlay_clut_set1_pulsate", scene_overlay_clut_set1_pulsate, scene_overlay_clut_set1_pulsate_parse_args},
     {"fade_out_music", scene_fade_out_music, scene_fade_out_music_parse_args},
+    {"video_clut_reset", scene_video_clut_reset, nullptr},
+    {"video_clut_fade_to_color", scene_video_clut_fade_to_color, scene_video_clut_fade_to_color_parse_args},
+    {"video_clear", scene_video_clear, scene_video_clear_parse_args},
 };
 const uint32_t reel_scene_table_count = sizeof(reel_scene_table) / sizeof(reel_scene_table[0]);

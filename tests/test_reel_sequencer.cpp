@@ -64,7 +64,7 @@ struct sequencer_fixture : testing::Test {
         text = "start mode,ref,ms,preload,end mode,ref,ms,function,args\n" + rows;
         reel_load_sequence(&engine.sequence, text.c_str(), "sequence.csv", &arena, &tmp);
         engine.scene_count = engine.sequence.row_count;
-        engine.scenes = (reel_scene*)xmemarena_push_zero(&arena, sizeof(reel_scene) * engine.scene_count);
+        engine.scenes = (reel_scene*)xmemarena_push_record(&arena, sizeof(reel_scene) * engine.scene_count);
         for (uint32_t i = 0; i < engine.scene_count; i++) {
             reel_scene* s = &engine.scenes[i];
             s->first_update = s->first_render = 1;

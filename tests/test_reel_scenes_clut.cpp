@@ -1,0 +1,504 @@
+// Palette and clear scenes, driven pass by pass the way the sequencer calls them: the fades'
+// 16.16 arithmetic and timing, the pulsing entry, the palette animation's modes and budgeted
+// loading, which call of which pass each scene acts in, the parsers and their range checks,
+// and the scenes' rows in the table.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "n3d.h"
+#include "reel.h"
+#include "reel_scenes.h"
+
+namespace {
+
+typedef std::vector<uint8_t> bytes;
+bytes overlay_entry(uint32_t i) { return bytes(display_live_overlay_clut() + i * 4, display_live_overlay_clut() + i * 4 + 4); }
+bytes video_entry(uint32_t i) { return bytes(display_live_video_clut() + i * 4, display_live_video_clut() + i * 4 + 4); }
+bytes grey(uint32_t i) { return {(uint8_t)i, (uint8_t)i, (uint8_t)i, 255}; }
+
+bool all_zero(const uint8_t* p, size_t n)
+{
+    for (size_t i = 0; i < n; i++)
+        if (p[i])
+            return false;
+    return true;
+}
+
+// A display, the engine's frame contexts and an engine whose resource cache is filled by hand,
+// so that scenes load and run without packs or a music clock.
+struct clut_fixture : testing::Test {
+    std::vector<uint8_t> memory = std::vector<uint8_t>(12u << 20);
+    xmemarena platform, demo;
+    display_device display;
+    n3d_framecontext overlay, video, backbuffers[REEL_BACKBUFFER_COUNT];
+    reel_engine engine;
+    reel_resource_node nodes[4];
+    uint32_t node_count = 0;
+    reel_sequence_row row = {};
+    reel_scene scene;
+    reel_run_context ctx = {};
+
+    clut_fixture()
+    {
+        uint8_t* m = memory.data();
+        xmemarena_init(&platform, "platform_arena", 2u << 20, m);
+        xmemarena_init(&demo, "demo_arena", 6u << 20, m + (2u << 20));
+        memset((void*)&engine, 0, sizeof(engine));
+        xmemarena_init(&engine.arena_record, "reel_arena", 2u << 20, m + (8u << 20));
+        xmemarena_init(&engine.tmp_arena_record, "reel_tmp_arena", 2u << 20, m + (10u << 20));
+        engine.arena = &engine.arena_record;
+        engine.tmp_arena = &engine.tmp_arena_record;
+        memset((void*)&scene, 0, sizeof(scene));
+        display_init(&display, &platform);  // also puts the grey ramps back into the live tables
+        const auto index8 = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8;
+        n3d_framecontext_init(&overlay, &demo, DISPLAY_OVERLAY_WIDTH, DISPLAY_OVERLAY_HEIGHT, index8, 0);
+        for (n3d_framecontext& b : backbuffers)
+            n3d_framecontext_init(&b, &demo, DISPLAY_OVERLAY_WIDTH, DISPLAY_OVERLAY_HEIGHT, index8, 0);
+        n3d_framecontext_init(&video, &demo, DISPLAY_VIDEO_WIDTH, DISPLAY_VIDEO_HEIGHT,
+                              N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 0);
+        ctx.engine = &engine;
+        ctx.row = &row;
+        ctx.arena = &demo;
+        ctx.display = &display;
+        ctx.overlay = &overlay;
+        ctx.backbuffer_count = REEL_BACKBUFFER_COUNT;
+        ctx.backbuffers = backbuffers;
+        ctx.video = &video;
+        row.line = 12;
+    }
+
+    void add(const char* name, void* record)
+    {
+        nodes[node_count] = {name, record, engine.resource_cache.next};
+        engine.resource_cache.next = &nodes[node_count++];
+    }
+
+    // A fresh scene record, bound through the scene table, its argument text parsed.
+    void load(const char* function, const char* args, float span_seconds = 9.0f)
+    {
+        memset((void*)&scene, 0, sizeof(scene));
+        row.function = function;
+        row.args = args;
+        reel_load_scene(&engine, &scene, &row);
+        scene.span_seconds = span_seconds;
+    }
+
+    // One pass as the sequencer makes it for a row inside its span: a load call while loading
+    // is not complete, then a run call once ready.
+    void pass(uint32_t kind, float since_seconds, int64_t budget = 0)
+    {
+        ctx.pass = kind;
+        if (!scene.load_complete) {
+            scene.load_budget = budget;
+            scene.since_start_seconds = 0.0f;
+            scene.run(&scene, &ctx);
+            scene.ready = scene.load_complete;
+        }
+        if (!scene.ready)
+            return;
+        scene.since_start_seconds = since_seconds;
+        scene.run(&scene, &ctx);
+        if (kind == REEL_PASS_UPDATE)
+            scene.first_update = 0, scene.update_runs += 1;
+        else
+            scene.first_render = 0, scene.render_runs += 1;
+    }
+
+    void end_call(uint32_t kind)
+    {
+        ctx.pass = kind;
+        scene.ending = 1;
+        scene.run(&scene, &ctx);
+    }
+};
+
+uint8_t blend(uint32_t from, uint32_t to, uint32_t w) { return (uint8_t)(((65536 - w) * from + w * to) >> 16); }
+
+// ---- fades ----
+
+TEST_F(clut_fixture, overlay_fade_reads_the_table_first_then_holds_the_target_from_90_percent)
+{
+    load("overlay_clut_fade_to_color", "0,256,255,255,255");
+    pass(REEL_PASS_RENDER, 0.0f);
+    EXPECT_FALSE(scene.load_complete) << "it prepares in an update pass";
+    pass(REEL_PASS_UPDATE, 0.0f);
+    const uint64_t sp_loaded = xmemarena_get_sp(&demo);
+    pass(REEL_PASS_RENDER, 5.0f);  // first render call: the table is only read
+    for (uint32_t i = 0; i < 256; i++)
+        ASSERT_EQ(overlay_entry(i), grey(i));
+
+    const uint8_t dark[4] = {9, 9, 9, 9};  // changed after the snapshot: the fade still starts from grey
+    display.set_overlay_clut(&display, 7, 1, dark);
+    pass(REEL_PASS_RENDER, 4.5f);
+    const uint32_t w = 36408;  // progress 0.5 is trunc(0.5 / 0.9 x 65536) of the way
+    for (uint32_t i = 0; i < 256; i++)
+        ASSERT_EQ(overlay_entry(i), (bytes{blend(i, 255, w), blend(i, 255, w), blend(i, 255, w), 0})) << i;
+    EXPECT_EQ(xmemarena_get_sp(&demo), sp_loaded) << "the blend's scratch is given back";
+
+    for (float s : {8.1f, 8.99f}) {
+        pass(REEL_PASS_RENDER, s);
+        for (uint32_t i = 0; i < 256; i++)
+            ASSERT_EQ(overlay_entry(i), (bytes{255, 255, 255, 0})) << s;
+    }
+    pass(REEL_PASS_RENDER, 1.0f);
+    EXPECT_LT(overlay_entry(0)[0], 255);
+    end_call(REEL_PASS_RENDER);  // the end call lands on the target whatever the progress
+    for (uint32_t i = 0; i < 256; i++)
+        ASSERT_EQ(overlay_entry(i), (bytes{255, 255, 255, 0}));
+}
+
+TEST_F(clut_fixture, video_fade_is_halfway_at_half_the_span_and_reaches_the_target_only_at_its_end)
+{
+    load("video_clut_fade_to_color", "16,8,0,128,255");
+    pass(REEL_PASS_UPDATE, 0.0f);
+    pass(REEL_PASS_RENDER, 0.0f);
+    pass(REEL_PASS_UPDATE, 4.5f);  // update calls do not blend
+    EXPECT_EQ(video_entry(16), grey(16));
+    pass(REEL_PASS_RENDER, 4.5f);  // w = 32768
+    for (uint32_t g = 16; g < 24; g++)
+        EXPECT_EQ(video_entry(g), (bytes{(uint8_t)(g >> 1), (uint8_t)((g + 128) >> 1), (uint8_t)((g + 255) >> 1), 0}));
+    EXPECT_EQ(video_entry(15), grey(15));
+    EXPECT_EQ(video_entry(24), grey(24));
+    EXPECT_EQ(overlay_entry(16), grey(16));
+
+    pass(REEL_PASS_RENDER, 8.1f);  // where the overlay fade is done
+    EXPECT_LT(video_entry(16)[2], 255);
+    end_call(REEL_PASS_RENDER);  // no rule for the end call: the last progress holds
+    EXPECT_LT(video_entry(16)[2], 255);
+    pass(REEL_PASS_RENDER, 9.0f);
+    for (uint32_t g = 16; g < 24; g++)
+        EXPECT_EQ(video_entry(g), (bytes{0, 128, 255, 0}));
+}
+
+TEST_F(clut_fixture, a_span_of_0_is_all_progress)
+{
+    reel_scene s = {};
+    s.span_seconds = 9.0f;
+    s.since_start_seconds = 4.5f;
+    EXPECT_EQ(reel_scene_progress(&s), 0.5f);
+    s.span_seconds = 0.0f;
+    EXPECT_EQ(reel_scene_progress(&s), 1.0f);
+
+    load("overlay_clut_fade_to_color", "100,1,10,20,30", 0.0f);
+    pass(REEL_PASS_UPDATE, 0.0f);
+    pass(REEL_PASS_RENDER, 0.0f);
+    EXPECT_EQ(overlay_entry(100), grey(100));
+    pass(REEL_PASS_RENDER, 0.0f);
+    EXPECT_EQ(overlay_entry(100), (bytes{10, 20, 30, 0}));
+}
+
+// ---- one pulsing entry ----
+
+TEST_F(clut_fixture, pulsate_blends_two_colours_in_linear_light_with_a_sine)
+{
+    load("overlay_clut_set1_pulsate", "5,0,1,255,0,0,0,0,255");  // index, phase, frequency
+    pass(REEL_PASS_UPDATE, 0.0f);
+    EXPECT_EQ(overlay_entry(5), grey(5)) << "render calls only";
+    const struct {
+        float since;
+        uint8_t red, blue;
+    } expected[] = {{0.0f, 187, 187}, {0.25f, 0, 255}, {0.75f, 255, 0}};  // t = 0.5, 1, 0
+    for (const auto& e : expected) {
+        pass(REEL_PASS_RENDER, e.since);
+        const bytes entry = overlay_entry(5);
+        EXPECT_EQ(bytes(entry.begin(), entry.begin() + 3), (bytes{e.red, 0, e.blue})) << e.since;
+    }
+    EXPECT_EQ(overlay_entry(4), grey(4));
+    EXPECT_EQ(overlay_entry(6), grey(6));
+    scene.since_start_seconds = 0.0f;
+    end_call(REEL_PASS_RENDER);
+    EXPECT_EQ(overlay_entry(5)[0], 255) << "the end call changes nothing";
+
+    load("overlay_clut_set1_pulsate", "200,0.125,0.7,255,0,0,255,0,0");
+    for (int i = 0; i < 500; i++) {
+        pass(REEL_PASS_RENDER, (float)i * 0.0137f);
+        const bytes entry = overlay_entry(200);
+        ASSERT_EQ(bytes(entry.begin(), entry.begin() + 3), (bytes{255, 0, 0})) << i;
+    }
+}
+
+// ---- palette animation ----
+
+// Four palettes of two entries; palette i writes red i + 1 into entry 0.
+struct animation_data {
+    bytes pixels, entries = bytes(4 * 8);
+    reel_palette palettes[4];
+    reel_palette_animation animation;
+    animation_data(uint32_t width, uint32_t height) : pixels(width * height)
+    {
+        for (uint32_t i = 0; i < width * height; i++)
+            pixels[i] = (uint8_t)((i % width + 3 * (i / width)) % 255 + 1);
+        for (uint32_t i = 0; i < 4; i++) {
+            entries[i * 8] = (uint8_t)(i + 1);
+            palettes[i] = {0, 2, &entries[i * 8]};
+        }
+        animation = {width, height, 4, pixels.data(), palettes};
+    }
+    // rows of the frame equal to the image, from the top
+    uint32_t rows_in(const n3d_framebuffer* fb) const
+    {
+        uint32_t y = 0;
+        while (y < animation.height &&
+               memcmp(fb->pixels + y * fb->row_bytes, &pixels[y * animation.width], animation.width) == 0)
+            y++;
+        return y;
+    }
+};
+
+TEST_F(clut_fixture, palette_animation_modes_pick_palettes_at_whole_palettes_per_second)
+{
+    animation_data a(64, 8);
+    add("waves", &a.animation);
+    const uint32_t expected[4][10] = {
+        {0, 1, 2, 3, 0, 1, 2, 3, 0, 1},  // loop
+        {0, 1, 2, 3, 3, 3, 3, 3, 3, 3},  // hold
+        {3, 2, 1, 0, 0, 0, 0, 0, 0, 0},  // reverse once
+        {0, 1, 2, 3, 2, 1, 0, 0, 0, 1},  // forth and back; the step that would be -1 stays on 0
+    };
+    for (uint32_t mode = 0; mode < 4; mode++) {
+        load("overlay_palette_animation", ("2,waves," + std::to_string(mode) + ",2.9").c_str());
+        pass(REEL_PASS_UPDATE, 0.0f);
+        const bytes before = overlay_entry(0);
+        display.set_transparent_index(&display, 7);
+        pass(REEL_PASS_RENDER, 0.0f);  // first render call: the image only
+        EXPECT_EQ(overlay_entry(0), before);
+        EXPECT_EQ(display_transparent_index(), 7);
+        EXPECT_EQ(a.rows_in(overlay.framebuffer), 8u);
+        for (uint32_t p = 0; p < 10; p++) {
+            display.set_transparent_index(&display, 7);
+            pass(REEL_PASS_RENDER, 0.5f * (float)p);  // 2.9 palettes per second count as 2
+            EXPECT_EQ((uint32_t)overlay_entry(0)[0], expected[mode][p] + 1) << "mode " << mode << " at " << 0.5 * p;
+            EXPECT_EQ(display_transparent_index(), 0);
+        }
+    }
+}
+
+TEST_F(clut_fixture, palette_animation_loads_its_image_at_once_without_budget_and_in_row_slices_with_one)
+{
+    animation_data small(64, 8);
+    add("waves", &small.animation);
+    load("overlay_palette_animation", "1,waves,0,1");
+    pass(REEL_PASS_RENDER, 0.0f);  // render passes do not load
+    EXPECT_TRUE(all_zero(backbuffers[1].framebuffer->pixels, 640 * 480));
+    pass(REEL_PASS_UPDATE, 0.0f, 0);
+    EXPECT_TRUE(scene.load_complete);
+    EXPECT_EQ(small.rows_in(backbuffers[1].framebuffer), 8u);
+    EXPECT_TRUE(all_zero(backbuffers[1].framebuffer->pixels + 8 * 640, 640 * 472)) << "below the image";
+    EXPECT_TRUE(all_zero(backbuffers[1].framebuffer->pixels + 64, 640 - 64)) << "right of the image";
+    EXPECT_TRUE(all_zero(backbuffers[0].framebuffer->pixels, 640 * 480));
+    EXPECT_TRUE(all_zero(overlay.framebuffer->pixels, 640 * 480)) << "the overlay waits for the first render call";
+
+    animation_data full(640, 480);
+    add("full", &full.animation);
+    load("overlay_palette_animation", "0,full,0,1");
+    uint32_t calls = 0, copied = 0;
+    while (!scene.load_complete && calls < 1000000) {
+        pass(REEL_PASS_UPDATE, 0.0f, 3000);  // cycles for a few dozen rows
+        calls++;
+        const uint32_t now = full.rows_in(backbuffers[0].framebuffer);
+        ASSERT_GE(now, copied) << "slices continue where the last call stopped";
+        ASSERT_TRUE(scene.load_complete || all_zero(backbuffers[0].framebuffer->pixels + now * 640, (480 - now) * 640));
+        copied = now;
+    }
+    EXPECT_GT(calls, 1u);
+    EXPECT_EQ(copied, 480u);
+}
+
+// ---- which call of which pass acts ----
+
+TEST_F(clut_fixture, video_clear_fills_in_render_calls_while_update_runs_are_at_most_2)
+{
+    load("video_clear", "255,128,7");
+    const n3d_framebuffer* fb = video.framebuffer;
+    auto filled = [&] {
+        for (int32_t y = 0; y < fb->height; y++)
+            for (int32_t x = 0; x < fb->width; x++)
+                if (((const uint16_t*)(fb->pixels + y * fb->row_bytes))[x] != (0x8000 | 31 << 10 | 16 << 5 | 0))
+                    return false;
+        return true;
+    };
+    for (uint32_t runs = 0; runs <= 4; runs++) {
+        n3d_framebuffer_clear(video.framebuffer);
+        if (runs > 0) {
+            pass(REEL_PASS_UPDATE, 0.0f);
+            EXPECT_FALSE(filled()) << "update calls never fill";
+        }
+        pass(REEL_PASS_RENDER, 0.0f);
+        EXPECT_EQ(filled(), runs <= 2) << runs;
+    }
+}
+
+TEST_F(clut_fixture, overlay_clears_and_clut_set_act_only_in_their_first_render_call)
+{
+    uint8_t entries[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+    reel_palette sky = {3, 2, entries};
+    add("sky", &sky);
+    const uint8_t* bottom_right = overlay.framebuffer->pixels + 640 * 480 - 1;
+    const uint8_t* back2 = backbuffers[2].framebuffer->pixels + 640 * 480 - 1;
+    const struct {
+        const char* function;
+        const char* args;
+        uint8_t overlay, back2;
+        bytes entry4;
+    } cases[] = {{"overlay_clear", "7", 7, 0, grey(4)},
+                 {"overlay_backbuffer_clear", "2,9", 0, 9, grey(4)},
+                 {"overlay_clut_set", "sky", 0, 0, {5, 6, 7, 8}}};
+    for (const auto& c : cases) {
+        load(c.function, c.args);
+        pass(REEL_PASS_UPDATE, 0.0f);
+        EXPECT_EQ(*bottom_right + *back2, 0) << c.function;
+        pass(REEL_PASS_RENDER, 0.0f);
+        EXPECT_EQ(*bottom_right, c.overlay) << c.function;
+        EXPECT_EQ(*back2, c.back2) << c.function;
+        EXPECT_EQ(overlay_entry(4), c.entry4) << c.function;
+        EXPECT_TRUE(all_zero(backbuffers[1].framebuffer->pixels, 640 * 480));
+
+        // undone, then later calls of both passes and the end call leave everything alone
+        n3d_framebuffer_clear(overlay.framebuffer);
+        n3d_framebuffer_clear(backbuffers[2].framebuffer);
+        display.set_overlay_clut(&display, 0, 256, display.default_overlay_clut.entries);
+        pass(REEL_PASS_RENDER, 1.0f);
+        pass(REEL_PASS_UPDATE, 1.0f);
+        end_call(REEL_PASS_RENDER);
+        EXPECT_EQ(*bottom_right + *back2, 0) << c.function;
+        EXPECT_EQ(overlay_entry(4), grey(4)) << c.function;
+    }
+}
+
+TEST_F(clut_fixture, video_clut_reset_restores_the_grey_ramp_in_its_first_update_call)
+{
+    const uint8_t red[4] = {255, 0, 0, 255};
+    display.set_video_clut(&display, 40, 1, red);
+    load("video_clut_reset", nullptr);
+    pass(REEL_PASS_RENDER, 0.0f);
+    EXPECT_FALSE(scene.load_complete) << "it completes in an update pass";
+    pass(REEL_PASS_UPDATE, 0.0f);
+    EXPECT_EQ(video_entry(40), grey(40));
+    display.set_video_clut(&display, 40, 1, red);
+    pass(REEL_PASS_UPDATE, 1.0f);
+    pass(REEL_PASS_RENDER, 1.0f);
+    EXPECT_EQ(video_entry(40)[1], 0) << "only the first update call resets";
+}
+
+// ---- parsers ----
+
+TEST_F(clut_fixture, parsers_grow_short_arrays_and_overwrite_earlier_bindings)
+{
+    animation_data a(64, 8), b(64, 8);
+    add("waves", &a.animation);
+    int32_t integers[3] = {-1, -1, 77};  // as a scene description would have bound them
+    reel_palette_animation* animations[2] = {&b.animation, &b.animation};
+    memset((void*)&scene, 0, sizeof(scene));
+    row.function = "overlay_palette_animation";
+    row.args = " 1,waves, 3,2.5";
+    scene.integer_count = 3, scene.integers = integers;
+    scene.palette_animation_count = 2, scene.palette_animations = animations;
+    reel_load_scene(&engine, &scene, &row);
+    EXPECT_EQ(scene.integers, integers) << "a long enough array is kept";
+    EXPECT_EQ(integers[0], 1);
+    EXPECT_EQ(integers[1], 3);
+    EXPECT_EQ(integers[2], 77);
+    ASSERT_EQ(scene.float_count, 1u);
+    EXPECT_EQ(scene.floats[0], 2.5f);
+    EXPECT_EQ(animations[0], &a.animation);
+    EXPECT_EQ(animations[1], &b.animation);
+
+    float one_float = 3.0f;
+    memset((void*)&scene, 0, sizeof(scene));
+    row.function = "overlay_clut_set1_pulsate";
+    row.args = "255,0.5,-2,1,2,3,4,5,6";
+    scene.integer_count = 2, scene.integers = integers;
+    scene.float_count = 1, scene.floats = &one_float;
+    reel_load_scene(&engine, &scene, &row);
+    ASSERT_EQ(scene.integer_count, 7u);
+    EXPECT_NE(scene.integers, integers) << "a short array is replaced";
+    EXPECT_EQ(std::vector<int32_t>(scene.integers, scene.integers + 7), (std::vector<int32_t>{255, 1, 2, 3, 4, 5, 6}));
+    ASSERT_EQ(scene.float_count, 2u);
+    EXPECT_EQ(scene.floats[0], -2.0f);  // frequency
+    EXPECT_EQ(scene.floats[1], 0.5f);   // phase
+}
+
+TEST_F(clut_fixture, numbers_outside_a_table_or_the_back_buffers_are_fatal)
+{
+    animation_data a(64, 8);
+    add("waves", &a.animation);
+    const struct {
+        const char* function;
+        const char* args;
+        const char* message;
+    } cases[] = {
+        {"overlay_backbuffer_clear", "3,0",
+         "crash in scene_overlay_backbuffer_clear_parse_args at src/reel_scenes:[0-9]+\n"
+         "back buffer 3 is not one of the 3 overlay back buffers \\(sequence line 12\\)\n"},
+        {"overlay_backbuffer_clear", "-1,0", "back buffer -1 is not one of the 3"},
+        {"overlay_palette_animation", "5,waves,0,1", "back buffer 5 is not one of the 3"},
+        {"overlay_palette_animation", "0,waves,4,1", "palette animation mode 4 is none of 0"},
+        {"overlay_clut_fade_to_color", "250,7,0,0,0", "fade of 7 entries from 250 is not inside the 256 entries"},
+        {"video_clut_fade_to_color", "-1,2,0,0,0", "fade of 2 entries from -1 is not inside"},
+        {"overlay_clut_set1_pulsate", "256,0,1,0,0,0,0,0,0", "colour index 256 is not inside the 256 entries"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EXIT(load(c.function, c.args), testing::ExitedWithCode(1), c.message) << c.args;
+    load("overlay_clut_fade_to_color", "0,256,0,0,0");  // the whole table is fine
+
+    // values a scene description bound meet the same checks in the scene's load call
+    load("overlay_backbuffer_clear", nullptr);
+    EXPECT_EXIT(pass(REEL_PASS_RENDER, 0.0f), testing::ExitedWithCode(1), "needs 2 integers, has 0 \\(sequence line 12\\)");
+    int32_t fade[5] = {200, 100, 0, 0, 0};
+    load("video_clut_fade_to_color", nullptr);
+    scene.integer_count = 5, scene.integers = fade;
+    EXPECT_EXIT(pass(REEL_PASS_UPDATE, 0.0f), testing::ExitedWithCode(1), "fade of 100 entries from 200");
+}
+
+// ---- the table ----
+
+TEST_F(clut_fixture, rows_keep_the_table_order_and_bind_by_prefix)
+{
+    const struct {
+        const char* name;
+        reel_scene_run_fn* run;
+    } order[] = {
+        {"music_sync", scene_music_sync},
+        {"overlay_clear", scene_overlay_clear},
+        {"overlay_backbuffer_clear", scene_overlay_backbuffer_clear},
+        {"overlay_clut_fade_to_color", scene_overlay_clut_fade_to_color},
+        {"overlay_clut_set", scene_overlay_clut_set},
+        {"overlay_palette_animation", scene_overlay_palette_animation},
+        {"overlay_clut_set1_pulsate", scene_overlay_clut_set1_pulsate},
+        {"fade_out_music", scene_fade_out_music},
+        {"video_clut_reset", scene_video_clut_reset},  // the one row here without a parser
+        {"video_clut_fade_to_color", scene_video_clut_fade_to_color},
+        {"video_clear", scene_video_clear},
+    };
+    int64_t previous = -1;
+    for (const auto& o : order) {
+        int64_t at = -1;
+        for (uint32_t i = 0; i < reel_scene_table_count; i++)
+            if (strcmp(reel_scene_table[i].name, o.name) == 0)
+                at = i;
+        ASSERT_GT(at, previous) << o.name;
+        EXPECT_EQ(reel_scene_table[at].run, o.run) << o.name;
+        EXPECT_EQ(reel_scene_table[at].parse_args == nullptr, o.run == scene_video_clut_reset) << o.name;
+        previous = at;
+    }
+
+    const struct {
+        const char* function;
+        reel_scene_run_fn* run;
+    } prefixes[] = {
+        {"overlay_clut_set", scene_overlay_clut_set},
+        {"overlay_clut_set1", scene_overlay_clut_set1_pulsate},
+        {"video_clut", scene_video_clut_reset},
+        {"video_cl", scene_video_clut_reset},
+        {"video_clea", scene_video_clear},
+    };
+    for (const auto& p : prefixes) {
+        load(p.function, nullptr);
+        EXPECT_EQ(scene.run, p.run) << p.function;
+    }
+}
+
+}  // namespace
