@@ -1,0 +1,471 @@
+// The music encoder against the player's decoder, and the synthesiser and the show's piece.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <algorithm>
+#include <cstdlib>
+#include <vector>
+
+#include "music.h"
+#include "music_encode.h"
+#include "music_synth.h"
+#include "vmath.h"
+
+namespace {
+
+typedef std::vector<int16_t> pcm_buffer;  // interleaved stereo
+
+constexpr uint32_t RATE = MUSIC_SAMPLE_RATE;
+constexpr double TWO_PI = 6.283185307179586;
+
+pcm_buffer make_sine(uint32_t frames, double hz_left, double hz_right, double amplitude)
+{
+    pcm_buffer pcm(2 * frames);
+    for (uint32_t i = 0; i < frames; i++) {
+        pcm[2 * i] = (int16_t)lround(amplitude * sin(TWO_PI * hz_left * i / RATE));
+        pcm[2 * i + 1] = (int16_t)lround(amplitude * sin(TWO_PI * hz_right * i / RATE));
+    }
+    return pcm;
+}
+
+// a sweep from 30 Hz to 8 kHz, evenly in octaves
+pcm_buffer make_chirp(uint32_t frames, double amplitude)
+{
+    pcm_buffer pcm(2 * frames);
+    double phase = 0.0;
+    for (uint32_t i = 0; i < frames; i++) {
+        phase += TWO_PI * 30.0 * pow(8000.0 / 30.0, (double)i / frames) / RATE;
+        pcm[2 * i] = (int16_t)lround(amplitude * sin(phase));
+        pcm[2 * i + 1] = (int16_t)lround(amplitude * cos(phase));
+    }
+    return pcm;
+}
+
+pcm_buffer make_square(uint32_t frames, uint32_t half_period_left, uint32_t half_period_right)
+{
+    pcm_buffer pcm(2 * frames);
+    for (uint32_t i = 0; i < frames; i++) {
+        pcm[2 * i] = (i / half_period_left) % 2 ? -32768 : 32767;
+        pcm[2 * i + 1] = (i / half_period_right) % 2 ? 32767 : -32768;
+    }
+    return pcm;
+}
+
+pcm_buffer make_noise(uint32_t frames, uint64_t seed, float amplitude)
+{
+    pcm_buffer pcm(2 * frames);
+    pcg32 rng = {seed, 2 * seed + 1};
+    for (int16_t& v : pcm)
+        v = (int16_t)lroundf(amplitude * (2.0f * pcg32_random_float01(&rng) - 1.0f));
+    return pcm;
+}
+
+std::vector<uint8_t> encode(const pcm_buffer& pcm, uint32_t beam)
+{
+    std::vector<uint8_t> stream(pcm.size() / 2);
+    music_encode_stream(stream.data(), pcm.data(), (uint32_t)stream.size(), beam);
+    return stream;
+}
+
+pcm_buffer decode(const std::vector<uint8_t>& stream)
+{
+    pcm_buffer pcm(2 * stream.size());
+    music_encode_decode(pcm.data(), stream.data(), (uint32_t)stream.size());
+    return pcm;
+}
+
+double snr_db(const pcm_buffer& pcm, uint32_t beam)
+{
+    return music_encode_snr_db(pcm.data(), decode(encode(pcm, beam)).data(), (uint32_t)pcm.size() / 2);
+}
+
+double squared_error(const pcm_buffer& a, const pcm_buffer& b)
+{
+    double sum = 0.0;
+    for (size_t i = 0; i < a.size(); i++)
+        sum += ((double)a[i] - b[i]) * ((double)a[i] - b[i]);
+    return sum;
+}
+
+// The show's piece, rendered once for all the tests that look at it.
+const pcm_buffer& show_music()
+{
+    static pcm_buffer pcm;
+    if (pcm.empty()) {
+        const uint64_t scratch_bytes = music_synth_scratch_bytes(music_synth_show_song());
+        std::vector<uint8_t> memory(scratch_bytes);
+        xmemarena scratch;
+        xmemarena_init(&scratch, "test_music_scratch", scratch_bytes, memory.data());
+        pcm.resize(2 * MUSIC_SYNTH_SHOW_FRAMES);
+        music_synth_render_show(pcm.data(), &scratch);
+    }
+    return pcm;
+}
+
+double rms_dbfs(const pcm_buffer& pcm, uint32_t first_frame, uint32_t end_frame)
+{
+    double squares = 0.0;
+    for (uint32_t i = 2 * first_frame; i < 2 * end_frame; i++)
+        squares += (double)pcm[i] * pcm[i];
+    return 10.0 * log10(squares / (2.0 * (end_frame - first_frame)) + 1e-9) - 20.0 * log10(32768.0);
+}
+
+// The nearest of all sixteen codes at every sample, ties to the lower code: greedy by definition.
+std::vector<uint8_t> reference_greedy(const pcm_buffer& pcm)
+{
+    const uint32_t frames = (uint32_t)pcm.size() / 2;
+    std::vector<uint8_t> stream(frames, 0);
+    for (uint32_t channel = 0; channel < 2; channel++) {
+        adpcm_decoder d;
+        adpcm_reset(&d);
+        for (uint32_t i = 0; i < frames; i++) {
+            uint32_t best_code = 0;
+            int64_t best_error = INT64_MAX;
+            for (uint32_t code = 0; code < 16; code++) {
+                adpcm_decoder trial = d;
+                const int64_t e = pcm[2 * i + channel] - adpcm_decode_nibble(&trial, code);
+                if (e * e < best_error)
+                    best_error = e * e, best_code = code;
+            }
+            adpcm_decode_nibble(&d, best_code);
+            stream[i] |= (uint8_t)(best_code << (4 * channel));
+        }
+    }
+    return stream;
+}
+
+}  // namespace
+
+// ---- the encoder ----
+
+TEST(music_encode, reproduces_test_signals_above_their_bounds)
+{
+    struct signal_case {
+        const char* name;
+        pcm_buffer pcm;
+        double greedy_min_db;  // measured: sine 33.7 / 35.2, chirp 24.5 / 25.3, squares 5.4 / 7.7
+        double beam_min_db;
+    };
+    const signal_case cases[] = {
+        {"sine 440/660 Hz", make_sine(RATE, 440.0, 660.0, 16000.0), 31.5, 33.0},
+        {"chirp 30 Hz - 8 kHz", make_chirp(2 * RATE, 12000.0), 22.5, 23.0},
+        // the step falls one index a sample while a level is held and needs a dozen samples to
+        // grow back for the jump: the decoder cannot follow squares at full scale closely
+        {"full-scale squares", make_square(RATE / 2, 110, 37), 3.0, 5.0},
+    };
+    for (const signal_case& c : cases) {
+        const double greedy = snr_db(c.pcm, MUSIC_ENCODE_BEAM_GREEDY);
+        const double beam = snr_db(c.pcm, MUSIC_ENCODE_BEAM_DEFAULT);
+        EXPECT_GE(greedy, c.greedy_min_db) << c.name;
+        EXPECT_GE(beam, c.beam_min_db) << c.name;
+        printf("[ snr      ] %-22s greedy %6.2f dB, beam %6.2f dB\n", c.name, greedy, beam);
+    }
+}
+
+TEST(music_encode, reproduces_the_show_music)
+{
+    // the densest bars, the full groove with the lead (the whole piece is measured by reel_music)
+    const pcm_buffer& show = show_music();
+    const pcm_buffer pcm(show.begin() + 2 * music_synth_show_bar_frame(MUSIC_SYNTH_SHOW_LEAD_BAR),
+                         show.begin() + 2 * music_synth_show_bar_frame(MUSIC_SYNTH_SHOW_LEAD_BAR + 4));
+    const double greedy = snr_db(pcm, MUSIC_ENCODE_BEAM_GREEDY);
+    const double beam = snr_db(pcm, MUSIC_ENCODE_BEAM_DEFAULT);
+    printf("[ snr      ] show music, bars 7-10  greedy %6.2f dB, beam %6.2f dB\n", greedy, beam);
+    EXPECT_GE(greedy, 27.0);        // measured 29.5 dB
+    EXPECT_GE(beam, 28.5);          // measured 30.8 dB
+    EXPECT_GE(beam - greedy, 1.0);  // the look-ahead pays on music
+}
+
+TEST(music_encode, greedy_takes_the_nearest_code_of_all_sixteen)
+{
+    // the encoder tries only the codes near the target; this shows none of the others was better
+    for (const pcm_buffer& pcm :
+         {make_chirp(RATE / 2, 30000.0), make_noise(RATE / 4, 7, 20000.0f), make_square(RATE / 8, 50, 3)})
+        EXPECT_EQ(encode(pcm, MUSIC_ENCODE_BEAM_GREEDY), reference_greedy(pcm));
+}
+
+TEST(music_encode, look_ahead_is_never_worse_than_greedy)
+{
+    std::vector<pcm_buffer> signals = {make_sine(RATE / 8, 100.0, 3000.0, 20000.0), make_chirp(RATE / 4, 30000.0),
+                                       make_square(RATE / 8, 11, 300), pcm_buffer(2 * 1000, 0)};
+    for (uint64_t seed = 1; seed <= 4; seed++)
+        signals.push_back(make_noise(RATE / 16, seed, 2000.0f * (float)seed * (float)seed));
+    for (size_t s = 0; s < signals.size(); s++) {
+        const double greedy = squared_error(signals[s], decode(encode(signals[s], MUSIC_ENCODE_BEAM_GREEDY)));
+        for (uint32_t beam : {2u, MUSIC_ENCODE_BEAM_DEFAULT, MUSIC_ENCODE_BEAM_MAX})
+            EXPECT_LE(squared_error(signals[s], decode(encode(signals[s], beam))), greedy)
+                << "signal " << s << " beam " << beam;
+    }
+}
+
+TEST(music_encode, silence_decodes_to_silence_even_after_a_loud_passage)
+{
+    const pcm_buffer quiet(2 * RATE, 0);
+    for (int16_t v : decode(encode(quiet, MUSIC_ENCODE_BEAM_DEFAULT)))
+        ASSERT_EQ(v, 0);  // from reset, step 7 lets code 0 add 7 >> 3 = 0
+
+    // a burst leaves a large step and an offset predictor; both must settle within 100 samples
+    pcm_buffer burst = make_noise(RATE / 2, 3, 30000.0f);
+    burst.resize(2 * RATE, 0);
+    for (uint32_t beam : {MUSIC_ENCODE_BEAM_GREEDY, MUSIC_ENCODE_BEAM_DEFAULT}) {
+        const pcm_buffer out = decode(encode(burst, beam));
+        for (size_t i = 2 * (RATE / 2 + 100); i < out.size(); i++)
+            ASSERT_LE(abs(out[i]), 1) << "beam " << beam << " sample " << i;
+    }
+}
+
+TEST(music_encode, is_deterministic_and_keeps_the_channels_apart)
+{
+    const pcm_buffer pcm = make_chirp(RATE / 2, 25000.0);
+    const std::vector<uint8_t> first = encode(pcm, MUSIC_ENCODE_BEAM_DEFAULT);
+    EXPECT_EQ(encode(pcm, MUSIC_ENCODE_BEAM_DEFAULT), first);
+
+    pcm_buffer swapped(pcm.size());
+    for (size_t i = 0; i < pcm.size(); i += 2)
+        swapped[i] = pcm[i + 1], swapped[i + 1] = pcm[i];
+    const std::vector<uint8_t> other = encode(swapped, MUSIC_ENCODE_BEAM_DEFAULT);
+    for (size_t i = 0; i < first.size(); i++)
+        ASSERT_EQ(other[i], (uint8_t)((first[i] >> 4) | (first[i] << 4))) << "frame " << i;
+}
+
+TEST(music_encode, short_streams_and_the_decision_delay)
+{
+    // shorter than the delay, exactly the delay and one more: every code comes from the final path
+    for (uint32_t frames :
+         {1u, MUSIC_ENCODE_DECISION_DELAY - 1, MUSIC_ENCODE_DECISION_DELAY, MUSIC_ENCODE_DECISION_DELAY + 1}) {
+        const pcm_buffer pcm = make_sine(frames, 2000.0, 5000.0, 300.0);
+        EXPECT_LE(squared_error(pcm, decode(encode(pcm, MUSIC_ENCODE_BEAM_DEFAULT))),
+                  squared_error(pcm, decode(encode(pcm, MUSIC_ENCODE_BEAM_GREEDY))))
+            << frames;
+    }
+}
+
+TEST(music_encode, snr_measure)
+{
+    const pcm_buffer a = {1000, -1000, 1000, -1000};
+    pcm_buffer b = a;
+    EXPECT_EQ(music_encode_snr_db(a.data(), b.data(), 2), INFINITY);
+    b[0] = 900;  // signal 4e6, noise 1e4: 26.02 dB
+    EXPECT_NEAR(music_encode_snr_db(a.data(), b.data(), 2), 26.0206, 1e-3);
+    const pcm_buffer zero(4, 0);
+    EXPECT_EQ(music_encode_snr_db(zero.data(), b.data(), 2), -INFINITY);
+}
+
+TEST(music_encode_death, rejects_beam_widths_out_of_range)
+{
+    const pcm_buffer pcm(4, 0);
+    uint8_t out[2];
+    EXPECT_DEATH(music_encode_stream(out, pcm.data(), 2, 0), "music_encode_stream");
+    EXPECT_DEATH(music_encode_stream(out, pcm.data(), 2, MUSIC_ENCODE_BEAM_MAX + 1), "beam width 33");
+}
+
+// ---- the synthesiser ----
+
+namespace {
+
+// a bare sine, its filter wide open
+const music_synth_instrument sine_tone = {
+    .kind = MUSIC_SYNTH_TONE,
+    .gain = 0.5f,
+    .pan = 0.0f,
+    .echo_send = 0.0f,
+    .drum = {},
+    .tone = {.oscillators = {{MUSIC_SYNTH_WAVE_SINE, 0.0f, 1.0f}, {}, {}},
+             .oscillator_count = 1,
+             .attack = 0.001f,
+             .decay = 0.1f,
+             .sustain = 1.0f,
+             .release = 0.01f,
+             .cutoff_hz = 9000.0f,
+             .cutoff_env_hz = 0.0f,
+             .cutoff_decay = 0.1f,
+             .resonance_q = 0.0f,
+             .vibrato_cents = 0.0f,
+             .vibrato_hz = 0.0f},
+};
+// a burst of noise a few milliseconds long, all of it into the echo
+const music_synth_instrument echoed_click = {
+    .kind = MUSIC_SYNTH_DRUM,
+    .gain = 0.5f,
+    .pan = 0.0f,
+    .echo_send = 1.0f,
+    .drum = {.tone_level = 0.0f,
+             .tone_start_hz = 0.0f,
+             .tone_end_hz = 0.0f,
+             .tone_sweep = 0.0f,
+             .tone_decay = 0.0f,
+             .noise_level = 1.0f,
+             .noise_filter = MUSIC_SYNTH_FILTER_LOW,
+             .noise_hz = 9000.0f,
+             .noise_q = 0.0f,
+             .noise_decay = 0.002f},
+    .tone = {},
+};
+const music_synth_note one_note[] = {{5, 8, 69, 127}};  // A4 from step 5 for two beats
+const music_synth_pattern one_pattern[] = {{one_note, 1}};
+
+struct small_song {
+    music_synth_cue cue = {1, 1, 0, 0};  // the second bar
+    music_synth_track track = {&sine_tone, &cue, 1};
+    music_synth_song song = {120, 4, 4, 3, one_pattern, 1, &track, 1, {6, 0.5f, 8000.0f, 0.0f}, 1.0f};
+    std::vector<uint8_t> memory;
+    xmemarena scratch;
+
+    pcm_buffer render()
+    {
+        memory.assign(music_synth_scratch_bytes(&song), 0);
+        xmemarena_init(&scratch, "test_synth_scratch", memory.size(), memory.data());
+        const uint32_t frames = music_synth_song_frames(&song);
+        pcm_buffer pcm(2 * frames + 2, 0x5A5A);  // one frame more, to catch writes past the end
+        music_synth_render(pcm.data(), &song, &scratch);
+        EXPECT_EQ(pcm[2 * frames], 0x5A5A);
+        EXPECT_EQ(xmemarena_get_sp(&scratch), 0u);
+        pcm.resize(2 * frames);
+        return pcm;
+    }
+};
+
+// the frequency of a steady tone from its upward zero crossings on one channel
+double measured_hz(const pcm_buffer& pcm, uint32_t first_frame, uint32_t end_frame)
+{
+    uint32_t first = 0, last = 0, crossings = 0;
+    for (uint32_t i = first_frame + 1; i < end_frame; i++) {
+        if (pcm[2 * i - 2] < 0 && pcm[2 * i] >= 0) {
+            first = crossings ? first : i;
+            last = i;
+            crossings++;
+        }
+    }
+    return crossings > 1 ? (double)(crossings - 1) * RATE / (last - first) : 0.0;
+}
+
+}  // namespace
+
+TEST(music_synth, places_notes_on_the_grid_at_their_pitch)
+{
+    small_song s;
+    EXPECT_EQ(music_synth_song_frames(&s.song), 3u * 44100u);
+    pcm_buffer pcm = s.render();
+    const uint32_t start = 44100 + 5 * 11025 / 4;  // bar 1, step 5: 13,781.25 frames in, rounded down
+    for (uint32_t i = 0; i < 2 * start; i++)
+        ASSERT_EQ(pcm[i], 0) << "before the note, frame " << i / 2;
+    EXPECT_NE(pcm[2 * (start + 2)], 0);
+    EXPECT_NEAR(measured_hz(pcm, start + 1000, start + 20000), 440.0, 0.5);
+    EXPECT_EQ(pcm[2 * 60000], pcm[2 * 60000 + 1]);  // centred: both sides alike
+
+    s.cue.transpose = 12;  // an octave up
+    pcm = s.render();
+    EXPECT_NEAR(measured_hz(pcm, start + 1000, start + 20000), 880.0, 1.0);
+}
+
+TEST(music_synth, echo_repeats_left_then_right)
+{
+    small_song s;
+    s.track.instrument = &echoed_click;
+    s.song.echo.wet = 1.0f;
+    const pcm_buffer pcm = s.render();
+    const uint32_t hit = 44100 + 5 * 11025 / 4;
+    const uint32_t delay = 6 * 11025 / 4;  // six sixteenths
+    const auto energy = [&](uint32_t from, uint32_t channel) {
+        double e = 0.0;
+        for (uint32_t i = from; i < from + 200; i++)
+            e += (double)pcm[2 * i + channel] * pcm[2 * i + channel];
+        return e;
+    };
+    EXPECT_GT(energy(hit + delay, 0), 100.0 * energy(hit + delay, 1) + 1.0);
+    EXPECT_GT(energy(hit + 2 * delay, 1), 100.0 * energy(hit + 2 * delay, 0) + 1.0);
+    EXPECT_LT(energy(hit + delay / 2, 0), 1.0);  // nothing between the hit and its first repeat
+}
+
+TEST(music_synth_death, rejects_a_cue_without_its_pattern)
+{
+    small_song s;
+    s.cue.pattern = 1;
+    EXPECT_DEATH(s.render(), "no pattern 1");
+}
+
+// ---- the show's piece ----
+
+TEST(music_synth_show, renders_deterministically_to_its_length)
+{
+    EXPECT_EQ(music_synth_song_frames(music_synth_show_song()), MUSIC_SYNTH_SHOW_FRAMES);
+    EXPECT_EQ(MUSIC_SYNTH_SHOW_FRAMES, 18u * 2u * RATE);
+    EXPECT_EQ(music_synth_show_bar_frame(MUSIC_SYNTH_SHOW_GROOVE_BAR), 2u * 44100u);
+    EXPECT_EQ(music_synth_show_bar_ms(MUSIC_SYNTH_SHOW_BREAK_BAR), 28000u);
+
+    // the first bars rendered on their own, twice, after another song and over dirty scratch,
+    // are the first bars of the whole piece: nothing depends on what ran before or comes later
+    const pcm_buffer& whole = show_music();
+    small_song other;
+    other.render();
+    music_synth_song opening = *music_synth_show_song();
+    opening.bars = MUSIC_SYNTH_SHOW_GROOVE_BAR + 1;
+    const uint32_t frames = music_synth_song_frames(&opening);
+    for (int pass = 0; pass < 2; pass++) {
+        std::vector<uint8_t> memory(music_synth_scratch_bytes(&opening), (uint8_t)(0xEE + pass));
+        xmemarena scratch;
+        xmemarena_init(&scratch, "test_music_scratch", memory.size(), memory.data());
+        pcm_buffer part(2 * frames);
+        music_synth_render(part.data(), &opening, &scratch);
+        EXPECT_TRUE(std::equal(part.begin(), part.end(), whole.begin())) << "pass " << pass;
+    }
+}
+
+TEST(music_synth_show, levels_are_sane)
+{
+    const pcm_buffer& pcm = show_music();
+    uint32_t peak = 0, above_knee = 0;
+    double sum[2] = {0.0, 0.0};
+    for (size_t i = 0; i < pcm.size(); i++) {
+        const uint32_t v = (uint32_t)abs(pcm[i]);
+        peak = v > peak ? v : peak;
+        above_knee += v > 24575;  // the soft clip bends from 3/4 of full scale
+        sum[i % 2] += pcm[i];
+    }
+    EXPECT_LT(peak, 32700u);  // the soft clip never reaches full scale
+    EXPECT_GT(peak, 16384u);  // and the music is not too quiet either
+    EXPECT_LT(above_knee, pcm.size() / 1000);
+    for (double s : sum)
+        EXPECT_LT(fabs(s / MUSIC_SYNTH_SHOW_FRAMES), 4.0);  // no DC
+
+    // the sections as the script expects them: a quiet intro and break, the groove loudest,
+    // and the tail dying away to silence at the very end
+    const auto bar = [](uint32_t n) { return music_synth_show_bar_frame(n); };
+    const double intro = rms_dbfs(pcm, bar(MUSIC_SYNTH_SHOW_INTRO_BAR), bar(MUSIC_SYNTH_SHOW_GROOVE_BAR));
+    const double groove = rms_dbfs(pcm, bar(MUSIC_SYNTH_SHOW_GROOVE_BAR), bar(MUSIC_SYNTH_SHOW_BREAK_BAR));
+    const double breakdown = rms_dbfs(pcm, bar(MUSIC_SYNTH_SHOW_BREAK_BAR), bar(MUSIC_SYNTH_SHOW_CHORD_BAR));
+    const double chord = rms_dbfs(pcm, bar(MUSIC_SYNTH_SHOW_CHORD_BAR), bar(MUSIC_SYNTH_SHOW_TAIL_BAR));
+    EXPECT_GT(groove, -19.0);
+    EXPECT_LT(intro, groove - 6.0);
+    EXPECT_LT(breakdown, groove - 3.0);
+    EXPECT_GT(chord, breakdown);
+    EXPECT_LT(rms_dbfs(pcm, MUSIC_SYNTH_SHOW_FRAMES - RATE / 4, MUSIC_SYNTH_SHOW_FRAMES), -60.0);
+}
+
+TEST(music_synth_show, every_groove_beat_starts_on_its_frame)
+{
+    // the energy of the next 512 frames over that of the last 512 peaks where a kick strikes;
+    // searched half a beat either side of each beat, it must peak within 256 frames of it
+    const pcm_buffer& pcm = show_music();
+    std::vector<double> total(MUSIC_SYNTH_SHOW_FRAMES + 1, 0.0);
+    for (uint32_t i = 0; i < MUSIC_SYNTH_SHOW_FRAMES; i++) {
+        const double mono = (double)pcm[2 * i] + pcm[2 * i + 1];
+        total[i + 1] = total[i] + mono * mono;
+    }
+    constexpr uint32_t window = 512, hop = 16, tolerance = 256;
+    constexpr double floor = 1e6;  // keeps the ratio finite over silence
+    const uint32_t first_beat = (MUSIC_SYNTH_SHOW_GROOVE_BAR - 1) * MUSIC_SYNTH_SHOW_BEATS_PER_BAR;
+    const uint32_t end_beat = (MUSIC_SYNTH_SHOW_BREAK_BAR - 1) * MUSIC_SYNTH_SHOW_BEATS_PER_BAR;
+    for (uint32_t beat = first_beat; beat < end_beat; beat++) {
+        const uint32_t at = beat * MUSIC_SYNTH_SHOW_BEAT_FRAMES;
+        uint32_t best = 0;
+        double best_ratio = 0.0;
+        for (uint32_t p = at - MUSIC_SYNTH_SHOW_BEAT_FRAMES / 2; p < at + MUSIC_SYNTH_SHOW_BEAT_FRAMES / 2; p += hop) {
+            const double ratio = (total[p + window] - total[p] + floor) / (total[p] - total[p - window] + floor);
+            if (ratio > best_ratio)
+                best_ratio = ratio, best = p;
+        }
+        EXPECT_LE(abs((int32_t)best - (int32_t)at), (int32_t)tolerance) << "beat " << beat;
+        EXPECT_GT(best_ratio, 4.0) << "beat " << beat;
+    }
+}
