@@ -156,3 +156,50 @@ TEST(show_e2e, a_show_without_a_script_says_so)
     EXPECT_EQ(run("cd '" + dir + "' && " + tools + "/reel_capture --frames 5", &out), 1);
     EXPECT_NE(out.find("failed open \"sequence.csv\"\n"), std::string::npos) << out;
 }
+
+#ifdef REEL_SHOW_DIR
+#include "bitmap.h"
+
+// The show of this repository, as the build packs it, played to its end.
+TEST(show_e2e, the_show_plays_to_its_end_with_moving_pictures_and_music)
+{
+    const std::string out_dir = std::string(REEL_TEST_OUTPUT_DIR) + "/show_frames";
+    std::system(("rm -rf '" + out_dir + "'").c_str());
+    std::string out;
+    ASSERT_EQ(run("cd '" REEL_SHOW_DIR "' && " + tools + "/reel_capture --png-every 60 --out '" + out_dir +
+                      "' --wav '" + out_dir + "/show.wav'",
+                  &out),
+              0)
+        << out;
+    EXPECT_NE(out.find("the show ended"), std::string::npos) << out;
+
+    // one picture a second: consecutive pictures differ, and so do the sections of the show
+    static std::vector<uint8_t> block(64 << 20);
+    xmemarena arena;
+    xmemarena_init(&arena, "e2e_frames", block.size(), block.data());
+    std::vector<bitmap*> frames;
+    for (int f = 0;; f += 60) {
+        char path[4096];
+        snprintf(path, sizeof(path), "%s/frame_%06d.png", out_dir.c_str(), f);
+        struct stat st;
+        if (stat(path, &st) != 0)
+            break;
+        frames.push_back(bitmap_load_png(&arena, path, 3));
+        ASSERT_NE(frames.back(), nullptr);
+        ASSERT_EQ(frames.back()->width, 640u);
+        ASSERT_EQ(frames.back()->height, 480u);
+    }
+    ASSERT_GE(frames.size(), 30u);  // a show of about half a minute
+    int changed = 0;
+    for (size_t i = 1; i < frames.size(); i++)
+        changed += memcmp(frames[i]->pixels, frames[i - 1]->pixels, 640 * 480 * 3) != 0;
+    EXPECT_GE(changed, (int)frames.size() * 3 / 4) << "pictures should move from second to second";
+
+    const std::vector<uint8_t> wav = read_file(out_dir + "/show.wav");
+    ASSERT_GT(wav.size(), 44u + 30 * 22050 * 4);
+    int64_t energy = 0;
+    for (size_t i = 44; i + 1 < wav.size(); i += 2)
+        energy += std::abs((int32_t)(int16_t)(wav[i] | wav[i + 1] << 8));
+    EXPECT_GT(energy / ((int64_t)wav.size() / 2), 200) << "the music should be audible";
+}
+#endif
