@@ -42,6 +42,9 @@ constexpr int32_t N3D_AFFINE_SCALE = 1024;       // affine attributes: (size - 1
 constexpr int32_t N3D_AFFINE_SHIFT = 6;          // affine value >> 6: 4 fraction bits
 constexpr float N3D_DEPTH_SCALE = 8192.0f;       // depth z = iw * 8192 as u16
 constexpr float N3D_PHONG_Q_SCALE = 128.0f;      // Q and its derivatives are scaled by 128 s^2
+constexpr int32_t N3D_PHONG_Q_SHIFT = 8;         // ((Q >> 8) * r2) >> 16 is the phong-table index
+constexpr int32_t N3D_PHONG_INDEX_SHIFT = 16;
+constexpr int32_t N3D_PHONG_PRODUCT_SHIFT = 24;  // large spans: (Q * r2) >> 24
 constexpr uint32_t N3D_PACKED_GAP_MASK = 0x4FC00;  // gap bits 10-15 and whole-u bit 8
 
 // ---- small integer operations ----
@@ -90,6 +93,16 @@ constexpr uint32_t n3d_packed_index8(uint32_t w)
 
 // Linear interpolation in the 256-entry float reciprocal table; x in [0, 256), else fatal.
 float n3d_reciprocal_lut(float x);
+
+// The span kernels the variants run: the portable one, or 8 pixels at a time with AVX2 on
+// x86-64 processors that have it. n3d_init picks the best the processor has; every kernel
+// draws exactly the same pixels, so a lower one is only asked for to compare them.
+enum n3d_raster_kernels : uint32_t {
+    N3D_RASTER_KERNELS_PORTABLE = 0,
+    N3D_RASTER_KERNELS_AVX2 = 1,
+};
+// Uses the best kernels the processor has up to `wanted`; returns the ones now in use.
+n3d_raster_kernels n3d_raster_use_kernels(n3d_raster_kernels wanted);
 
 // The fifteen variants, in registration order.
 int n3d_render_triangle_v8_affine_argb1555_t0argb1555(n3d_raster_call* c);

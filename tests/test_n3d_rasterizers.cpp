@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -91,6 +92,7 @@ struct raster_env {
         n3d_coverage_buffer_clear(fc.coverage[0]);
         n3d_zbuffer_clear(fc.zbuffer);
     }
+    void clear_pixels_only() { n3d_framebuffer_clear(fc.framebuffer); }
     uint16_t pixel(int x, int y) const
     {
         return ((const uint16_t*)(fc.framebuffer->pixels + y * fc.framebuffer->row_bytes))[x];
@@ -424,38 +426,176 @@ struct exact_pair {
     raster_env engine, reference;
 };
 
-void random_triangle(pcg32* rng, tri_vertex t[3], bool wide_uv)
+// Texture, palette, shade and phong contents with no pattern, so that an index wrong in any
+// bit, or a lighting index off by one, changes a pixel. The 16-bit texture has every level
+// down to 4 x 4 for the mipconst variant, each level with its own texels.
+struct exact_assets {
+    std::vector<uint8_t> texels8 = std::vector<uint8_t>(65536);
+    std::vector<std::vector<uint16_t>> levels16;
+    std::vector<void*> mips16 = std::vector<void*>(n3d_mip_slot_count(8, 8, 2, 2));
+    void* mips8[1];
+    uint16_t palette[256];
+    uint16_t shades[256 * 32];
+    uint8_t phong_storage[272];
+    const uint8_t* phong;
+    n3d_texture tex8, tex16;
+
+    exact_assets()
+    {
+        pcg32 rng = {0x2545F4914F6CDD1Dull, 0x9E3779B97F4A7C15ull};
+        for (uint8_t& t : texels8)
+            t = (uint8_t)pcg32_random(&rng);
+        for (uint16_t& c : palette)
+            c = (uint16_t)pcg32_random(&rng);
+        for (uint16_t& c : shades)
+            c = (uint16_t)pcg32_random(&rng);
+        for (uint8_t& b : phong_storage)
+            b = (uint8_t)pcg32_random(&rng);  // bits above the 5 a shade uses, too
+        phong = phong_storage + 8;
+        memset(&tex8, 0, sizeof(tex8));
+        tex8.format = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555;
+        tex8.log2_w = tex8.log2_h = tex8.min_log2_w = tex8.min_log2_h = 8;
+        tex8.mips = mips8;
+        mips8[0] = texels8.data();
+        tex8.colors_count = 256;
+        tex8.shades_per_color = 32;
+        tex8.palette = palette;
+        tex8.shade_table = shades;
+        memset(&tex16, 0, sizeof(tex16));
+        tex16.format = N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555;
+        tex16.log2_w = tex16.log2_h = 8;
+        tex16.min_log2_w = tex16.min_log2_h = 2;
+        tex16.mips = mips16.data();
+        for (uint32_t lw = 2; lw <= 8; lw++)
+            for (uint32_t lh = 2; lh <= 8; lh++) {
+                const uint32_t bytes = n3d_mipmap_size(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 1, lw, lh);
+                levels16.emplace_back(bytes / 2);
+                for (uint16_t& t : levels16.back())
+                    t = (uint16_t)pcg32_random(&rng);
+                mips16[n3d_mip_slot(&tex16, lw, lh)] = levels16.back().data();
+            }
+    }
+};
+
+// Kinds of triangle, each aimed at a different path through the spans.
+enum exact_kind {
+    EXACT_ANY,          // anywhere on the screen, texture and lighting inside their ranges
+    EXACT_WRAPPING,     // texture coordinates far outside [0, 1] and negative
+    EXACT_LONG_SPANS,   // spans across most of the screen, beyond its left and right edges
+    EXACT_PERSPECTIVE,  // depth ratios up to and past the usable range
+    EXACT_SLIVER,       // a few pixels wide: short spans, odd columns, lone segments
+    EXACT_TINY,         // spans of 1 to 5 pixels only
+    EXACT_BORDERS,      // vertices on the framebuffer's borders and corners
+    EXACT_MINIFIED,     // up to thousands of texels a pixel: the mipconst variant's small levels
+    EXACT_KIND_COUNT,
+};
+
+float exact_range(pcg32* rng, float lo, float hi) { return lo + (hi - lo) * pcg32_random_float01(rng); }
+
+void exact_triangle(pcg32* rng, exact_kind kind, tri_vertex t[3])
 {
+    const float cx = exact_range(rng, 0, 320), cy = exact_range(rng, 0, 240);
+    const float texels = std::exp(exact_range(rng, 4, 11));  // the minified kind's coordinate range
     for (int i = 0; i < 3; i++) {
-        t[i].x = 320.0f * pcg32_random_float01(rng);
-        t[i].y = 240.0f * pcg32_random_float01(rng);
-        t[i].w = 1.0f + 3.0f * pcg32_random_float01(rng);
-        const float span = wide_uv ? 5.0f : 1.0f, base = wide_uv ? -2.0f : 0.0f;
-        t[i].u = base + span * pcg32_random_float01(rng);
-        t[i].v = base + span * pcg32_random_float01(rng);
-        t[i].p0 = -1.0f + 2.0f * pcg32_random_float01(rng);
-        t[i].p1 = -1.0f + 2.0f * pcg32_random_float01(rng);
+        tri_vertex& v = t[i];
+        v.x = exact_range(rng, 0, 320);
+        v.y = exact_range(rng, 0, 240);
+        v.w = exact_range(rng, 1, 4);
+        v.u = pcg32_random_float01(rng);
+        v.v = pcg32_random_float01(rng);
+        v.p0 = exact_range(rng, -1, 1);
+        v.p1 = exact_range(rng, -1, 1);
+        switch (kind) {
+        case EXACT_WRAPPING:
+            v.u = exact_range(rng, -40, 40);
+            v.v = exact_range(rng, -40, 40);
+            v.p0 = exact_range(rng, -2, 2);  // lighting indices past the table's range too
+            break;
+        case EXACT_LONG_SPANS:
+            v.x = i == 0 ? exact_range(rng, -60, 40) : exact_range(rng, 280, 380);
+            v.y = i == 2 ? exact_range(rng, -20, 260) : exact_range(rng, 0, 240);
+            v.u = exact_range(rng, -3, 3);
+            break;
+        case EXACT_PERSPECTIVE:
+            v.w = exact_range(rng, 1, 11);
+            break;
+        case EXACT_SLIVER:
+            v.x = cx + exact_range(rng, -4, 4) + (i == 2 ? exact_range(rng, -60, 60) : 0);
+            v.y = i == 2 ? cy : exact_range(rng, 0, 240);
+            break;
+        case EXACT_TINY:
+            v.x = cx + exact_range(rng, -3, 3);
+            v.y = cy + exact_range(rng, -3, 3);
+            break;
+        case EXACT_MINIFIED:
+            v.u = exact_range(rng, -texels, texels);
+            v.v = exact_range(rng, -texels, texels);
+            break;
+        case EXACT_BORDERS: {
+            const uint32_t r = pcg32_random(rng);
+            v.x = (r & 1) ? (r & 2 ? 320.0f : 0.0f) : v.x;
+            v.y = (r & 4) ? (r & 8 ? 240.0f : 0.0f) : v.y;
+            break;
+        }
+        default:
+            break;
+        }
     }
 }
 
-void expect_same_state(const raster_env& a, const raster_env& b, const char* name, int round)
+// The same random state in both targets: pixels, coverage bits (read by the covrw1x
+// variants), depth-block bits and depth values, so that depth variants start over partly
+// validated blocks.
+void exact_random_state(pcg32* rng, exact_pair* pair)
+{
+    raster_env& e = pair->engine;
+    raster_env& r = pair->reference;
+    const n3d_framebuffer* fb = e.fc.framebuffer;
+    for (int32_t i = 0; i < fb->row_bytes * fb->height; i++)
+        fb->pixels[i] = r.fc.framebuffer->pixels[i] = (uint8_t)pcg32_random(rng);
+    const n3d_coverage_buffer* cov = e.fc.coverage[0];
+    for (uint32_t i = 0; i < cov->width / 32 * cov->height; i++)
+        cov->bits[i] = r.fc.coverage[0]->bits[i] = pcg32_random(rng) & pcg32_random(rng);
+    const n3d_zbuffer* zb = e.fc.zbuffer;
+    for (uint32_t i = 0; i < zb->blocks.width / 32 * zb->height; i++)
+        zb->blocks.bits[i] = r.fc.zbuffer->blocks.bits[i] = pcg32_random(rng) & pcg32_random(rng);
+    for (uint32_t i = 0; i < zb->width * zb->height; i++)
+        zb->values[i] = r.fc.zbuffer->values[i] = (uint16_t)(pcg32_random(rng) >> 17);  // depths up to 32767
+}
+
+// Compared whole; the first difference is looked for only to report it.
+::testing::AssertionResult exact_same_state(const raster_env& a, const raster_env& b)
 {
     const n3d_framebuffer* fa = a.fc.framebuffer;
     const n3d_framebuffer* fb = b.fc.framebuffer;
-    ASSERT_EQ(memcmp(fa->pixels, fb->pixels, (size_t)fa->row_bytes * fa->height), 0) << name << " round " << round;
+    if (memcmp(fa->pixels, fb->pixels, (size_t)fa->row_bytes * fa->height) != 0)
+        for (int32_t y = 0; y < fa->height; y++)
+            for (int32_t x = 0; x < fa->width; x++) {
+                const uint16_t pa = ((const uint16_t*)(fa->pixels + y * fa->row_bytes))[x];
+                const uint16_t pb = ((const uint16_t*)(fb->pixels + y * fb->row_bytes))[x];
+                if (pa != pb)
+                    return ::testing::AssertionFailure() << "pixel " << x << "," << y << ": " << pa << " vs " << pb;
+            }
     const n3d_coverage_buffer* ca = a.fc.coverage[0];
-    ASSERT_EQ(memcmp(ca->bits, b.fc.coverage[0]->bits, ca->width / 8 * ca->height), 0) << name << " round " << round;
+    if (memcmp(ca->bits, b.fc.coverage[0]->bits, ca->width / 8 * ca->height) != 0)
+        return ::testing::AssertionFailure() << "coverage differs";
     const n3d_zbuffer* za = a.fc.zbuffer;
     const n3d_zbuffer* zb = b.fc.zbuffer;
-    ASSERT_EQ(memcmp(za->blocks.bits, zb->blocks.bits, za->blocks.width / 8 * za->height), 0) << name;
-    // depth values count only inside validated blocks
-    for (uint32_t y = 0; y < za->height; y++)
-        for (uint32_t x = 0; x < za->width; x++) {
-            const uint32_t block = x / 16;
-            if ((za->blocks.bits[y * (za->blocks.width / 32) + block / 32] << (block % 32)) & 0x80000000u) {
-                ASSERT_EQ(za->values[y * za->width + x], zb->values[y * zb->width + x]) << name << " " << x << "," << y;
-            }
-        }
+    if (memcmp(za->blocks.bits, zb->blocks.bits, za->blocks.width / 8 * za->height) != 0)
+        return ::testing::AssertionFailure() << "depth blocks differ";
+    if (memcmp(za->values, zb->values, (size_t)za->width * za->height * 2) != 0)
+        for (uint32_t i = 0; i < za->width * za->height; i++)
+            if (za->values[i] != zb->values[i])
+                return ::testing::AssertionFailure() << "depth " << i % za->width << "," << i / za->width << ": "
+                                                     << za->values[i] << " vs " << zb->values[i];
+    return ::testing::AssertionSuccess();
+}
+
+// Rounds per variant and kernel set; REEL_RASTER_EXACT_ROUNDS asks for more.
+int exact_rounds()
+{
+    const char* env = getenv("REEL_RASTER_EXACT_ROUNDS");
+    return env ? atoi(env) : 700;
 }
 
 }  // namespace
@@ -463,27 +603,244 @@ void expect_same_state(const raster_env& a, const raster_env& b, const char* nam
 TEST(n3d_rasterizers, engine_variants_draw_exactly_what_the_reference_draws)
 {
     static exact_pair pair;
-    for (uint32_t vi = 0; vi < n3d_rasterizer_table_count; vi++) {
-        n3d_rasterizer_entry* e = &n3d_rasterizer_table[vi];
-        pair.engine.clear();
-        pair.reference.clear();
-        pcg32 rng = {0x853c49e6748fea9bull + vi, 0xda3e39cb94b95bdbull};
-        for (int round = 0; round < 400; round++) {
-            tri_vertex given[3], tri[3];
-            random_triangle(&rng, given, round % 2 == 1);
-            drawable_winding(given, tri);
-            if (round % 50 == 0) {
-                // start over now and then, so that depth blocks are validated afresh
-                n3d_coverage_buffer_clear(pair.engine.fc.coverage[0]);
-                n3d_coverage_buffer_clear(pair.reference.fc.coverage[0]);
-                n3d_zbuffer_clear(pair.engine.fc.zbuffer);
-                n3d_zbuffer_clear(pair.reference.fc.zbuffer);
+    static exact_assets assets;
+    const int rounds = exact_rounds();
+    n3d_texture* tex8 = &assets.tex8;
+    n3d_texture* tex16 = &assets.tex16;
+    // every kernel set this processor has, down to the portable one
+    for (uint32_t k = N3D_RASTER_KERNELS_AVX2 + 1; k-- > N3D_RASTER_KERNELS_PORTABLE;) {
+        if (n3d_raster_use_kernels((n3d_raster_kernels)k) != k)
+            continue;
+        for (uint32_t vi = 0; vi < n3d_rasterizer_table_count; vi++) {
+            n3d_rasterizer_entry* e = &n3d_rasterizer_table[vi];
+            n3d_texture* texture = (e->flags & N3D_RASTERIZER_T0_I8ARGB1555) ? tex8 : tex16;
+            pcg32 rng = {0x853c49e6748fea9bull + vi, 0xda3e39cb94b95bdbull};
+            for (int round = 0; round < rounds; round++) {
+                if (round % 60 == 0)
+                    exact_random_state(&rng, &pair);
+                tri_vertex given[3], tri[3];
+                exact_triangle(&rng, (exact_kind)(round % EXACT_KIND_COUNT), given);
+                drawable_winding(given, tri);
+                n3d_raster_call ce = make_call(pair.engine, e, tri, texture, &assets.phong);
+                n3d_raster_call cr = make_call(pair.reference, e, tri, texture, &assets.phong);
+                ASSERT_EQ(e->rasterizer(&ce), raster_reference::draw(e->flags, &cr)) << e->name;
+                ASSERT_TRUE(exact_same_state(pair.engine, pair.reference))
+                    << e->name << ", kernels " << k << ", round " << round << ", kind " << round % EXACT_KIND_COUNT;
             }
-            n3d_raster_call ce = make_call(pair.engine, e, tri);
-            n3d_raster_call cr = make_call(pair.reference, e, tri);
-            ASSERT_EQ(e->rasterizer(&ce), raster_reference::draw(e->flags, &cr)) << e->name;
-            if (round % 40 == 39)
-                expect_same_state(pair.engine, pair.reference, e->name, round);
         }
     }
+    n3d_raster_use_kernels(N3D_RASTER_KERNELS_AVX2);
+}
+
+// ---- filling rules, spans, coverage and depth ----
+
+namespace {
+
+n3d_rasterizer_entry* variant_with_flags(uint32_t flags)
+{
+    const int32_t i = n3d_find_rasterizer(flags);
+    return i < 0 ? nullptr : &n3d_rasterizer_table[i];
+}
+
+// Draws one flat (w = 1) triangle with the given variant; returns the rasterizer's result.
+int draw_flat(raster_env& env, uint32_t flags, tri_vertex a, tri_vertex b, tri_vertex c)
+{
+    tri_vertex given[3] = {a, b, c}, tri[3];
+    drawable_winding(given, tri);
+    n3d_raster_call call = make_call(env, variant_with_flags(flags), tri);
+    return variant_with_flags(flags)->rasterizer(&call);
+}
+
+tri_vertex at(float x, float y, float u = 0.5f, float v = 0.5f, float w = 1.0f)
+{
+    return {x, y, w, u, v, 0.0f, 0.0f};
+}
+
+}  // namespace
+
+TEST(n3d_rasterizers, triangles_sharing_an_edge_draw_it_exactly_once)
+{
+    raster_env env;
+    // a quad cut along a slanted diagonal, plus a fan around a shared vertex
+    const tri_vertex quads[][4] = {{at(10.3f, 12.7f), at(90.6f, 20.1f), at(20.2f, 80.9f), at(100.5f, 95.25f)},
+                                   {at(0.0f, 0.0f), at(64.0f, 0.0f), at(0.0f, 64.0f), at(64.0f, 64.0f)},
+                                   {at(140.0f, 30.5f), at(151.5f, 200.5f), at(149.5f, 110.0f), at(300.0f, 31.0f)}};
+    for (const auto& q : quads) {
+        env.clear();
+        draw_flat(env, 81, q[0], q[1], q[2]);
+        std::vector<uint8_t> first(320 * 240);
+        for (int y = 0; y < 240; y++)
+            for (int x = 0; x < 320; x++)
+                first[y * 320 + x] = env.covered(x, y);
+        env.clear();
+        draw_flat(env, 81, q[1], q[3], q[2]);
+        int overlap = 0, inside_missing = 0;
+        for (int y = 0; y < 240; y++)
+            for (int x = 0; x < 320; x++) {
+                const bool second = env.covered(x, y);
+                overlap += first[y * 320 + x] && second;
+                // a pixel centre strictly inside either triangle must be drawn by one of them
+                const tri_vertex t0[3] = {q[0], q[1], q[2]}, t1[3] = {q[1], q[3], q[2]};
+                const reference_pixel r0 = reference_at(t0, x, y, false);
+                const reference_pixel r1 = reference_at(t1, x, y, false);
+                const bool on_shared = r0.boundary || r1.boundary;
+                if ((r0.inside || r1.inside) && !on_shared && !(first[y * 320 + x] || second))
+                    inside_missing++;
+            }
+        EXPECT_EQ(overlap, 0);
+        EXPECT_EQ(inside_missing, 0);
+    }
+    // along the shared diagonal every row's pixels are covered exactly once
+    env.clear();
+    draw_flat(env, 81, at(0, 0), at(64, 0), at(0, 64));
+    std::vector<uint8_t> first(320 * 240);
+    for (int i = 0; i < 320 * 240; i++)
+        first[i] = env.covered(i % 320, i / 320);
+    env.clear();
+    draw_flat(env, 81, at(64, 0), at(64, 64), at(0, 64));
+    for (int y = 0; y < 64; y++)
+        for (int x = 0; x < 64; x++)
+            ASSERT_EQ(first[y * 320 + x] + (int)env.covered(x, y), 1) << x << "," << y;
+}
+
+TEST(n3d_rasterizers, top_left_rule_on_horizontal_edges_and_rows_above_the_screen)
+{
+    raster_env env;
+    // horizontal top edge: its row is drawn, from the left vertex up to (not including) the right
+    env.clear();
+    draw_flat(env, 80, at(10, 10), at(50, 10), at(30, 40));
+    EXPECT_TRUE(env.covered(10, 10));
+    EXPECT_TRUE(env.covered(49, 10));
+    EXPECT_FALSE(env.covered(50, 10));
+    EXPECT_FALSE(env.covered(30, 9));
+    EXPECT_FALSE(env.covered(30, 40));  // the bottom vertex's row is outside
+    // horizontal bottom edge: its row is not drawn
+    env.clear();
+    draw_flat(env, 80, at(30, 10), at(10, 40), at(50, 40));
+    EXPECT_FALSE(env.covered(30, 10));  // the apex row's span is empty: left edge in, right edge out
+    EXPECT_TRUE(env.covered(30, 11));
+    EXPECT_TRUE(env.covered(11, 39));
+    EXPECT_FALSE(env.covered(30, 40));
+    // a vertex above the screen: rows start at 0 with the edges advanced to it
+    env.clear();
+    const tri_vertex above[3] = {at(100, -50.5f), at(20, 100), at(180, 100)};
+    draw_flat(env, 80, above[0], above[1], above[2]);
+    int mismatched = 0;
+    for (int y = 0; y < 110; y++)
+        for (int x = 0; x < 320; x++) {
+            const reference_pixel r = reference_at(above, x, y, false);
+            if (!r.boundary && r.inside != env.covered(x, y))
+                mismatched++;
+        }
+    EXPECT_EQ(mismatched, 0);
+    EXPECT_TRUE(env.covered(100, 0));
+}
+
+TEST(n3d_rasterizers, spans_split_into_segments_that_wrap_and_a_tail_that_clamps)
+{
+    // u grows by about 255 texels per pixel along x: inside segments the coordinate wraps
+    // at 256, in the tail it clamps at 255. Right edge x = 40 - y: row y spans 40 - y pixels.
+    raster_env env;
+    env.clear();
+    draw_flat(env, 336, at(0, 0, 0.0f, 0.0f), at(0, 40, 0.0f, 0.0f), at(40, 0, 40.0f, 0.0f));
+    auto texel_u = [&](int x, int y) {
+        const uint16_t px = env.pixel(x, y);
+        return (int)(((px >> 10) & 31) | (px & 7) << 5);
+    };
+    // 5 pixels: one 4-pixel segment (wrapping) and one tail pixel (clamped to 255)
+    const int y5 = 35;
+    EXPECT_TRUE(env.covered(4, y5));
+    EXPECT_FALSE(env.covered(5, y5));
+    EXPECT_NE(texel_u(3, y5), 255);
+    EXPECT_EQ(texel_u(4, y5), 255);
+    // 20 pixels: 8 + 8 + 2 in segments, 2 in the tail
+    const int y20 = 20;
+    EXPECT_TRUE(env.covered(19, y20));
+    EXPECT_FALSE(env.covered(20, y20));
+    EXPECT_NE(texel_u(17, y20), 255);
+    EXPECT_EQ(texel_u(18, y20), 255);
+    EXPECT_EQ(texel_u(19, y20), 255);
+    // 4 pixels: no segment at all, every pixel clamped
+    for (int x = 1; x < 4; x++)
+        EXPECT_EQ(texel_u(x, 36), 255) << x;
+}
+
+TEST(n3d_rasterizers, coverage_read_keeps_covered_pixels_and_write_marks_whole_spans)
+{
+    raster_env env;
+    env.clear();
+    // a covered pixel inside the triangle keeps its colour with a coverage-reading variant
+    n3d_coverage_buffer* cb = env.fc.coverage[0];
+    cb->bits[(50 * cb->width + 40) / 32] |= 0x80000000u >> (40 % 32);
+    draw_flat(env, 51, at(10, 10), at(100, 20), at(30, 90));
+    EXPECT_EQ(env.pixel(40, 50), 0x8000);
+    EXPECT_NE(env.pixel(41, 50), 0x8000);
+    EXPECT_TRUE(env.covered(41, 50));
+    // the read-only variant leaves coverage alone but still skips covered pixels
+    env.clear();
+    cb->bits[(50 * cb->width + 40) / 32] |= 0x80000000u >> (40 % 32);
+    draw_flat(env, 49, at(10, 10), at(100, 20), at(30, 90));
+    EXPECT_EQ(env.pixel(40, 50), 0x8000);
+    EXPECT_NE(env.pixel(41, 50), 0x8000);
+    EXPECT_FALSE(env.covered(41, 50));
+    // a write-only variant draws over covered pixels; spans crossing word boundaries set every bit
+    env.clear();
+    cb->bits[(50 * cb->width + 40) / 32] |= 0x80000000u >> (40 % 32);
+    draw_flat(env, 80, at(0, 45), at(319, 45), at(0, 55));
+    EXPECT_NE(env.pixel(40, 50), 0x8000);
+    int covered_row = 0;
+    for (int x = 0; x < 320; x++)
+        covered_row += env.covered(x, 46);
+    EXPECT_GT(covered_row, 250);
+    for (int x = 0; x < covered_row; x++)
+        ASSERT_TRUE(env.covered(x, 46)) << x;
+}
+
+TEST(n3d_rasterizers, depth_test_with_lazily_cleared_blocks)
+{
+    raster_env env;
+    env.clear();
+    const uint32_t depth = 190;
+    // far (w = 2): the blocks are invalid after the clear, so it passes everywhere
+    EXPECT_EQ(draw_flat(env, depth, at(10, 10, 0.5f, 0.5f, 2.0f), at(200, 10, 0.5f, 0.5f, 2.0f),
+                        at(10, 200, 0.5f, 0.5f, 2.0f)),
+              1);
+    const uint16_t far_pixel = env.pixel(50, 50);
+    EXPECT_NE(far_pixel, 0x8000);
+    EXPECT_EQ(env.fc.zbuffer->values[50 * 320 + 50], 4096);  // iw 0.5 * 8192
+    // nearer (w = 1) wins; an equal depth does not; farther (w = 4) loses
+    env.clear_pixels_only();
+    draw_flat(env, depth, at(40, 40, 0.1f, 0.1f, 1.0f), at(80, 40, 0.1f, 0.1f, 1.0f), at(40, 80, 0.1f, 0.1f, 1.0f));
+    EXPECT_NE(env.pixel(50, 50), 0x8000);
+    EXPECT_EQ(env.fc.zbuffer->values[50 * 320 + 50], 8192);
+    env.clear_pixels_only();
+    draw_flat(env, depth, at(40, 40, 0.9f, 0.9f, 1.0f), at(80, 40, 0.9f, 0.9f, 1.0f), at(40, 80, 0.9f, 0.9f, 1.0f));
+    EXPECT_EQ(env.pixel(50, 50), 0x8000);
+    draw_flat(env, depth, at(40, 40, 0.9f, 0.9f, 4.0f), at(80, 40, 0.9f, 0.9f, 4.0f), at(40, 80, 0.9f, 0.9f, 4.0f));
+    EXPECT_EQ(env.pixel(50, 50), 0x8000);
+    // after the depth clear the farthest triangle passes again: stale values do not count
+    n3d_zbuffer_clear(env.fc.zbuffer);
+    draw_flat(env, depth, at(40, 40, 0.9f, 0.9f, 4.0f), at(80, 40, 0.9f, 0.9f, 4.0f), at(40, 80, 0.9f, 0.9f, 4.0f));
+    EXPECT_NE(env.pixel(50, 50), 0x8000);
+    EXPECT_EQ(env.fc.zbuffer->values[50 * 320 + 50], 2048);
+}
+
+TEST(n3d_rasterizers, triangles_too_deep_for_the_reciprocal_table_are_skipped)
+{
+    raster_env env;
+    env.clear();
+    // farthest iw below 3/30 of the nearest: index < 3, rejected with result 0, nothing drawn
+    EXPECT_EQ(draw_flat(env, 80, at(10, 10, 0.5f, 0.5f, 1.0f), at(100, 10, 0.5f, 0.5f, 11.0f),
+                        at(10, 100, 0.5f, 0.5f, 1.0f)),
+              0);
+    for (int y = 0; y < 240; y++)
+        for (int x = 0; x < 320; x++)
+            ASSERT_FALSE(env.covered(x, y));
+    // just inside the range it is drawn; the affine variant has no such rule
+    EXPECT_EQ(draw_flat(env, 80, at(10, 10, 0.5f, 0.5f, 1.0f), at(100, 10, 0.5f, 0.5f, 9.0f),
+                        at(10, 100, 0.5f, 0.5f, 1.0f)),
+              1);
+    EXPECT_EQ(draw_flat(env, 336, at(10, 10, 0.5f, 0.5f, 1.0f), at(100, 10, 0.5f, 0.5f, 11.0f),
+                        at(10, 100, 0.5f, 0.5f, 1.0f)),
+              1);
 }
