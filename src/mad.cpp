@@ -496,12 +496,3 @@ int32_t mad_find_animation(const mad_datapack* datapack, const char* name)
     return -1;
 }
 
-void reel_madfx_validate(const reel_madfx* madfx)
-{
-    for (uint32_t i = 0; i < madfx->node_lut_count; i++)
-        if (madfx->node_index_lut[i] == MAD_INDEX_NONE)
-            crash_in("src/mad", __LINE__, "reel_madfx_validate", "node_index_lut[%d] is null!\n", (int)i);
-    for (uint32_t i = 0; i < madfx->animation_lut_count; i++)
-        if (madfx->animation_index_lut[i] == MAD_INDEX_NONE)
-            crash_in("src/mad", __LINE__, "reel_madfx_validate", "animation_index_lut[%d] is null!\n", (int)i);
-}

@@ -6,6 +6,7 @@
 
 #include <cstring>
 
+#include "mad.h"
 #include "music.h"
 
 static const char* const REEL_SCENES_FILE = "src/reel_scenes";
@@ -128,6 +129,19 @@ void scene_fade_out_music(reel_scene* scene, reel_run_context* ctx)
     }
     if (scene->ending)
         ctx->engine->quit = 1;  // the host loop ends after this pass
+}
+
+// ---- animated 3D scenes ----
+
+// Every node and animation the effect names must have been found in its datapack.
+void reel_madfx_validate(const reel_madfx* madfx)
+{
+    for (uint32_t i = 0; i < madfx->node_lut_count; i++)
+        if (madfx->node_index_lut[i] == MAD_INDEX_NONE)
+            crash_in(REEL_SCENES_FILE, __LINE__, "reel_madfx_validate", "node_index_lut[%d] is null!\n", (int)i);
+    for (uint32_t i = 0; i < madfx->animation_lut_count; i++)
+        if (madfx->animation_index_lut[i] == MAD_INDEX_NONE)
+            crash_in(REEL_SCENES_FILE, __LINE__, "reel_madfx_validate", "animation_index_lut[%d] is null!\n", (int)i);
 }
 
 // ---- the table ----

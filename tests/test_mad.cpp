@@ -452,7 +452,7 @@ TEST(mad_lookup, madfx_validate_reports_the_first_missing_entry)
     reel_madfx_validate(&good);
     const reel_madfx bad_node = {3, 2, nodes_bad, anims_bad};
     EXPECT_EXIT(reel_madfx_validate(&bad_node), testing::ExitedWithCode(1),
-                "^crash in reel_madfx_validate at src/mad:[0-9]+\nnode_index_lut\\[2\\] is null!\n$");
+                "^crash in reel_madfx_validate at src/reel_scenes:[0-9]+\nnode_index_lut\\[2\\] is null!\n$");
     const reel_madfx bad_animation = {3, 2, nodes_ok, anims_bad};
     EXPECT_EXIT(reel_madfx_validate(&bad_animation), testing::ExitedWithCode(1),
                 "\nanimation_index_lut\\[0\\] is null!\n$");
