@@ -393,3 +393,14 @@ uint32_t n3d_framebuffer_check_dims(const n3d_framebuffer* fb)
     }
     return 0;
 }
+
+void n3d_framebuffer_wrap(n3d_framebuffer* fb, N3D_TEXEL_FORMAT format, uint32_t width, uint32_t height,
+                          uint32_t row_bytes, uint8_t* pixels)
+{
+    memset(fb, 0, sizeof(*fb));
+    fb->format = format;
+    fb->width = (int32_t)width;
+    fb->height = (int32_t)height;
+    fb->row_bytes = (int32_t)row_bytes;
+    fb->pixels = pixels;
+}

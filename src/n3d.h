@@ -160,6 +160,9 @@ void n3d_init(xmemarena* arena);
 
 void n3d_framecontext_init(n3d_framecontext* fc, xmemarena* arena, uint32_t width, uint32_t height,
                            N3D_TEXEL_FORMAT format, uint32_t flags);
+// A framebuffer record over pixels someone else owns (a display plane).
+void n3d_framebuffer_wrap(n3d_framebuffer* fb, N3D_TEXEL_FORMAT format, uint32_t width, uint32_t height,
+                          uint32_t row_bytes, uint8_t* pixels);
 void n3d_framebuffer_init_argb1555(n3d_framebuffer* fb, uint32_t width, uint32_t height, xmemarena* arena);
 void n3d_framebuffer_init_index8(n3d_framebuffer* fb, uint32_t width, uint32_t height, xmemarena* arena);
 void n3d_coverage_buffer_init(n3d_coverage_buffer* cb, uint32_t width, uint32_t height, xmemarena* arena);

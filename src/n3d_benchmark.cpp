@@ -28,12 +28,7 @@ struct n3d_benchmark_target {
 
 static void n3d_benchmark_wrap_plane(n3d_framebuffer* fb, const display_plane* plane, N3D_TEXEL_FORMAT format)
 {
-    memset(fb, 0, sizeof(*fb));
-    fb->format = format;
-    fb->width = (int32_t)plane->width;
-    fb->height = (int32_t)plane->height;
-    fb->row_bytes = (int32_t)plane->pitch;
-    fb->pixels = plane->pixels;
+    n3d_framebuffer_wrap(fb, format, plane->width, plane->height, plane->pitch, plane->pixels);
 }
 
 void n3d_benchmark(display_device* display)

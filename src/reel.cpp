@@ -38,12 +38,7 @@ constexpr int32_t REEL_SEEK_LONG = 22050;   // 1 s
 
 static void reel_wrap_plane(n3d_framebuffer* fb, const display_plane* plane, N3D_TEXEL_FORMAT format)
 {
-    memset(fb, 0, sizeof(*fb));
-    fb->format = format;
-    fb->width = (int32_t)plane->width;
-    fb->height = (int32_t)plane->height;
-    fb->row_bytes = (int32_t)plane->pitch;
-    fb->pixels = plane->pixels;
+    n3d_framebuffer_wrap(fb, format, plane->width, plane->height, plane->pitch, plane->pixels);
 }
 
 int demosys_init(demosys* sys, display_device* display)
