@@ -711,9 +711,27 @@ RASTER_AVX2 inline void raster_segment_avx2(const raster_span_ctx& s, const rast
     V = _mm256_add_epi32(V, _mm256_and_si256(_mm256_srai_epi32(S, RASTER_U_WRAP_BITS), _mm256_set1_epi32(grp.h_mask[j])));
     V = _mm256_add_epi32(V, _mm256_and_si256(lane_past_first, _mm256_set1_epi32(grp.carry_mask[j])));
 
+    // the lighting look-up first: it does not wait for the texel, so it is under way while
+    // the texel's index is formed
+    const raster_lane_constants& c = s.lanes;
+    __m256i b = _mm256_setzero_si256();
+    if constexpr (F & RF_PHONG) {
+        const __m256i r2 = raster_ramp<F>(grp.r2, nullptr, j);
+        __m256i pi;
+        if constexpr (F & RF_LARGE_SPANS) {
+            // P = Q r2 is what the cubic steps; its top byte is the index, inside the word table
+            pi = _mm256_srai_epi32(_mm256_mullo_epi32(l->q, r2), N3D_PHONG_PRODUCT_SHIFT);
+        } else {
+            pi = _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(l->q, N3D_PHONG_Q_SHIFT), r2),
+                                   N3D_PHONG_INDEX_SHIFT);
+            pi = _mm256_min_epi32(_mm256_max_epi32(pi, _mm256_set1_epi32(RASTER_PHONG_GUARD_LOW)),
+                                  _mm256_set1_epi32(RASTER_PHONG_GUARD_HIGH));
+        }
+        b = raster_gather<4>(c.phong - RASTER_PHONG_WORDS_LOW, pi);  // AND 31 already
+    }
+
     // swizzled index without v's two lowest bits, which pick the texel inside an aligned
     // 32-bit word: the word is gathered whole so that no read leaves the level
-    const raster_lane_constants& c = s.lanes;
     const __m256i index_high = _mm256_or_si256(
         _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(S, 2), raster_lanes(c.mask_u_low)),
                         _mm256_and_si256(_mm256_slli_epi32(S, 4), raster_lanes(c.mask_u_high))),
@@ -732,18 +750,6 @@ RASTER_AVX2 inline void raster_segment_avx2(const raster_span_ctx& s, const rast
 
     __m256i pixel;
     if constexpr (F & RF_PHONG) {
-        const __m256i r2 = raster_ramp<F>(grp.r2, nullptr, j);
-        __m256i pi;
-        if constexpr (F & RF_LARGE_SPANS) {
-            // P = Q r2 is what the cubic steps; its top byte is the index, inside the word table
-            pi = _mm256_srai_epi32(_mm256_mullo_epi32(l->q, r2), N3D_PHONG_PRODUCT_SHIFT);
-        } else {
-            pi = _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(l->q, N3D_PHONG_Q_SHIFT), r2),
-                                   N3D_PHONG_INDEX_SHIFT);
-            pi = _mm256_min_epi32(_mm256_max_epi32(pi, _mm256_set1_epi32(RASTER_PHONG_GUARD_LOW)),
-                                  _mm256_set1_epi32(RASTER_PHONG_GUARD_HIGH));
-        }
-        const __m256i b = raster_gather<4>(c.phong - RASTER_PHONG_WORDS_LOW, pi);  // AND 31 already
         if constexpr (F & RF_T8) {
             // shade table entry texel * 32 + b, gathered as the word holding it
             const __m256i entry_word = _mm256_or_si256(
