@@ -1,6 +1,5 @@
-// Texture conversion and lighting tables: texel addressing, level chains, palettes and their
-// tie rule, transparent indices, the texel encodings, shade tables, the phong LUT and the PBR
-// table. Expected values come from hand arithmetic on the conversion rules.
+// Texture conversion and lighting tables: addressing, level chains, palettes and their tie rule,
+// transparent indices, texel encodings, shade tables, the phong LUT and the PBR table.
 #include "n3d_convert.h"
 
 #include <gtest/gtest.h>
@@ -24,14 +23,19 @@ struct convert_arenas {
     }
 };
 
-// A bitmap of one sRGB colour with straight alpha.
-bitmap* convert_solid(xmemarena* arena, uint32_t w, uint32_t h, const uint8_t rgba[4])
+// A new sRGB bitmap with straight alpha, pixel i (in row order) handed to paint(i, rgba).
+template <class F>
+bitmap* convert_painted(xmemarena* arena, uint32_t w, uint32_t h, F paint)
 {
     bitmap* bm = bitmap_create(arena, w, h, BITMAP_SRGB | BITMAP_CHANNELS_4);
-    for (uint32_t y = 0; y < h; ++y)
-        for (uint32_t x = 0; x < w; ++x)
-            memcpy(bitmap_pixel(bm, x, y), rgba, 4);
+    for (uint32_t i = 0; i < w * h; ++i)
+        paint(i, bitmap_pixel(bm, i % w, i / w));
     return bm;
+}
+
+bitmap* convert_solid(xmemarena* arena, uint32_t w, uint32_t h, const uint8_t rgba[4])
+{
+    return convert_painted(arena, w, h, [rgba](uint32_t, uint8_t* p) { memcpy(p, rgba, 4); });
 }
 
 void convert_texture(convert_arenas* a, n3d_texture* t, N3D_TEXEL_FORMAT format, uint32_t swizzle, uint32_t mips,
@@ -128,13 +132,12 @@ TEST(n3d_convert, nearest_colour_prefers_the_lowest_index_on_ties)
 
 TEST(n3d_convert, linear_to_5bit_quantises_by_threshold)
 {
-    EXPECT_EQ(n3d_linear_to_5bit(0.0023f), 1u);
-    EXPECT_EQ(n3d_linear_to_5bit(0.934392f), 31u);
-    EXPECT_EQ(n3d_linear_to_5bit(0.93f), 30u);
-    EXPECT_EQ(n3d_linear_to_5bit(0.002276f), 1u);
-    EXPECT_EQ(n3d_linear_to_5bit(0.002275f), 0u);
-    EXPECT_EQ(n3d_linear_to_5bit(1.0f), 31u);
-    EXPECT_EQ(n3d_linear_to_5bit(-0.5f), 0u);
+    const struct {
+        float linear;
+        uint32_t bits;
+    } cases[] = {{0.0023f, 1}, {0.934392f, 31}, {0.93f, 30}, {0.002276f, 1}, {0.002275f, 0}, {1.0f, 31}, {-0.5f, 0}};
+    for (const auto& c : cases)
+        EXPECT_EQ(n3d_linear_to_5bit(c.linear), c.bits) << c.linear;
     for (uint32_t i = 0; i < 32; ++i)
         ASSERT_EQ(n3d_linear_to_5bit(N3D_LINEAR_TO_5BIT[i]), i);
 }
@@ -152,40 +155,30 @@ TEST(n3d_convert, full_mip_chain_of_a_256_texture)
                             N3D_TRANSPARENT_INDEX_NONE, 0.5f);
     const std::string out = testing::internal::GetCapturedStdout();
     EXPECT_EQ(a.tmp.sp, tmp_used);
-    EXPECT_EQ(t.format, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555);
-    EXPECT_EQ(t.linear, 0u);
-    EXPECT_EQ(t.log2_w, 8u);
-    EXPECT_EQ(t.log2_h, 8u);
-    EXPECT_EQ(t.min_log2_w, 2u);
-    EXPECT_EQ(t.min_log2_h, 2u);
-    EXPECT_EQ(t.colors_count, 256u);
-    EXPECT_EQ(t.shades_per_color, 32u);
+    EXPECT_EQ((std::vector<uint32_t>{t.format, t.linear, t.log2_w, t.log2_h, t.min_log2_w, t.min_log2_h,
+                                     t.colors_count, t.shades_per_color}),
+              (std::vector<uint32_t>{N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 0, 8, 8, 2, 2, 256, 32}));
     const uint32_t slots = n3d_mip_slot_count(8, 8, 2, 2);
     EXPECT_EQ(slots, 775u);
     uint32_t levels = 0;
     uint64_t total = 0;
     for (uint32_t s = 0; s < slots; ++s)
         levels += t.mips[s] != nullptr;
+    EXPECT_EQ(levels, 49u);
+    // every level from 4 x 4 to 256 x 256 is there; the flare's centre is white and its corners clear
+    const auto* palette = (const uint16_t*)t.palette;
     for (uint32_t w = 2; w <= 8; ++w)
         for (uint32_t h = 2; h <= 8; ++h) {
-            ASSERT_NE(t.mips[n3d_mip_slot(&t, w, h)], nullptr);
+            const auto* texels = (const uint8_t*)t.mips[n3d_mip_slot(&t, w, h)];
+            ASSERT_NE(texels, nullptr);
             total += n3d_mipmap_size(t.format, 1, w, h);
+            EXPECT_EQ(palette[texels[n3d_swizzle(1u << (w - 1), 1u << (h - 1))]], 0xFBDE) << w << "," << h;
+            EXPECT_EQ(palette[texels[n3d_swizzle(0, 0)]] & 0x7FFF, 0) << w << "," << h;
         }
-    EXPECT_EQ(levels, 49u);
     char line[128];
     snprintf(line, sizeof line, "bitmap wh: 256 256 => texture (mips: 1) total bytes: %d => %.2f mb\n", (int)total,
              total / 1024.0 / 1024.0);
     EXPECT_EQ(out, line);
-    // the flare's centre is white and its corners clear, at every level
-    const auto* palette = (const uint16_t*)t.palette;
-    for (uint32_t w = 2; w <= 8; ++w) {
-        for (uint32_t h = 2; h <= 8; ++h) {
-            const auto* texels = (const uint8_t*)t.mips[n3d_mip_slot(&t, w, h)];
-            const uint32_t cx = 1u << (w - 1), cy = 1u << (h - 1);
-            EXPECT_EQ(palette[texels[n3d_swizzle(cx, cy)]], 0xFBDE) << w << "," << h;
-            EXPECT_EQ(palette[texels[n3d_swizzle(0, 0)]] & 0x7FFF, 0) << w << "," << h;
-        }
-    }
 }
 
 TEST(n3d_convert, without_mips_one_level_and_any_power_of_two_when_linear)
@@ -195,47 +188,29 @@ TEST(n3d_convert, without_mips_one_level_and_any_power_of_two_when_linear)
     bitmap* wide = convert_solid(&a.tmp, 512, 256, grey);
     n3d_texture t;
     convert_texture(&a, &t, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 0, 0, wide);
-    EXPECT_EQ(t.linear, 1u);
-    EXPECT_EQ(t.log2_w, 9u);
-    EXPECT_EQ(t.min_log2_w, 9u);
-    EXPECT_EQ(t.min_log2_h, 8u);
+    EXPECT_EQ((std::vector<uint32_t>{t.linear, t.log2_w, t.min_log2_w, t.min_log2_h}),
+              (std::vector<uint32_t>{1, 9, 9, 8}));
     EXPECT_EQ(n3d_mip_slot_count(t.log2_w, t.log2_h, t.min_log2_w, t.min_log2_h), 1u);
-    EXPECT_EQ(t.palette, nullptr);
-    EXPECT_EQ(t.shade_table, nullptr);
+    EXPECT_TRUE(t.palette == nullptr && t.shade_table == nullptr);
     const auto* texels = (const uint16_t*)t.mips[0];
     EXPECT_EQ(texels[511 + 255 * 512], 0x8000 | 16 << 10 | 16 << 5 | 16);
 }
 
 TEST(n3d_convert_death, sizes_and_formats_that_cannot_make_a_texture)
 {
-    const char* msg = "cannot create texture, did not meet requirements, see above logs\n";
-    const std::string re = convert_crash("n3d_texture_from_bitmap", msg);
-    const uint8_t px[4] = {1, 2, 3, 255};
-    const uint32_t sizes[3][3] = {{300, 256, 0}, {2, 256, 0}, {512, 256, 1}};  // w, h, swizzle
-    for (auto& s : sizes) {
-        EXPECT_EXIT(
-            {
-                convert_arenas a;
-                bitmap* bm = convert_solid(&a.tmp, s[0], s[1], px);
-                n3d_texture t;
-                n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, 2, s[2], 0, 0, bm, nullptr, N3D_TRANSPARENT_INDEX_NONE,
-                                        0.5f);
-            },
-            testing::ExitedWithCode(1), re)
-            << s[0] << "x" << s[1];
-    }
-    const uint32_t formats[2] = {N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8 /* without a CLUT */, 5};
-    for (uint32_t f : formats) {
-        EXPECT_EXIT(
-            {
-                convert_arenas a;
-                bitmap* bm = convert_solid(&a.tmp, 8, 8, px);
-                n3d_texture t;
-                n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, f, 1, 0, 0, bm, nullptr, N3D_TRANSPARENT_INDEX_NONE,
-                                        0.5f);
-            },
-            testing::ExitedWithCode(1), re)
-            << "format " << f;
+    const std::string re =
+        convert_crash("n3d_texture_from_bitmap", "cannot create texture, did not meet requirements, see above logs\n");
+    // w, h, format, swizzle: not a power of two, too small, too large to swizzle, no CLUT, no such format
+    const uint32_t cases[][4] = {{300, 256, 2, 0}, {2, 256, 2, 0}, {512, 256, 2, 1}, {8, 8, 3, 1}, {8, 8, 5, 1}};
+    for (const auto& c : cases) {
+        auto convert = [&c] {
+            convert_arenas a;
+            const uint8_t px[4] = {1, 2, 3, 255};
+            n3d_texture t;
+            n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, c[2], c[3], 0, 0, convert_solid(&a.tmp, c[0], c[1], px),
+                                    nullptr, N3D_TRANSPARENT_INDEX_NONE, 0.5f);
+        };
+        EXPECT_EXIT(convert(), testing::ExitedWithCode(1), re) << c[0] << "x" << c[1] << " format " << c[2];
     }
 }
 
@@ -258,12 +233,8 @@ TEST(n3d_convert, palette_of_one_colour_and_the_tie_rule)
         ASSERT_EQ(texels[n3d_swizzle(i % 8, i / 8)], 0);
 
     // 16 green, 8 blue, 8 red: blue's key is lower than red's, so it wins the tie
-    bitmap* three = bitmap_create(&a.tmp, 8, 4, BITMAP_SRGB | BITMAP_CHANNELS_4);
-    for (uint32_t i = 0; i < 32; ++i) {
-        uint8_t* p = bitmap_pixel(three, i % 8, i / 8);
-        p[3] = 255;
-        p[i < 8 ? 0 : (i < 16 ? 2 : 1)] = 255;
-    }
+    bitmap* three =
+        convert_painted(&a.tmp, 8, 4, [](uint32_t i, uint8_t* p) { p[3] = p[i < 8 ? 0 : (i < 16 ? 2 : 1)] = 255; });
     convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 0, three);
     palette = (const uint16_t*)t.palette;
     EXPECT_EQ(palette[0], 0x8000 | 30 << 5);
@@ -272,9 +243,7 @@ TEST(n3d_convert, palette_of_one_colour_and_the_tie_rule)
     EXPECT_EQ(palette[3], 0);
 
     // equal counts of clear black (key 0) and white: entry 0 is already the best and stays
-    bitmap* half = bitmap_create(&a.tmp, 4, 4, BITMAP_SRGB | BITMAP_CHANNELS_4);
-    for (uint32_t i = 8; i < 16; ++i)
-        memset(bitmap_pixel(half, i % 4, i / 4), 255, 4);
+    bitmap* half = convert_painted(&a.tmp, 4, 4, [](uint32_t i, uint8_t* p) { memset(p, i < 8 ? 0 : 255, 4); });
     convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 0, half);
     palette = (const uint16_t*)t.palette;
     EXPECT_EQ(palette[0], 0x0000);
@@ -286,12 +255,9 @@ TEST(n3d_convert, reverse_palette_never_picks_the_last_entry)
     // 256 distinct colours, one pixel each: the palette is full and entry 255 has a pixel of its
     // own colour, yet matching runs over entries 0 to 254 only
     convert_arenas a;
-    bitmap* bm = bitmap_create(&a.tmp, 16, 16, BITMAP_SRGB | BITMAP_CHANNELS_4);
-    for (uint32_t y = 0; y < 16; ++y)
-        for (uint32_t x = 0; x < 16; ++x) {
-            uint8_t* p = bitmap_pixel(bm, x, y);
-            p[0] = (uint8_t)(16 * x + 4), p[1] = (uint8_t)(16 * y + 4), p[2] = 0, p[3] = 255;
-        }
+    bitmap* bm = convert_painted(&a.tmp, 16, 16, [](uint32_t i, uint8_t* p) {
+        p[0] = (uint8_t)(16 * (i % 16) + 4), p[1] = (uint8_t)(16 * (i / 16) + 4), p[2] = 0, p[3] = 255;
+    });
     n3d_texture t;
     convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 0, bm);
     const auto* palette = (const uint16_t*)t.palette;
@@ -335,12 +301,9 @@ TEST(n3d_convert, transparent_pixels_take_the_transparent_index)
 TEST(n3d_convert, argb1555_texels_always_carry_the_alpha_bit)
 {
     convert_arenas a;
-    bitmap* bm = bitmap_create(&a.tmp, 4, 4, BITMAP_SRGB | BITMAP_CHANNELS_4);
-    for (uint32_t i = 0; i < 16; ++i) {
-        uint8_t* p = bitmap_pixel(bm, i % 4, i / 4);
-        p[0] = p[1] = p[2] = 255;
-        p[3] = (uint8_t)(i * 17);
-    }
+    bitmap* bm = convert_painted(&a.tmp, 4, 4, [](uint32_t i, uint8_t* p) {
+        p[0] = p[1] = p[2] = 255, p[3] = (uint8_t)(i * 17);  // white, alpha rising
+    });
     n3d_texture t;
     convert_texture(&a, &t, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 1, 0, bm);
     const auto* texels = (const uint16_t*)t.mips[0];
@@ -357,14 +320,12 @@ TEST(n3d_convert, argb1555_texels_always_carry_the_alpha_bit)
 TEST(n3d_convert, argb1555_shade_table_darkens_to_a_32nd)
 {
     convert_arenas a;
-    bitmap* bm = bitmap_create(&a.tmp, 8, 4, BITMAP_SRGB | BITMAP_CHANNELS_4);
-    for (uint32_t i = 0; i < 32; ++i) {
-        uint8_t* p = bitmap_pixel(bm, i % 8, i / 8);
+    bitmap* bm = convert_painted(&a.tmp, 8, 4, [](uint32_t i, uint8_t* p) {
         p[0] = (uint8_t)(i * 8), p[1] = 255, p[2] = (uint8_t)(255 - i * 5);
         p[3] = i < 24 ? 255 : (uint8_t)((i - 24) * 30);  // the last row: translucent, palette keys without alpha
-    }
-    for (uint32_t i = 0; i < 8; ++i)  // white, the most frequent colour
-        memset(bitmap_pixel(bm, i, 0), 255, 4);
+        if (i < 8)
+            memset(p, 255, 4);  // a first row of white, the most frequent colour
+    });
     n3d_texture t;
     convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 0, bm);
     const auto* palette = (const uint16_t*)t.palette;
@@ -417,45 +378,40 @@ TEST(n3d_convert, index8_shade_table_matches_the_display_colours)
     EXPECT_EQ(((const uint8_t*)t.mips[0])[0], 23);  // white's nearest is the fragment's brightest
 }
 
-// Converts a 4 x 4 (or, with a width of 6, 6 x 2) bitmap into a framebuffer with the given
-// arguments: the death cases below differ only in these.
-static void convert_into_framebuffer(N3D_TEXEL_FORMAT format, int32_t width, uint32_t swizzle,
-                                     const n3d_display_clut* clut)
-{
-    convert_arenas a;
-    const uint8_t px[4] = {1, 2, 3, 255};
-    const int32_t height = width == 4 ? 4 : 2;
-    uint8_t texels[64] = {};
-    n3d_framebuffer fb = {format, width, height, 2 * width, texels};
-    bitmap* bm = convert_solid(&a.tmp, (uint32_t)width, (uint32_t)height, px);
-    n3d_framebuffer_from_bitmap(&fb, format, swizzle, nullptr, clut, bm, N3D_TRANSPARENT_INDEX_NONE, 0.5f);
-}
-
-static void convert_with_clut_fragment(uint32_t first, uint32_t count)
+TEST(n3d_convert_death, framebuffer_and_shade_table_contracts)
 {
     convert_arenas a;
     const uint8_t px[4] = {1, 2, 3, 255};
     const std::vector<uint8_t> ramp = grey_ramp_colors();
-    const n3d_display_clut clut = {first, count, ramp.data()};
+    const n3d_display_clut past_the_end = {200, 100, ramp.data()};
     n3d_texture t;
-    n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 1, 0, 0,
-                            convert_solid(&a.tmp, 4, 4, px), &clut, N3D_TRANSPARENT_INDEX_NONE, 0.5f);
-}
-
-TEST(n3d_convert_death, framebuffer_and_shade_table_contracts)
-{
-    EXPECT_EXIT(convert_with_clut_fragment(200, 100), testing::ExitedWithCode(1),
+    EXPECT_EXIT(n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 1, 0, 0,
+                                        convert_solid(&a.tmp, 4, 4, px), &past_the_end, N3D_TRANSPARENT_INDEX_NONE,
+                                        0.5f),
+                testing::ExitedWithCode(1),
                 convert_crash("n3d_texture_build_shade_table_index8", "palette uses 300 colors but max is 256!\n"));
-    EXPECT_EXIT(convert_into_framebuffer(3, 4, 1, nullptr), testing::ExitedWithCode(1),
-                convert_crash("n3d_framebuffer_from_bitmap", "must provide display_clut (was nil) for format 3\n"));
-    EXPECT_EXIT(convert_into_framebuffer(1, 4, 1, nullptr), testing::ExitedWithCode(1),
-                convert_crash("n3d_framebuffer_from_bitmap", "must provide reverse_palette (was nil) for format 1\n"));
-    EXPECT_EXIT(convert_into_framebuffer(2, 6, 1, nullptr), testing::ExitedWithCode(1),
-                convert_crash("n3d_framebuffer_from_bitmap", "can only swizzle when width is pow2! width is: 6\n"));
-    EXPECT_EXIT(convert_into_framebuffer(7, 6, 0, nullptr), testing::ExitedWithCode(1),
-                convert_crash("n3d_framebuffer_from_bitmap", "bad N3D_TEXEL_FORMAT 7?\n"));
-    EXPECT_EXIT(convert_into_framebuffer(7, 4, 0, nullptr), testing::ExitedWithCode(1),
-                convert_crash("n3d_texel_index", "not implemented texture format 7\n"));
+    const struct {
+        N3D_TEXEL_FORMAT format;
+        int32_t width;  // 4 x 4, or 6 x 2
+        uint32_t swizzle;
+        const char* function;
+        const char* message;
+    } cases[] = {
+        {3, 4, 1, "n3d_framebuffer_from_bitmap", "must provide display_clut (was nil) for format 3\n"},
+        {1, 4, 1, "n3d_framebuffer_from_bitmap", "must provide reverse_palette (was nil) for format 1\n"},
+        {2, 6, 1, "n3d_framebuffer_from_bitmap", "can only swizzle when width is pow2! width is: 6\n"},
+        {7, 6, 0, "n3d_framebuffer_from_bitmap", "bad N3D_TEXEL_FORMAT 7?\n"},
+        {7, 4, 0, "n3d_texel_index", "not implemented texture format 7\n"},
+    };
+    for (const auto& c : cases) {
+        uint8_t texels[64] = {};
+        const int32_t height = c.width == 4 ? 4 : 2;
+        n3d_framebuffer fb = {c.format, c.width, height, 2 * c.width, texels};
+        bitmap* bm = convert_solid(&a.tmp, (uint32_t)c.width, (uint32_t)height, px);
+        EXPECT_EXIT(n3d_framebuffer_from_bitmap(&fb, c.format, c.swizzle, nullptr, nullptr, bm,
+                                                N3D_TRANSPARENT_INDEX_NONE, 0.5f),
+                    testing::ExitedWithCode(1), convert_crash(c.function, c.message));
+    }
 }
 
 TEST(n3d_convert, framebuffer_rows_follow_row_bytes_when_the_width_is_not_a_power_of_two)
@@ -522,10 +478,7 @@ TEST(n3d_convert, phong_lut_by_formula_with_guards)
     convert_arenas a;
     n3d_phong_lut lut;
     n3d_phong_lut_init(&lut, &a.arena, 0.5f, 1);
-    EXPECT_EQ(lut.table, lut.storage + 8);
-    EXPECT_EQ(lut.guard, 8u);
-    EXPECT_EQ(lut.falloff, 0.5f);
-    EXPECT_EQ(lut.min_shade, 1u);
+    EXPECT_TRUE(lut.table == lut.storage + 8 && lut.guard == 8u && lut.falloff == 0.5f && lut.min_shade == 1u);
     EXPECT_EQ(lut.table[0], 31);
     EXPECT_EQ(lut.table[8], 15);  // 1 - sqrt(16 / 255) / 0.5 = 0.4990, x 31 = 15.47
     EXPECT_EQ(lut.table[32], 1);  // sqrt(64 / 255) = 0.501 is past the falloff
@@ -537,8 +490,7 @@ TEST(n3d_convert, phong_lut_by_formula_with_guards)
     const uint8_t* alone = n3d_phong_lut_alloc(&a.arena, 0.5f, 1);
     EXPECT_EQ(memcmp(alone - 8, lut.storage, N3D_PHONG_LUT_BYTES), 0);
     const uint8_t* floor0 = n3d_phong_lut_alloc(&a.arena, 0.3f, 0);
-    EXPECT_EQ(floor0[255], 0);
-    EXPECT_EQ(floor0[0], 31);
+    EXPECT_TRUE(floor0[255] == 0 && floor0[0] == 31);
 }
 
 TEST(n3d_convert, stored_phong_lut)
@@ -547,12 +499,9 @@ TEST(n3d_convert, stored_phong_lut)
     n3d_phong_lut lut;
     n3d_phong_lut_init(&lut, &a.arena, 0.3f, 0);
     n3d_phong_lut_set_default(&lut);
-    EXPECT_EQ(lut.table[5], 0);
-    EXPECT_EQ(lut.table[6], 1);
-    EXPECT_EQ(lut.table[40], 6);
-    EXPECT_EQ(lut.table[41], 7);
-    EXPECT_EQ(lut.table[126], 29);
-    EXPECT_EQ(lut.table[127], 30);
+    const int steps[][2] = {{5, 0}, {6, 1}, {40, 6}, {41, 7}, {126, 29}, {127, 30}};  // entry, shade
+    for (const auto& st : steps)
+        EXPECT_EQ(lut.table[st[0]], st[1]) << st[0];
     for (int i = 128; i < 264; ++i)
         ASSERT_EQ(lut.table[i], 31) << i;
     for (int i = 1; i <= 8; ++i)
@@ -587,24 +536,15 @@ TEST(n3d_convert, pbr_shade_table)
         ASSERT_TRUE(table[s] & 0x8000);
 }
 
-static void convert_pbr_with_shades(uint32_t shades)
+TEST(n3d_convert_death, lighting_table_contracts)
 {
     uint16_t table[4];
     const uint16_t palette[1] = {0x8000};
     const vec3 z = {0, 0, 0};
-    n3d_texture_build_shade_table_argb1555_pbr(table, shades, 1, z, z, z, z, 0.0f, 0.5f, palette);
-}
-
-static void convert_default_lut_without_storage()
-{
-    n3d_phong_lut lut = {};
-    n3d_phong_lut_set_default(&lut);
-}
-
-TEST(n3d_convert_death, lighting_table_contracts)
-{
-    EXPECT_EXIT(convert_pbr_with_shades(257), testing::ExitedWithCode(1),
+    EXPECT_EXIT(n3d_texture_build_shade_table_argb1555_pbr(table, 257, 1, z, z, z, z, 0.0f, 0.5f, palette),
+                testing::ExitedWithCode(1),
                 convert_crash("n3d_texture_build_shade_table_argb1555_pbr", "shades per color must be < 256 is 257\n"));
-    EXPECT_EXIT(convert_default_lut_without_storage(), testing::ExitedWithCode(1),
+    n3d_phong_lut lut = {};
+    EXPECT_EXIT(n3d_phong_lut_set_default(&lut), testing::ExitedWithCode(1),
                 convert_crash("n3d_phong_lut_set_default", "phong lut has no storage (not initialised)\n"));
 }

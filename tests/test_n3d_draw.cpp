@@ -1,6 +1,5 @@
-// Draw functions: the checks and their order, the variant a draw mode picks, projection,
-// gradients and culling, clipping to the screen and the near plane, skinning, the phong terms,
-// batching and the profile report. A rasterizer registered under a bit no real variant uses
+// Draw functions: checks and their order, variant choice, projection, culling, clipping, skinning,
+// phong terms, batching and the profile report. A rasterizer under a bit no real variant uses
 // records what the draw functions hand over.
 #include <gtest/gtest.h>
 
@@ -116,9 +115,8 @@ protected:
         init_texture(&tex16, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips16, texels16);
         init_texture(&tex8, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, mips8, texels8);
         slots = {&tex16, phong_storage + 8};
-        mat4x4_identity(mvp);
-        mat4x4_identity(skin[0]);
-        mat4x4_identity(skin[1]);
+        for (mat4x4* m : {&mvp, &skin[0], &skin[1]})
+            mat4x4_identity(*m);
     }
     void init_texture(n3d_texture* t, uint32_t format, void** mips, void* texels)
     {
@@ -127,10 +125,8 @@ protected:
         t->log2_w = t->log2_h = t->min_log2_w = t->min_log2_h = 8;
         t->mips = mips;
         mips[0] = texels;
-        if (format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555) {
-            t->colors_count = 256, t->shades_per_color = 32;
-            t->palette = palette, t->shade_table = shades;
-        }
+        if (format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555)
+            t->colors_count = 256, t->shades_per_color = 32, t->palette = palette, t->shade_table = shades;
     }
     void clear()
     {
@@ -171,15 +167,9 @@ protected:
                     bitangents.data(), nullptr, joints.data(), weights.data()};
         n3d_draw_call c;
         memset(&c, 0, sizeof(c));
-        c.rasterizer_flags = flags;
-        c.draw_mode = mode;
-        c.fc = &fc;
-        c.batch_arena = n3d_batch_arena;
-        c.vertices = &vertices;
-        c.textures = &slots;
-        c.triangle_count = (int32_t)(vertices.count / 3);
-        c.skin_matrices = skin;
-        c.mvp = &mvp;
+        c.rasterizer_flags = flags, c.draw_mode = mode, c.fc = &fc, c.batch_arena = n3d_batch_arena;
+        c.vertices = &vertices, c.textures = &slots, c.triangle_count = (int32_t)(vertices.count / 3);
+        c.skin_matrices = skin, c.mvp = &mvp;
         return c;
     }
 
@@ -214,32 +204,31 @@ TEST_F(n3d_draw_death, checks_are_fatal_in_their_order_before_any_triangle)
     const char* fn = "n3d_draw_triangles";
     const n3d_draw_call good = call(80, 1 | 128 | TRIANGLES);
 
-    // the framebuffer comes first, even with no texture
+    // the framebuffer before the texture, the texture before unknown flags
     n3d_framebuffer fb8 = *fc.framebuffer;
     fb8.format = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8;
     n3d_framecontext fc8 = fc;
     fc8.framebuffer = &fb8;
-    n3d_draw_slots no_texture = {nullptr, nullptr};
-    n3d_draw_call c = good;
-    c.fc = &fc8;
-    c.textures = &no_texture;
-    EXPECT_EXIT(n3d_draw_triangles(&c), testing::ExitedWithCode(1),
-                exact(fn, "framebuffer only 16bpp supported for now\n"));
-    c.fc = &fc;
-    EXPECT_EXIT(n3d_draw_triangles(&c), testing::ExitedWithCode(1), exact(fn, "texture0 is null!\n"));
-    // a linear texture fails before unknown flags do
     n3d_texture linear = tex16;
     linear.linear = 1;
-    n3d_draw_slots linear_slots = {&linear, nullptr};
-    c = good;
-    c.textures = &linear_slots;
-    c.rasterizer_flags = 12345;
-    EXPECT_EXIT(n3d_draw_triangles(&c), testing::ExitedWithCode(1),
-                exact(fn, "texture0 is not swizzled! (all rasterizers require textures that are swizzled!\n"));
-    c.textures = &slots;
-    EXPECT_EXIT(n3d_draw_triangles(&c), testing::ExitedWithCode(1),
-                exact(fn, "could not find rasterizer with flags: 12345 (maybe combination is not generated, see "
-                          "n3d_rasterizers.h)\n"));
+    n3d_draw_slots no_texture = {nullptr, nullptr}, linear_slots = {&linear, nullptr};
+    const struct {
+        n3d_framecontext* fc;
+        n3d_draw_slots* textures;
+        uint32_t flags;
+        const char* message;
+    } firsts[] = {
+        {&fc8, &no_texture, 12345, "framebuffer only 16bpp supported for now\n"},
+        {&fc, &no_texture, 12345, "texture0 is null!\n"},
+        {&fc, &linear_slots, 12345, "texture0 is not swizzled! (all rasterizers require textures that are swizzled!\n"},
+        {&fc, &slots, 12345,
+         "could not find rasterizer with flags: 12345 (maybe combination is not generated, see n3d_rasterizers.h)\n"},
+    };
+    n3d_draw_call c = good;
+    for (const auto& f : firsts) {
+        c.fc = f.fc, c.textures = f.textures, c.rasterizer_flags = f.flags;
+        EXPECT_EXIT(n3d_draw_triangles(&c), testing::ExitedWithCode(1), exact(fn, f.message));
+    }
 
     // each compatibility rule, given a combination that breaks every later rule too
     struct rule {
@@ -259,20 +248,17 @@ TEST_F(n3d_draw_death, checks_are_fatal_in_their_order_before_any_triangle)
     };
     for (const rule& r : rules) {
         c = good;
-        c.draw_mode = r.mode | TRIANGLES;
-        c.rasterizer_flags = r.flags;
+        c.draw_mode = r.mode | TRIANGLES, c.rasterizer_flags = r.flags;
         EXPECT_EXIT((report_draws_at_exit(), n3d_draw_triangles(&c)), testing::ExitedWithCode(1),
                     exact(fn, r.message, "triangles drawn: 0\n"))
             << r.mode << " " << r.flags;
     }
     // every draw function checks under its own name
     c = good;
-    c.draw_mode = 128 | TRIANGLES;
-    c.rasterizer_flags = 179;
+    c.draw_mode = 128 | TRIANGLES, c.rasterizer_flags = 179;
     EXPECT_EXIT(n3d_draw_triangles_skinned(&c), testing::ExitedWithCode(1),
                 exact("n3d_draw_triangles_skinned", "N3D_RASTERIZER_PHONG requires N3D_DRAW_MODE_PHONG\n"));
-    c.draw_mode = 4 | 128 | TRIANGLES;
-    c.rasterizer_flags = 81;
+    c.draw_mode = 4 | 128 | TRIANGLES, c.rasterizer_flags = 81;
     EXPECT_EXIT(n3d_draw_triangles_phong(&c), testing::ExitedWithCode(1),
                 exact("n3d_draw_triangles_phong", "N3D_DRAW_MODE_PHONG requires N3D_RASTERIZER_PHONG\n"));
 }
@@ -543,12 +529,11 @@ TEST_F(n3d_draw, skinned_positions_blend_the_joint_matrices_by_weight)
     n3d_draw_call c = call(RECORD_FLAGS, 1 | TRIANGLES);
     ASSERT_EQ(n3d_draw_triangles_skinned(&c), 1);
     const n3d_raster_call& r = recorded.at(0).c;
-    EXPECT_EQ(r.vertices[0][0], 160.5f);
-    EXPECT_EQ(r.vertices[0][1], 120.5f);
-    EXPECT_FLOAT_EQ(r.vertices[1][0], 160.0f * 0.2f + 160.5f);
-    EXPECT_FLOAT_EQ(r.vertices[1][1], 120.0f * 0.375f + 120.5f);
-    EXPECT_FLOAT_EQ(r.vertices[2][0], 160.0f * 0.9f + 160.5f);
-    EXPECT_FLOAT_EQ(r.vertices[2][1], 120.0f * -0.25f + 120.5f);
+    const float clip[3][2] = {{0, 0}, {0.2f, 0.375f}, {0.9f, -0.25f}};  // joint 1 moves by (0.4, -0.25)
+    for (int i = 0; i < 3; i++) {
+        EXPECT_FLOAT_EQ(r.vertices[i][0], 160.0f * clip[i][0] + 160.5f) << i;
+        EXPECT_FLOAT_EQ(r.vertices[i][1], 120.0f * clip[i][1] + 120.5f) << i;
+    }
 }
 
 TEST_F(n3d_draw, phong_terms_are_the_half_vector_against_tangent_and_bitangent)
@@ -564,14 +549,14 @@ TEST_F(n3d_draw, phong_terms_are_the_half_vector_against_tangent_and_bitangent)
     vec3_set(c.camera_position, 1.0f, 2.0f, 3.0f);
     ASSERT_EQ(n3d_draw_triangles_phong(&c), 1);
     const n3d_raster_call& r = recorded.at(0).c;
+    auto length = [](const double* d) { return std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]); };
     for (int i = 0; i < 3; i++) {
         const float* p = &xyz[3 * i];
         double l[3] = {-p[0], -p[1], 4 - p[2]}, v[3] = {1 - p[0], 2 - p[1], 3 - p[2]}, h[3];
-        const double ll = std::sqrt(l[0] * l[0] + l[1] * l[1] + l[2] * l[2]);
-        const double vl = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
+        const double ll = length(l), vl = length(v);
         for (int k = 0; k < 3; k++)
             h[k] = l[k] / ll + v[k] / vl;
-        const double hl = std::sqrt(h[0] * h[0] + h[1] * h[1] + h[2] * h[2]);
+        const double hl = length(h);
         double p0 = 0, p1 = 0;
         for (int k = 0; k < 3; k++)
             p0 += h[k] / hl * t[i][k], p1 += h[k] / hl * b[i][k];

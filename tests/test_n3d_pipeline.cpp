@@ -1,8 +1,8 @@
-// Mesh rendering and the draw pipeline: texture and draw-function choice by draw mode, the
-// direct path's checks in their order, skinning matrices, the pipeline's limits, validation
-// before anything is drawn, drawing in push order, and light and camera in model space.
+// Mesh rendering and the draw pipeline: choices by draw mode, checks in their order, skinning,
+// the pipeline's limits, validation before drawing, push order, light and camera in model space.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -50,9 +50,7 @@ std::string exact(const char* function, const char* module, const char* message,
     return rx + tail + "$";
 }
 
-constexpr uint16_t RED = 0xFC00;
-constexpr uint16_t GREEN = 0x83E0;
-constexpr uint16_t CLEAR = 0x8000;
+constexpr uint16_t RED = 0xFC00, GREEN = 0x83E0, CLEAR = 0x8000;
 constexpr uint32_t INDEX = 7;  // every texel of the 8-bit texture
 
 // A quad of two triangles over [-1, 1]^2 at z = 0, facing +z.
@@ -114,8 +112,7 @@ protected:
         n3d_phong_lut_init(&lut, &arena, 0.5f, 1);
 
         format1[1] = &indexed;
-        format2[0] = &red;
-        format2[1] = &green;
+        format2[0] = &red, format2[1] = &green;
         phong_luts[1] = lut.table;
         n3d_texture* const* const tables[N3D_TEXEL_FORMAT_COUNT] = {nullptr, format1, format2, nullptr, nullptr};
         mat4x4 view;
@@ -135,17 +132,12 @@ protected:
         t->log2_w = t->log2_h = t->min_log2_w = t->min_log2_h = 8;
         t->mips = slot;
         if (format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555) {
-            auto* texels = (uint8_t*)xmemarena_push_align(&arena, 65536, 32);
-            memset(texels, (int)value, 65536);
-            slot[0] = texels;
-            t->colors_count = 256;
-            t->shades_per_color = 32;
-            t->palette = palette;
-            t->shade_table = shades;
+            slot[0] = memset(xmemarena_push_align(&arena, 65536, 32), (int)value, 65536);
+            t->colors_count = 256, t->shades_per_color = 32;
+            t->palette = palette, t->shade_table = shades;
         } else {
             auto* texels = (uint16_t*)xmemarena_push_align(&arena, 65536 * 2, 32);
-            for (uint32_t i = 0; i < 65536; i++)
-                texels[i] = value;
+            std::fill(texels, texels + 65536, value);
             slot[0] = texels;
         }
     }
@@ -216,8 +208,6 @@ n3d_pipeline* the_pipeline()
 
 TEST_F(n3d_pipeline_test, render_mesh_takes_texture_and_draw_function_from_the_draw_mode)
 {
-    EXPECT_EQ(tc.textures_per_format[2], format2);
-    EXPECT_EQ(tc.light[2], 0.0f);
     EXPECT_FLOAT_EQ(tc.camera.position[2], 3.0f);  // from the inverse of the view
 
     const uint32_t hits = prof_global.hits[BLOCK_RENDER_MESH];
@@ -282,41 +272,36 @@ TEST_F(n3d_pipeline_test, skinned_meshes_draw_through_their_skin_matrices)
 
 TEST_F(n3d_pipeline_death, render_mesh_checks_come_in_their_order)
 {
-    const char* fn = "n3d_render_mesh";
-    // the texture first, even for a mode that is wrong in every other way
-    mesh.texture_id = 2;
-    EXPECT_EXIT(n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_LINES), testing::ExitedWithCode(1),
-                exact(fn, "src/n3d",
-                      "tc->textures_per_format[texture_formats[0] == 2][mesh->texture_id == 2] is null!\n"));
-    mesh.texture_id = 0;
-    EXPECT_EXIT(n3d_render_mesh(&tc, &mesh, 128 | N3D_DRAW_MODE_DEFAULT | N3D_DRAW_MODE_TRIANGLES),
-                testing::ExitedWithCode(1),
-                exact(fn, "src/n3d",
-                      "tc->textures_per_format[texture_formats[0] == 1][mesh->texture_id == 0] is null!\n"));
-
-    // lines before the triangle checks
-    EXPECT_EXIT(n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_LINES | N3D_DRAW_MODE_TRIANGLES), testing::ExitedWithCode(1),
-                exact(fn, "src/n3d", "draw_mode 96 for lines not implemented\n"));
-    EXPECT_EXIT(n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_LINES), testing::ExitedWithCode(1),
-                exact(fn, "src/n3d", "draw_mode 32 for lines not implemented\n"));
-    n3d_mesh skinned = mesh;
+    n3d_mesh bad_texture = mesh, skinned = mesh, no_tangents = mesh, no_tangents_lut1 = mesh;
+    bad_texture.texture_id = 2;
     skinned.joint_matrices = joint;
-    EXPECT_EXIT(n3d_render_mesh(&tc, &skinned, N3D_DRAW_MODE_LINES | N3D_DRAW_MODE_TRIANGLES),
-                testing::ExitedWithCode(1), exact(fn, "src/n3d", "skinning not implemented for lines\n"));
-
-    EXPECT_EXIT(n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_DEFAULT), testing::ExitedWithCode(1),
-                exact(fn, "src/n3d", "invalid draw_mode\n"));
-    EXPECT_EXIT(n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_TRIANGLES), testing::ExitedWithCode(1),
-                exact(fn, "src/n3d", "invalid draw_mode for triangles? 64\n"));
-
-    // phong: the LUT before the vertex arrays
-    mesh.vertices.t_xyz = nullptr;
-    EXPECT_EXIT(n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_PHONG | N3D_DRAW_MODE_TRIANGLES), testing::ExitedWithCode(1),
-                exact(fn, "src/n3d", "N3D_DRAW_MODE_PHONG: tc->phong_luts[mesh->phong_lut_id == 0] is null!\n"));
-    mesh.phong_lut_id = 1;
-    EXPECT_EXIT(n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_PHONG | N3D_DRAW_MODE_TRIANGLES), testing::ExitedWithCode(1),
-                exact(fn, "src/n3d",
-                      "N3D_DRAW_MODE_PHONG was used but the mesh has nil on n_xyz and/or t_xyz and/or b_xyz!\n"));
+    no_tangents.vertices.t_xyz = no_tangents_lut1.vertices.t_xyz = nullptr;
+    no_tangents_lut1.phong_lut_id = 1;
+    const uint32_t lines = N3D_DRAW_MODE_LINES, tris = N3D_DRAW_MODE_TRIANGLES;
+    const struct {
+        const n3d_mesh* mesh;
+        uint32_t mode;
+        const char* message;
+    } cases[] = {
+        // the texture first, even for a mode that is wrong in every other way
+        {&bad_texture, lines, "tc->textures_per_format[texture_formats[0] == 2][mesh->texture_id == 2] is null!\n"},
+        {&mesh, 128 | N3D_DRAW_MODE_DEFAULT | tris,
+         "tc->textures_per_format[texture_formats[0] == 1][mesh->texture_id == 0] is null!\n"},
+        // lines before the triangle checks
+        {&mesh, lines | tris, "draw_mode 96 for lines not implemented\n"},
+        {&mesh, lines, "draw_mode 32 for lines not implemented\n"},
+        {&skinned, lines | tris, "skinning not implemented for lines\n"},
+        {&mesh, N3D_DRAW_MODE_DEFAULT, "invalid draw_mode\n"},
+        {&mesh, tris, "invalid draw_mode for triangles? 64\n"},
+        // phong: the LUT before the vertex arrays
+        {&no_tangents, N3D_DRAW_MODE_PHONG | tris,
+         "N3D_DRAW_MODE_PHONG: tc->phong_luts[mesh->phong_lut_id == 0] is null!\n"},
+        {&no_tangents_lut1, N3D_DRAW_MODE_PHONG | tris,
+         "N3D_DRAW_MODE_PHONG was used but the mesh has nil on n_xyz and/or t_xyz and/or b_xyz!\n"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EXIT(n3d_render_mesh(&tc, c.mesh, c.mode), testing::ExitedWithCode(1),
+                    exact("n3d_render_mesh", "src/n3d", c.message));
 }
 
 // ---- pipeline ----
@@ -362,26 +347,24 @@ TEST_F(n3d_pipeline_death, flush_validates_every_command_before_drawing_any)
     n3d_vertices v = quad.vertices();
     exit_report_fc = &fc;
 
-    n3d_pipeline_begin(p, &fc, &tc.camera);
     n3d_pipeline_draw_cmd ok = command(81, 192, &red, &v);
-    n3d_pipeline_draw_cmd wrong = command(81, 192, &indexed, &v, 1.0f);
-    n3d_pipeline_push(p, &ok);
-    n3d_pipeline_push(p, &wrong);
-    EXPECT_EXIT((report_pixels_at_exit(), n3d_pipeline_flush(p)), testing::ExitedWithCode(1),
-                exact("n3d_pipeline_flush", "src/n3d_pipeline",
-                      "cmd[1] has rasterizer flag N3D_RASTERIZER_T0_ARGB1555 but texture format is not "
-                      "N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555!\n",
-                      "pixels drawn: 0\n"));
-
-    n3d_pipeline_begin(p, &fc, &tc.camera);
-    n3d_pipeline_draw_cmd wrong8 = command(190, 1220, &red, &v);
-    n3d_pipeline_push(p, &ok);
-    n3d_pipeline_push(p, &wrong8);
-    EXPECT_EXIT((report_pixels_at_exit(), n3d_pipeline_flush(p)), testing::ExitedWithCode(1),
-                exact("n3d_pipeline_flush", "src/n3d_pipeline",
-                      "cmd[1] has rasterizer flag N3D_RASTERIZER_T0_I8ARGB1555 but texture format is not "
-                      "N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555!\n",
-                      "pixels drawn: 0\n"));
+    const struct {
+        n3d_pipeline_draw_cmd wrong;
+        const char* flag;
+        const char* format;
+    } cases[] = {
+        {command(81, 192, &indexed, &v, 1.0f), "T0_ARGB1555", "ARGB1555_DISPLAY_ARGB1555"},
+        {command(190, 1220, &red, &v), "T0_I8ARGB1555", "INDEX8_DISPLAY_ARGB1555"},
+    };
+    for (const auto& c : cases) {
+        n3d_pipeline_begin(p, &fc, &tc.camera);
+        n3d_pipeline_push(p, &ok);
+        n3d_pipeline_push(p, &c.wrong);
+        const std::string message = std::string("cmd[1] has rasterizer flag N3D_RASTERIZER_") + c.flag +
+                                    " but texture format is not N3D_TEXEL_FORMAT_" + c.format + "!\n";
+        EXPECT_EXIT((report_pixels_at_exit(), n3d_pipeline_flush(p)), testing::ExitedWithCode(1),
+                    exact("n3d_pipeline_flush", "src/n3d_pipeline", message.c_str(), "pixels drawn: 0\n"));
+    }
 }
 
 TEST_F(n3d_pipeline_test, passes_draw_in_push_order_as_the_animated_scene_does)
@@ -436,11 +419,11 @@ TEST_F(n3d_pipeline_test, light_and_camera_reach_the_draw_in_the_commands_model_
     double l[3], c[3], h[3];
     for (int k = 0; k < 3; k++)
         l[k] = light[k] - pos[k], c[k] = camera[k] - pos[k];
-    const double ll = std::sqrt(l[0] * l[0] + l[1] * l[1] + l[2] * l[2]);
-    const double cl = std::sqrt(c[0] * c[0] + c[1] * c[1] + c[2] * c[2]);
+    auto length = [](const double* d) { return std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]); };
+    const double ll = length(l), cl = length(c);
     for (int k = 0; k < 3; k++)
         h[k] = l[k] / ll + c[k] / cl;
-    const double hl = std::sqrt(h[0] * h[0] + h[1] * h[1] + h[2] * h[2]);
+    const double hl = length(h);
     const float iw = recorded[0].v[0][2];
     EXPECT_NEAR(recorded[0].v[0][5] / iw, h[0] / hl, 1e-5);  // H . tangent (1, 0, 0)
     EXPECT_NEAR(recorded[0].v[0][6] / iw, h[1] / hl, 1e-5);  // H . bitangent (0, 1, 0)

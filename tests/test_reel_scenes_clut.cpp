@@ -1,10 +1,10 @@
-// Palette and clear scenes, driven pass by pass the way the sequencer calls them: the fades'
-// 16.16 arithmetic and timing, the pulsing entry, the palette animation's modes and budgeted
-// loading, which call of which pass each scene acts in, the parsers and their range checks,
-// and the scenes' rows in the table.
+// Palette and clear scenes, driven pass by pass as the sequencer calls them: fades, the pulsing
+// entry, palette animation, which call of which pass acts, the parsers and the scene table rows.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -19,13 +19,7 @@ bytes overlay_entry(uint32_t i) { return bytes(display_live_overlay_clut() + i *
 bytes video_entry(uint32_t i) { return bytes(display_live_video_clut() + i * 4, display_live_video_clut() + i * 4 + 4); }
 bytes grey(uint32_t i) { return {(uint8_t)i, (uint8_t)i, (uint8_t)i, 255}; }
 
-bool all_zero(const uint8_t* p, size_t n)
-{
-    for (size_t i = 0; i < n; i++)
-        if (p[i])
-            return false;
-    return true;
-}
+bool all_zero(const uint8_t* p, size_t n) { return std::all_of(p, p + n, [](uint8_t b) { return b == 0; }); }
 
 // A display, the engine's frame contexts and an engine whose resource cache is filled by hand,
 // so that scenes load and run without packs or a music clock.
@@ -49,8 +43,7 @@ struct clut_fixture : testing::Test {
         memset((void*)&engine, 0, sizeof(engine));
         xmemarena_init(&engine.arena_record, "reel_arena", 2u << 20, m + (8u << 20));
         xmemarena_init(&engine.tmp_arena_record, "reel_tmp_arena", 2u << 20, m + (10u << 20));
-        engine.arena = &engine.arena_record;
-        engine.tmp_arena = &engine.tmp_arena_record;
+        engine.arena = &engine.arena_record, engine.tmp_arena = &engine.tmp_arena_record;
         memset((void*)&scene, 0, sizeof(scene));
         display_init(&display, &platform);  // also puts the grey ramps back into the live tables
         const auto index8 = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8;
@@ -59,14 +52,8 @@ struct clut_fixture : testing::Test {
             n3d_framecontext_init(&b, &demo, DISPLAY_OVERLAY_WIDTH, DISPLAY_OVERLAY_HEIGHT, index8, 0);
         n3d_framecontext_init(&video, &demo, DISPLAY_VIDEO_WIDTH, DISPLAY_VIDEO_HEIGHT,
                               N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 0);
-        ctx.engine = &engine;
-        ctx.row = &row;
-        ctx.arena = &demo;
-        ctx.display = &display;
-        ctx.overlay = &overlay;
-        ctx.backbuffer_count = REEL_BACKBUFFER_COUNT;
-        ctx.backbuffers = backbuffers;
-        ctx.video = &video;
+        ctx.engine = &engine, ctx.row = &row, ctx.arena = &demo, ctx.display = &display, ctx.overlay = &overlay;
+        ctx.backbuffer_count = REEL_BACKBUFFER_COUNT, ctx.backbuffers = backbuffers, ctx.video = &video;
         row.line = 12;
     }
 
@@ -76,12 +63,13 @@ struct clut_fixture : testing::Test {
         engine.resource_cache.next = &nodes[node_count++];
     }
 
-    // A fresh scene record, bound through the scene table, its argument text parsed.
-    void load(const char* function, const char* args, float span_seconds = 9.0f)
+    // A fresh scene record, given bindings by `bind`, bound through the scene table, its argument text parsed.
+    void load(const char* function, const char* args, float span_seconds = 9.0f, const std::function<void()>& bind = {})
     {
         memset((void*)&scene, 0, sizeof(scene));
-        row.function = function;
-        row.args = args;
+        row.function = function, row.args = args;
+        if (bind)
+            bind();
         reel_load_scene(&engine, &scene, &row);
         scene.span_seconds = span_seconds;
     }
@@ -138,16 +126,20 @@ TEST_F(clut_fixture, overlay_fade_reads_the_table_first_then_holds_the_target_fr
         ASSERT_EQ(overlay_entry(i), (bytes{blend(i, 255, w), blend(i, 255, w), blend(i, 255, w), 0})) << i;
     EXPECT_EQ(xmemarena_get_sp(&demo), sp_loaded) << "the blend's scratch is given back";
 
+    auto at_target = [] {
+        for (uint32_t i = 0; i < 256; i++)
+            if (overlay_entry(i) != bytes{255, 255, 255, 0})
+                return false;
+        return true;
+    };
     for (float s : {8.1f, 8.99f}) {
         pass(REEL_PASS_RENDER, s);
-        for (uint32_t i = 0; i < 256; i++)
-            ASSERT_EQ(overlay_entry(i), (bytes{255, 255, 255, 0})) << s;
+        EXPECT_TRUE(at_target()) << s;
     }
     pass(REEL_PASS_RENDER, 1.0f);
     EXPECT_LT(overlay_entry(0)[0], 255);
     end_call(REEL_PASS_RENDER);  // the end call lands on the target whatever the progress
-    for (uint32_t i = 0; i < 256; i++)
-        ASSERT_EQ(overlay_entry(i), (bytes{255, 255, 255, 0}));
+    EXPECT_TRUE(at_target());
 }
 
 TEST_F(clut_fixture, video_fade_is_halfway_at_half_the_span_and_reaches_the_target_only_at_its_end)
@@ -391,28 +383,19 @@ TEST_F(clut_fixture, parsers_grow_short_arrays_and_overwrite_earlier_bindings)
     add("waves", &a.animation);
     int32_t integers[3] = {-1, -1, 77};  // as a scene description would have bound them
     reel_palette_animation* animations[2] = {&b.animation, &b.animation};
-    memset((void*)&scene, 0, sizeof(scene));
-    row.function = "overlay_palette_animation";
-    row.args = " 1,waves, 3,2.5";
-    scene.integer_count = 3, scene.integers = integers;
-    scene.palette_animation_count = 2, scene.palette_animations = animations;
-    reel_load_scene(&engine, &scene, &row);
+    load("overlay_palette_animation", " 1,waves, 3,2.5", 9.0f, [&] {
+        scene.integer_count = 3, scene.integers = integers;
+        scene.palette_animation_count = 2, scene.palette_animations = animations;
+    });
     EXPECT_EQ(scene.integers, integers) << "a long enough array is kept";
-    EXPECT_EQ(integers[0], 1);
-    EXPECT_EQ(integers[1], 3);
-    EXPECT_EQ(integers[2], 77);
+    EXPECT_EQ(std::vector<int32_t>(integers, integers + 3), (std::vector<int32_t>{1, 3, 77}));
     ASSERT_EQ(scene.float_count, 1u);
     EXPECT_EQ(scene.floats[0], 2.5f);
-    EXPECT_EQ(animations[0], &a.animation);
-    EXPECT_EQ(animations[1], &b.animation);
+    EXPECT_TRUE(animations[0] == &a.animation && animations[1] == &b.animation);
 
     float one_float = 3.0f;
-    memset((void*)&scene, 0, sizeof(scene));
-    row.function = "overlay_clut_set1_pulsate";
-    row.args = "255,0.5,-2,1,2,3,4,5,6";
-    scene.integer_count = 2, scene.integers = integers;
-    scene.float_count = 1, scene.floats = &one_float;
-    reel_load_scene(&engine, &scene, &row);
+    load("overlay_clut_set1_pulsate", "255,0.5,-2,1,2,3,4,5,6", 9.0f,
+         [&] { scene.integer_count = 2, scene.integers = integers, scene.float_count = 1, scene.floats = &one_float; });
     ASSERT_EQ(scene.integer_count, 7u);
     EXPECT_NE(scene.integers, integers) << "a short array is replaced";
     EXPECT_EQ(std::vector<int32_t>(scene.integers, scene.integers + 7), (std::vector<int32_t>{255, 1, 2, 3, 4, 5, 6}));
