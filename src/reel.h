@@ -76,7 +76,10 @@ struct reel_blob {
 };
 
 // One cached resource; the first node lives in the engine record and has no name.
+// The cache is keyed by kind and name: a name loaded under one kind is looked up in the packs
+// again under another, so a scene never receives a record of a kind it does not read.
 struct reel_resource_node {
+    uint32_t kind;
     const char* name;
     void* record;
     reel_resource_node* next;

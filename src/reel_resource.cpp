@@ -394,10 +394,9 @@ static void* reel_resource_decode(xmemarena* arena, stream_cursor* cur, uint32_t
 
 void* reel_load_resource(reel_engine* engine, const char* name, uint32_t kind)
 {
-    // keyed by name alone: a name already loaded answers for any kind
     reel_resource_node* last = &engine->resource_cache;
     for (reel_resource_node* n = &engine->resource_cache; n; n = n->next) {
-        if (n->name && strcmp(n->name, name) == 0)
+        if (n->name && n->kind == kind && strcmp(n->name, name) == 0)
             return n->record;
         last = n;
     }
@@ -450,6 +449,7 @@ void* reel_load_resource(reel_engine* engine, const char* name, uint32_t kind)
     const size_t name_bytes = strlen(name) + 1;
     char* name_copy = (char*)xmemarena_push(arena, name_bytes);
     memcpy(name_copy, name, name_bytes);
+    node->kind = kind;
     node->name = name_copy;
     node->record = result;
     last->next = node;

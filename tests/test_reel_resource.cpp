@@ -155,7 +155,7 @@ struct texture_storage {
 
 }  // namespace
 
-TEST(reel_resource, cache_by_name_and_later_packs_override_earlier_ones)
+TEST(reel_resource, cache_by_kind_and_name_and_later_packs_override_earlier_ones)
 {
     test_engine te;
     te.add_pack(BYTE_ORDER_NATIVE, {{3, "p", palette_file(0, 2, BYTE_ORDER_NATIVE), 0},
@@ -168,10 +168,10 @@ TEST(reel_resource, cache_by_name_and_later_packs_override_earlier_ones)
     EXPECT_EQ(p->first, 16u);  // from pak 2
     EXPECT_EQ(reel_load_palette(&te.engine, "first only")->first, 1u);
     EXPECT_EQ(te.cache_nodes(), 2u);
-    // the name answers for any kind: the image entry "p" is never decoded, and no node is added
     EXPECT_EQ(reel_load_palette(&te.engine, "p"), p);
-    EXPECT_EQ((void*)reel_load_image(&te.engine, "p"), (void*)p);
     EXPECT_EQ(te.cache_nodes(), 2u);
+    // the palette "p" does not answer for the image "p": that one is read from its own block
+    EXPECT_EXIT(reel_load_image(&te.engine, "p"), testing::ExitedWithCode(1), "resource \"p\" \\(image\\)");
     EXPECT_EQ(te.engine.resource_cache.name, nullptr);
     EXPECT_EQ(te.tmp.sp, tmp_mark);
 

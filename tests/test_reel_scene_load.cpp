@@ -39,12 +39,12 @@ struct scene_fixture {
         engine.arena = &engine.arena_record;
         engine.tmp_arena = &engine.tmp_arena_record;
     }
-    void add(const char* name, void* record)
+    void add(uint32_t kind, const char* name, void* record)
     {
         reel_resource_node* last = &engine.resource_cache;
         while (last->next)
             last = last->next;
-        nodes[node_count] = {name, record, nullptr};
+        nodes[node_count] = {kind, name, record, nullptr};
         last->next = &nodes[node_count++];
     }
     reel_sequence_row row(const char* function, const char* args)
@@ -177,11 +177,11 @@ TEST(reel_scene_load, a_description_binds_names_numbers_and_resources)
     n3d_texture wall = {}, floor = {};
     reel_palette sky = {};
     reel_palette_animation ripple = {};
-    f.add("tunnel_a.ini", ini.data());
-    f.add("wall", &wall);
-    f.add("floor", &floor);
-    f.add("sky", &sky);
-    f.add("ripple", &ripple);
+    f.add(REEL_KIND_RAW, "tunnel_a.ini", ini.data());
+    f.add(REEL_KIND_TEXTURE, "wall", &wall);
+    f.add(REEL_KIND_TEXTURE, "floor", &floor);
+    f.add(REEL_KIND_PALETTE, "sky", &sky);
+    f.add(REEL_KIND_PALETTE_ANIMATION, "ripple", &ripple);
     reel_sequence_row r = f.row("music_sync", "@tunnel_a.ini");
 
     testing::internal::CaptureStdout();
@@ -217,7 +217,7 @@ TEST(reel_scene_load, descriptions_that_name_missing_things_are_fatal)
     EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &r), testing::ExitedWithCode(1),
                 literal("could not find \"nothing.ini\" with kind 9 in pak file!\n"));
     char text[] = "images = [ logo ]\n";
-    f.add("scene.ini", text);
+    f.add(REEL_KIND_RAW, "scene.ini", text);
     reel_sequence_row s = f.row("music_sync", "@scene.ini");
     EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &s), testing::ExitedWithCode(1),
                 literal("could not find \"logo\" with kind 5 in pak file!\n"));

@@ -8,9 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "n3d.h"
-#include "reel.h"
-#include "reel_scenes.h"
+#include "scene_fixture.h"
 
 namespace {
 
@@ -21,87 +19,7 @@ bytes grey(uint32_t i) { return {(uint8_t)i, (uint8_t)i, (uint8_t)i, 255}; }
 
 bool all_zero(const uint8_t* p, size_t n) { return std::all_of(p, p + n, [](uint8_t b) { return b == 0; }); }
 
-// A display, the engine's frame contexts and an engine whose resource cache is filled by hand,
-// so that scenes load and run without packs or a music clock.
-struct clut_fixture : testing::Test {
-    std::vector<uint8_t> memory = std::vector<uint8_t>(12u << 20);
-    xmemarena platform, demo;
-    display_device display;
-    n3d_framecontext overlay, video, backbuffers[REEL_BACKBUFFER_COUNT];
-    reel_engine engine;
-    reel_resource_node nodes[4];
-    uint32_t node_count = 0;
-    reel_sequence_row row = {};
-    reel_scene scene;
-    reel_run_context ctx = {};
-
-    clut_fixture()
-    {
-        uint8_t* m = memory.data();
-        xmemarena_init(&platform, "platform_arena", 2u << 20, m);
-        xmemarena_init(&demo, "demo_arena", 6u << 20, m + (2u << 20));
-        memset((void*)&engine, 0, sizeof(engine));
-        xmemarena_init(&engine.arena_record, "reel_arena", 2u << 20, m + (8u << 20));
-        xmemarena_init(&engine.tmp_arena_record, "reel_tmp_arena", 2u << 20, m + (10u << 20));
-        engine.arena = &engine.arena_record, engine.tmp_arena = &engine.tmp_arena_record;
-        memset((void*)&scene, 0, sizeof(scene));
-        display_init(&display, &platform);  // also puts the grey ramps back into the live tables
-        const auto index8 = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8;
-        n3d_framecontext_init(&overlay, &demo, DISPLAY_OVERLAY_WIDTH, DISPLAY_OVERLAY_HEIGHT, index8, 0);
-        for (n3d_framecontext& b : backbuffers)
-            n3d_framecontext_init(&b, &demo, DISPLAY_OVERLAY_WIDTH, DISPLAY_OVERLAY_HEIGHT, index8, 0);
-        n3d_framecontext_init(&video, &demo, DISPLAY_VIDEO_WIDTH, DISPLAY_VIDEO_HEIGHT,
-                              N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 0);
-        ctx.engine = &engine, ctx.row = &row, ctx.arena = &demo, ctx.display = &display, ctx.overlay = &overlay;
-        ctx.backbuffer_count = REEL_BACKBUFFER_COUNT, ctx.backbuffers = backbuffers, ctx.video = &video;
-        row.line = 12;
-    }
-
-    void add(const char* name, void* record)
-    {
-        nodes[node_count] = {name, record, engine.resource_cache.next};
-        engine.resource_cache.next = &nodes[node_count++];
-    }
-
-    // A fresh scene record, given bindings by `bind`, bound through the scene table, its argument text parsed.
-    void load(const char* function, const char* args, float span_seconds = 9.0f, const std::function<void()>& bind = {})
-    {
-        memset((void*)&scene, 0, sizeof(scene));
-        row.function = function, row.args = args;
-        if (bind)
-            bind();
-        reel_load_scene(&engine, &scene, &row);
-        scene.span_seconds = span_seconds;
-    }
-
-    // One pass as the sequencer makes it for a row inside its span: a load call while loading
-    // is not complete, then a run call once ready.
-    void pass(uint32_t kind, float since_seconds, int64_t budget = 0)
-    {
-        ctx.pass = kind;
-        if (!scene.load_complete) {
-            scene.load_budget = budget;
-            scene.since_start_seconds = 0.0f;
-            scene.run(&scene, &ctx);
-            scene.ready = scene.load_complete;
-        }
-        if (!scene.ready)
-            return;
-        scene.since_start_seconds = since_seconds;
-        scene.run(&scene, &ctx);
-        if (kind == REEL_PASS_UPDATE)
-            scene.first_update = 0, scene.update_runs += 1;
-        else
-            scene.first_render = 0, scene.render_runs += 1;
-    }
-
-    void end_call(uint32_t kind)
-    {
-        ctx.pass = kind;
-        scene.ending = 1;
-        scene.run(&scene, &ctx);
-    }
-};
+typedef scene_fixture clut_fixture;
 
 uint8_t blend(uint32_t from, uint32_t to, uint32_t w) { return (uint8_t)(((65536 - w) * from + w * to) >> 16); }
 
@@ -243,7 +161,7 @@ struct animation_data {
 TEST_F(clut_fixture, palette_animation_modes_pick_palettes_at_whole_palettes_per_second)
 {
     animation_data a(64, 8);
-    add("waves", &a.animation);
+    add(REEL_KIND_PALETTE_ANIMATION, "waves", &a.animation);
     const uint32_t expected[4][10] = {
         {0, 1, 2, 3, 0, 1, 2, 3, 0, 1},  // loop
         {0, 1, 2, 3, 3, 3, 3, 3, 3, 3},  // hold
@@ -271,7 +189,7 @@ TEST_F(clut_fixture, palette_animation_modes_pick_palettes_at_whole_palettes_per
 TEST_F(clut_fixture, palette_animation_loads_its_image_at_once_without_budget_and_in_row_slices_with_one)
 {
     animation_data small(64, 8);
-    add("waves", &small.animation);
+    add(REEL_KIND_PALETTE_ANIMATION, "waves", &small.animation);
     load("overlay_palette_animation", "1,waves,0,1");
     pass(REEL_PASS_RENDER, 0.0f);  // render passes do not load
     EXPECT_TRUE(all_zero(backbuffers[1].framebuffer->pixels, 640 * 480));
@@ -284,7 +202,7 @@ TEST_F(clut_fixture, palette_animation_loads_its_image_at_once_without_budget_an
     EXPECT_TRUE(all_zero(overlay.framebuffer->pixels, 640 * 480)) << "the overlay waits for the first render call";
 
     animation_data full(640, 480);
-    add("full", &full.animation);
+    add(REEL_KIND_PALETTE_ANIMATION, "full", &full.animation);
     load("overlay_palette_animation", "0,full,0,1");
     uint32_t calls = 0, copied = 0;
     while (!scene.load_complete && calls < 1000000) {
@@ -304,7 +222,7 @@ TEST_F(clut_fixture, palette_animation_loads_its_image_at_once_without_budget_an
 TEST_F(clut_fixture, video_clear_fills_in_render_calls_while_update_runs_are_at_most_2)
 {
     load("video_clear", "255,128,7");
-    const n3d_framebuffer* fb = video.framebuffer;
+    const n3d_framebuffer* fb = ctx.video->framebuffer;
     auto filled = [&] {
         for (int32_t y = 0; y < fb->height; y++)
             for (int32_t x = 0; x < fb->width; x++)
@@ -313,7 +231,7 @@ TEST_F(clut_fixture, video_clear_fills_in_render_calls_while_update_runs_are_at_
         return true;
     };
     for (uint32_t runs = 0; runs <= 4; runs++) {
-        n3d_framebuffer_clear(video.framebuffer);
+        n3d_framebuffer_clear(ctx.video->framebuffer);
         if (runs > 0) {
             pass(REEL_PASS_UPDATE, 0.0f);
             EXPECT_FALSE(filled()) << "update calls never fill";
@@ -327,7 +245,7 @@ TEST_F(clut_fixture, overlay_clears_and_clut_set_act_only_in_their_first_render_
 {
     uint8_t entries[8] = {1, 2, 3, 4, 5, 6, 7, 8};
     reel_palette sky = {3, 2, entries};
-    add("sky", &sky);
+    add(REEL_KIND_PALETTE, "sky", &sky);
     const uint8_t* bottom_right = overlay.framebuffer->pixels + 640 * 480 - 1;
     const uint8_t* back2 = backbuffers[2].framebuffer->pixels + 640 * 480 - 1;
     const struct {
@@ -380,7 +298,7 @@ TEST_F(clut_fixture, video_clut_reset_restores_the_grey_ramp_in_its_first_update
 TEST_F(clut_fixture, parsers_grow_short_arrays_and_overwrite_earlier_bindings)
 {
     animation_data a(64, 8), b(64, 8);
-    add("waves", &a.animation);
+    add(REEL_KIND_PALETTE_ANIMATION, "waves", &a.animation);
     int32_t integers[3] = {-1, -1, 77};  // as a scene description would have bound them
     reel_palette_animation* animations[2] = {&b.animation, &b.animation};
     load("overlay_palette_animation", " 1,waves, 3,2.5", 9.0f, [&] {
@@ -407,7 +325,7 @@ TEST_F(clut_fixture, parsers_grow_short_arrays_and_overwrite_earlier_bindings)
 TEST_F(clut_fixture, numbers_outside_a_table_or_the_back_buffers_are_fatal)
 {
     animation_data a(64, 8);
-    add("waves", &a.animation);
+    add(REEL_KIND_PALETTE_ANIMATION, "waves", &a.animation);
     const struct {
         const char* function;
         const char* args;

@@ -1,0 +1,129 @@
+// The shared set-up of every scene test: a display with its planes, the engine's frame contexts
+// (overlay, back buffers, stencils, both video buffers with one depth buffer), and an engine whose
+// resource cache is filled by hand, so that scenes bind, load and run pass by pass as the
+// sequencer would call them, without packs or a music clock.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <vector>
+
+#include "n3d.h"
+#include "reel.h"
+#include "reel_scenes.h"
+
+struct scene_fixture : testing::Test {
+    std::vector<uint8_t> memory = std::vector<uint8_t>(48u << 20);
+    xmemarena platform, demo;
+    display_device display;
+    n3d_framebuffer overlay_framebuffer, video_framebuffers[2];  // the display's planes, as the engine wraps them
+    n3d_framecontext overlay, backbuffers[REEL_BACKBUFFER_COUNT];
+    n3d_coverage_buffer stencils[REEL_STENCIL_COUNT];
+    n3d_framecontext video_contexts[2];
+    n3d_zbuffer video_zbuffer;
+    reel_engine engine;
+    std::vector<reel_resource_node> nodes = std::vector<reel_resource_node>(32);
+    uint32_t node_count = 0;
+    reel_sequence_row row = {};
+    reel_scene scene;
+    reel_run_context ctx = {};
+    uint8_t keys[256] = {};
+
+    scene_fixture()
+    {
+        uint8_t* m = memory.data();
+        xmemarena_init(&platform, "platform_arena", 4u << 20, m);
+        xmemarena_init(&demo, "demo_arena", 20u << 20, m + (4u << 20));
+        memset((void*)&engine, 0, sizeof(engine));
+        memset((void*)&scene, 0, sizeof(scene));
+        xmemarena_init(&engine.arena_record, "reel_arena", 16u << 20, m + (24u << 20));
+        xmemarena_init(&engine.tmp_arena_record, "reel_tmp_arena", 8u << 20, m + (40u << 20));
+        engine.arena = &engine.arena_record, engine.tmp_arena = &engine.tmp_arena_record;
+        display_init(&display, &platform);  // also puts the grey ramps back into the live tables
+        const auto index8 = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8;
+        const display_plane& o = display.overlay;
+        n3d_framebuffer_wrap(&overlay_framebuffer, index8, o.width, o.height, o.pitch, o.pixels);
+        n3d_framecontext_init(&overlay, &demo, o.width, o.height, N3D_TEXEL_FORMAT_NONE, N3D_FRAMECONTEXT_COVERAGE);
+        overlay.framebuffer = &overlay_framebuffer;
+        n3d_framebuffer_clear(&overlay_framebuffer);
+        for (n3d_framecontext& b : backbuffers)
+            n3d_framecontext_init(&b, &demo, DISPLAY_OVERLAY_WIDTH, DISPLAY_OVERLAY_HEIGHT, index8, 0);
+        for (n3d_coverage_buffer& s : stencils) {
+            n3d_coverage_buffer_init(&s, DISPLAY_OVERLAY_WIDTH, DISPLAY_OVERLAY_HEIGHT, &demo);
+            n3d_coverage_buffer_clear(&s);
+        }
+        n3d_zbuffer_init(&video_zbuffer, DISPLAY_VIDEO_WIDTH, DISPLAY_VIDEO_HEIGHT, &demo);
+        for (uint32_t i = 0; i < 2; i++) {
+            const display_plane& v = display.video[i];
+            n3d_framebuffer_wrap(&video_framebuffers[i], N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, v.width, v.height,
+                                 v.pitch, v.pixels);
+            n3d_framecontext_init(&video_contexts[i], &demo, v.width, v.height, N3D_TEXEL_FORMAT_NONE,
+                                  N3D_FRAMECONTEXT_COVERAGE);
+            video_contexts[i].framebuffer = &video_framebuffers[i];
+            video_contexts[i].zbuffer = &video_zbuffer;
+            n3d_framebuffer_clear(&video_framebuffers[i]);
+        }
+        engine.backbuffer_count = REEL_BACKBUFFER_COUNT, engine.backbuffers = backbuffers;
+        engine.stencil_count = REEL_STENCIL_COUNT, engine.stencils = stencils;
+        ctx.engine = &engine, ctx.row = &row, ctx.arena = &demo, ctx.display = &display, ctx.overlay = &overlay;
+        ctx.backbuffer_count = REEL_BACKBUFFER_COUNT, ctx.backbuffers = backbuffers;
+        ctx.stencil_count = REEL_STENCIL_COUNT, ctx.stencils = stencils;
+        ctx.video_contexts = video_contexts, ctx.video = &video_contexts[display.back_index];
+        ctx.keys = keys;
+        row.line = 12;
+    }
+
+    // Puts a record into the engine's cache as if it had been loaded from a pack.
+    void add(uint32_t kind, const char* name, void* record)
+    {
+        nodes[node_count] = {kind, name, record, engine.resource_cache.next};
+        engine.resource_cache.next = &nodes[node_count++];
+    }
+
+    // A fresh scene record, given bindings by `bind`, bound through the scene table, its argument
+    // text parsed.
+    void load(const char* function, const char* args, float span_seconds = 9.0f,
+              const std::function<void()>& bind = {})
+    {
+        memset((void*)&scene, 0, sizeof(scene));
+        row.function = function, row.args = args;
+        if (bind)
+            bind();
+        reel_load_scene(&engine, &scene, &row);
+        scene.span_seconds = span_seconds;
+        scene.span = (int32_t)(span_seconds * 22050.0f);
+    }
+
+    // One pass as the sequencer makes it for a row inside its span: a load call while loading
+    // is not complete, then a run call once ready. Render passes see no video_contexts.
+    void pass(uint32_t kind, float since_seconds, int64_t budget = 0)
+    {
+        ctx.pass = kind;
+        ctx.video_contexts = kind == REEL_PASS_UPDATE ? video_contexts : nullptr;
+        if (!scene.load_complete) {
+            scene.load_budget = budget;
+            scene.since_start_seconds = 0.0f;
+            scene.run(&scene, &ctx);
+            scene.ready = scene.load_complete;
+        }
+        if (!scene.ready)
+            return;
+        scene.since_start_seconds = since_seconds;
+        scene.since_start = (int32_t)(since_seconds * 22050.0f);
+        scene.since_start_frames = (uint32_t)((int64_t)scene.since_start * 2 / 735);
+        scene.run(&scene, &ctx);
+        if (kind == REEL_PASS_UPDATE)
+            scene.first_update = 0, scene.update_runs += 1;
+        else
+            scene.first_render = 0, scene.render_runs += 1;
+    }
+
+    void end_call(uint32_t kind)
+    {
+        ctx.pass = kind;
+        scene.ending = 1;
+        scene.run(&scene, &ctx);
+    }
+};
