@@ -10,6 +10,7 @@
 
 #include "music.h"
 #include "n2d.h"
+#include "reel_tunnel_func.h"
 
 static const char* const REEL_FILE = "src/reel";
 static const char* const REEL_SEQUENCE_NAME = "sequence.csv";
@@ -182,8 +183,9 @@ void reel_init_step(reel_run_context* ctx)
         reel_init_step_packs_and_sequence(e, ctx->arena);
         break;
     case 1:
-        // the tunnel's lookup table; the tunnel effect fills it
-        n3d_framebuffer_init_argb1555(&e->tunnel_table, DISPLAY_OVERLAY_WIDTH, DISPLAY_OVERLAY_HEIGHT, e->arena);
+        // the tunnel's (angle, distance) table, the size of the overlay plane
+        n3d_framebuffer_init_argb1555(&e->tunnel_table, REEL_TUNNEL_TABLE_WIDTH, REEL_TUNNEL_TABLE_HEIGHT, e->arena);
+        reel_tunnel_table_init(&e->tunnel_table);
         break;
     default:
         e->init_done = 1;

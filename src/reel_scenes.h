@@ -35,3 +35,11 @@ void scene_overlay_clut_set1_pulsate(reel_scene* scene, reel_run_context* ctx);
 void scene_overlay_clut_set1_pulsate_parse_args(reel_scene* scene, reel_parse_context* ctx);
 void scene_overlay_palette_animation(reel_scene* scene, reel_run_context* ctx);
 void scene_overlay_palette_animation_parse_args(reel_scene* scene, reel_parse_context* ctx);
+
+// Video-plane effects: tunnel, bump map, scrolling background (reel_scenes_video.cpp).
+void scene_video_tunnel(reel_scene* scene, reel_run_context* ctx);
+void scene_video_tunnel_parse_args(reel_scene* scene, reel_parse_context* ctx);
+void scene_video_bumpmap(reel_scene* scene, reel_run_context* ctx);
+void scene_video_bumpmap_parse_args(reel_scene* scene, reel_parse_context* ctx);
+void scene_video_background(reel_scene* scene, reel_run_context* ctx);
+void scene_video_background_parse_args(reel_scene* scene, reel_parse_context* ctx);

@@ -120,6 +120,24 @@ struct scene_fixture : testing::Test {
             scene.first_render = 0, scene.render_runs += 1;
     }
 
+    // A texture of one level, its texels (zeroed) from "demo_arena"; the index formats get a
+    // zeroed palette and shade table of 256 x 32.
+    n3d_texture* texture(N3D_TEXEL_FORMAT format, uint32_t log2_w, uint32_t log2_h, uint32_t linear = 1)
+    {
+        auto* t = (n3d_texture*)xmemarena_push_zero(&demo, sizeof(n3d_texture));
+        t->format = format, t->linear = linear;
+        t->log2_w = t->min_log2_w = log2_w, t->log2_h = t->min_log2_h = log2_h;
+        t->mips = (void**)xmemarena_push_zero(&demo, sizeof(void*));
+        t->mips[0] = xmemarena_push_zero(&demo, n3d_mipmap_size(format, 0, log2_w, log2_h));
+        if (format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555 || format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8) {
+            const uint32_t entry = format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555 ? 2 : 1;
+            t->colors_count = 256, t->shades_per_color = 32;
+            t->palette = xmemarena_push_zero(&demo, 256 * entry);
+            t->shade_table = xmemarena_push_zero(&demo, 256 * 32 * entry);
+        }
+        return t;
+    }
+
     void end_call(uint32_t kind)
     {
         ctx.pass = kind;

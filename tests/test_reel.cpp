@@ -98,6 +98,8 @@ TEST_F(engine_fixture, the_first_three_passes_are_the_init_steps)
     EXPECT_EQ(sys->engine.init_step, 2u);
     EXPECT_EQ(music_sample_counter(), 0);
     EXPECT_EQ(sys->engine.tunnel_table.width, 640);
+    // filled in the same step: the table's corner lies at the largest distance
+    EXPECT_EQ(*(const uint16_t*)sys->engine.tunnel_table.pixels & 0xFF, 255);
     update();
     EXPECT_EQ(sys->engine.init_done, 1u);
     EXPECT_EQ(sys->engine.scenes[0].loaded, 0u);  // no scene ran yet

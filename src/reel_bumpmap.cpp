@@ -1,0 +1,200 @@
+// The bump map's drawing. Per pixel, in single precision: the unit direction l to the light in
+// the image plane, the half vector h = (l, 1) / |(l, 1)| reduced to its x and y, a bias that
+// brightens the pixels near the light, a base that darkens as the light falls flatter, and the
+// tilt of the bump normal towards the light; their sum indexes the phong table. The float part
+// runs four pixels at a time where SSE2 is there: its sqrt, division, min, max and truncation are
+// the exact IEEE operations of the one-pixel code, so both give the same bytes.
+#include "reel_bumpmap.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <numbers>
+
+#include "diag.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+static const char* const REEL_BUMPMAP_FILE = "src/reel_bumpmap";
+
+constexpr uint32_t REEL_BUMPMAP_SHADE_BITS = 5;  // shade-table entry = colour index << 5 | shade
+constexpr float REEL_BUMPMAP_PX_START = -0.1f;   // every row's first column (the image sits right of centre)
+constexpr float REEL_BUMPMAP_PY_START = -1.0f;
+constexpr float REEL_BUMPMAP_NEAR = 64.0f;      // a = clamp(64 r - 1): full bias within 1/65 of the light
+constexpr float REEL_BUMPMAP_BIAS = 128.0f;     // phong index added at full bias
+constexpr float REEL_BUMPMAP_BASE = -127.0f;    // phong index added as the light falls flat
+constexpr float REEL_BUMPMAP_S_LIMIT = 127.0f;  // the normal's tilt term stays within +-127
+constexpr int32_t REEL_BUMPMAP_INDEX_MAX = 255;
+constexpr int32_t REEL_BUMPMAP_MAX_WIDTH = N3D_MAX_FRAME_DIM;
+
+// Clamps in the form that min and max instructions take: NaN gives the lower bound.
+static inline float reel_bumpmap_clamp(float v, float lo, float hi) { return v > lo ? (v < hi ? v : hi) : lo; }
+
+// The phong-table index of one pixel at (px, py) with the light at (lx, ly).
+static inline uint32_t reel_bumpmap_index(float px, float py, float lx, float ly, uint32_t texel)
+{
+    const float dx = lx - px, dy = ly - py;
+    const float r = 1.0f / sqrtf(dx * dx + dy * dy);
+    const float ux = dx * r, uy = dy * r;
+    const float k = 1.0f / sqrtf(ux * ux + uy * uy + 1.0f);
+    const float hx = ux * k, hy = uy * k;
+    const float a = reel_bumpmap_clamp(REEL_BUMPMAP_NEAR * r - 1.0f, 0.0f, 1.0f);
+    const float biasf = REEL_BUMPMAP_BIAS * a;
+    int32_t bias = (int32_t)biasf;  // rounded half away from zero (biasf >= 0)
+    bias += biasf - (float)bias >= 0.5f;
+    const int32_t base = (int32_t)(REEL_BUMPMAP_BASE * reel_bumpmap_clamp(hx * hx + hy * hy, 0.0f, 1.0f));
+    const float nx = (float)(int8_t)(texel >> 24), ny = (float)(int8_t)(texel >> 16), h = (float)(texel & 0xFF);
+    const int32_t s =
+        (int32_t)reel_bumpmap_clamp(2.0f * hx * nx + 2.0f * hy * ny + h, -REEL_BUMPMAP_S_LIMIT, REEL_BUMPMAP_S_LIMIT);
+    const int32_t index = base + s + bias;
+    return (uint32_t)(index < 0 ? 0 : (index > REEL_BUMPMAP_INDEX_MAX ? REEL_BUMPMAP_INDEX_MAX : index));
+}
+
+#if defined(__SSE2__)
+static inline __m128 reel_bumpmap_clamp4(__m128 v, __m128 lo, __m128 hi)
+{
+    return _mm_min_ps(_mm_max_ps(v, lo), hi);  // maxps gives its second operand for NaN, as above
+}
+
+// Four pixels of reel_bumpmap_index, operation for operation.
+static inline void reel_bumpmap_index4(uint8_t* out, const float* px, float py, float lx, float ly,
+                                       const uint32_t* texels)
+{
+    const __m128 one = _mm_set1_ps(1.0f);
+    const __m128 dx = _mm_sub_ps(_mm_set1_ps(lx), _mm_loadu_ps(px));
+    const __m128 dy = _mm_set1_ps(ly - py);
+    const __m128 r = _mm_div_ps(one, _mm_sqrt_ps(_mm_add_ps(_mm_mul_ps(dx, dx), _mm_mul_ps(dy, dy))));
+    const __m128 ux = _mm_mul_ps(dx, r), uy = _mm_mul_ps(dy, r);
+    const __m128 k =
+        _mm_div_ps(one, _mm_sqrt_ps(_mm_add_ps(_mm_add_ps(_mm_mul_ps(ux, ux), _mm_mul_ps(uy, uy)), one)));
+    const __m128 hx = _mm_mul_ps(ux, k), hy = _mm_mul_ps(uy, k);
+    const __m128 a = reel_bumpmap_clamp4(_mm_sub_ps(_mm_mul_ps(_mm_set1_ps(REEL_BUMPMAP_NEAR), r), one),
+                                         _mm_setzero_ps(), one);
+    const __m128 biasf = _mm_mul_ps(_mm_set1_ps(REEL_BUMPMAP_BIAS), a);
+    __m128i bias = _mm_cvttps_epi32(biasf);
+    const __m128 frac = _mm_sub_ps(biasf, _mm_cvtepi32_ps(bias));
+    bias = _mm_sub_epi32(bias, _mm_castps_si128(_mm_cmpge_ps(frac, _mm_set1_ps(0.5f))));  // true is -1
+    const __m128 q = reel_bumpmap_clamp4(_mm_add_ps(_mm_mul_ps(hx, hx), _mm_mul_ps(hy, hy)), _mm_setzero_ps(), one);
+    const __m128i base = _mm_cvttps_epi32(_mm_mul_ps(_mm_set1_ps(REEL_BUMPMAP_BASE), q));
+    const __m128i t = _mm_loadu_si128((const __m128i*)texels);
+    const __m128 nx = _mm_cvtepi32_ps(_mm_srai_epi32(t, 24));
+    const __m128 ny = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_slli_epi32(t, 8), 24));
+    const __m128 h = _mm_cvtepi32_ps(_mm_and_si128(t, _mm_set1_epi32(0xFF)));
+    const __m128 two = _mm_set1_ps(2.0f);
+    const __m128 sf = _mm_add_ps(_mm_add_ps(_mm_mul_ps(_mm_mul_ps(two, hx), nx), _mm_mul_ps(_mm_mul_ps(two, hy), ny)), h);
+    const __m128i s = _mm_cvttps_epi32(
+        reel_bumpmap_clamp4(sf, _mm_set1_ps(-REEL_BUMPMAP_S_LIMIT), _mm_set1_ps(REEL_BUMPMAP_S_LIMIT)));
+    // sums lie within [-254, 382]: 16 bits hold them, and SSE2 clamps 16-bit lanes
+    __m128i index = _mm_add_epi32(_mm_add_epi32(base, s), bias);
+    index = _mm_packs_epi32(index, index);
+    index = _mm_min_epi16(_mm_max_epi16(index, _mm_setzero_si128()), _mm_set1_epi16(REEL_BUMPMAP_INDEX_MAX));
+    uint16_t lanes[8];
+    _mm_storeu_si128((__m128i*)lanes, index);
+    for (int i = 0; i < 4; i++)
+        out[i] = (uint8_t)lanes[i];
+}
+#endif
+
+void reel_bumpmap_check_textures(const n3d_texture* bump, const n3d_texture* color)
+{
+    if (bump->log2_w != color->log2_w || bump->log2_h != color->log2_h) {
+        printf("bumpmap must have same width height as texture (%d %d vs %d %d)\n", 1 << bump->log2_w,
+               1 << bump->log2_h, 1 << color->log2_w, 1 << color->log2_h);
+        fflush(stdout);
+        exit(1);
+    }
+    if (color->format != N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555 || !color->linear)
+        crash_in(REEL_BUMPMAP_FILE, __LINE__, "reel_bumpmap_argb1555",
+                 "color texture must not be swizzled (is swizzled: %d) with format "
+                 "N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555 (is: %d)\n",
+                 color->linear ? 0 : 1, (int)color->format);
+    if (bump->format != N3D_TEXEL_FORMAT_BUMPMAP || !bump->linear)
+        crash_in(REEL_BUMPMAP_FILE, __LINE__, "reel_bumpmap_argb1555",
+                 "bumpmap texture must not be swizzled (is swizzled: %d) with format N3D_TEXEL_FORMAT_BUMPMAP (is: "
+                 "%d)\n",
+                 bump->linear ? 0 : 1, (int)bump->format);
+    // every index of 8-bit texels and every shade must have its entry
+    if (!color->shade_table || color->colors_count != 256 || color->shades_per_color != (1u << REEL_BUMPMAP_SHADE_BITS))
+        crash_in(REEL_BUMPMAP_FILE, __LINE__, "reel_bumpmap_argb1555",
+                 "color texture needs a shade table of 256 colours x 32 shades (has %u x %u)\n", color->colors_count,
+                 color->shades_per_color);
+}
+
+void reel_bumpmap_argb1555(n3d_framebuffer* fb, float t, int32_t x, int32_t y, int32_t src_x0, int32_t src_y0,
+                           int32_t src_x1, int32_t src_y1, const n3d_texture* bump, const n3d_texture* color,
+                           const uint8_t* phong)
+{
+    reel_bumpmap_check_textures(bump, color);
+    if (fb->format != N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555 || fb->width > REEL_BUMPMAP_MAX_WIDTH)
+        crash_in(REEL_BUMPMAP_FILE, __LINE__, "reel_bumpmap_argb1555",
+                 "framebuffer must be N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555 at most %d wide (format %d, width "
+                 "%d)\n",
+                 REEL_BUMPMAP_MAX_WIDTH, (int)fb->format, fb->width);
+    if (src_x0 < 0 || src_y0 < 0)
+        crash_in(REEL_BUMPMAP_FILE, __LINE__, "reel_bumpmap_argb1555",
+                 "source rectangle must start inside the textures (at %d %d)\n", src_x0, src_y0);
+
+    const int32_t w = src_x1 - src_x0, h = src_y1 - src_y0;  // the normalised positions span these
+    if (x < 0)
+        src_x0 -= x, x = 0;
+    if (y < 0)
+        src_y0 -= y, y = 0;
+    // Rectangles that reach past the textures are cut at their edges: texel indices do not wrap.
+    const int64_t tex_w = 1ll << bump->log2_w, tex_h = 1ll << bump->log2_h;
+    int64_t cols = std::min<int64_t>((int64_t)fb->width, (int64_t)x + (src_x1 - src_x0)) - x;
+    int64_t rows = std::min<int64_t>((int64_t)fb->height, (int64_t)y + (src_y1 - src_y0)) - y;
+    cols = std::min<int64_t>(cols, tex_w - src_x0);
+    rows = std::min<int64_t>(rows, tex_h - src_y0);
+    if (cols <= 0 || rows <= 0)
+        return;
+
+    const double angle = (double)t * 2.0 * std::numbers::pi;
+    const float lx = (float)(REEL_BUMPMAP_LIGHT_RADIUS * sin(angle / REEL_BUMPMAP_LIGHT_PERIOD_X));
+    const float ly = (float)(REEL_BUMPMAP_LIGHT_RADIUS * cos(angle / REEL_BUMPMAP_LIGHT_PERIOD_Y));
+
+    // px is the same in every row: its additions are made once
+    float px[REEL_BUMPMAP_MAX_WIDTH];
+    const float step_x = 2.0f / (float)(w - 1), step_y = 2.0f / (float)(h - 1);
+    px[0] = REEL_BUMPMAP_PX_START;
+    for (int64_t i = 1; i < cols; i++)
+        px[i] = px[i - 1] + step_x;
+
+    const uint32_t* bump_texels = (const uint32_t*)bump->mips[0];
+    const uint8_t* color_texels = (const uint8_t*)color->mips[0];
+    const uint16_t* shades = (const uint16_t*)color->shade_table;
+    uint8_t index[REEL_BUMPMAP_MAX_WIDTH];
+    float py = REEL_BUMPMAP_PY_START;
+    for (int64_t row = 0; row < rows; row++, py += step_y) {
+        const int64_t texel_row = (src_y0 + row) << bump->log2_w;
+        const uint32_t* b = bump_texels + texel_row + src_x0;
+        const uint8_t* c = color_texels + texel_row + src_x0;
+        int64_t i = 0;
+#if defined(__SSE2__)
+        for (; i + 4 <= cols; i += 4)
+            reel_bumpmap_index4(index + i, px + i, py, lx, ly, b + i);
+#endif
+        for (; i < cols; i++)
+            index[i] = (uint8_t)reel_bumpmap_index(px[i], py, lx, ly, b[i]);
+
+        uint8_t* d = fb->pixels + (int64_t)(y + row) * fb->row_bytes + (int64_t)x * 2;
+        i = 0;
+        auto pixel = [&](int64_t k) -> uint16_t { return shades[(uint32_t)c[k] << REEL_BUMPMAP_SHADE_BITS | phong[index[k]]]; };
+        if (((uintptr_t)d & 3) != 0) {  // one pixel alone up to a 4-byte boundary, then pairs
+            const uint16_t p = pixel(0);
+            memcpy(d, &p, 2);
+            i = 1;
+        }
+        for (; i + 2 <= cols; i += 2) {
+            const uint32_t pair = (uint32_t)pixel(i) | (uint32_t)pixel(i + 1) << 16;
+            memcpy(d + i * 2, &pair, 4);
+        }
+        if (i < cols) {
+            const uint16_t p = pixel(i);
+            memcpy(d + i * 2, &p, 2);
+        }
+    }
+}

@@ -1,0 +1,119 @@
+// The tunnel's table fill and its per-frame drawing. All trigonometry and square roots are paid
+// once, at start-up; a frame costs two masked additions per two pixels and one colour-map read
+// per pixel.
+#include "reel_tunnel_func.h"
+
+#include <cmath>
+#include <cstring>
+#include <numbers>
+
+#include "diag.h"
+#include "n2d.h"
+
+static const char* const REEL_TUNNEL_FILE = "src/reel_tunnel_func";
+
+constexpr uint32_t REEL_TUNNEL_BYTE_STEPS = 256;  // a byte's range: angle and distance wrap at 256
+// A register holds two entries (e0 low, e1 high) after rotating by 16: e1 in the low half. These
+// masks pick both entries' distance bytes and both angle bytes; a carry out of a picked byte lands
+// in a byte that the other mask drops.
+constexpr uint32_t REEL_TUNNEL_DISTANCE_BYTES = 0x00FF00FFu;
+constexpr uint32_t REEL_TUNNEL_ANGLE_BYTES = 0xFF00FF00u;
+constexpr uint32_t REEL_TUNNEL_BOTH_HALVES = 0x00010001u;  // a value times this sits in both halves
+
+void reel_tunnel_table_init(n3d_framebuffer* table)
+{
+    if (table->format != N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555 || table->width <= 0 || table->height <= 0)
+        crash_in(REEL_TUNNEL_FILE, __LINE__, "reel_tunnel_table_init",
+                 "the table must be a 16-bit framebuffer (format %d, %d x %d)\n", (int)table->format, table->width,
+                 table->height);
+    const float w = (float)table->width, h = (float)table->height;
+    const float a = h / w;
+    const float corner_norm = 1.0f + a * a;  // squared distance of the screen corners
+    for (int32_t y = 0; y < table->height; y++) {
+        uint16_t* row = (uint16_t*)(table->pixels + (int64_t)y * table->row_bytes);
+        const float py = a * (-1.0f + 2.0f * ((float)y + 0.5f) / h);
+        for (int32_t x = 0; x < table->width; x++) {
+            const float px = -1.0f + 2.0f * ((float)x + 0.5f) / w;
+            double t = 0.5 + 0.5 * atan2((double)py, (double)px) / std::numbers::pi;
+            t = t > 0.0 ? (t < 1.0 ? t : 1.0) : 0.0;
+            // at pixel centres neither byte reaches 256; the limit only keeps a wider table sane
+            uint32_t angle = (uint32_t)(t * REEL_TUNNEL_BYTE_STEPS);
+            angle = angle < REEL_TUNNEL_BYTE_STEPS ? angle : REEL_TUNNEL_BYTE_STEPS - 1;
+            const float q = (px * px + py * py) / corner_norm;
+            // 256 q / sqrt(q) is 256 sqrt(q); q is never 0 at a pixel centre, but 0 / 0 must not be
+            float d = q > 0.0f ? (float)REEL_TUNNEL_BYTE_STEPS * q / sqrtf(q) : 0.0f;
+            d = d < (float)(REEL_TUNNEL_BYTE_STEPS - 1) ? d : (float)(REEL_TUNNEL_BYTE_STEPS - 1);
+            row[x] = (uint16_t)(angle << 8 | (uint32_t)d);
+        }
+    }
+}
+
+// Two table entries in, two colour-map indices (angle x 256 + distance, both shifted) out.
+static inline void reel_tunnel_pair(uint32_t w, uint32_t distance_add, uint32_t angle_add, uint32_t* i0, uint32_t* i1)
+{
+    const uint32_t r = (w >> 16) | (w << 16);
+    const uint32_t lo = (r & REEL_TUNNEL_DISTANCE_BYTES) + distance_add;
+    const uint32_t hi = (r & REEL_TUNNEL_ANGLE_BYTES) + angle_add;
+    *i1 = (lo & 0xFFu) | (hi & 0xFF00u);
+    *i0 = ((lo & 0xFF0000u) | (hi & 0xFF000000u)) >> 16;
+}
+
+void reel_tunnel_check_color_map(const n3d_texture* color_map)
+{
+    if (color_map->log2_w != REEL_TUNNEL_MAP_LOG2 || color_map->log2_h != REEL_TUNNEL_MAP_LOG2)
+        crash_in(REEL_TUNNEL_FILE, __LINE__, "reel_tunnel_argb1555", "color map must be 256x256 texture for now\n");
+    // the loop reads 16-bit texels row after row: anything else would read outside the map
+    if (color_map->format != N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555 || !color_map->linear)
+        crash_in(REEL_TUNNEL_FILE, __LINE__, "reel_tunnel_argb1555",
+                 "color map must be a linear N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555 texture (format %d, "
+                 "linear %d)\n",
+                 (int)color_map->format, (int)color_map->linear);
+}
+
+void reel_tunnel_argb1555(n3d_framecontext* fc, const n3d_texture* color_map, const n3d_framebuffer* table,
+                          int32_t x0, int32_t y0, int32_t x1, int32_t y1, uint8_t distance_offset,
+                          uint8_t angle_offset)
+{
+    const n3d_framebuffer* fb = fc->framebuffer;
+    reel_tunnel_check_color_map(color_map);
+    if (fb->format != N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555)
+        crash_in(REEL_TUNNEL_FILE, __LINE__, "reel_tunnel_argb1555", "not implemented/supported?\n");
+    if (table->format != N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555 || table->width < fb->width ||
+        table->height < fb->height)
+        crash_in(REEL_TUNNEL_FILE, __LINE__, "reel_tunnel_argb1555",
+                 "tunnel table (%d x %d, format %d) must be a 16-bit table at least as large as the framebuffer "
+                 "(%d x %d)\n",
+                 table->width, table->height, (int)table->format, fb->width, fb->height);
+
+    int32_t skip_x = 0, skip_y = 0, w = 0, h = 0;
+    n2d_clip_rect(&skip_x, &skip_y, &w, &h, x0, y0, x1, y1, 0, 0, fb->width, fb->height);
+    if (w <= 0 || h <= 0)
+        return;
+    x0 += skip_x, y0 += skip_y;
+    const int32_t groups = w / 4;
+
+    const uint16_t* map = (const uint16_t*)color_map->mips[0];
+    const uint8_t* src = table->pixels + (int64_t)(table->height / 2 - fb->height / 2) * table->row_bytes +
+                         (int64_t)(table->width / 2 - fb->width / 2) * 2;
+    uint8_t* dst = fb->pixels + (int64_t)y0 * fb->row_bytes + (int64_t)x0 * 2;
+    const uint32_t distance_add = distance_offset * REEL_TUNNEL_BOTH_HALVES;
+    const uint32_t angle_add = ((uint32_t)angle_offset << 8) * REEL_TUNNEL_BOTH_HALVES;
+    for (int32_t row = 0; row < h; row++) {
+        const uint8_t* s = src;
+        uint8_t* d = dst;
+        for (int32_t g = 0; g < groups; g++) {
+            uint32_t words[2];
+            memcpy(words, s, sizeof(words));
+            uint32_t i0, i1, i2, i3;
+            reel_tunnel_pair(words[0], distance_add, angle_add, &i0, &i1);
+            reel_tunnel_pair(words[1], distance_add, angle_add, &i2, &i3);
+            // four texels, first pixel lowest, as one 8-byte store
+            const uint64_t out = (uint64_t)map[i0] | (uint64_t)map[i1] << 16 | (uint64_t)map[i2] << 32 |
+                                 (uint64_t)map[i3] << 48;
+            memcpy(d, &out, sizeof(out));
+            s += 8, d += 8;
+        }
+        src += table->row_bytes;
+        dst += fb->row_bytes;
+    }
+}
