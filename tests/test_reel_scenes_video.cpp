@@ -1,0 +1,259 @@
+// The video-plane scenes driven pass by pass: the tunnel's offsets from time, the bump map's
+// slide, shade table and coverage, the background's scroll and its respect for covered pixels,
+// what each parser refuses, and their rows in the scene table.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "n2d.h"
+#include "n3d_convert.h"
+#include "reel_tunnel_func.h"
+#include "scene_fixture.h"
+
+namespace {
+
+constexpr uint16_t UNTOUCHED = 0x7C1F;
+
+struct video_fixture : scene_fixture {
+    video_fixture()
+    {
+        n3d_framebuffer_init_argb1555(&engine.tunnel_table, REEL_TUNNEL_TABLE_WIDTH, REEL_TUNNEL_TABLE_HEIGHT,
+                                      engine.arena);
+        reel_tunnel_table_init(&engine.tunnel_table);
+        n3d_phong_lut_init(&engine.phong_lut, &demo, 0.3f, 0);
+        n3d_phong_lut_set_default(&engine.phong_lut);
+        fill(UNTOUCHED);
+    }
+    n3d_framebuffer* fb() { return ctx.video->framebuffer; }
+    uint16_t pixel(int32_t x, int32_t y) { return ((uint16_t*)(fb()->pixels + y * fb()->row_bytes))[x]; }
+    void fill(uint16_t v)
+    {
+        for (int32_t y = 0; y < fb()->height; y++)
+            for (int32_t x = 0; x < fb()->width; x++)
+                ((uint16_t*)(fb()->pixels + y * fb()->row_bytes))[x] = v;
+    }
+    uint16_t table(int32_t x, int32_t y)
+    {
+        const n3d_framebuffer& t = engine.tunnel_table;
+        return ((const uint16_t*)(t.pixels + (y + 120) * t.row_bytes))[x + 160];
+    }
+    bool covered(int32_t x, int32_t y)
+    {
+        const n3d_coverage_buffer* cb = ctx.video->coverage[0];
+        return (cb->bits[(y * cb->width + x) / 32] >> (31 - (y * cb->width + x) % 32)) & 1;
+    }
+};
+
+// ---- tunnel ----
+
+TEST_F(video_fixture, tunnel_offsets_grow_with_time_and_wrap_at_256)
+{
+    n3d_texture* map = texture(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 8, 8);
+    for (uint32_t i = 0; i < 65536; i++)
+        ((uint16_t*)map->mips[0])[i] = (uint16_t)i;  // each pixel shows its colour-map index
+    add(REEL_KIND_TEXTURE, "rings", map);
+    const struct {
+        const char* args;
+        float seconds;
+        uint32_t distance, angle;
+    } cases[] = {
+        {"rings,0,0", 5.0f, 0, 0},         // still: every pixel shows its own table entry
+        {"rings,261,-3", 1.0f, 5, 253},    // 261 mod 256; -3 is 253 in the low byte
+        {"rings,256,512", 3.0f, 0, 0},     // whole turns are no change
+        {"rings,10.5,1.9", 2.0f, 21, 3},   // trunc(21.0), trunc(3.8)
+    };
+    for (const auto& c : cases) {
+        load("video_tunnel", c.args);
+        EXPECT_EQ(scene.textures[0], map);
+        fill(UNTOUCHED);
+        pass(REEL_PASS_RENDER, c.seconds);  // render passes draw nothing
+        EXPECT_EQ(pixel(0, 0), UNTOUCHED);
+        pass(REEL_PASS_UPDATE, c.seconds);
+        for (int32_t y = 0; y < 240; y += 13)
+            for (int32_t x = 0; x < 320; x += 3) {
+                const uint32_t e = table(x, y);
+                const uint32_t expect = ((e >> 8) + c.angle) % 256 << 8 | ((e & 0xFF) + c.distance) % 256;
+                ASSERT_EQ(pixel(x, y), expect) << c.args << " at " << x << " " << y;
+            }
+    }
+}
+
+TEST_F(video_fixture, tunnel_refuses_a_colour_map_of_another_size)
+{
+    add(REEL_KIND_TEXTURE, "small", texture(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 8, 7));
+    EXPECT_EXIT(load("video_tunnel", "small,1,1"), testing::ExitedWithCode(1),
+                "crash in reel_tunnel_argb1555 at src/reel_tunnel_func:[0-9]+\ncolor map must be 256x256 texture for now\n");
+    load("video_tunnel", nullptr);  // a description that bound nothing
+    EXPECT_EXIT(pass(REEL_PASS_UPDATE, 0.0f), testing::ExitedWithCode(1),
+                "crash in scene_video_tunnel at src/reel_scenes:[0-9]+\nneeds 1 textures, has 0 \\(sequence line 12\\)");
+}
+
+// ---- bump map ----
+
+struct bumpmap_scene_fixture : video_fixture {
+    n3d_texture* color = texture(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 9, 8);
+    n3d_texture* bump = texture(N3D_TEXEL_FORMAT_BUMPMAP, 9, 8);
+    n3d_coverage_buffer stencil;
+
+    bumpmap_scene_fixture()
+    {
+        for (uint32_t c = 0; c < 256; c++)
+            ((uint16_t*)color->palette)[c] = (uint16_t)(0x8000 | (c & 31) << 10 | (c >> 3));
+        // a stencil with a set square from (8, 4) to (40, 20): the image shows around it
+        n3d_coverage_buffer_init(&stencil, 320, 256, &demo);
+        n3d_coverage_buffer_clear(&stencil);
+        for (uint32_t y = 4; y < 20; y++)
+            stencil.bits[y * 10] = 0x00FFFFFF, stencil.bits[y * 10 + 1] = 0xFF000000;
+        add(REEL_KIND_TEXTURE, "stones", color);
+        add(REEL_KIND_TEXTURE, "stones_bump", bump);
+        add(REEL_KIND_STENCIL, "stones_mask", &stencil);
+    }
+};
+
+TEST_F(bumpmap_scene_fixture, it_bakes_its_shade_table_once_then_slides_and_marks_coverage)
+{
+    load("video_bumpmap", "stones,stones_bump,stones_mask,0.25,0.5,#10000000,#00200000,#ffffffff,#ffe0c0ff,0,0,10,21",
+         8.0f);
+    EXPECT_EQ(scene.texture_count, 2u);
+    EXPECT_EQ(scene.colour_count, 4u);
+    EXPECT_EQ(scene.floats[1], 0.5f);
+    EXPECT_EQ(scene.integers[3], 21);
+    pass(REEL_PASS_RENDER, 0.0f);
+    EXPECT_FALSE(scene.load_complete) << "it prepares in an update pass";
+
+    // the colour texture's shade table is lit with the four colours and the material
+    std::vector<uint16_t> expect(256 * 32);
+    const reel_color* c = scene.colours;
+    n3d_texture_build_shade_table_argb1555_pbr(expect.data(), 32, 256, c[0].linear, c[1].linear, c[2].linear,
+                                               c[3].linear, 0.25f, 0.5f, (const uint16_t*)color->palette);
+    ctx.video->coverage[0]->bits[0] = 0xFFFFFFFF;  // left from an earlier frame: cleared
+    pass(REEL_PASS_UPDATE, 4.0f);  // progress 0.5: at (ceil 5, ceil 10.5) = (5, 11)
+    EXPECT_EQ(memcmp(color->shade_table, expect.data(), expect.size() * 2), 0);
+    const uint16_t* shades = (const uint16_t*)color->shade_table;
+    EXPECT_EQ(pixel(4, 11), UNTOUCHED);
+    EXPECT_EQ(pixel(5, 10), UNTOUCHED);
+    EXPECT_EQ(pixel(5, 11), shades[11]);  // colour 0, flat texel: shade 11
+    for (int32_t y = 0; y < 240; y++)
+        for (int32_t x = 0; x < 320; x++) {
+            const bool stencil_set = x >= 5 + 8 && x < 5 + 40 && y >= 11 + 4 && y < 11 + 20;
+            const bool inside = x >= 5 && y >= 11 && y < 11 + 256;
+            ASSERT_EQ(covered(x, y), inside && !stencil_set) << x << " " << y;
+        }
+
+    memset(color->shade_table, 0, 256 * 32 * 2);
+    pass(REEL_PASS_UPDATE, 8.0f);  // no second bake; the end position
+    EXPECT_EQ(pixel(10, 21), 0);
+    EXPECT_FALSE(covered(9, 21));
+    EXPECT_TRUE(covered(10, 21));
+}
+
+TEST_F(bumpmap_scene_fixture, it_refuses_textures_of_different_sizes_and_missing_bindings)
+{
+    add(REEL_KIND_TEXTURE, "small_bump", texture(N3D_TEXEL_FORMAT_BUMPMAP, 8, 8));
+    EXPECT_EXIT((dup2(2, 1), load("video_bumpmap", "stones,small_bump,stones_mask,0,0,#00000000,#00000000,"
+                                                   "#00000000,#00000000,0,0,0,0")),
+                testing::ExitedWithCode(1), "bumpmap must have same width height as texture \\(256 256 vs 512 256\\)");
+    load("video_bumpmap", nullptr);
+    EXPECT_EXIT(pass(REEL_PASS_UPDATE, 0.0f), testing::ExitedWithCode(1), "needs 2 textures, has 0");
+}
+
+// ---- background ----
+
+struct background_fixture : video_fixture {
+    n3d_texture* wall = texture(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 9, 8);
+    background_fixture()
+    {
+        for (uint32_t y = 0; y < 256; y++)
+            for (uint32_t x = 0; x < 512; x++)
+                ((uint16_t*)wall->mips[0])[y * 512 + x] = (uint16_t)(0x8000 | ((y << 9 | x) & 0x7FFF));
+        add(REEL_KIND_TEXTURE, "wall", wall);
+    }
+    uint16_t texel(int32_t x, int32_t y) { return ((const uint16_t*)wall->mips[0])[y * 512 + x]; }
+    // the viewport's corner, from the pixels
+    bool shows(int32_t vx, int32_t vy)
+    {
+        for (int32_t y = 0; y < 240; y += 7)
+            for (int32_t x = 0; x < 320; x += 5)
+                if (!covered(x, y) && pixel(x, y) != texel(vx + x, vy + y))
+                    return false;
+        return pixel(319, 239) == texel(vx + 319, vy + 239);
+    }
+};
+
+TEST_F(background_fixture, it_scrolls_linearly_and_holds_the_end_position)
+{
+    load("video_background", "wall,0,0,192,16", 8.0f);
+    pass(REEL_PASS_RENDER, 4.0f);
+    EXPECT_FALSE(scene.load_complete) << "it acts in update passes only";
+    const struct {
+        float seconds;
+        int32_t x, y;
+    } steps[] = {{0.0f, 0, 0}, {4.0f, 96, 8}, {2.0f, 48, 4}, {8.0f, 192, 16}, {9.5f, 192, 16}};
+    for (const auto& s : steps) {
+        pass(REEL_PASS_UPDATE, s.seconds);
+        EXPECT_TRUE(shows(s.x, s.y)) << s.seconds;
+    }
+    load("video_background", "wall,0,0,192,16", 0.0f);  // no duration: at the end at once
+    pass(REEL_PASS_UPDATE, 0.0f);
+    EXPECT_TRUE(shows(192, 16));
+}
+
+TEST_F(background_fixture, pixels_covered_this_frame_keep_what_was_drawn)
+{
+    n3d_coverage_buffer* cb = ctx.video->coverage[0];
+    n3d_coverage_buffer_clear(cb);
+    for (uint32_t y = 30; y < 40; y++)
+        cb->bits[y * 10 + 2] = 0x0000FFFF;  // x 80 to 95
+    load("video_background", "wall,100,10,100,10");
+    pass(REEL_PASS_UPDATE, 1.0f);
+    for (int32_t y = 28; y < 42; y++)
+        for (int32_t x = 60; x < 100; x++) {
+            const bool keep = y >= 30 && y < 40 && x >= 80 && x < 96;
+            ASSERT_EQ(pixel(x, y), keep ? UNTOUCHED : texel(100 + x, 10 + y)) << x << " " << y;
+        }
+}
+
+TEST_F(background_fixture, it_refuses_swizzled_textures_and_viewports_outside_the_texture)
+{
+    add(REEL_KIND_TEXTURE, "swizzled", texture(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 8, 8, 0));
+    EXPECT_EXIT(load("video_background", "swizzled,0,0,0,0"), testing::ExitedWithCode(1),
+                "crash in scene_video_background_parse_args at src/reel_scenes:[0-9]+\n"
+                "swizzled not supported for video background texture\n");
+    const char* outside[] = {"wall,193,0,0,0", "wall,0,0,0,17", "wall,-1,0,0,0", "wall,0,0,0,-1"};
+    for (const char* args : outside)
+        EXPECT_EXIT(load("video_background", args), testing::ExitedWithCode(1),
+                    "viewport of 320 x 240 at \\(-?[0-9]+, -?[0-9]+\\) is not inside the 512 x 256 background texture")
+            << args;
+
+    // another format passes the parser and ends in the copy, or at the row bytes if unknown
+    add(REEL_KIND_TEXTURE, "indexed", texture(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 9, 8));
+    load("video_background", "indexed,0,0,0,0");
+    EXPECT_EXIT((dup2(2, 1), pass(REEL_PASS_UPDATE, 0.0f)), testing::ExitedWithCode(1),
+                "src_fb format must be N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555 \\(was 1\\)");
+    load("video_background", "wall,0,0,0,0");
+    pass(REEL_PASS_UPDATE, 0.0f);
+    wall->format = 7;
+    EXPECT_EXIT(pass(REEL_PASS_UPDATE, 0.0f), testing::ExitedWithCode(1),
+                "crash in scene_video_background at src/reel_scenes:[0-9]+\nbad N3D_TEXEL_FORMAT 7\\?\n");
+}
+
+// ---- the table ----
+
+TEST_F(video_fixture, the_three_rows_follow_video_clear_in_the_table)
+{
+    const reel_scene_run_fn* order[] = {scene_video_clear, scene_video_tunnel, scene_video_bumpmap,
+                                        scene_video_background};
+    int64_t previous = -1;
+    for (const reel_scene_run_fn* run : order) {
+        int64_t at = -1;
+        for (uint32_t i = 0; i < reel_scene_table_count; i++)
+            if (reel_scene_table[i].run == run)
+                at = i;
+        ASSERT_GT(at, previous);
+        EXPECT_NE(reel_scene_table[at].parse_args, nullptr);
+        previous = at;
+    }
+}
+
+}  // namespace
