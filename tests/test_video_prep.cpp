@@ -1,0 +1,231 @@
+// Asset preparation for the video-plane effects: what each conversion makes of pictures with
+// known pixels, what it refuses, the file writer, and the tool's exit statuses and messages.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "n3d_io.h"
+#include "video_prep.h"
+
+namespace {
+
+struct video_prep_fixture : testing::Test {
+    std::vector<uint8_t> memory = std::vector<uint8_t>(96u << 20);
+    xmemarena arena, tmp;
+    n3d_texture texture = {};
+
+    video_prep_fixture()
+    {
+        xmemarena_init(&arena, "prep", 32u << 20, memory.data());
+        xmemarena_init(&tmp, "prep_tmp", 64u << 20, memory.data() + (32u << 20));
+    }
+    bitmap* picture(uint32_t w, uint32_t h, uint32_t flags, const std::vector<uint8_t>& fill)
+    {
+        bitmap* bm = bitmap_create(&arena, w, h, flags);
+        for (uint32_t y = 0; y < h; y++)
+            for (uint32_t x = 0; x < w; x++)
+                memcpy(bitmap_pixel(bm, x, y), fill.data(), fill.size());
+        return bm;
+    }
+    uint32_t texel32(uint32_t x, uint32_t y) const { return ((const uint32_t*)texture.mips[0])[(y << texture.log2_w) + x]; }
+    uint16_t texel16(uint32_t x, uint32_t y) const { return ((const uint16_t*)texture.mips[0])[(y << texture.log2_w) + x]; }
+};
+
+constexpr uint32_t RGBA = BITMAP_SRGB | BITMAP_CHANNELS_4;
+
+TEST_F(video_prep_fixture, colour_maps_are_256_square_linear_argb1555_resampled_from_larger_pictures)
+{
+    for (uint32_t side : {256u, 512u}) {
+        ASSERT_EQ(video_prep_color_map(&texture, &arena, &tmp, picture(side, side, RGBA, {255, 0, 0, 255})), nullptr);
+        EXPECT_EQ(texture.format, (uint32_t)N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555);
+        EXPECT_EQ(texture.linear, 1u);
+        EXPECT_EQ(texture.log2_w, 8u);
+        EXPECT_EQ(texture.log2_h, 8u);
+        EXPECT_EQ(texel16(0, 0), 0x8000 | 31 << 10) << side;
+        EXPECT_EQ(texel16(255, 255), 0x8000 | 31 << 10) << side;
+    }
+    EXPECT_NE(video_prep_color_map(&texture, &arena, &tmp, picture(256, 128, RGBA, {0, 0, 0, 255})), nullptr);
+}
+
+TEST_F(video_prep_fixture, bump_texels_from_normal_maps_read_the_channels_as_plain_numbers)
+{
+    // n = (2 x 64/255 - 1, 2 x 128/255 - 1, 1) = (-0.498, 0.0039, 1), |n| = 1.1172: nx -0.4458 is
+    // -57 of 127; m1 = trunc(0.2480 x 255) = 63; m0 = lrint(0.1987 x 127) = 25 (an sRGB reading
+    // of 64 would give nx -85)
+    ASSERT_EQ(video_prep_bump_from_normals(&texture, &arena, &tmp, picture(8, 4, RGBA, {64, 128, 255, 255})), nullptr);
+    EXPECT_EQ(texture.format, (uint32_t)N3D_TEXEL_FORMAT_BUMPMAP);
+    EXPECT_EQ(texture.linear, 1u);
+    EXPECT_EQ(texel32(5, 3), 0xC7003F19u);
+}
+
+TEST_F(video_prep_fixture, bump_texels_from_heights_tilt_away_from_rising_ground)
+{
+    // a ridge along y at x = 8: heights rise to it from the left and fall after it
+    bitmap* heights = picture(16, 8, RGBA, {0, 0, 0, 255});
+    for (uint32_t y = 0; y < 8; y++)
+        for (uint32_t x = 0; x < 16; x++) {
+            const uint8_t h = (uint8_t)(x <= 8 ? x * 16 : (16 - x) * 16);
+            uint8_t* p = bitmap_pixel(heights, x, y);
+            p[0] = p[1] = p[2] = h;
+        }
+    ASSERT_EQ(video_prep_bump_from_heights(&texture, &arena, &tmp, heights, 4.0f), nullptr);
+    // slope 16/255 per pixel, times 4: the normal (-0.251, 0, 1) / 1.031 has x -0.2434 = -31 of 127
+    EXPECT_EQ((int8_t)(texel32(4, 2) >> 24), -31);
+    EXPECT_EQ((int8_t)(texel32(12, 2) >> 24), 31);
+    EXPECT_EQ((int8_t)(texel32(4, 2) >> 16), 0);
+    EXPECT_EQ((int8_t)(texel32(8, 2) >> 24), 0);  // the ridge itself is level
+    EXPECT_NE(video_prep_bump_from_heights(&texture, &arena, &tmp, picture(12, 8, RGBA, {0, 0, 0, 255}), 4.0f),
+              nullptr);
+}
+
+TEST_F(video_prep_fixture, images_and_backgrounds_need_power_of_two_sides_that_hold_what_they_show)
+{
+    ASSERT_EQ(video_prep_bump_image(&texture, &arena, &tmp, picture(16, 8, RGBA, {0, 255, 0, 255})), nullptr);
+    EXPECT_EQ(texture.format, (uint32_t)N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555);
+    EXPECT_EQ(texture.linear, 1u);
+    const uint16_t green = ((const uint16_t*)texture.palette)[0];  // the one colour, as its palette's first
+    EXPECT_EQ(green & 0xFC1F, 0x8000);
+    EXPECT_GE((green >> 5) & 31, 30);  // 1.055 - 0.055 may round just below 1 before it is quantised
+    EXPECT_EQ(((const uint8_t*)texture.mips[0])[127], 0);
+    EXPECT_NE(texture.shade_table, nullptr);
+
+    ASSERT_EQ(video_prep_background(&texture, &arena, &tmp, picture(512, 256, RGBA, {0, 0, 255, 255})), nullptr);
+    EXPECT_EQ(texture.format, (uint32_t)N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555);
+    EXPECT_EQ(texture.linear, 1u);
+    EXPECT_EQ(texel16(511, 255), 0x8000 | 31);
+    const struct {
+        uint32_t w, h;
+    } refused[] = {{256, 256}, {512, 128}, {600, 256}, {8192, 256}};
+    for (const auto& r : refused)
+        EXPECT_NE(video_prep_background(&texture, &arena, &tmp, picture(r.w, r.h, RGBA, {0, 0, 0, 255})), nullptr)
+            << r.w << " x " << r.h;
+}
+
+TEST_F(video_prep_fixture, stencils_set_bright_opaque_pixels_leftmost_first)
+{
+    bitmap* bm = picture(64, 2, RGBA, {0, 0, 0, 255});
+    const struct {
+        uint32_t x, y;
+        std::vector<uint8_t> rgba;
+    } pixels[] = {{0, 0, {255, 255, 255, 255}}, {32, 0, {128, 128, 128, 128}}, {0, 1, {200, 100, 90, 255}},
+                  {5, 1, {255, 255, 255, 127}}, {6, 1, {127, 127, 127, 255}}};
+    for (const auto& p : pixels)
+        memcpy(bitmap_pixel(bm, p.x, p.y), p.rgba.data(), 4);
+    n3d_coverage_buffer stencil;
+    ASSERT_EQ(video_prep_stencil(&stencil, &arena, bm, VIDEO_PREP_STENCIL_THRESHOLD), nullptr);
+    ASSERT_EQ(stencil.width, 64u);
+    EXPECT_EQ(stencil.bits[0], 0x80000000u);
+    EXPECT_EQ(stencil.bits[1], 0x80000000u);
+    EXPECT_EQ(stencil.bits[2], 0x80000000u);  // mean 130; (5, 1) is too transparent, (6, 1) too dark
+    EXPECT_EQ(stencil.bits[3], 0u);
+    EXPECT_NE(video_prep_stencil(&stencil, &arena, picture(48, 2, RGBA, {0, 0, 0, 255}), 128), nullptr);
+}
+
+TEST_F(video_prep_fixture, files_get_the_marker_and_new_folders_and_nothing_half_written)
+{
+    const std::string dir = std::string(REEL_TEST_OUTPUT_DIR) + "/write";
+    std::system(("rm -rf '" + dir + "'").c_str());
+    const uint8_t block[3] = {1, 2, 3};
+    const std::string path = dir + "/a/b/block.bin";
+    ASSERT_EQ(video_prep_write_file(path.c_str(), block, block + 3), 0);
+    uint8_t read[8] = {};
+    uint64_t size = 0;
+    ASSERT_EQ(file_read_all(path.c_str(), nullptr, &size), 0);
+    ASSERT_EQ(size, 7u);
+    ASSERT_EQ(file_read_all(path.c_str(), read, &size), 0);
+    const uint32_t marker = BYTE_ORDER_MARKER;
+    EXPECT_EQ(memcmp(read, &marker, 4), 0);
+    EXPECT_EQ(memcmp(read + 4, block, 3), 0);
+
+    // a file where a folder should be: refused with the system's reason, nothing left behind
+    errno = 0;
+    EXPECT_EQ(video_prep_write_file((path + "/inside.bin").c_str(), block, block + 3), 1);
+    EXPECT_EQ(errno, ENOTDIR);
+    EXPECT_NE(std::system(("ls '" + dir + "/a/b' | grep -q tmp").c_str()), 0);
+}
+
+// ---- the tool ----
+
+struct tool_result {
+    int status;
+    std::string out, err;
+};
+
+tool_result run_tool(const std::string& args)
+{
+    const std::string dir = std::string(REEL_TEST_OUTPUT_DIR);
+    std::system(("mkdir -p '" + dir + "'").c_str());
+    const std::string command = std::string(REEL_TOOLS_DIR) + "/reel_videoprep " + args + " >'" + dir +
+                                "/out.txt' 2>'" + dir + "/err.txt'";
+    const int raw = std::system(command.c_str());
+    auto slurp = [](const std::string& p) {
+        std::string s;
+        if (FILE* f = fopen(p.c_str(), "rb")) {
+            char buf[4096];
+            size_t n;
+            while ((n = fread(buf, 1, sizeof(buf), f)) > 0)
+                s.append(buf, n);
+            fclose(f);
+        }
+        return s;
+    };
+    return {WEXITSTATUS(raw), slurp(dir + "/out.txt"), slurp(dir + "/err.txt")};
+}
+
+TEST(video_prep_tool, help_usage_errors_and_failures_exit_0_2_and_1)
+{
+    tool_result r = run_tool("--help");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out.rfind("usage: reel_videoprep colormap IN.png OUT.tmap\n", 0), 0u);
+    EXPECT_EQ(r.err, "");
+    for (const char* args : {"", "colormap", "paint a.png b.tmap", "bump --strength -1 a.png b.tmap",
+                             "stencil --normals a.png b.stencil", "background a.png"}) {
+        r = run_tool(args);
+        EXPECT_EQ(r.status, 2) << args;
+        EXPECT_NE(r.err.find("usage: reel_videoprep"), std::string::npos) << args;
+    }
+    r = run_tool("colormap /nonexistent/in.png out.tmap");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "reel_videoprep: cannot read \"/nonexistent/in.png\": No such file or directory\n");
+}
+
+TEST(video_prep_tool, generated_pictures_become_resources_in_new_folders)
+{
+    const std::string dir = std::string(REEL_TEST_OUTPUT_DIR) + "/tool";
+    std::system(("rm -rf '" + dir + "'").c_str());
+    ASSERT_EQ(run_tool("generate '" + dir + "/pictures'").status, 0);
+    const struct {
+        const char* args;
+        int status;
+    } steps[] = {
+        {"colormap pictures/tunnel.png made/tunnel.tmap", 0},
+        {"image pictures/tiles.png made/tiles.tmap", 0},
+        {"bump pictures/tiles_height.png made/tiles_bump.tmap", 0},
+        {"background pictures/landscape.png made/landscape.tmap", 0},
+        {"stencil pictures/window.png made/window.stencil", 0},
+        {"background pictures/tunnel.png made/no.tmap", 1},
+    };
+    for (const auto& s : steps) {
+        std::string args = s.args;
+        const size_t space = args.find(' ');
+        const size_t second = args.find(' ', space + 1);
+        args = args.substr(0, space) + " '" + dir + "/" + args.substr(space + 1, second - space - 1) + "' '" + dir +
+               "/" + args.substr(second + 1) + "'";
+        EXPECT_EQ(run_tool(args).status, s.status) << s.args;
+    }
+    std::vector<uint8_t> block(4u << 20);
+    xmemarena a;
+    xmemarena_init(&a, "read", block.size(), block.data());
+    n3d_texture* map = n3d_texture_file_load(&a, (dir + "/made/tunnel.tmap").c_str());
+    ASSERT_NE(map, nullptr);
+    EXPECT_EQ(map->log2_w, 8u);
+    EXPECT_EQ(map->format, (uint32_t)N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555);
+    struct stat st;
+    EXPECT_NE(stat((dir + "/made/no.tmap").c_str(), &st), 0);
+}
+
+}  // namespace
