@@ -67,6 +67,8 @@ const char* const VIDEOPREP_USAGE =
 struct videoprep_arenas {
     xmemarena image, output, tmp;
 };
+// Held for the whole run, on every path out of it (the fatal ones included).
+videoprep_arenas videoprep_memory;
 
 void videoprep_arena(xmemarena* arena, const char* name, uint64_t size)
 {
@@ -154,7 +156,7 @@ int main(int argc, char** argv)
     if (argc < 3)
         videoprep_usage_error("missing arguments");
     const char* command = argv[1];
-    videoprep_arenas a;
+    videoprep_arenas& a = videoprep_memory;
     videoprep_arena(&a.image, "videoprep_image", VIDEOPREP_IMAGE_BYTES);
     videoprep_arena(&a.output, "videoprep_output", VIDEOPREP_OUTPUT_BYTES);
     videoprep_arena(&a.tmp, "videoprep_tmp", VIDEOPREP_TMP_BYTES);
