@@ -120,6 +120,20 @@ struct scene_fixture : testing::Test {
             scene.first_render = 0, scene.render_runs += 1;
     }
 
+    // The current video buffer's pixel (x, y), and all its pixels set to one value.
+    uint16_t video_pixel(int32_t x, int32_t y) const
+    {
+        const n3d_framebuffer* fb = ctx.video->framebuffer;
+        return ((const uint16_t*)(fb->pixels + y * fb->row_bytes))[x];
+    }
+    void fill_video(uint16_t v)
+    {
+        const n3d_framebuffer* fb = ctx.video->framebuffer;
+        for (int32_t y = 0; y < fb->height; y++)
+            for (int32_t x = 0; x < fb->width; x++)
+                ((uint16_t*)(fb->pixels + y * fb->row_bytes))[x] = v;
+    }
+
     // A texture of one level, its texels (zeroed) from "demo_arena"; the index formats get a
     // zeroed palette and shade table of 256 x 32.
     n3d_texture* texture(N3D_TEXEL_FORMAT format, uint32_t log2_w, uint32_t log2_h, uint32_t linear = 1)

@@ -32,7 +32,7 @@ struct bumpmap_fixture : scene_fixture {
         for (uint32_t y = 0; y < 256; y++)
             for (uint32_t x = 0; x < 512; x++)
                 ((uint8_t*)color->mips[0])[y * 512 + x] = (uint8_t)(x + 3 * y);
-        fill(UNTOUCHED);
+        fill_video(UNTOUCHED);
     }
     static void make_shades(n3d_texture* t)
     {
@@ -46,15 +46,8 @@ struct bumpmap_fixture : scene_fixture {
             ((uint32_t*)t->mips[0])[i] = texel;
     }
     n3d_framebuffer* fb() { return ctx.video->framebuffer; }
-    uint16_t pixel(int32_t x, int32_t y) { return ((uint16_t*)(fb()->pixels + y * fb()->row_bytes))[x]; }
-    uint32_t shade(int32_t x, int32_t y) { return pixel(x, y) & 31; }
-    uint32_t colour(int32_t x, int32_t y) { return (pixel(x, y) >> 5) & 0xFF; }
-    void fill(uint16_t v)
-    {
-        for (int32_t y = 0; y < fb()->height; y++)
-            for (int32_t x = 0; x < fb()->width; x++)
-                ((uint16_t*)(fb()->pixels + y * fb()->row_bytes))[x] = v;
-    }
+    uint32_t shade(int32_t x, int32_t y) { return video_pixel(x, y) & 31; }
+    uint32_t colour(int32_t x, int32_t y) { return (video_pixel(x, y) >> 5) & 0xFF; }
     void draw(float t, int32_t x, int32_t y, const n3d_texture* b = nullptr, const n3d_texture* c = nullptr)
     {
         reel_bumpmap_argb1555(fb(), t, x, y, 0, 0, 310, 256, b ? b : bump, c ? c : color, phong.table);
@@ -72,7 +65,7 @@ TEST_F(bumpmap_fixture, a_flat_texel_reads_base_plus_bias_65_everywhere)
     for (int32_t y = 0; y < 240; y++)
         for (int32_t x = 0; x < 320; x++) {
             if (x >= 310) {
-                ASSERT_EQ(pixel(x, y), UNTOUCHED) << x << " " << y;
+                ASSERT_EQ(video_pixel(x, y), UNTOUCHED) << x << " " << y;
                 continue;
             }
             ASSERT_EQ(shade(x, y), 11u) << x << " " << y;
@@ -149,11 +142,11 @@ TEST_F(bumpmap_fixture, every_kernel_draws_the_same_pixels)
         std::vector<uint16_t> all;
         for (float t : {0.0f, 1.7f, 4.2f, 7.9f})
             for (int32_t x : {0, -3, 5}) {
-                fill(UNTOUCHED);
+                fill_video(UNTOUCHED);
                 draw(t, x, 1);
                 for (int32_t y = 0; y < 240; y++)
                     for (int32_t c = 0; c < 320; c++)
-                        all.push_back(pixel(c, y));
+                        all.push_back(video_pixel(c, y));
             }
         if (first.empty())
             first = all;
@@ -171,22 +164,22 @@ TEST_F(bumpmap_fixture, placement_clips_at_the_top_left_and_writes_up_to_the_rig
     draw(0.0f, -20, -3);
     EXPECT_EQ(colour(0, 0), (uint32_t)(20 + 3 * 3));
     EXPECT_EQ(shade(0, 0), 12u);
-    EXPECT_EQ(pixel(290, 0), UNTOUCHED);  // 310 - 20 columns drawn
+    EXPECT_EQ(video_pixel(290, 0), UNTOUCHED);  // 310 - 20 columns drawn
     EXPECT_EQ(colour(289, 0), (uint32_t)(uint8_t)(309 + 9));
 
     // an odd start writes one pixel alone, then pairs, then the last one
-    fill(UNTOUCHED);
+    fill_video(UNTOUCHED);
     draw(0.0f, 1, 5);
     for (int32_t x : {1, 2, 309, 310})
         EXPECT_EQ(colour(x, 5), (uint32_t)(uint8_t)(x - 1)) << x;
-    EXPECT_EQ(pixel(0, 5), UNTOUCHED);
-    EXPECT_EQ(pixel(311, 5), UNTOUCHED);
-    EXPECT_EQ(pixel(1, 4), UNTOUCHED);
+    EXPECT_EQ(video_pixel(0, 5), UNTOUCHED);
+    EXPECT_EQ(video_pixel(311, 5), UNTOUCHED);
+    EXPECT_EQ(video_pixel(1, 4), UNTOUCHED);
 
-    fill(UNTOUCHED);
+    fill_video(UNTOUCHED);
     draw(0.0f, 15, 0);  // cut by the framebuffer's right edge
     EXPECT_EQ(colour(319, 239), (uint32_t)(uint8_t)(304 + 3 * 239));
-    EXPECT_EQ(pixel(14, 0), UNTOUCHED);
+    EXPECT_EQ(video_pixel(14, 0), UNTOUCHED);
 }
 
 TEST_F(bumpmap_fixture, a_source_rectangle_past_the_textures_is_cut_at_their_edge)
@@ -196,8 +189,8 @@ TEST_F(bumpmap_fixture, a_source_rectangle_past_the_textures_is_cut_at_their_edg
     make_shades(c);
     draw(0.0f, 0, 0, b, c);
     EXPECT_EQ(shade(255, 127), 11u);
-    EXPECT_EQ(pixel(256, 0), UNTOUCHED);
-    EXPECT_EQ(pixel(0, 128), UNTOUCHED);
+    EXPECT_EQ(video_pixel(256, 0), UNTOUCHED);
+    EXPECT_EQ(video_pixel(0, 128), UNTOUCHED);
 }
 
 TEST_F(bumpmap_fixture, mismatched_or_wrong_textures_end_the_process)

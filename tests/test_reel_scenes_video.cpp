@@ -23,15 +23,7 @@ struct video_fixture : scene_fixture {
         reel_tunnel_table_init(&engine.tunnel_table);
         n3d_phong_lut_init(&engine.phong_lut, &demo, 0.3f, 0);
         n3d_phong_lut_set_default(&engine.phong_lut);
-        fill(UNTOUCHED);
-    }
-    n3d_framebuffer* fb() { return ctx.video->framebuffer; }
-    uint16_t pixel(int32_t x, int32_t y) { return ((uint16_t*)(fb()->pixels + y * fb()->row_bytes))[x]; }
-    void fill(uint16_t v)
-    {
-        for (int32_t y = 0; y < fb()->height; y++)
-            for (int32_t x = 0; x < fb()->width; x++)
-                ((uint16_t*)(fb()->pixels + y * fb()->row_bytes))[x] = v;
+        fill_video(UNTOUCHED);
     }
     uint16_t table(int32_t x, int32_t y)
     {
@@ -66,15 +58,15 @@ TEST_F(video_fixture, tunnel_offsets_grow_with_time_and_wrap_at_256)
     for (const auto& c : cases) {
         load("video_tunnel", c.args);
         EXPECT_EQ(scene.textures[0], map);
-        fill(UNTOUCHED);
+        fill_video(UNTOUCHED);
         pass(REEL_PASS_RENDER, c.seconds);  // render passes draw nothing
-        EXPECT_EQ(pixel(0, 0), UNTOUCHED);
+        EXPECT_EQ(video_pixel(0, 0), UNTOUCHED);
         pass(REEL_PASS_UPDATE, c.seconds);
         for (int32_t y = 0; y < 240; y += 13)
             for (int32_t x = 0; x < 320; x += 3) {
                 const uint32_t e = table(x, y);
                 const uint32_t expect = ((e >> 8) + c.angle) % 256 << 8 | ((e & 0xFF) + c.distance) % 256;
-                ASSERT_EQ(pixel(x, y), expect) << c.args << " at " << x << " " << y;
+                ASSERT_EQ(video_pixel(x, y), expect) << c.args << " at " << x << " " << y;
             }
     }
 }
@@ -131,9 +123,9 @@ TEST_F(bumpmap_scene_fixture, it_bakes_its_shade_table_once_then_slides_and_mark
     pass(REEL_PASS_UPDATE, 4.0f);  // progress 0.5: at (ceil 5, ceil 10.5) = (5, 11)
     EXPECT_EQ(memcmp(color->shade_table, expect.data(), expect.size() * 2), 0);
     const uint16_t* shades = (const uint16_t*)color->shade_table;
-    EXPECT_EQ(pixel(4, 11), UNTOUCHED);
-    EXPECT_EQ(pixel(5, 10), UNTOUCHED);
-    EXPECT_EQ(pixel(5, 11), shades[11]);  // colour 0, flat texel: shade 11
+    EXPECT_EQ(video_pixel(4, 11), UNTOUCHED);
+    EXPECT_EQ(video_pixel(5, 10), UNTOUCHED);
+    EXPECT_EQ(video_pixel(5, 11), shades[11]);  // colour 0, flat texel: shade 11
     for (int32_t y = 0; y < 240; y++)
         for (int32_t x = 0; x < 320; x++) {
             const bool stencil_set = x >= 5 + 8 && x < 5 + 40 && y >= 11 + 4 && y < 11 + 20;
@@ -143,7 +135,7 @@ TEST_F(bumpmap_scene_fixture, it_bakes_its_shade_table_once_then_slides_and_mark
 
     memset(color->shade_table, 0, 256 * 32 * 2);
     pass(REEL_PASS_UPDATE, 8.0f);  // no second bake; the end position
-    EXPECT_EQ(pixel(10, 21), 0);
+    EXPECT_EQ(video_pixel(10, 21), 0);
     EXPECT_FALSE(covered(9, 21));
     EXPECT_TRUE(covered(10, 21));
 }
@@ -175,9 +167,9 @@ struct background_fixture : video_fixture {
     {
         for (int32_t y = 0; y < 240; y += 7)
             for (int32_t x = 0; x < 320; x += 5)
-                if (!covered(x, y) && pixel(x, y) != texel(vx + x, vy + y))
+                if (!covered(x, y) && video_pixel(x, y) != texel(vx + x, vy + y))
                     return false;
-        return pixel(319, 239) == texel(vx + 319, vy + 239);
+        return video_pixel(319, 239) == texel(vx + 319, vy + 239);
     }
 };
 
@@ -210,7 +202,7 @@ TEST_F(background_fixture, pixels_covered_this_frame_keep_what_was_drawn)
     for (int32_t y = 28; y < 42; y++)
         for (int32_t x = 60; x < 100; x++) {
             const bool keep = y >= 30 && y < 40 && x >= 80 && x < 96;
-            ASSERT_EQ(pixel(x, y), keep ? UNTOUCHED : texel(100 + x, 10 + y)) << x << " " << y;
+            ASSERT_EQ(video_pixel(x, y), keep ? UNTOUCHED : texel(100 + x, 10 + y)) << x << " " << y;
         }
 }
 

@@ -23,14 +23,6 @@ struct tunnel_fixture : scene_fixture {
     uint16_t entry(int32_t x, int32_t y) const { return ((const uint16_t*)(table.pixels + y * table.row_bytes))[x]; }
     uint32_t angle(int32_t x, int32_t y) const { return entry(x, y) >> 8; }
     uint32_t distance(int32_t x, int32_t y) const { return entry(x, y) & 0xFF; }
-    n3d_framebuffer* fb() { return ctx.video->framebuffer; }
-    uint16_t pixel(int32_t x, int32_t y) { return ((uint16_t*)(fb()->pixels + y * fb()->row_bytes))[x]; }
-    void fill(uint16_t v)
-    {
-        for (int32_t y = 0; y < fb()->height; y++)
-            for (int32_t x = 0; x < fb()->width; x++)
-                ((uint16_t*)(fb()->pixels + y * fb()->row_bytes))[x] = v;
-    }
 };
 
 // The video plane reads the table's centred region: columns 160 to 479, rows 120 to 359.
@@ -85,7 +77,7 @@ TEST_F(tunnel_fixture, drawing_adds_the_offsets_to_both_bytes_modulo_256)
             for (int32_t x = 0; x < 320; x++) {
                 const uint32_t d = (distance(VX + x, VY + y) + o.distance) & 0xFF;
                 const uint32_t a = (angle(VX + x, VY + y) + o.angle) & 0xFF;
-                ASSERT_EQ(pixel(x, y), a << 8 | d) << x << " " << y << " offsets " << (int)o.distance << " "
+                ASSERT_EQ(video_pixel(x, y), a << 8 | d) << x << " " << y << " offsets " << (int)o.distance << " "
                                                    << (int)o.angle;
             }
     }
@@ -93,26 +85,26 @@ TEST_F(tunnel_fixture, drawing_adds_the_offsets_to_both_bytes_modulo_256)
 
 TEST_F(tunnel_fixture, a_rectangle_reads_the_region_from_its_start_and_leaves_width_mod_4_columns)
 {
-    fill(0x1234);
+    fill_video(0x1234);
     reel_tunnel_argb1555(ctx.video, map, &table, 3, 2, 13, 5, 0, 0);  // 10 wide: two groups of four
     for (int32_t y = 0; y < 8; y++)
         for (int32_t x = 0; x < 16; x++) {
             const bool drawn = x >= 3 && x < 11 && y >= 2 && y < 5;
             // the i-th drawn row and column read the region's row and column i
-            ASSERT_EQ(pixel(x, y), drawn ? entry(VX + x - 3, VY + y - 2) : 0x1234) << x << " " << y;
+            ASSERT_EQ(video_pixel(x, y), drawn ? entry(VX + x - 3, VY + y - 2) : 0x1234) << x << " " << y;
         }
     // clipped at the top left: the start moves into the framebuffer, the region does not
-    fill(0x1234);
+    fill_video(0x1234);
     reel_tunnel_argb1555(ctx.video, map, &table, -2, -1, 6, 2, 0, 0);
     for (int32_t x = 0; x < 6; x++) {
-        EXPECT_EQ(pixel(x, 0), x < 4 ? entry(VX + x, VY) : 0x1234) << x;
-        EXPECT_EQ(pixel(x, 1), x < 4 ? entry(VX + x, VY + 1) : 0x1234) << x;
-        EXPECT_EQ(pixel(x, 2), 0x1234) << x;  // two rows left after clipping
+        EXPECT_EQ(video_pixel(x, 0), x < 4 ? entry(VX + x, VY) : 0x1234) << x;
+        EXPECT_EQ(video_pixel(x, 1), x < 4 ? entry(VX + x, VY + 1) : 0x1234) << x;
+        EXPECT_EQ(video_pixel(x, 2), 0x1234) << x;  // two rows left after clipping
     }
-    fill(0x1234);
+    fill_video(0x1234);
     reel_tunnel_argb1555(ctx.video, map, &table, 0, 0, 319, 240, 0, 0);  // 319 wide: 79 groups
-    EXPECT_EQ(pixel(315, 9), entry(VX + 315, VY + 9));
-    EXPECT_EQ(pixel(316, 9), 0x1234);
+    EXPECT_EQ(video_pixel(315, 9), entry(VX + 315, VY + 9));
+    EXPECT_EQ(video_pixel(316, 9), 0x1234);
 }
 
 TEST_F(tunnel_fixture, a_map_or_framebuffer_it_cannot_read_ends_the_process)
