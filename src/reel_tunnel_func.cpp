@@ -54,8 +54,10 @@ static inline void reel_tunnel_pair(uint32_t w, uint32_t distance_add, uint32_t 
     const uint32_t r = (w >> 16) | (w << 16);
     const uint32_t lo = (r & REEL_TUNNEL_DISTANCE_BYTES) + distance_add;
     const uint32_t hi = (r & REEL_TUNNEL_ANGLE_BYTES) + angle_add;
-    *i1 = (lo & 0xFFu) | (hi & 0xFF00u);
-    *i0 = ((lo & 0xFF0000u) | (hi & 0xFF000000u)) >> 16;
+    // e1's index in the low half, e0's in the high half: one mask each keeps the bytes used
+    const uint32_t both = (lo & REEL_TUNNEL_DISTANCE_BYTES) | (hi & REEL_TUNNEL_ANGLE_BYTES);
+    *i1 = both & 0xFFFFu;
+    *i0 = both >> 16;
 }
 
 void reel_tunnel_check_color_map(const n3d_texture* color_map)
