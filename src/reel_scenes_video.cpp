@@ -126,7 +126,8 @@ void scene_video_bumpmap_parse_args(reel_scene* scene, reel_parse_context* ctx)
     reel_video_bumpmap_check("scene_video_bumpmap_parse_args", scene, ctx->row);
 }
 
-// lerp in single precision, then ceil in double, as the slide is specified
+// lerp in single precision, then ceil in double: the image lands on the first whole pixel at or
+// after the exact position
 static int32_t reel_video_slide(int32_t from, int32_t to, float p)
 {
     const float v = (float)from + p * ((float)to - (float)from);
