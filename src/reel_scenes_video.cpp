@@ -131,7 +131,10 @@ void scene_video_bumpmap_parse_args(reel_scene* scene, reel_parse_context* ctx)
 static int32_t reel_video_slide(int32_t from, int32_t to, float p)
 {
     const float v = (float)from + p * ((float)to - (float)from);
-    return (int32_t)ceil((double)v);
+    // positions this far off the plane draw nothing anyway; the limit keeps the conversion defined
+    const double limit = (double)(1 << 30);
+    const double c = ceil((double)v);
+    return (int32_t)(c < -limit ? -limit : (c > limit ? limit : c));
 }
 
 void scene_video_bumpmap(reel_scene* scene, reel_run_context* ctx)
