@@ -26,14 +26,20 @@ void reel_tunnel_table_init(n3d_framebuffer* table)
         crash_in(REEL_TUNNEL_FILE, __LINE__, "reel_tunnel_table_init",
                  "the table must be a 16-bit framebuffer (format %d, %d x %d)\n", (int)table->format, table->width,
                  table->height);
+    if (table->width > N3D_MAX_FRAME_DIM)
+        crash_in(REEL_TUNNEL_FILE, __LINE__, "reel_tunnel_table_init", "the table is wider than %d (%d)\n",
+                 N3D_MAX_FRAME_DIM, table->width);
     const float w = (float)table->width, h = (float)table->height;
     const float a = h / w;
     const float corner_norm = 1.0f + a * a;  // squared distance of the screen corners
+    float column_px[N3D_MAX_FRAME_DIM];  // the same in every row
+    for (int32_t x = 0; x < table->width; x++)
+        column_px[x] = -1.0f + 2.0f * ((float)x + 0.5f) / w;
     for (int32_t y = 0; y < table->height; y++) {
         uint16_t* row = (uint16_t*)(table->pixels + (int64_t)y * table->row_bytes);
         const float py = a * (-1.0f + 2.0f * ((float)y + 0.5f) / h);
         for (int32_t x = 0; x < table->width; x++) {
-            const float px = -1.0f + 2.0f * ((float)x + 0.5f) / w;
+            const float px = column_px[x];
             double t = 0.5 + 0.5 * atan2((double)py, (double)px) / std::numbers::pi;
             t = t > 0.0 ? (t < 1.0 ? t : 1.0) : 0.0;
             // at pixel centres neither byte reaches 256; the limit only keeps a wider table sane
