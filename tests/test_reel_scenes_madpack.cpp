@@ -384,7 +384,7 @@ TEST_F(madpack_fixture, ten_distinct_textures_fit_the_cache_an_eleventh_is_fatal
         mad_image images[11];
         mad_material materials[11];
         mad_primitive primitives[11];
-        char image_names[11][8], file_names[11][16];
+        char image_names[11][16], file_names[11][24];
         for (uint32_t i = 0; i < distinct; i++) {
             snprintf(image_names[i], sizeof(image_names[i]), "t%u", i);
             snprintf(file_names[i], sizeof(file_names[i]), "t%u.tmap", i);
