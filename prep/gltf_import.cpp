@@ -14,6 +14,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <array>
 #include <map>
 
 #include <tiny_gltf.h>
@@ -40,6 +41,7 @@
 #include "color_quantize.h"
 #include "n3d_convert.h"
 #include "n3d_io.h"
+#include "reel.h"
 
 namespace tg = tinygltf;
 
@@ -266,12 +268,13 @@ static bool gltf_read_uints(gltf_ctx* c, int index, uint32_t components, const c
 struct gltf_out_image {
     std::string name;   // resource base name
     std::string source;  // for the report
-    int gltf_image;      // -1: a flat texture of `flat`
-    vec4 flat;           // linear RGBA
+    int gltf_image;      // -1: the colour swatch
+    std::vector<std::array<float, 3>> cells;  // the swatch's colours, linear RGB
 };
 
 struct gltf_out_material {
     int image;  // into the output images
+    int cell;   // the material's colour in the swatch, or -1 for a textured material
     vec4 factor;
 };
 
@@ -301,6 +304,7 @@ struct gltf_out {
     std::vector<gltf_out_image> images;
     std::vector<gltf_out_material> materials;  // glTF materials first, then the default one
     int default_material = -1;
+    int swatch = -1;  // the image of the untextured materials' colours
     std::vector<std::vector<gltf_out_primitive>> meshes;
     std::vector<gltf_out_animation> animations;
 };
@@ -353,15 +357,33 @@ static std::string gltf_image_base_name(const tg::Image& image, int index)
 
 // ---- materials and images ----
 
-static void gltf_flat_image(gltf_ctx* c, gltf_out* out, gltf_out_material* mat, const char* base, const char* source)
+// Untextured materials share one texture: a swatch of 4 x 4 cells, one per distinct colour,
+// which their primitives' texture coordinates all point into the middle of (so that one
+// shade table serves every such material: the scene caches only ten).
+static bool gltf_swatch_cell(gltf_ctx* c, gltf_out* out, gltf_out_material* mat, const char* what)
 {
-    gltf_out_image im;
-    im.name = gltf_unique_image_name(out, gltf_import_sanitize(std::string(c->options->name) + "_" + base));
-    im.source = source;
-    im.gltf_image = -1;
-    vec4_dup(im.flat, mat->factor);
-    mat->image = (int)out->images.size();
-    out->images.push_back(im);
+    if (out->swatch < 0) {
+        gltf_out_image im;
+        im.name = gltf_unique_image_name(out, gltf_import_sanitize(std::string(c->options->name) + "_colors"));
+        im.source = "the base colours of untextured materials";
+        im.gltf_image = -1;
+        out->swatch = (int)out->images.size();
+        out->images.push_back(im);
+    }
+    std::vector<std::array<float, 3>>& cells = out->images[(size_t)out->swatch].cells;
+    const std::array<float, 3> rgb = {mat->factor[0], mat->factor[1], mat->factor[2]};
+    size_t k = 0;
+    while (k < cells.size() && cells[k] != rgb)
+        k++;
+    if (k == cells.size()) {
+        if (k == GLTF_IMPORT_SWATCH_CELLS)
+            return gltf_fail(c, "%s: more than %u distinct colours of untextured materials", what,
+                             GLTF_IMPORT_SWATCH_CELLS);
+        cells.push_back(rgb);
+    }
+    mat->image = out->swatch;
+    mat->cell = (int)k;
+    return true;
 }
 
 static bool gltf_convert_materials(gltf_ctx* c, gltf_out* out)
@@ -370,7 +392,7 @@ static bool gltf_convert_materials(gltf_ctx* c, gltf_out* out)
     std::map<int, int> image_slot;  // glTF image -> output image
     for (size_t i = 0; i < m->materials.size(); i++) {
         const tg::PbrMetallicRoughness& pbr = m->materials[i].pbrMetallicRoughness;
-        gltf_out_material mat = {-1, {1, 1, 1, 1}};
+        gltf_out_material mat = {-1, -1, {1, 1, 1, 1}};
         if (pbr.baseColorFactor.size() == 4)
             for (int k = 0; k < 4; k++) {
                 if (!gltf_finite(pbr.baseColorFactor[(size_t)k]))
@@ -385,19 +407,15 @@ static bool gltf_convert_materials(gltf_ctx* c, gltf_out* out)
         if (source >= 0 && (size_t)source >= m->images.size())
             return gltf_fail(c, "textures[%d] refers to image %d (%zu images)", t, source, m->images.size());
         std::string label = "materials[" + std::to_string(i) + "]";
-        if (t < 0) {
-            gltf_flat_image(c, out, &mat, ("material" + std::to_string(i)).c_str(),
-                            (label + " base colour factor").c_str());
-        } else if (source < 0) {
+        if (t >= 0 && source < 0)
             gltf_note(c, "%s: textures[%d] has no image glTF defines (an extension's?): the base colour factor is used",
                       label.c_str(), t);
-            gltf_flat_image(c, out, &mat, ("material" + std::to_string(i)).c_str(),
-                            (label + " base colour factor").c_str());
-        } else if (m->images[(size_t)source].image.empty()) {
+        if (source >= 0 && m->images[(size_t)source].image.empty())
             gltf_note(c, "%s: images[%d] (\"%s\") could not be loaded: the base colour factor is used instead",
                       label.c_str(), source, m->images[(size_t)source].uri.substr(0, 200).c_str());
-            gltf_flat_image(c, out, &mat, ("material" + std::to_string(i)).c_str(),
-                            (label + " base colour factor").c_str());
+        if (source < 0 || m->images[(size_t)source].image.empty()) {
+            if (!gltf_swatch_cell(c, out, &mat, label.c_str()))
+                return false;
         } else {
             auto found = image_slot.find(source);
             if (found == image_slot.end()) {
@@ -407,7 +425,6 @@ static bool gltf_convert_materials(gltf_ctx* c, gltf_out* out)
                                        gltf_image_base_name(m->images[(size_t)source], source)));
                 im.source = "images[" + std::to_string(source) + "]";
                 im.gltf_image = source;
-                vec4_set(im.flat, 1, 1, 1, 1);
                 found = image_slot.emplace(source, (int)out->images.size()).first;
                 out->images.push_back(im);
             }
@@ -418,15 +435,25 @@ static bool gltf_convert_materials(gltf_ctx* c, gltf_out* out)
     return true;
 }
 
+// glTF's default material, white, for primitives without one; -1 after an error.
 static int gltf_default_material(gltf_ctx* c, gltf_out* out)
 {
     if (out->default_material < 0) {
-        gltf_out_material mat = {-1, {1, 1, 1, 1}};
-        gltf_flat_image(c, out, &mat, "default", "the default material (white)");
+        gltf_out_material mat = {-1, -1, {1, 1, 1, 1}};
+        if (!gltf_swatch_cell(c, out, &mat, "the default material"))
+            return -1;
         out->default_material = (int)out->materials.size();
         out->materials.push_back(mat);
     }
     return out->default_material;
+}
+
+// Texture coordinates of the middle of a swatch cell.
+static void gltf_swatch_uv(float uv[2], int cell)
+{
+    const uint32_t side = 1u << GLTF_IMPORT_SWATCH_LOG2, cell_side = side / GLTF_IMPORT_SWATCH_COLUMNS;
+    uv[0] = (float)(((uint32_t)cell % GLTF_IMPORT_SWATCH_COLUMNS) * cell_side + cell_side / 2) / (float)side;
+    uv[1] = (float)(((uint32_t)cell / GLTF_IMPORT_SWATCH_COLUMNS) * cell_side + cell_side / 2) / (float)side;
 }
 
 // ---- meshes ----
@@ -729,6 +756,11 @@ static bool gltf_convert_primitive(gltf_ctx* c, gltf_out* out, size_t mesh_index
                               : " (no vertex has more than four weights)");
     }
     result->material = material >= 0 ? material : gltf_default_material(c, out);
+    if (result->material < 0)
+        return false;
+    const int cell = out->materials[(size_t)result->material].cell;
+    for (uint32_t k = 0; cell >= 0 && k < corners; k++)
+        gltf_swatch_uv(&v->uv0[k * 2], cell);
     *keep = true;
     return true;
 }
@@ -1108,7 +1140,7 @@ static uint32_t gltf_texture_log2(uint32_t side)
 
 // A swizzled format-1 texture with every level down to 4 x 4, each level scaled from the
 // source with the Lanczos filter and mapped to the nearest of the quantised palette colours.
-static void gltf_make_texture(gltf_ctx* c, gltf_import_texture* out, const bitmap* source)
+static void gltf_make_texture(gltf_ctx* c, gltf_import_texture* out, const bitmap* source, uint32_t mips)
 {
     xmemarena* arena = c->arena;
     xmemarena* tmp = c->tmp;
@@ -1120,8 +1152,8 @@ static void gltf_make_texture(gltf_ctx* c, gltf_import_texture* out, const bitma
     t->linear = 0;
     t->log2_w = lw;
     t->log2_h = lh;
-    t->min_log2_w = GLTF_IMPORT_MIN_TEXTURE_LOG2;
-    t->min_log2_h = GLTF_IMPORT_MIN_TEXTURE_LOG2;
+    t->min_log2_w = mips ? GLTF_IMPORT_MIN_TEXTURE_LOG2 : lw;
+    t->min_log2_h = mips ? GLTF_IMPORT_MIN_TEXTURE_LOG2 : lh;
     const uint32_t slots = n3d_mip_slot_count(lw, lh, t->min_log2_w, t->min_log2_h);
     t->mips = (void**)xmemarena_push_record(arena, sizeof(void*) * slots);
     t->colors_count = N3D_PALETTE_COLORS;
@@ -1181,16 +1213,22 @@ static bool gltf_convert_textures(gltf_ctx* c, const gltf_out* out)
             source = {(uint8_t*)g.image.data(), BITMAP_SRGB | BITMAP_CHANNELS_4, (uint32_t)g.width * 4,
                       (uint32_t)g.width, (uint32_t)g.height};
         } else {
-            const uint32_t side = 1u << GLTF_IMPORT_FLAT_TEXTURE_LOG2;
+            // cells without a colour stay black; one level only, so that no cell bleeds into another
+            const uint32_t side = 1u << GLTF_IMPORT_SWATCH_LOG2, cell_side = side / GLTF_IMPORT_SWATCH_COLUMNS;
             bitmap_init(&source, c->tmp, side, side, BITMAP_SRGB | BITMAP_CHANNELS_4);
-            const vec4 rgba = {im.flat[0], im.flat[1], im.flat[2], 1.0f};
             for (uint32_t y = 0; y < side; y++)
-                for (uint32_t x = 0; x < side; x++)
+                for (uint32_t x = 0; x < side; x++) {
+                    const size_t cell = (y / cell_side) * GLTF_IMPORT_SWATCH_COLUMNS + x / cell_side;
+                    vec4 rgba = {0, 0, 0, 1};
+                    if (cell < im.cells.size())
+                        vec4_set(rgba, im.cells[cell][0], im.cells[cell][1], im.cells[cell][2], 1.0f);
                     bitmap_encode_pixel(bitmap_pixel(&source, x, y), source.flags, rgba);
+                }
+            tex.source = im.source + " (" + std::to_string(im.cells.size()) + ")";
         }
         tex.source_width = source.width;
         tex.source_height = source.height;
-        gltf_make_texture(c, &tex, &source);
+        gltf_make_texture(c, &tex, &source, im.gltf_image >= 0);
         xmemarena_set_sp(c->tmp, mark);
         c->result->textures.push_back(tex);
     }
@@ -1265,7 +1303,12 @@ static bool gltf_convert(gltf_ctx* c)
     if (!gltf_convert_nodes(c, &out, d) || !gltf_convert_skins(c, d) || !gltf_convert_cameras(c, d))
         return false;
     gltf_assemble(c, &out, d);
-    return gltf_convert_textures(c, &out);
+    if (!gltf_convert_textures(c, &out))
+        return false;
+    if (c->result->textures.size() > REEL_SHADE_TABLE_CACHE_MAX)
+        gltf_note(c, "%zu textures: the animated 3D scene lights at most %u different textures in one run",
+                  c->result->textures.size(), REEL_SHADE_TABLE_CACHE_MAX);
+    return true;
 }
 
 // ---- loading ----

@@ -8,9 +8,10 @@
 //   channels are left out;
 // - more than four joints per vertex (JOINTS_1, ...): the four largest weights are kept and
 //   scaled to sum to 1; joint indices above 255 are refused;
-// - a material without a base-colour texture, a primitive without a material and an image that
-//   could not be loaded each get a 4 x 4 texture of the material's base colour factor (white
-//   for the default material);
+// - materials without a base-colour texture (or whose image could not be loaded, or is not
+//   glTF's own) and primitives without a material (glTF's default material, white) share one
+//   swatch texture: each distinct base colour factor gets a cell, and the primitives' texture
+//   coordinates all point into the middle of their material's cell;
 // - CUBICSPLINE samplers are resampled into linear keys, GLTF_IMPORT_SPLINE_STEPS per segment;
 // - rotation keys are made unit length and each is negated where that brings it to the same
 //   side as the key before (the same rotation, but the renderer's slerp takes no shortest path
@@ -39,7 +40,10 @@ constexpr float GLTF_IMPORT_MIN_ZNEAR = 0.25f;
 constexpr uint32_t GLTF_IMPORT_SPLINE_STEPS = 4;
 constexpr uint32_t GLTF_IMPORT_MAX_TEXTURE_LOG2 = 8;  // swizzled textures are at most 256 x 256
 constexpr uint32_t GLTF_IMPORT_MIN_TEXTURE_LOG2 = 2;
-constexpr uint32_t GLTF_IMPORT_FLAT_TEXTURE_LOG2 = 2;  // the 4 x 4 textures of untextured materials
+// Untextured materials share one swatch texture of 16 x 16 cells of 4 x 4 texels.
+constexpr uint32_t GLTF_IMPORT_SWATCH_LOG2 = 6;
+constexpr uint32_t GLTF_IMPORT_SWATCH_COLUMNS = 16;
+constexpr uint32_t GLTF_IMPORT_SWATCH_CELLS = GLTF_IMPORT_SWATCH_COLUMNS * GLTF_IMPORT_SWATCH_COLUMNS;
 constexpr uint32_t GLTF_IMPORT_MAX_JOINT = 255;       // joints are stored as bytes
 
 struct gltf_import_options {

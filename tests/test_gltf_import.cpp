@@ -422,11 +422,46 @@ TEST(gltf_import, every_corner_has_the_attributes_phong_drawing_needs)
         EXPECT_FLOAT_EQ(v->t_xyz[k * 3 + 0], 1.0f);
         EXPECT_FLOAT_EQ(v->b_xyz[k * 3 + 1], 1.0f);
     }
-    // no material: the default one, with a white texture named after the model
+}
+
+TEST(gltf_import, untextured_materials_share_one_swatch_with_a_cell_per_colour)
+{
+    buffer_builder b;
+    b.floats(TRIANGLE);
+    // materials 0 and 2 are the same red, 1 is green; the last primitive has no material (white)
+    const std::string rest =
+        "\"materials\":[{\"pbrMetallicRoughness\":{\"baseColorFactor\":[1,0,0,1]}},"
+        "{\"pbrMetallicRoughness\":{\"baseColorFactor\":[0,1,0,1]}},{\"pbrMetallicRoughness\":{\"baseColorFactor\":[1,0,0,1]}}],"
+        "\"meshes\":[{\"primitives\":[{\"material\":0,\"attributes\":{\"POSITION\":0}},"
+        "{\"material\":1,\"attributes\":{\"POSITION\":0}},{\"material\":2,\"attributes\":{\"POSITION\":0}},"
+        "{\"attributes\":{\"POSITION\":0}}]}],\"nodes\":[{\"mesh\":0}]";
+    imported m;
+    import_text(&m, model(b, accessor(0, 3, "VEC3"), rest));
+    ASSERT_EQ(m.status, 0) << m.error;
     ASSERT_EQ(m.result.textures.size(), 1u);
-    EXPECT_EQ(m.result.textures[0].resource, "m_default.tmap");
-    EXPECT_STREQ(m.result.datapack.images[0].name, "m_default");
-    EXPECT_EQ(((uint16_t*)m.result.textures[0].texture.palette)[0], 0xFFFF);
+    EXPECT_EQ(m.result.textures[0].resource, "m_colors.tmap");
+    const mad_datapack* d = &m.result.datapack;
+    ASSERT_EQ(d->image_count, 1u);
+    EXPECT_STREQ(d->images[0].name, "m_colors");
+    ASSERT_EQ(d->material_count, 4u);  // three of the file and the default one
+    const n3d_texture* t = &m.result.textures[0].texture;
+    EXPECT_EQ(t->log2_w, GLTF_IMPORT_SWATCH_LOG2);
+    EXPECT_EQ(t->min_log2_w, t->log2_w);  // one level: no cell bleeds into another
+    // each primitive's corners all sit in the middle of one 4 x 4 cell: cells 0 (red), 1
+    // (green), 0 again and 2 (white), in the order the colours were first met
+    const uint16_t expect[4] = {0xFC00, 0x83E0, 0xFC00, 0xFFFF};
+    for (uint32_t p = 0; p < 4; p++) {
+        const n3d_vertices* v = &d->meshes[0].primitives[p].vertices;
+        EXPECT_EQ(d->meshes[0].primitives[p].material, &d->materials[p < 3 ? p : 3]);
+        for (uint32_t k = 0; k < 3; k++) {
+            const float u = v->uv0[k * 2], w = v->uv0[k * 2 + 1];
+            const uint32_t x = (uint32_t)(u * 64), y = (uint32_t)(w * 64);
+            EXPECT_EQ(x % 4, 2u);
+            EXPECT_EQ(y % 4, 2u);
+            const uint8_t texel = ((const uint8_t*)t->mips[0])[n3d_texel_index(t->format, t->log2_w, 1, x, y)];
+            EXPECT_EQ(((const uint16_t*)t->palette)[texel], expect[p]) << "primitive " << p;
+        }
+    }
 }
 
 // ---- the Debian sample models ----
