@@ -53,7 +53,9 @@ struct madgen_mesh {
 template <typename Surface>
 void madgen_revolve(madgen_mesh* m, uint32_t rings, uint32_t sides, bool inward, Surface surface)
 {
-    const uint32_t corners[6][2] = {{0, 0}, {0, 1}, {1, 1}, {0, 0}, {1, 1}, {1, 0}};
+    // (ring, side) corners: rings run down from the top and sides round y, so this order is
+    // counter-clockwise seen from outside
+    const uint32_t corners[6][2] = {{0, 0}, {1, 1}, {0, 1}, {0, 0}, {1, 0}, {1, 1}};
     for (uint32_t r = 0; r < rings; r++)
         for (uint32_t s = 0; s < sides; s++)
             for (uint32_t k = 0; k < 6; k++) {
