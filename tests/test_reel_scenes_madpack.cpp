@@ -3,6 +3,7 @@
 // light, the fly camera and its key, the shade-table cache, the two draw passes and the exits.
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,7 +12,9 @@
 #include <string>
 #include <vector>
 
+#include "gltf_import.h"
 #include "mad.h"
+#include "n3d_io.h"
 #include "scene_fixture.h"
 
 namespace {
@@ -446,6 +449,56 @@ TEST_F(madpack_fixture, a_row_without_argument_text_is_fatal_at_its_first_call)
 {
     load("video_madpack", nullptr);
     EXPECT_EXIT(pass(REEL_PASS_UPDATE, 0.0f), testing::ExitedWithCode(1), "needs its argument text");
+}
+
+// ---- the example model, written by reel_madgen and imported ----
+
+// The example show's model as the build makes it: every pixel of every frame is drawn (the sky
+// fills what the lit pass leaves), and the moon shows only while the second animation runs.
+TEST_F(madpack_fixture, generated_example_imports_and_covers_the_screen)
+{
+    const std::string dir = std::string(REEL_TEST_OUTPUT_DIR) + "/madgen";
+    ASSERT_EQ(system((std::string(REEL_TOOLS_DIR) + "/reel_madgen " + dir + " > /dev/null").c_str()), 0);
+    gltf_import_result imported;
+    std::string error;
+    const gltf_import_options options = {"madpack", 4096, 1};
+    ASSERT_EQ(gltf_import_file(&imported, engine.arena, engine.tmp_arena, (dir + "/madpack.gltf").c_str(), &options,
+                               &error),
+              0)
+        << error;
+    mad_datapack* pack = &imported.datapack;
+    EXPECT_NE(pack->nodes[mad_find_node(pack, "totem")].skin, nullptr);
+    for (gltf_import_texture& t : imported.textures)
+        add(REEL_KIND_TEXTURE, t.resource.c_str(), &t.texture);
+    // the sky as the example's later pack gives it: direct colour, for the special node
+    add(REEL_KIND_TEXTURE, "madpack_sky.tmap", n3d_texture_file_load(engine.arena, (dir + "/madpack_sky.tmap").c_str()));
+    add(REEL_KIND_MADPACK, "madpack.mad", pack);
+
+    std::vector<uint16_t> frames[2];
+    const char* rows[2] = {"madpack.mad,0,1,main,camera,sky,moon,0", "madpack.mad,0,1,main,camera,sky,moon,extra"};
+    for (uint32_t r = 0; r < 2; r++) {
+        n3d_framebuffer_clear(ctx.video->framebuffer);  // every pixel 0x8000
+        start(rows[r]);
+        update(4.0f);
+        EXPECT_EQ(pixels_of(video(), 0x8000).count, 0u) << rows[r];
+        frames[r].assign(video(), video() + 512 * 240);
+    }
+    EXPECT_NE(frames[0], frames[1]) << "the moon shows with the second animation";
+}
+
+TEST(madpack_generator, answers_like_a_unix_tool)
+{
+    const std::string tool = std::string(REEL_TOOLS_DIR) + "/reel_madgen";
+    const std::string blocked = std::string(REEL_TEST_OUTPUT_DIR) + "/a_file";
+    ASSERT_EQ(system(("mkdir -p " + std::string(REEL_TEST_OUTPUT_DIR) + " && touch " + blocked).c_str()), 0);
+    const struct {
+        std::string args;
+        int status;
+    } cases[] = {{"--help", 0}, {"", 2}, {"one two", 2}, {"--bogus", 2}, {blocked + "/below", 1}};
+    for (const auto& c : cases) {
+        const int status = system((tool + " " + c.args + " > /dev/null 2>&1").c_str());
+        EXPECT_EQ(WEXITSTATUS(status), c.status) << c.args;
+    }
 }
 
 }  // namespace

@@ -333,8 +333,14 @@ int main(int argc, char** argv)
     if (argc != 2 || argv[1][0] == '-')
         return madgen_usage(stderr);
     const std::string dir = argv[1];
-    if (mkdir(dir.c_str(), 0777) != 0 && errno != EEXIST)
-        return madgen_fail(dir.c_str());
+    // the folder and any missing parents
+    for (size_t slash = dir.find('/', 1); ; slash = dir.find('/', slash + 1)) {
+        const std::string part = dir.substr(0, slash);
+        if (mkdir(part.c_str(), 0777) != 0 && errno != EEXIST)
+            return madgen_fail(part.c_str());
+        if (slash == std::string::npos)
+            break;
+    }
 
     madgen_model m;
     m.gltf = {{"asset", {{"version", "2.0"}, {"generator", "reel_madgen"}}}, {"scene", 0}};
