@@ -445,6 +445,16 @@ TEST_F(madpack_fixture, missing_or_wrong_textures_end_the_process_with_their_mes
     }
 }
 
+TEST_F(madpack_fixture, special_node_without_material_in_a_datapack_without_textures_is_fatal)
+{
+    // only the special node has a mesh, and no material: the table is empty, slot 0 does not exist
+    data.nodes[1].mesh = nullptr, data.nodes[4].mesh = nullptr;
+    data.special_primitives[0].material = nullptr;
+    load("video_madpack", ARGS);
+    EXPECT_EQ(state()->texture_count, 0u);
+    EXPECT_EXIT(pass(REEL_PASS_UPDATE, 0.0f), testing::ExitedWithCode(1), "scene_video_madpack(.|\n)*failed get texture!\n");
+}
+
 TEST_F(madpack_fixture, a_row_without_argument_text_is_fatal_at_its_first_call)
 {
     load("video_madpack", nullptr);
