@@ -20,7 +20,7 @@ static const char* const REEL_MADPACK_FILE = "src/reel_scenes";
 constexpr float REEL_MADPACK_DEGREES_TO_RADIANS = 0.017453292f;
 constexpr float REEL_MADPACK_FLY_FOV_Y = 0.7853982f;  // pi / 4
 constexpr float REEL_MADPACK_FLY_NEAR_PLANE = 0.5f;
-constexpr float REEL_MADPACK_FLY_DT = 1.0f / 60.0f;  // the show steps the fly camera per frame, not per second
+constexpr float REEL_MADPACK_FLY_DT = 1.0f / 60.0f;  // one displayed frame, however often update passes come
 constexpr uint32_t REEL_MADPACK_KEY_FLY_CAMERA = '2';
 constexpr float REEL_MADPACK_SPECIAL_SCALE = 0.2f;
 
