@@ -35,3 +35,20 @@ void scene_overlay_clut_set1_pulsate(reel_scene* scene, reel_run_context* ctx);
 void scene_overlay_clut_set1_pulsate_parse_args(reel_scene* scene, reel_parse_context* ctx);
 void scene_overlay_palette_animation(reel_scene* scene, reel_run_context* ctx);
 void scene_overlay_palette_animation_parse_args(reel_scene* scene, reel_parse_context* ctx);
+
+// Overlay scenes: run-length images, stencils, starfield, strokes, heal, scale and load
+// progress (reel_scenes_overlay.cpp).
+void scene_overlay_load_progress(reel_scene* scene, reel_run_context* ctx);
+void scene_overlay_stencil_animation(reel_scene* scene, reel_run_context* ctx);
+void scene_overlay_rle_image(reel_scene* scene, reel_run_context* ctx);
+void scene_overlay_rle_image_parse_args(reel_scene* scene, reel_parse_context* ctx);
+void scene_overlay_stencil_set(reel_scene* scene, reel_run_context* ctx);
+void scene_overlay_stencil_set_parse_args(reel_scene* scene, reel_parse_context* ctx);
+void scene_overlay_heal(reel_scene* scene, reel_run_context* ctx);
+void scene_overlay_heal_parse_args(reel_scene* scene, reel_parse_context* ctx);
+void scene_overlay_scale(reel_scene* scene, reel_run_context* ctx);
+void scene_overlay_scale_parse_args(reel_scene* scene, reel_parse_context* ctx);
+void scene_overlay_stroke(reel_scene* scene, reel_run_context* ctx);
+void scene_overlay_stroke_parse_args(reel_scene* scene, reel_parse_context* ctx);
+void scene_overlay_starfield(reel_scene* scene, reel_run_context* ctx);
+void scene_overlay_starfield_parse_args(reel_scene* scene, reel_parse_context* ctx);

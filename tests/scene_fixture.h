@@ -41,6 +41,8 @@ struct scene_fixture : testing::Test {
         xmemarena_init(&engine.arena_record, "reel_arena", 16u << 20, m + (24u << 20));
         xmemarena_init(&engine.tmp_arena_record, "reel_tmp_arena", 8u << 20, m + (40u << 20));
         engine.arena = &engine.arena_record, engine.tmp_arena = &engine.tmp_arena_record;
+        engine.star_count = REEL_STAR_COUNT;  // the star array the engine makes at start-up
+        engine.stars = (uint8_t*)xmemarena_push_record(engine.arena, (uint64_t)REEL_STAR_COUNT * REEL_STAR_BYTES);
         display_init(&display, &platform);  // also puts the grey ramps back into the live tables
         const auto index8 = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8;
         const display_plane& o = display.overlay;
