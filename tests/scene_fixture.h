@@ -14,6 +14,23 @@
 #include "reel.h"
 #include "reel_scenes.h"
 
+// A reel_image over a linear index8 texture of 2^log2_w x 2^log2_h texels (format 3 unless
+// given), its visible rectangle w x h; texel(x, y) sets the texels.
+struct scene_test_image {
+    std::vector<uint8_t> texels, tables = std::vector<uint8_t>(256 * 33);
+    void* mips[1];
+    reel_image image;
+    scene_test_image(uint32_t log2_w, uint32_t log2_h, uint32_t w, uint32_t h,
+                     N3D_TEXEL_FORMAT format = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8)
+        : texels((size_t)1 << (log2_w + log2_h))
+    {
+        mips[0] = texels.data();
+        image = {w, h, {format, 1, log2_w, log2_h, log2_w, log2_h, mips, 256, 32, tables.data(), tables.data() + 256}};
+    }
+    scene_test_image(const scene_test_image&) = delete;
+    uint8_t& texel(uint32_t x, uint32_t y) { return texels[((size_t)y << image.texture.log2_w) + x]; }
+};
+
 struct scene_fixture : testing::Test {
     std::vector<uint8_t> memory = std::vector<uint8_t>(48u << 20);
     xmemarena platform, demo;
