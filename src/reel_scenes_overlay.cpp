@@ -25,13 +25,16 @@ constexpr double REEL_STENCIL_BOB_ROWS = 10.0;       // the stencil animation bo
 
 // ---- argument arrays and checks ----
 
-// The binding array, at least `count` long. A shorter array is replaced, not copied: every caller
-// then stores all `count` slots.
+// The binding array, at least `count` long. A shorter array is replaced by a longer copy, since
+// parsers store their values in the order of the argument text, not slot by slot.
 template <typename T>
 static T* reel_overlay_slots(T** array, uint32_t* have, xmemarena* arena, uint32_t count)
 {
     if (*have < count) {
-        *array = (T*)xmemarena_push_align(arena, count * sizeof(T), alignof(T));
+        T* longer = (T*)xmemarena_push_align(arena, count * sizeof(T), alignof(T));
+        if (*have)
+            memcpy((void*)longer, (const void*)*array, *have * sizeof(T));
+        *array = longer;
         *have = count;
     }
     return *array;
