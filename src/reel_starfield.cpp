@@ -1,6 +1,7 @@
-// Starfield state, respawning and drawing. Per star the frame costs a rotation, a division and
-// an append to its level's list; the lists live in a node pool and pair buffer sized once for
-// the worst case and reset by counters, so drawing allocates nothing.
+// Starfield state, respawning and drawing. A frame first projects every star, four at a time
+// and without branches, then walks the results in star order to respawn, hide and sort them
+// into their levels' lists; the lists live in a node pool and pair buffer sized once for the
+// worst case and reset by counters, so drawing allocates nothing.
 #include "reel_starfield.h"
 
 #include <bit>
@@ -53,6 +54,8 @@ void reel_starfield_init(reel_starfield* sf, uint32_t log2_star_count, reel_star
     sf->node_pool = (reel_star_node*)xmemarena_push_align(arena, (uint64_t)nodes * sizeof(reel_star_node), 16);
     sf->level_heads = (reel_star_node**)xmemarena_push_align(arena, levels * sizeof(reel_star_node*), 16);
     sf->level_tails = (reel_star_node**)xmemarena_push_align(arena, levels * sizeof(reel_star_node*), 16);
+    sf->projected = (uint32_t*)xmemarena_push_align(arena, (uint64_t)n * sizeof(uint32_t), 32);
+    sf->level16 = (uint16_t*)xmemarena_push_align(arena, (uint64_t)n * sizeof(uint16_t), 32);
     sf->scale = REEL_STARFIELD_SCALE;
     sf->near_plane = REEL_STARFIELD_NEAR;
     sf->far_plane = 3.0f * REEL_STARFIELD_SCALE;
@@ -112,18 +115,73 @@ static inline void reel_starfield_append(reel_starfield* sf, uint32_t k, uint16_
     tail->pairs[tail->pair_count++] = {px, py};
 }
 
-// Transforms, culls and sorts every star into its level; one variant per optional input.
-template <bool Stencil, bool Image>
-static void reel_starfield_sort(reel_starfield* sf, int32_t w, int32_t h)
+// Four lanes of floats and of 32-bit integers: the projection runs on four stars at a time.
+typedef float reel_starfield_v4f __attribute__((vector_size(16)));
+typedef int32_t reel_starfield_v4i __attribute__((vector_size(16)));
+
+// roundf (halves away from zero) of lanes in (-0.5, 2^23), without a call into the maths
+// library: the fraction left after truncating is exact in float.
+static inline reel_starfield_v4i reel_starfield_round4(reel_starfield_v4f v)
 {
+    const reel_starfield_v4i i = __builtin_convertvector(v, reel_starfield_v4i);
+    const reel_starfield_v4f fraction = v - __builtin_convertvector(i, reel_starfield_v4f);
+    return i - (fraction >= 0.5f);  // a true comparison is -1 in every bit
+}
+
+// Transforms and projects every star, four at a time and with no branches, into its pixel (or
+// culled) and its brightness. Lanes outside the view or the frame are masked to 0 before any
+// conversion, so nothing out of range is ever converted. Frames whose width or height exceed
+// 16 bits are not drawn (the pixel pairs are 16-bit).
+static void reel_starfield_project(reel_starfield* sf, int32_t w, int32_t h)
+{
+    typedef reel_starfield_v4f v4f;
+    typedef reel_starfield_v4i v4i;
     const float inv_range = 1.0f / (sf->far_plane - sf->near_plane);
-    const float cx = (float)(w / 2), cy = (float)(h / 2);
     const float fx = sf->focal_length * sf->aspect, fy = sf->focal_length;
     const float cos_yaw = cosf(sf->yaw), sin_yaw = sinf(sf->yaw);
     const float cos_pitch = cosf(sf->pitch), sin_pitch = sinf(sf->pitch);
     const float near_plane = sf->near_plane, far_plane = sf->far_plane;
-    const float ox = (float)sf->x_offset + cx, oy = (float)sf->y_offset + cy;
-    const float fw = (float)w, fh = (float)h;
+    const float ox = (float)sf->x_offset + (float)(w / 2), oy = (float)sf->y_offset + (float)(h / 2);
+    // round(v) lies in [0, W) exactly when v lies in (-0.5, W - 0.5)
+    const float x_end = (float)w - 0.5f, y_end = (float)h - 0.5f;
+    const reel_star* stars = sf->stars;
+    const uint32_t n = 1u << sf->log2_star_count;
+    for (uint32_t i = 0; i < n; i += 4) {
+        v4f dx, dy, dz;
+        for (uint32_t k = 0; k < 4; k++) {  // fields of up to four stars; the last repeats for n < 4
+            const reel_star* s = &stars[i + k < n ? i + k : n - 1];
+            dx[k] = s->x - sf->camera[0], dy[k] = s->y - sf->camera[1], dz[k] = s->z - sf->camera[2];
+        }
+        const v4f x1 = dx * cos_yaw + dz * sin_yaw;
+        const v4f z1 = -dx * sin_yaw + dz * cos_yaw;
+        const v4f y2 = dy * cos_pitch - z1 * sin_pitch;
+        const v4f z2 = dy * sin_pitch + z1 * cos_pitch;
+        const v4f vx = ox + fx * x1 / z2, vy = oy + fy * y2 / z2;
+        // NaN fails every test
+        const v4i inside = (z2 >= near_plane) & (z2 <= far_plane) & (vx > -0.5f) & (vx < x_end) & (vy > -0.5f) &
+                           (vy < y_end);
+        const v4i px = reel_starfield_round4((v4f)((v4i)vx & inside));
+        const v4i py = reel_starfield_round4((v4f)((v4i)vy & inside));
+        const v4f depth = (z2 - near_plane) * inv_range;
+        const v4f b = 1.0f - (depth - REEL_STARFIELD_FADE_START) / REEL_STARFIELD_FADE_RANGE;
+        const v4f b2 = b * b;
+        v4f bright = b2 * b2 * b;
+        bright = bright < 0.0f ? 0.0f : bright;
+        bright = bright > 1.0f ? 1.0f : bright;
+        const v4i level = reel_starfield_round4((v4f)((v4i)(bright * REEL_STARFIELD_BRIGHT_ONE) & inside));
+        const v4i packed = ((py << 16) | px) | ~inside;  // culled lanes become all ones
+        for (uint32_t k = 0; k < 4 && i + k < n; k++) {
+            sf->projected[i + k] = (uint32_t)packed[k];
+            sf->level16[i + k] = (uint16_t)level[k];
+        }
+    }
+}
+
+// Respawns culled stars (in star order, so the random stream is the same as placing them one at
+// a time), drops hidden ones and sorts the rest into their levels; one variant per optional input.
+template <bool Stencil, bool Image>
+static void reel_starfield_sort(reel_starfield* sf)
+{
     const uint32_t level_shift = REEL_STARFIELD_BRIGHT_BITS - sf->log2_levels;
     const uint32_t last_level = (1u << sf->log2_levels) - 1;
     const uint32_t* stencil_bits = Stencil ? sf->stencil->bits : nullptr;
@@ -132,35 +190,18 @@ static void reel_starfield_sort(reel_starfield* sf, int32_t w, int32_t h)
     const uint32_t texel_shift = Image ? sf->image->texture.log2_w : 0;
     const uint32_t n = 1u << sf->log2_star_count;
     for (uint32_t i = 0; i < n; i++) {
-        const reel_star* s = &sf->stars[i];
-        const float dx = s->x - sf->camera[0], dy = s->y - sf->camera[1], dz = s->z - sf->camera[2];
-        const float x1 = dx * cos_yaw + dz * sin_yaw;
-        const float z1 = -dx * sin_yaw + dz * cos_yaw;
-        const float y2 = dy * cos_pitch - z1 * sin_pitch;
-        const float z2 = dy * sin_pitch + z1 * cos_pitch;
-        if (z2 < near_plane || z2 > far_plane) {
+        const uint32_t p = sf->projected[i];
+        if (p == REEL_STARFIELD_CULLED) {
             if (sf->respawn)
                 reel_starfield_reset_star(sf, i);
             continue;
         }
-        // compared as rounded floats, so no value outside the frame is ever converted
-        const float rx = roundf(ox + fx * x1 / z2), ry = roundf(oy + fy * y2 / z2);
-        if (!(rx >= 0.0f && rx < fw && ry >= 0.0f && ry < fh)) {
-            if (sf->respawn)
-                reel_starfield_reset_star(sf, i);
-            continue;
-        }
-        const uint32_t px = (uint32_t)rx, py = (uint32_t)ry;
+        const uint32_t px = p & 0xFFFF, py = p >> 16;
         if constexpr (Stencil) {
             if ((stencil_bits[py * stencil_words + (px >> 5)] << (px & 31)) & 0x80000000u)
                 continue;  // hidden, not respawned
         }
-        const float depth = (z2 - near_plane) * inv_range;
-        const float b = 1.0f - (depth - REEL_STARFIELD_FADE_START) / REEL_STARFIELD_FADE_RANGE;
-        const float b2 = b * b;
-        float bright = b2 * b2 * b;
-        bright = bright < 0.0f ? 0.0f : (bright > 1.0f ? 1.0f : bright);
-        const uint32_t level16 = (uint32_t)roundf(bright * REEL_STARFIELD_BRIGHT_ONE);
+        const uint32_t level16 = sf->level16[i];
         if constexpr (Image) {
             if ((level16 >> REEL_STARFIELD_THRESHOLD_SHIFT) <= texels[(py << texel_shift) + px])
                 continue;
@@ -204,12 +245,13 @@ void reel_starfield_draw_i8(reel_starfield* sf, n3d_framecontext* fc, reel_engin
     memset(sf->level_tails, 0, levels * sizeof(reel_star_node*));
     sf->pairs_used = 0;
     sf->nodes_used = 0;
+    if (fb->width > 0xFFFF || fb->height > 0xFFFF)
+        return;
+    reel_starfield_project(sf, fb->width, fb->height);
     if (sf->stencil)
-        sf->image ? reel_starfield_sort<true, true>(sf, fb->width, fb->height)
-                  : reel_starfield_sort<true, false>(sf, fb->width, fb->height);
+        sf->image ? reel_starfield_sort<true, true>(sf) : reel_starfield_sort<true, false>(sf);
     else
-        sf->image ? reel_starfield_sort<false, true>(sf, fb->width, fb->height)
-                  : reel_starfield_sort<false, false>(sf, fb->width, fb->height);
+        sf->image ? reel_starfield_sort<false, true>(sf) : reel_starfield_sort<false, false>(sf);
     if (fb->format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8)
         reel_starfield_write<uint8_t>(sf, fb, fc->coverage[0]);
     else if (fb->format == N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555)

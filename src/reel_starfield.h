@@ -15,7 +15,8 @@
 constexpr uint64_t REEL_STARFIELD_SEED_STATE = 0x853c49e6748fea9bull;
 constexpr uint64_t REEL_STARFIELD_SEED_INCREMENT = 0xda3e39cb94b95bdbull;
 constexpr uint32_t REEL_STARFIELD_PAIRS_PER_NODE = 8;
-constexpr uint32_t REEL_STARFIELD_MAX_LOG2_LEVELS = 15;  // levels come from the top bits of a 15-bit brightness
+constexpr uint32_t REEL_STARFIELD_MAX_LOG2_LEVELS = 15;  // levels are the top bits of a 15-bit brightness
+constexpr uint32_t REEL_STARFIELD_CULLED = 0xFFFFFFFFu;  // outside the view volume or the frame
 
 struct reel_star {
     float x, y, z;
@@ -63,6 +64,8 @@ struct reel_starfield {
     const n3d_coverage_buffer* stencil;  // or null
     const reel_image* image;             // or null
     int32_t x_offset, y_offset;
+    uint32_t* projected;  // per star, each frame: py << 16 | px, or REEL_STARFIELD_CULLED
+    uint16_t* level16;    // per star, each frame: brightness 0 to 32767
 };
 
 // Checks that last - first + 1 is a power of two (fatal otherwise), then reel_starfield_init.
