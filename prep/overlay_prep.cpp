@@ -67,15 +67,23 @@ static uint32_t prep_png_chunks(reel_palette* palette, uint32_t* color_type, xme
     return 1;
 }
 
-uint32_t prep_png_palette(reel_palette* palette, xmemarena* arena, const char* path, const char** why)
+// The same, for a file read whole into arena.
+static uint32_t prep_png_file_chunks(reel_palette* palette, uint32_t* color_type, xmemarena* arena, const char* path,
+                                     const char** why)
 {
     uint64_t size = 0;
+    errno = 0;
     auto* data = (const uint8_t*)file_read_arena(path, arena, &size);
     if (!data)
         return *why = strerror(errno ? errno : ENOENT), 0;
+    return prep_png_chunks(palette, color_type, arena, data, size, why);
+}
+
+uint32_t prep_png_palette(reel_palette* palette, xmemarena* arena, const char* path, const char** why)
+{
     uint32_t color_type = 0;
     reel_palette found;
-    if (!prep_png_chunks(&found, &color_type, arena, data, size, why))
+    if (!prep_png_file_chunks(&found, &color_type, arena, path, why))
         return 0;
     if (color_type == PREP_PNG_COLOR_TYPE_INDEXED && found.count > 0) {
         *palette = found;
@@ -104,12 +112,8 @@ static uint32_t prep_first_transparent(const reel_palette* palette)
 
 uint32_t prep_load_indexed_png(prep_index_picture* picture, xmemarena* arena, const char* path, const char** why)
 {
-    uint64_t size = 0;
-    auto* data = (const uint8_t*)file_read_arena(path, arena, &size);
-    if (!data)
-        return *why = strerror(errno ? errno : ENOENT), 0;
     uint32_t color_type = 0;
-    if (!prep_png_chunks(&picture->palette, &color_type, arena, data, size, why))
+    if (!prep_png_file_chunks(&picture->palette, &color_type, arena, path, why))
         return 0;
     if (color_type != PREP_PNG_COLOR_TYPE_INDEXED || picture->palette.count == 0)
         return *why = "not an indexed PNG (give a palette to map its colours onto)", 0;

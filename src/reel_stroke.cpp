@@ -63,14 +63,22 @@ void reel_stroke_init(reel_stroke* stroke, const reel_image* image, xmemarena* a
     n2d_cb_clear(&stroke->masks[1]);
 }
 
+// Swaps the reveal masks and makes the current one the shape's texels from low to high. All
+// of the mask's rows, not only those the frame shows: a mask placed above the frame's top
+// must not bring rows of an older frame into view.
+static const n3d_coverage_buffer* reel_stroke_mask(reel_stroke* stroke, int32_t low, int32_t high)
+{
+    std::swap(stroke->masks[0], stroke->masks[1]);
+    n3d_coverage_buffer* mask = &stroke->masks[0];
+    n2d_cb_from_texture_i8_range(mask, &stroke->shape, &stroke->image->texture, low, high, 0, (int32_t)mask->height);
+    return mask;
+}
+
 void reel_stroke_draw(reel_stroke* stroke, int32_t level, uint8_t color, n3d_framebuffer* fb,
                       n3d_coverage_buffer* coverage, int32_t x, int32_t y, int32_t first_row, int32_t row_count)
 {
     const int32_t threshold = reel_stroke_threshold(level);
-    std::swap(stroke->masks[0], stroke->masks[1]);
-    n3d_coverage_buffer* mask = &stroke->masks[0];
-    n2d_cb_from_texture_i8_range(mask, &stroke->shape, &stroke->image->texture, REEL_STROKE_FIRST_TEXEL, threshold, 0,
-                                 (int32_t)mask->height);
+    const n3d_coverage_buffer* mask = reel_stroke_mask(stroke, REEL_STROKE_FIRST_TEXEL, threshold);
     n2d_fb_i8_and_cb_mask_fill_if_cb0(fb, coverage, x, y, color, mask, first_row, row_count);
 }
 
@@ -78,9 +86,6 @@ void reel_stroke_erase(reel_stroke* stroke, int32_t level, n3d_framebuffer* fb, 
                        const n3d_framebuffer* src, int32_t x, int32_t y, int32_t first_row, int32_t row_count)
 {
     const int32_t threshold = reel_stroke_threshold(level);
-    std::swap(stroke->masks[0], stroke->masks[1]);
-    n3d_coverage_buffer* mask = &stroke->masks[0];
-    n2d_cb_from_texture_i8_range(mask, &stroke->shape, &stroke->image->texture, threshold, REEL_STROKE_LAST_TEXEL, 0,
-                                 (int32_t)mask->height);
+    const n3d_coverage_buffer* mask = reel_stroke_mask(stroke, threshold, REEL_STROKE_LAST_TEXEL);
     n2d_fb_i8_and_cb_mask_copy_if_cb0(fb, coverage, x, y, src, mask, first_row, row_count);
 }

@@ -31,6 +31,15 @@ struct scene_test_image {
     uint8_t& texel(uint32_t x, uint32_t y) { return texels[((size_t)y << image.texture.log2_w) + x]; }
 };
 
+// The row of the scene table with this name, or -1.
+inline int64_t scene_table_row(const char* name)
+{
+    for (uint32_t i = 0; i < reel_scene_table_count; i++)
+        if (strcmp(reel_scene_table[i].name, name) == 0)
+            return i;
+    return -1;
+}
+
 struct scene_fixture : testing::Test {
     std::vector<uint8_t> memory = std::vector<uint8_t>(48u << 20);
     xmemarena platform, demo;
