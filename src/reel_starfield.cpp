@@ -118,6 +118,7 @@ static inline void reel_starfield_append(reel_starfield* sf, uint32_t k, uint16_
 // Four lanes of floats and of 32-bit integers: the projection runs on four stars at a time.
 typedef float reel_starfield_v4f __attribute__((vector_size(16)));
 typedef int32_t reel_starfield_v4i __attribute__((vector_size(16)));
+typedef uint32_t reel_starfield_v4u __attribute__((vector_size(16)));
 
 // roundf (halves away from zero) of lanes in (-0.5, 2^23), without a call into the maths
 // library: the fraction left after truncating is exact in float.
@@ -136,6 +137,7 @@ static void reel_starfield_project(reel_starfield* sf, int32_t w, int32_t h)
 {
     typedef reel_starfield_v4f v4f;
     typedef reel_starfield_v4i v4i;
+    typedef reel_starfield_v4u v4u;
     const float inv_range = 1.0f / (sf->far_plane - sf->near_plane);
     const float fx = sf->focal_length * sf->aspect, fy = sf->focal_length;
     const float cos_yaw = cosf(sf->yaw), sin_yaw = sinf(sf->yaw);
@@ -169,9 +171,9 @@ static void reel_starfield_project(reel_starfield* sf, int32_t w, int32_t h)
         bright = bright < 0.0f ? 0.0f : bright;
         bright = bright > 1.0f ? 1.0f : bright;
         const v4i level = reel_starfield_round4((v4f)((v4i)(bright * REEL_STARFIELD_BRIGHT_ONE) & inside));
-        const v4i packed = ((py << 16) | px) | ~inside;  // culled lanes become all ones
+        const v4u packed = ((v4u)py << 16) | (v4u)px | ~(v4u)inside;  // culled lanes become all ones
         for (uint32_t k = 0; k < 4 && i + k < n; k++) {
-            sf->projected[i + k] = (uint32_t)packed[k];
+            sf->projected[i + k] = packed[k];
             sf->level16[i + k] = (uint16_t)level[k];
         }
     }
