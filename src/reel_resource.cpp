@@ -12,6 +12,7 @@
 
 #include "mad.h"
 #include "n3d_io.h"
+#include "reel_rle_image.h"
 
 static const char* const reel_kind_names[REEL_KIND_COUNT] = {
     "stencil", "texture", "palette_animation", "palette", "rle_image", "image", "madpack", "font", "blob", "raw",
@@ -132,9 +133,6 @@ uint8_t* reel_palette_animation_write(uint8_t* p, const reel_palette_animation* 
 
 // ---- run-length image (kind 4) ----
 
-constexpr uint8_t REEL_RLE_TRANSPARENT_RUN = 128;  // (128, n): n pixels left as they are
-constexpr uint8_t REEL_RLE_MAX_RUN = 127;
-
 // The drawer walks the data with no checks: every row must be a single 0 or runs of 1 to 127
 // pixels adding up to exactly the width, and the rows must use up the data exactly.
 static void reel_rle_image_check_rows(const stream_cursor* cur, const uint8_t* data, uint32_t size, uint32_t width,
@@ -156,8 +154,8 @@ static void reel_rle_image_check_rows(const stream_cursor* cur, const uint8_t* d
                 reel_resource_fail(cur, __LINE__, "reel_rle_image_read", "row %u: run at data offset %llu is cut off\n",
                                    row, (unsigned long long)pos);
             const uint32_t a = data[pos], b = data[pos + 1];
-            const uint32_t n = a == REEL_RLE_TRANSPARENT_RUN ? b : a;
-            if (a > REEL_RLE_TRANSPARENT_RUN || n == 0 || n > REEL_RLE_MAX_RUN)
+            const uint32_t n = a == REEL_RLE_SKIP ? b : a;
+            if (a > REEL_RLE_SKIP || n == 0 || n > REEL_RLE_MAX_RUN)
                 reel_resource_fail(cur, __LINE__, "reel_rle_image_read",
                                    "row %u: bad run (%u, %u) at data offset %llu\n",
                                    row, a, b, (unsigned long long)pos);

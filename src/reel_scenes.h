@@ -72,3 +72,19 @@ void reel_madpack_light_position(vec3 light, float seconds);
 // The fly camera and whether it replaces the camera node: one of each for the whole process.
 extern fly_camera reel_madpack_fly_camera;
 extern uint32_t reel_madpack_fly_mode;
+// Overlay scenes: run-length images, stencils, starfield, strokes, heal, scale and load
+// progress (reel_scenes_overlay.cpp).
+void scene_overlay_load_progress(reel_scene* scene, reel_run_context* ctx);
+void scene_overlay_stencil_animation(reel_scene* scene, reel_run_context* ctx);
+void scene_overlay_rle_image(reel_scene* scene, reel_run_context* ctx);
+void scene_overlay_rle_image_parse_args(reel_scene* scene, reel_parse_context* ctx);
+void scene_overlay_stencil_set(reel_scene* scene, reel_run_context* ctx);
+void scene_overlay_stencil_set_parse_args(reel_scene* scene, reel_parse_context* ctx);
+void scene_overlay_heal(reel_scene* scene, reel_run_context* ctx);
+void scene_overlay_heal_parse_args(reel_scene* scene, reel_parse_context* ctx);
+void scene_overlay_scale(reel_scene* scene, reel_run_context* ctx);
+void scene_overlay_scale_parse_args(reel_scene* scene, reel_parse_context* ctx);
+void scene_overlay_stroke(reel_scene* scene, reel_run_context* ctx);
+void scene_overlay_stroke_parse_args(reel_scene* scene, reel_parse_context* ctx);
+void scene_overlay_starfield(reel_scene* scene, reel_run_context* ctx);
+void scene_overlay_starfield_parse_args(reel_scene* scene, reel_parse_context* ctx);

@@ -14,6 +14,32 @@
 #include "reel.h"
 #include "reel_scenes.h"
 
+// A reel_image over a linear index8 texture of 2^log2_w x 2^log2_h texels (format 3 unless
+// given), its visible rectangle w x h; texel(x, y) sets the texels.
+struct scene_test_image {
+    std::vector<uint8_t> texels, tables = std::vector<uint8_t>(256 * 33);
+    void* mips[1];
+    reel_image image;
+    scene_test_image(uint32_t log2_w, uint32_t log2_h, uint32_t w, uint32_t h,
+                     N3D_TEXEL_FORMAT format = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8)
+        : texels((size_t)1 << (log2_w + log2_h))
+    {
+        mips[0] = texels.data();
+        image = {w, h, {format, 1, log2_w, log2_h, log2_w, log2_h, mips, 256, 32, tables.data(), tables.data() + 256}};
+    }
+    scene_test_image(const scene_test_image&) = delete;
+    uint8_t& texel(uint32_t x, uint32_t y) { return texels[((size_t)y << image.texture.log2_w) + x]; }
+};
+
+// The row of the scene table with this name, or -1.
+inline int64_t scene_table_row(const char* name)
+{
+    for (uint32_t i = 0; i < reel_scene_table_count; i++)
+        if (strcmp(reel_scene_table[i].name, name) == 0)
+            return i;
+    return -1;
+}
+
 struct scene_fixture : testing::Test {
     std::vector<uint8_t> memory = std::vector<uint8_t>(48u << 20);
     xmemarena platform, demo;
@@ -41,6 +67,8 @@ struct scene_fixture : testing::Test {
         xmemarena_init(&engine.arena_record, "reel_arena", 16u << 20, m + (24u << 20));
         xmemarena_init(&engine.tmp_arena_record, "reel_tmp_arena", 8u << 20, m + (40u << 20));
         engine.arena = &engine.arena_record, engine.tmp_arena = &engine.tmp_arena_record;
+        engine.star_count = REEL_STAR_COUNT;  // the star array the engine makes at start-up
+        engine.stars = (uint8_t*)xmemarena_push_record(engine.arena, (uint64_t)REEL_STAR_COUNT * REEL_STAR_BYTES);
         display_init(&display, &platform);  // also puts the grey ramps back into the live tables
         const auto index8 = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8;
         const display_plane& o = display.overlay;

@@ -376,10 +376,7 @@ TEST_F(clut_fixture, rows_keep_the_table_order_and_bind_by_prefix)
     };
     int64_t previous = -1;
     for (const auto& o : order) {
-        int64_t at = -1;
-        for (uint32_t i = 0; i < reel_scene_table_count; i++)
-            if (strcmp(reel_scene_table[i].name, o.name) == 0)
-                at = i;
+        const int64_t at = scene_table_row(o.name);
         ASSERT_GT(at, previous) << o.name;
         EXPECT_EQ(reel_scene_table[at].run, o.run) << o.name;
         EXPECT_EQ(reel_scene_table[at].parse_args == nullptr, o.run == scene_video_clut_reset) << o.name;

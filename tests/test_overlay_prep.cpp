@@ -1,0 +1,206 @@
+// Asset preparation for the overlay effects: indexed PNGs written and read back, RGBA pictures
+// mapped onto a palette, textures, stencils and stroke orders made from index pictures, and
+// both tools used as a person uses them (usage, wrong arguments, unreadable input, a missing
+// output folder) with their output read back by the engine's resource readers.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "bitmap.h"
+#include "n3d_io.h"
+#include "overlay_prep.h"
+#include "reel_resource.h"
+
+namespace {
+
+typedef std::vector<uint8_t> bytes;
+
+struct prep_fixture : testing::Test {
+    std::vector<uint8_t> memory = std::vector<uint8_t>(64u << 20);
+    xmemarena arena;
+    std::string dir = std::string(REEL_TEST_OUTPUT_DIR) + "/" + testing::UnitTest::GetInstance()->current_test_info()->name();
+    prep_fixture()
+    {
+        xmemarena_init(&arena, "test", memory.size(), memory.data());
+        std::system(("rm -rf '" + dir + "' && mkdir -p '" + dir + "'").c_str());
+    }
+    // 3 colours: transparent black, opaque red, opaque blue
+    bytes entries = {0, 0, 0, 0, 255, 0, 0, 255, 0, 0, 255, 255};
+    prep_index_picture picture(uint32_t w, uint32_t h, bytes& pixels)
+    {
+        return {w, h, pixels.data(), {0, 3, entries.data()}, 0};
+    }
+    int run(const std::string& command) { return WEXITSTATUS(std::system((command + " >/dev/null 2>&1").c_str())); }
+};
+
+TEST_F(prep_fixture, indexed_png_written_and_read_back_keeps_indices_palette_and_key)
+{
+    bytes pixels(7 * 3);
+    for (size_t i = 0; i < pixels.size(); i++)
+        pixels[i] = (uint8_t)(i * 5 % 3);
+    const prep_index_picture written = picture(7, 3, pixels);
+    const std::string path = dir + "/indexed.png";
+    ASSERT_TRUE(prep_save_indexed_png(&written, path.c_str(), &arena));
+    prep_index_picture read;
+    const char* why = nullptr;
+    ASSERT_TRUE(prep_load_indexed_png(&read, &arena, path.c_str(), &why)) << why;
+    EXPECT_EQ(read.width, 7u);
+    EXPECT_EQ(read.height, 3u);
+    EXPECT_EQ(bytes(read.pixels, read.pixels + 21), pixels);
+    EXPECT_EQ(read.palette.count, 3u);
+    EXPECT_EQ(bytes(read.palette.entries, read.palette.entries + 12), entries);
+    EXPECT_EQ(read.key, 0u) << "the entry with alpha 0";
+
+    reel_palette palette;
+    ASSERT_TRUE(prep_png_palette(&palette, &arena, path.c_str(), &why));
+    EXPECT_EQ(palette.count, 3u);
+}
+
+TEST_F(prep_fixture, rgba_picture_maps_to_the_nearest_palette_colour_and_the_key)
+{
+    bitmap* bm = bitmap_create(&arena, 4, 1, BITMAP_SRGB | BITMAP_CHANNELS_4);
+    const uint8_t colours[16] = {250, 10, 0, 255, 20, 0, 200, 255, 255, 0, 0, 60, 120, 0, 140, 255};
+    memcpy(bm->pixels, colours, 16);
+    const std::string path = dir + "/rgba.png";
+    ASSERT_TRUE(bitmap_save_png(bm, path.c_str(), &arena));
+    prep_index_picture p;
+    const reel_palette palette = {0, 3, entries.data()};
+    const char* why = nullptr;
+    ASSERT_TRUE(prep_load_png_with_palette(&p, &arena, path.c_str(), &palette, 0, &why)) << why;
+    // near red, near blue, less than half opaque, purple: nearer blue than red in linear light
+    // (and nearer still to the transparent black, which opaque pixels never take)
+    EXPECT_EQ(bytes(p.pixels, p.pixels + 4), (bytes{1, 2, 0, 2}));
+    EXPECT_FALSE(prep_load_indexed_png(&p, &arena, path.c_str(), &why));
+    EXPECT_STREQ(why, "not an indexed PNG (give a palette to map its colours onto)");
+    EXPECT_FALSE(prep_load_png_with_palette(&p, &arena, (dir + "/missing.png").c_str(), &palette, 0, &why));
+}
+
+TEST_F(prep_fixture, textures_stencils_and_run_length_images_from_an_index_picture)
+{
+    bytes pixels(5 * 3);
+    for (size_t i = 0; i < pixels.size(); i++)
+        pixels[i] = (uint8_t)(1 + i % 2);
+    pixels[7] = 0;
+    const prep_index_picture p = picture(5, 3, pixels);
+
+    n3d_texture t;
+    prep_texture_from_indices(&t, &arena, &p, PREP_STROKE_MIN_WIDTH, 1);
+    EXPECT_EQ(t.log2_w, 5u) << "at least 32 wide";
+    EXPECT_EQ(t.log2_h, 2u) << "at least 4 high";
+    EXPECT_EQ(t.min_log2_w, 2u);
+    const auto* level0 = (const uint8_t*)t.mips[0];
+    for (uint32_t y = 0; y < 4; y++)
+        for (uint32_t x = 0; x < 32; x++)
+            ASSERT_EQ(level0[y * 32 + x], x < 5 && y < 3 ? pixels[y * 5 + x] : 0) << x << "," << y;
+    const auto* half = (const uint8_t*)t.mips[n3d_mip_slot(&t, 4, 2)];  // halved across only
+    ASSERT_NE(half, nullptr);
+    EXPECT_EQ(half[0 * 16 + 1], level0[0 * 32 + 2]);
+    EXPECT_EQ(half[1 * 16 + 2], level0[1 * 32 + 4]);
+    EXPECT_EQ(t.mips[n3d_mip_slot(&t, 4, 1)], nullptr) << "no level below 4 high";
+    // written and read back by the engine's own reader, as a pack would hand it over
+    reel_image image = {5, 3, t};
+    bytes block(reel_image_write_size(&image));
+    reel_image_write(block.data(), &image, BYTE_ORDER_NATIVE);
+    stream_cursor cur;
+    stream_cursor_init(&cur, block.data(), block.size(), BYTE_ORDER_NATIVE, "test");
+    reel_image back;
+    reel_image_read(&arena, &back, &cur, 0);
+    EXPECT_EQ(back.width, 5u);
+    EXPECT_EQ(bytes((uint8_t*)back.texture.mips[0], (uint8_t*)back.texture.mips[0] + 128), bytes(level0, level0 + 128));
+
+    n3d_coverage_buffer cb;
+    prep_stencil_from_indices(&cb, &arena, &p);
+    EXPECT_EQ(cb.width, 32u);
+    EXPECT_EQ(cb.height, 3u);
+    EXPECT_EQ(cb.bits[0], 0xF8000000u);
+    EXPECT_EQ(cb.bits[1], 0xD8000000u) << "pixel (2, 1) is the key";
+
+    reel_rle_image rle;
+    prep_rle_from_indices(&rle, &arena, &p);
+    EXPECT_EQ(bytes(rle.data, rle.data + 6), (bytes{1, 1, 1, 2, 1, 1}));
+}
+
+TEST_F(prep_fixture, stroke_orders_follow_a_path_and_walk_a_shape)
+{
+    bytes texels(128 * 8);
+    const float line[4] = {0.0f, 2.0f, 100.0f, 2.0f};
+    prep_stroke_from_path(texels.data(), 128, 8, line, 2, 1.0f);
+    for (uint32_t y = 0; y < 8; y++)
+        for (uint32_t x = 0; x < 128; x++) {
+            // pixel centres within 1 of the line: rows 1 and 2; the order is 1 + 254 x (x + 0.5) / 100
+            const bool on = (y == 1 || y == 2) && x < 101;
+            const uint32_t want = on ? 1 + (uint32_t)std::min(254.0f, 254.0f * std::min(x + 0.5f, 100.0f) / 100.0f) : 0;
+            ASSERT_EQ(texels[y * 128 + x], want) << x << "," << y;
+        }
+
+    // an L: a column from (0, 0) down to (0, 4), then a row to (4, 4); a separate dot at (4, 0)
+    bytes shape(5 * 5), order(5 * 5);
+    for (uint32_t i = 0; i < 5; i++)
+        shape[i * 5] = shape[4 * 5 + i] = 1;
+    shape[4] = 1;
+    prep_stroke_from_shape(order.data(), shape.data(), 5, 5, 0, 0, &arena);
+    // walking distances 0 to 7 along the L (the corner is cut by a diagonal step), then the dot at 8
+    EXPECT_EQ(order[0], 1);
+    EXPECT_EQ(order[3 * 5], 1 + 3 * 254 / 8);
+    EXPECT_EQ(order[4 * 5 + 1], 1 + 4 * 254 / 8) << "the diagonal step from (0, 3)";
+    EXPECT_EQ(order[4 * 5 + 4], 1 + 7 * 254 / 8);
+    EXPECT_EQ(order[4], 255) << "the part the start does not reach comes last";
+    EXPECT_EQ(order[1], 0);
+}
+
+TEST_F(prep_fixture, tools_behave_like_unix_tools)
+{
+    const std::string overlay = std::string(REEL_TOOLS_DIR) + "/reel_overlayprep";
+    const std::string stroke = std::string(REEL_TOOLS_DIR) + "/reel_strokeprep";
+    EXPECT_EQ(run(overlay + " --help"), 0);
+    EXPECT_EQ(run(stroke + " --help"), 0);
+    EXPECT_EQ(run(overlay), 2);
+    EXPECT_EQ(run(overlay + " sprite in.png out"), 2) << "an unknown kind";
+    EXPECT_EQ(run(stroke + " out --path \"0,0 9,9\""), 2) << "a path needs a size";
+    EXPECT_EQ(run(overlay + " image '" + dir + "/missing.png' '" + dir + "/x.img'"), 1);
+    const std::string errors = dir + "/errors.txt";
+    std::system((overlay + " image '" + dir + "/missing.png' x 2>'" + errors + "'").c_str());
+    std::vector<uint8_t> text(4096);
+    uint64_t size = 0;
+    file_read_all(errors.c_str(), nullptr, &size);
+    file_read_all(errors.c_str(), text.data(), &size);
+    EXPECT_NE(std::string((char*)text.data(), size).find("missing.png: No such file or directory"), std::string::npos);
+
+    bytes pixels = {1, 1, 0, 2, 2, 2, 0, 0};
+    const prep_index_picture p = picture(4, 2, pixels);
+    ASSERT_TRUE(prep_save_indexed_png(&p, (dir + "/in.png").c_str(), &arena));
+    const std::string out = dir + "/new/folder/logo.rle";
+    ASSERT_EQ(run(overlay + " rle_image '" + dir + "/in.png' '" + out + "'"), 0);
+    ASSERT_EQ(run(stroke + " '" + dir + "/pen.img' --path \"2,2 30,2\" --size 40x5"), 0);
+    const struct {
+        std::string path;
+        bytes body;
+    } files[] = {{out, {4, 0, 0, 0, 2, 0, 0, 0, 10, 0, 0, 0, 2, 1, 128, 1, 1, 2, 2, 2, 128, 2}}};
+    for (const auto& f : files) {
+        bytes data(64);
+        size = 0;
+        ASSERT_EQ(file_read_all(f.path.c_str(), nullptr, &size), 0);
+        ASSERT_EQ(size, 4 + f.body.size());
+        file_read_all(f.path.c_str(), data.data(), &size);
+        EXPECT_EQ(bytes(data.begin() + 4, data.begin() + size), f.body);  // little-endian host
+    }
+    uint64_t pen_size = 0;
+    ASSERT_EQ(file_read_all((dir + "/pen.img").c_str(), nullptr, &pen_size), 0);
+    bytes pen(pen_size);
+    file_read_all((dir + "/pen.img").c_str(), pen.data(), &pen_size);
+    stream_cursor cur;
+    stream_cursor_init(&cur, pen.data() + 4, pen.size() - 4, BYTE_ORDER_NATIVE, "pen.img");
+    reel_image image;
+    reel_image_read(&arena, &image, &cur, 0);
+    EXPECT_EQ(image.width, 40u);
+    EXPECT_EQ(image.texture.log2_w, 6u);
+    EXPECT_EQ(((uint8_t*)image.texture.mips[0])[2 * 64 + 2], 1 + (uint32_t)(254.0f * 0.5f / 28.0f));
+    struct stat st;
+    EXPECT_NE(stat((out + ".tmp").c_str(), &st), 0);
+}
+
+}  // namespace

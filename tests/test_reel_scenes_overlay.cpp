@@ -1,0 +1,416 @@
+// Overlay scenes driven pass by pass as the sequencer calls them: where and when run-length
+// images and stencils land, the stencil animation's frame and bob, heal, the scale's size and
+// interlace parity, the progress bar, the stroke over its span, the starfield scene's set-up,
+// the fatal checks of arguments and bindings, and the scene table rows.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "music.h"
+#include "reel_starfield.h"
+#include "scene_fixture.h"
+
+namespace {
+
+typedef std::vector<uint8_t> bytes;
+typedef scene_fixture overlay_fixture;
+
+uint32_t bit(const n3d_coverage_buffer* cb, int32_t x, int32_t y)
+{
+    return (cb->bits[y * (cb->width / 32) + x / 32] >> (31 - x % 32)) & 1;
+}
+void set_bit(n3d_coverage_buffer* cb, int32_t x, int32_t y)
+{
+    cb->bits[y * (cb->width / 32) + x / 32] |= 0x80000000u >> (x % 32);
+}
+uint32_t count_not(const uint8_t* p, size_t n, uint8_t v)
+{
+    return (uint32_t)std::count_if(p, p + n, [v](uint8_t b) { return b != v; });
+}
+
+// A 640 x 480 stencil with rows [y0, y1) set in columns [x0, x1).
+struct test_stencil {
+    std::vector<uint32_t> words = std::vector<uint32_t>(20 * 480);
+    n3d_coverage_buffer cb = {nullptr, 640, 480};
+    test_stencil(int32_t x0, int32_t y0, int32_t x1, int32_t y1)
+    {
+        cb.bits = words.data();
+        for (int32_t y = y0; y < y1; y++)
+            for (int32_t x = x0; x < x1; x++)
+                set_bit(&cb, x, y);
+    }
+    test_stencil(const test_stencil&) = delete;
+};
+
+// ---- run-length image and stencils ----
+
+TEST_F(overlay_fixture, rle_image_lands_once_at_its_progress_between_start_and_end)
+{
+    const uint8_t data[] = {0, 3, 5, 1, 7};  // 4 x 2: a transparent row, then 5, 5, 5, 7
+    reel_rle_image image = {4, 2, sizeof(data), data};
+    add(REEL_KIND_RLE_IMAGE, "logo", &image);
+    const struct {
+        const char* args;
+        float since;
+        int32_t x, y;
+        bytes row;
+    } cases[] = {
+        {"logo,0,9,100,40,200,80", 4.5f, 150, 60, {5, 5, 5, 7}},    // halfway over 9 s
+        {"logo,1,9,100,40,200,80", 9.0f, 200, 80, {9, 9, 9, 9}},    // at the end, one colour
+        {"logo,0,9,100,40,200,80", 20.0f, 200, 80, {5, 5, 5, 7}},   // progress clamps to 1
+        {"logo,0,9,10,10,-13,-13", 4.5f, -1, -1, {5, 5, 7}},        // trunc(-1.5): clipped at the left
+    };
+    for (const auto& c : cases) {
+        n3d_framebuffer_clear(&overlay_framebuffer);
+        load("overlay_rle_image", c.args);
+        pass(REEL_PASS_UPDATE, c.since);
+        pass(REEL_PASS_RENDER, c.since);
+        const uint8_t* second = overlay_framebuffer.pixels + (c.y + 1) * 640 + std::max(c.x, 0);
+        EXPECT_EQ(bytes(second, second + c.row.size()), c.row) << c.args;
+        EXPECT_EQ(count_not(overlay_framebuffer.pixels, 640 * 480, 0), c.row.size()) << c.args;
+        n3d_framebuffer_clear(&overlay_framebuffer);
+        pass(REEL_PASS_RENDER, c.since);
+        end_call(REEL_PASS_RENDER);
+        EXPECT_EQ(count_not(overlay_framebuffer.pixels, 640 * 480, 0), 0u) << "drawn in the first render call only";
+    }
+    load("overlay_rle_image", "logo,0,9,637,0,637,0");
+    pass(REEL_PASS_UPDATE, 0.0f);
+    EXPECT_EXIT(pass(REEL_PASS_RENDER, 0.0f), testing::ExitedWithCode(1), "image width \\+ dst_x0 > fb width! \\(4\\+637 vs 640\\)");
+}
+
+TEST_F(overlay_fixture, stencil_set_copies_its_stencil_into_the_slot_once)
+{
+    std::vector<uint32_t> words(2 * 3, 0xFFFFFFFFu);
+    words[0] = 0x7FFFFFFFu;  // (0, 0) of the stencil clear
+    n3d_coverage_buffer small = {words.data(), 64, 3};
+    add(REEL_KIND_STENCIL, "tile", &small);
+    memset(stencils[2].bits, 0xFF, 640 / 8 * 480);
+    load("overlay_stencil_set", "2,tile,100,200");
+    pass(REEL_PASS_UPDATE, 0.0f);
+    EXPECT_EQ(bit(&stencils[2], 100, 200), 1u) << "render calls only";
+    pass(REEL_PASS_RENDER, 0.0f);
+    EXPECT_EQ(bit(&stencils[2], 100, 200), 0u);
+    EXPECT_EQ(bit(&stencils[2], 101, 200), 1u);
+    EXPECT_EQ(bit(&stencils[2], 99, 200), 1u) << "outside the stencil the slot keeps its bits";
+    EXPECT_EQ(count_not((const uint8_t*)stencils[2].bits, 640 / 8 * 480, 0xFF), 1u);
+    EXPECT_EQ(count_not((const uint8_t*)stencils[1].bits, 640 / 8 * 480, 0), 0u);
+    memset(stencils[2].bits, 0xFF, 640 / 8 * 480);
+    pass(REEL_PASS_RENDER, 1.0f);
+    EXPECT_EQ(bit(&stencils[2], 100, 200), 1u) << "only the first render call";
+}
+
+TEST_F(overlay_fixture, stencil_animation_cycles_stencils_and_bobs_ten_rows_a_second)
+{
+    // stencil i covers rows 100 + 10 i to 104 + 10 i
+    test_stencil s0(0, 100, 640, 105), s1(0, 110, 640, 115), s2(0, 120, 640, 125), s3(0, 130, 640, 135);
+    n3d_coverage_buffer* list[4] = {&s0.cb, &s1.cb, &s2.cb, &s3.cb};
+    float speed = 8.0f;
+    int32_t colour = 44;
+    load("overlay_stencil_animation", nullptr, 9.0f, [&] {
+        scene.float_count = 1, scene.floats = &speed, scene.integer_count = 1, scene.integers = &colour;
+        scene.stencil_count = 4, scene.stencils = list;
+    });
+    const struct {
+        float since;
+        int32_t first_row;
+    } cases[] = {
+        {0.6f, 100 + (int32_t)(10 * sin(1.2 * M_PI))},  // frame 4: stencil 0, bob trunc(-5.88) = -5
+        {0.75f, 120 - 10},                              // frame 6: stencil 2, 10 x sin(1.5 pi) = -10
+        {0.25f, 120 + 10},                              // frame 2, bob +10
+        {1.0f, 100},                                    // frame 8: stencil 0, sin(2 pi) is a hair below 0
+    };
+    for (const auto& c : cases) {
+        n3d_framebuffer_clear(&overlay_framebuffer);
+        n3d_coverage_buffer_clear(overlay.coverage[0]);
+        pass(REEL_PASS_RENDER, c.since);
+        for (int32_t y = 0; y < 480; y++) {
+            const bool in = y >= c.first_row && y < c.first_row + 5;
+            ASSERT_EQ(overlay_framebuffer.pixels[y * 640 + 320], in ? 44 : 0) << c.since << " row " << y;
+            ASSERT_EQ(bit(overlay.coverage[0], 639, y), in ? 1u : 0u) << c.since << " row " << y;
+        }
+    }
+}
+
+// ---- heal ----
+
+TEST_F(overlay_fixture, heal_restores_what_was_drawn_last_frame_and_not_this_one)
+{
+    load("overlay_heal", "1");
+    memset(backbuffers[1].framebuffer->pixels, 66, 640 * 480);
+    memset(overlay_framebuffer.pixels, 9, 640 * 480);
+    // last frame drew (10, 10), (11, 10) and (600, 470); this frame draws (11, 10) again
+    set_bit(overlay.coverage[1], 10, 10), set_bit(overlay.coverage[1], 11, 10), set_bit(overlay.coverage[1], 600, 470);
+    set_bit(overlay.coverage[0], 11, 10), set_bit(overlay.coverage[0], 12, 10);
+    pass(REEL_PASS_UPDATE, 0.0f);
+    EXPECT_EQ(count_not(overlay_framebuffer.pixels, 640 * 480, 9), 0u) << "render calls only";
+    pass(REEL_PASS_RENDER, 0.0f);
+    EXPECT_EQ(overlay_framebuffer.pixels[10 * 640 + 10], 66);
+    EXPECT_EQ(overlay_framebuffer.pixels[470 * 640 + 600], 66);
+    EXPECT_EQ(overlay_framebuffer.pixels[10 * 640 + 11], 9) << "drawn again this frame";
+    EXPECT_EQ(overlay_framebuffer.pixels[10 * 640 + 12], 9) << "new this frame";
+    EXPECT_EQ(count_not(overlay_framebuffer.pixels, 640 * 480, 9), 2u);
+}
+
+// ---- scale ----
+
+TEST_F(overlay_fixture, scale_grows_about_the_centre_and_interlaces_alternate_rows)
+{
+    scene_test_image img(7, 7, 128, 128);
+    std::fill(img.texels.begin(), img.texels.end(), 3);
+    add(REEL_KIND_TEXTURE, "ball", &img.image.texture);
+    const struct {
+        const char* args;
+        float since;
+        int32_t x0, y0, size;
+    } cases[] = {
+        {"ball,0,0,0,64,64,256,256", 2.0f, 320 - 80, 240 - 80, 160},   // halfway over 4 s
+        {"ball,0,7,-5,64,64,256,256", 2.0f, 320 - 80 + 7, 240 - 80 - 5, 160},
+        {"ball,0,0,0,64,64,256,256", 0.0f, 320 - 32, 240 - 32, 64},
+        {"ball,0,0,0,64,64,256,256", 6.0f, 320 - 128, 240 - 128, 256},  // clamped at the end size
+    };
+    for (const auto& c : cases) {
+        n3d_framebuffer_clear(&overlay_framebuffer);
+        load("overlay_scale", c.args, 4.0f);
+        pass(REEL_PASS_UPDATE, c.since);
+        pass(REEL_PASS_RENDER, c.since);
+        EXPECT_EQ(count_not(overlay_framebuffer.pixels, 640 * 480, 0), (uint32_t)(c.size * c.size)) << c.args;
+        EXPECT_EQ(overlay_framebuffer.pixels[c.y0 * 640 + c.x0], 3) << c.args;
+        EXPECT_EQ(overlay_framebuffer.pixels[(c.y0 + c.size - 1) * 640 + c.x0 + c.size - 1], 3) << c.args;
+    }
+    // interlaced: parity 0 skips even rows, then 1 skips odd rows; coverage marks every row
+    load("overlay_scale", "ball,1,0,0,64,64,64,64", 4.0f);
+    pass(REEL_PASS_UPDATE, 0.0f);
+    for (uint32_t call = 0; call < 4; call++) {
+        n3d_framebuffer_clear(&overlay_framebuffer);
+        n3d_coverage_buffer_clear(overlay.coverage[0]);
+        pass(REEL_PASS_RENDER, 1.0f);
+        for (int32_t y = 208; y < 272; y++) {
+            const bool written = (y & 1) != (int32_t)(call & 1);
+            ASSERT_EQ(overlay_framebuffer.pixels[y * 640 + 300], written ? 3 : 0) << call << " row " << y;
+            ASSERT_EQ(bit(overlay.coverage[0], 300, y), 1u) << call << " row " << y;
+        }
+    }
+}
+
+// ---- load progress ----
+
+TEST_F(overlay_fixture, progress_bar_runs_from_the_show_start_to_the_end_of_its_row)
+{
+    // entries 0 black, 1 pure red, 2 dark red; palette placed from index 50
+    uint8_t entries[12] = {0, 0, 0, 255, 255, 0, 0, 255, 120, 0, 0, 255};
+    reel_palette palette = {50, 3, entries};
+    reel_palette* palettes[1] = {&palette};
+    scene_test_image head0(3, 2, 8, 4), head1(3, 2, 8, 4);
+    std::fill(head0.texels.begin(), head0.texels.end(), 7);
+    std::fill(head1.texels.begin(), head1.texels.end(), 8);
+    reel_image* heads[2] = {&head0.image, &head1.image};
+    int32_t integers[7] = {250, 10, 10, 100, 300, 208, 6};  // colour, bar x, y, length, height
+    float fps = 2.0f;
+    row.end = 441000;
+    load("overlay_load_progress", nullptr, 9.0f, [&] {
+        scene.integer_count = 7, scene.integers = integers, scene.float_count = 1, scene.floats = &fps;
+        scene.palette_count = 1, scene.palettes = palettes, scene.image_count = 2, scene.images = heads;
+    });
+    const struct {
+        int32_t samples;
+        float clock;
+        int32_t head_x;
+    } cases[] = {
+        {0, 0.0f, 100},
+        {220500, 10.0f, 100 + 100},  // p = 0.5 of (208 - 8)
+        {330750, 15.5f, 100 + 150},  // p = 0.75, and the second frame: trunc(2 x 15.5) mod 2 = 1
+        {500000, 20.0f, 100 + 200},  // past the row's end: p = 1
+    };
+    pass(REEL_PASS_UPDATE, 0.0f);
+    int32_t previous = 100;
+    for (const auto& c : cases) {
+        music_global.sample_counter.store(c.samples);
+        scene.clock_seconds = c.clock;
+        memset(overlay_framebuffer.pixels, 0, 640 * 480);
+        pass(REEL_PASS_RENDER, 0.0f);
+        if (c.samples == 0) {
+            EXPECT_EQ(bytes(display_live_overlay_clut() + 50 * 4, display_live_overlay_clut() + 53 * 4),
+                      bytes(entries, entries + 12)) << "the palette is set in the first render call";
+        }
+        const uint8_t frame = (uint8_t)(7 + (int32_t)(2.0f * c.clock) % 2);  // frames per second x music clock
+        for (int32_t x = 90; x < 320; x++) {
+            uint8_t want = 0;
+            if (x >= c.head_x && x < c.head_x + 8)
+                want = frame;  // the head image, 8 x 4, over the bar
+            else if (x >= previous && x < c.head_x)
+                want = 51;  // only the newly reached strip: (250, 10, 10) is nearest to pure red
+            ASSERT_EQ(overlay_framebuffer.pixels[302 * 640 + x], want) << c.samples << " at " << x;
+        }
+        EXPECT_EQ(overlay_framebuffer.pixels[305 * 640 + (previous + c.head_x) / 2], previous < c.head_x ? 51 : 0)
+            << "the bar is 6 rows high, the head 4";
+        EXPECT_EQ(overlay_framebuffer.pixels[306 * 640 + c.head_x - 1], 0);
+        previous = c.head_x;
+    }
+    music_global.sample_counter.store(0);
+}
+
+// ---- stroke ----
+
+TEST_F(overlay_fixture, stroke_draws_holds_erases_and_restores_everything_at_its_end)
+{
+    // 32 x 2 texels: pixel x of row 0 appears at order 8 x (x + 1) (8 to 256 capped at 255), row 1 empty
+    scene_test_image img(5, 1, 32, 2);
+    for (uint32_t x = 0; x < 32; x++)
+        img.texel(x, 0) = (uint8_t)std::min(8u * (x + 1), 255u);
+    add(REEL_KIND_IMAGE, "pen", &img.image);
+    memset(backbuffers[2].framebuffer->pixels, 77, 640 * 480);
+    load("overlay_stroke", "2,pen,2,2,200,0,5,-7", 5.0f);  // hold 1 s
+    pass(REEL_PASS_UPDATE, 0.0f);
+    const int32_t x0 = 320 - 16 + 5, y0 = 240 - 1 - 7;
+    auto shown = [&] {
+        uint32_t drawn = 0, restored = 0;
+        for (int32_t x = 0; x < 32; x++) {
+            const uint8_t p = overlay_framebuffer.pixels[y0 * 640 + x0 + x];
+            drawn += p == 200, restored += p == 77;
+        }
+        return std::pair{drawn, restored};
+    };
+    const struct {
+        float since;
+        uint32_t drawn, restored;
+    } cases[] = {
+        {0.0f, 0, 0},
+        {1.0f, 187 / 8, 0},      // level 127: threshold trunc(255 s(127 / 255)) = 187 -> texels 8..184
+        {2.5f, 31, 0},           // held at level 255: threshold 254, the texel 255 stays out
+        {4.0f, 0, 32 - 23},      // erasing from level 127 (threshold 187): texels 192 and up
+        {6.0f, 0, 32},           // after the span: level 0, threshold 0
+    };
+    for (const auto& c : cases) {
+        memset(overlay_framebuffer.pixels, 0, 640 * 480);
+        pass(REEL_PASS_RENDER, c.since);
+        EXPECT_EQ(shown(), (std::pair{c.drawn, c.restored})) << c.since;
+        EXPECT_EQ(count_not(overlay_framebuffer.pixels, 640 * 480, 0), c.drawn + c.restored) << c.since;
+    }
+    memset(overlay_framebuffer.pixels, 0, 640 * 480);
+    scene.since_start_seconds = 1.0f;
+    end_call(REEL_PASS_RENDER);
+    EXPECT_EQ(shown(), (std::pair{0u, 32u})) << "the end call restores the whole shape";
+
+    load("overlay_stroke", "2,pen,2,2,200,1,5,-7", 5.0f);  // placed at the origin
+    pass(REEL_PASS_UPDATE, 0.0f);
+    memset(overlay_framebuffer.pixels, 0, 640 * 480);
+    pass(REEL_PASS_RENDER, 2.5f);
+    EXPECT_EQ(count_not(overlay_framebuffer.pixels, 32, 200), 1u);
+}
+
+// ---- starfield scene ----
+
+TEST_F(overlay_fixture, starfield_scene_sets_up_from_its_arguments_and_flies_forward)
+{
+    uint8_t entries[64 * 4] = {};
+    reel_palette palette = {16, 64, entries};
+    add(REEL_KIND_PALETTE, "stars", &palette);
+    load("overlay_starfield", "-1,0,1000,stars,0,0,0,31,0,0");
+    EXPECT_EQ(scene.images[0], nullptr) << "\"0\" is no image";
+    pass(REEL_PASS_UPDATE, 0.0f);
+    ASSERT_TRUE(scene.load_complete);
+    const reel_starfield* sf = *(reel_starfield**)scene.private_state;
+    EXPECT_EQ(sf->log2_star_count, 10u) << "1000 stars become 1024";
+    EXPECT_EQ(sf->stencil, nullptr);
+    pass(REEL_PASS_RENDER, 2.5f);
+    EXPECT_EQ(sf->camera[2], 2.0f);
+    const uint32_t drawn = count_not(overlay_framebuffer.pixels, 640 * 480, 0);
+    EXPECT_GT(drawn, 100u) << "stars the camera passed are respawned this frame and drawn from the next";
+    for (uint32_t i = 0; i < 640 * 480; i++)
+        ASSERT_TRUE(overlay_framebuffer.pixels[i] == 0 || (overlay_framebuffer.pixels[i] >= 16 && overlay_framebuffer.pixels[i] < 48));
+
+    load("overlay_starfield", "1,0,16384,stars,0.5,0.1,0,31,10,-20");
+    pass(REEL_PASS_UPDATE, 0.0f);
+    sf = *(reel_starfield**)scene.private_state;
+    EXPECT_EQ(sf->stencil, &stencils[1]);
+    EXPECT_EQ(sf->yaw, 0.5f);
+    EXPECT_EQ(sf->x_offset, 10);
+    EXPECT_EQ(sf->y_offset, -20);
+}
+
+// ---- fatal checks ----
+
+TEST_F(overlay_fixture, numbers_outside_their_ranges_and_missing_bindings_are_fatal)
+{
+    uint8_t entries[8] = {};
+    reel_palette palette = {0, 2, entries}, empty = {0, 0, entries};
+    add(REEL_KIND_PALETTE, "stars", &palette);
+    add(REEL_KIND_PALETTE, "none", &empty);
+    scene_test_image small(8, 8, 200, 200), pen(5, 5, 32, 32);
+    add(REEL_KIND_IMAGE, "small", &small.image);
+    add(REEL_KIND_IMAGE, "pen", &pen.image);
+    n3d_coverage_buffer tile = {stencils[0].bits, 64, 2};
+    add(REEL_KIND_STENCIL, "tile", &tile);
+    const struct {
+        const char* function;
+        const char* args;
+        const char* message;
+    } parse_cases[] = {
+        {"overlay_starfield", "-1,0,20000,stars,0,0,0,31,0,0",
+         "crash in scene_overlay_starfield_parse_args at src/reel_scenes:[0-9]+\nmax stars is set to 16384\n"},
+        {"overlay_starfield", "-1,0,0,stars,0,0,0,31,0,0", "star count 0 is not at least 1 \\(sequence line 12\\)"},
+        {"overlay_starfield", "3,0,10,stars,0,0,0,31,0,0", "stencil slot 3 is not one of the 3 overlay stencil slots"},
+        {"overlay_starfield", "-1,0,10,none,0,0,0,31,0,0", "starfield palette has no entries"},
+        {"overlay_stencil_set", "-2,tile,0,0", "stencil slot -2 is not one of the 3"},
+        {"overlay_heal", "3", "crash in scene_overlay_heal_parse_args.*\nback buffer 3 is not one of the 3 overlay back buffers"},
+        {"overlay_stroke", "7,pen,1,1,1,0,0,0", "back buffer 7 is not one of the 3"},
+    };
+    for (const auto& c : parse_cases)
+        EXPECT_EXIT(load(c.function, c.args), testing::ExitedWithCode(1), c.message) << c.args;
+
+    const struct {
+        const char* function;
+        const char* args;
+        const char* message;
+    } load_cases[] = {
+        {"overlay_starfield", "-1,small,10,stars,0,0,0,31,0,0",
+         "threshold image of 256 x 256 texels does not cover the 640 x 480 overlay"},
+        {"overlay_starfield", "-1,0,10,stars,0,0,16,40,0,0", "but has 25 levels\n"},
+        {"overlay_stencil_animation", nullptr, "needs 1 floats, has 0 \\(sequence line 12\\)"},
+        {"overlay_load_progress", nullptr, "crash in scene_overlay_load_progress.*\nneeds 7 integers, has 0"},
+    };
+    for (const auto& c : load_cases) {
+        load(c.function, c.args);
+        EXPECT_EXIT(pass(REEL_PASS_UPDATE, 0.0f), testing::ExitedWithCode(1), c.message) << c.function;
+    }
+}
+
+// ---- the table ----
+
+TEST_F(overlay_fixture, rows_keep_the_table_order)
+{
+    const struct {
+        const char* name;
+        reel_scene_run_fn* run;
+        bool parser;
+    } order[] = {
+        {"music_sync", scene_music_sync, true},
+        {"overlay_load_progress", scene_overlay_load_progress, false},
+        {"overlay_stencil_animation", scene_overlay_stencil_animation, false},
+        {"overlay_rle_image", scene_overlay_rle_image, true},
+        {"overlay_clear", scene_overlay_clear, true},
+        {"overlay_backbuffer_clear", scene_overlay_backbuffer_clear, true},
+        {"overlay_stencil_set", scene_overlay_stencil_set, true},
+        {"overlay_clut_fade_to_color", scene_overlay_clut_fade_to_color, true},
+        {"overlay_clut_set", scene_overlay_clut_set, true},
+        {"overlay_heal", scene_overlay_heal, true},
+        {"overlay_scale", scene_overlay_scale, true},
+        {"overlay_stroke", scene_overlay_stroke, true},
+        {"overlay_palette_animation", scene_overlay_palette_animation, true},
+        {"overlay_starfield", scene_overlay_starfield, true},
+        {"overlay_clut_set1_pulsate", scene_overlay_clut_set1_pulsate, true},
+        {"fade_out_music", scene_fade_out_music, true},
+    };
+    int64_t previous = -1;
+    for (const auto& o : order) {
+        const int64_t at = scene_table_row(o.name);
+        ASSERT_GT(at, previous) << o.name;
+        EXPECT_EQ(reel_scene_table[at].run, o.run) << o.name;
+        EXPECT_EQ(reel_scene_table[at].parse_args != nullptr, o.parser) << o.name;
+        previous = at;
+    }
+}
+
+}  // namespace

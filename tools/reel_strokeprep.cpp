@@ -1,0 +1,158 @@
+// reel_strokeprep: makes a stroke image for overlay_stroke, an image resource whose texel values
+// give the order in which the pen reveals its pixels (1 first, 255 last, 0 not drawn), from a
+// path drawn with a round pen, from a picture walked outwards from a starting point, or from a
+// grey picture whose values already are the order.
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "bitmap.h"
+#include "overlay_prep.h"
+#include "reel_resource.h"
+
+namespace {
+
+constexpr uint64_t STROKEPREP_ARENA_BYTES = 512ull << 20;
+constexpr uint32_t STROKEPREP_MAX_SIDE = 4096;
+constexpr uint32_t STROKEPREP_MAX_POINTS = 4096;
+constexpr uint8_t STROKEPREP_SHAPE_ALPHA = 128;  // pixels at least half opaque belong to the shape
+
+const char* const STROKEPREP_USAGE =
+    "usage: reel_strokeprep OUTPUT --path \"X,Y X,Y ...\" --size WxH [--radius R]\n"
+    "       reel_strokeprep OUTPUT --picture INPUT.png [--start X,Y]\n"
+    "       reel_strokeprep OUTPUT --grey INPUT.png\n"
+    "Writes a stroke image resource (this machine's byte order) for overlay_stroke: texel values are\n"
+    "the order in which the pen reveals the pixels, 1 first and 255 last; 0 is never drawn.\n"
+    "  --path     a polyline in pixels on a WxH picture, drawn with a round pen of radius R\n"
+    "             (default 3); the order follows the path from its first point\n"
+    "  --picture  the pixels of INPUT that are at least half opaque, in order of their walking\n"
+    "             distance from X,Y (default: the first such pixel in reading order)\n"
+    "  --grey     INPUT's grey values (the red channel) are the order as they are\n"
+    "The texture is at least 32 texels wide, as the stroke's masks need.\n";
+
+int strokeprep_usage(FILE* out, int status)
+{
+    fputs(STROKEPREP_USAGE, out);
+    return status;
+}
+
+bool strokeprep_pair(const char* text, char separator, float* a, float* b)
+{
+    char* end = nullptr;
+    errno = 0;
+    *a = strtof(text, &end);
+    if (errno || end == text || *end != separator)
+        return false;
+    const char* second = end + 1;
+    *b = strtof(second, &end);
+    return !errno && end != second && (*end == 0 || *end == ' ');
+}
+
+bool strokeprep_points(const char* text, std::vector<float>* points)
+{
+    for (const char* p = text; *p;) {
+        while (*p == ' ')
+            p++;
+        if (!*p)
+            break;
+        float x, y;
+        if (!strokeprep_pair(p, ',', &x, &y) || points->size() >= 2 * STROKEPREP_MAX_POINTS)
+            return false;
+        points->push_back(x), points->push_back(y);
+        while (*p && *p != ' ')
+            p++;
+    }
+    return !points->empty();
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    for (int i = 1; i < argc; i++)
+        if (strcmp(argv[i], "--help") == 0)
+            return strokeprep_usage(stdout, 0);
+    const char *output = nullptr, *path = nullptr, *size = nullptr, *picture = nullptr, *grey = nullptr,
+               *start = nullptr;
+    float radius = 3.0f;
+    for (int i = 1; i < argc; i++) {
+        const char* a = argv[i];
+        const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
+        const char** slot = strcmp(a, "--path") == 0      ? &path
+                            : strcmp(a, "--size") == 0    ? &size
+                            : strcmp(a, "--picture") == 0 ? &picture
+                            : strcmp(a, "--grey") == 0    ? &grey
+                            : strcmp(a, "--start") == 0   ? &start
+                                                          : nullptr;
+        if (slot && value) {
+            *slot = value, i++;
+        } else if (strcmp(a, "--radius") == 0 && value) {
+            char* end = nullptr;
+            radius = strtof(value, &end);
+            if (end == value || *end || !(radius > 0.0f && radius < 1000.0f))
+                return strokeprep_usage(stderr, 2);
+            i++;
+        } else if (a[0] != '-' && !output) {
+            output = a;
+        } else {
+            return strokeprep_usage(stderr, 2);
+        }
+    }
+    const int sources = (path != nullptr) + (picture != nullptr) + (grey != nullptr);
+    if (!output || sources != 1 || (path && !size) || (!path && size) || (start && !picture))
+        return strokeprep_usage(stderr, 2);
+
+    std::vector<uint8_t> memory(STROKEPREP_ARENA_BYTES);
+    xmemarena arena;
+    xmemarena_init(&arena, "reel_strokeprep", memory.size(), memory.data());
+    prep_index_picture order = {};
+    if (path) {
+        float w, h;
+        std::vector<float> points;
+        if (!strokeprep_pair(size, 'x', &w, &h) || !(w >= 1 && w <= STROKEPREP_MAX_SIDE && h >= 1 &&
+                                                     h <= STROKEPREP_MAX_SIDE) || !strokeprep_points(path, &points))
+            return strokeprep_usage(stderr, 2);
+        order.width = (uint32_t)w, order.height = (uint32_t)h;
+        order.pixels = (uint8_t*)xmemarena_push(&arena, (uint64_t)order.width * order.height);
+        prep_stroke_from_path(order.pixels, order.width, order.height, points.data(), (uint32_t)points.size() / 2,
+                              radius);
+    } else {
+        const char* input = picture ? picture : grey;
+        bitmap* bm = bitmap_load_png(&arena, input, 4);
+        if (!bm) {
+            fprintf(stderr, "reel_strokeprep: %s: %s\n", input, errno ? strerror(errno) : "cannot be decoded as a PNG");
+            return 1;
+        }
+        if (bm->width > STROKEPREP_MAX_SIDE || bm->height > STROKEPREP_MAX_SIDE) {
+            fprintf(stderr, "reel_strokeprep: %s: larger than %u a side\n", input, STROKEPREP_MAX_SIDE);
+            return 1;
+        }
+        order.width = bm->width, order.height = bm->height;
+        order.pixels = (uint8_t*)xmemarena_push(&arena, (uint64_t)order.width * order.height);
+        for (uint32_t y = 0; y < bm->height; y++)
+            for (uint32_t x = 0; x < bm->width; x++) {
+                const uint8_t* p = bitmap_pixel(bm, x, y);
+                order.pixels[y * bm->width + x] = grey ? p[0] : (p[3] >= STROKEPREP_SHAPE_ALPHA);
+            }
+        if (picture) {
+            float sx = -1, sy = -1;
+            if (start && (!strokeprep_pair(start, ',', &sx, &sy) || sx < 0 || sy < 0))
+                return strokeprep_usage(stderr, 2);
+            auto* shape = (uint8_t*)xmemarena_push(&arena, (uint64_t)order.width * order.height);
+            memcpy(shape, order.pixels, (size_t)order.width * order.height);
+            prep_stroke_from_shape(order.pixels, shape, order.width, order.height, start ? (uint32_t)sx : UINT32_MAX,
+                                   start ? (uint32_t)sy : UINT32_MAX, &arena);
+        }
+    }
+    order.key = 0;
+    reel_image image = {order.width, order.height, {}};
+    prep_texture_from_indices(&image.texture, &arena, &order, PREP_STROKE_MIN_WIDTH, 0);
+    std::vector<uint8_t> block(reel_image_write_size(&image));
+    reel_image_write(block.data(), &image, BYTE_ORDER_NATIVE);
+    if (prep_write_resource(output, block.data(), block.data() + block.size(), "reel_strokeprep") != 0)
+        return 1;
+    printf("%s: stroke image of %u x %u\n", output, order.width, order.height);
+    return 0;
+}
