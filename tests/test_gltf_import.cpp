@@ -16,6 +16,7 @@
 
 #include "color_quantize.h"
 #include "gltf_import.h"
+#include "gltf_sample.h"
 #include "mad.h"
 #include "mad_anim.h"
 #include "n3d_convert.h"
@@ -45,23 +46,6 @@ struct imported {
 
 const gltf_import_options OPTIONS = {"m", 1024, 1};
 
-// base64 of little-endian floats, so that test models carry their numbers in the text
-std::string base64(const std::vector<uint8_t>& bytes)
-{
-    static const char* table = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string out;
-    for (size_t i = 0; i < bytes.size(); i += 3) {
-        const uint32_t b0 = bytes[i], b1 = i + 1 < bytes.size() ? bytes[i + 1] : 0,
-                       b2 = i + 2 < bytes.size() ? bytes[i + 2] : 0;
-        const uint32_t v = b0 << 16 | b1 << 8 | b2;
-        out += table[(v >> 18) & 63];
-        out += table[(v >> 12) & 63];
-        out += i + 1 < bytes.size() ? table[(v >> 6) & 63] : '=';
-        out += i + 2 < bytes.size() ? table[v & 63] : '=';
-    }
-    return out;
-}
-
 // A buffer of floats followed by bytes, as a data URI.
 struct buffer_builder {
     std::vector<uint8_t> bytes;
@@ -80,7 +64,7 @@ struct buffer_builder {
             bytes.push_back(0);
         return at;
     }
-    std::string uri() const { return "data:application/octet-stream;base64," + base64(bytes); }
+    std::string uri() const { return "data:application/octet-stream;base64," + gltf_sample_base64(bytes.data(), bytes.size()); }
 };
 
 void import_text(imported* m, const std::string& json)
@@ -462,6 +446,43 @@ TEST(gltf_import, untextured_materials_share_one_swatch_with_a_cell_per_colour)
             EXPECT_EQ(((const uint16_t*)t->palette)[texel], expect[p]) << "primitive " << p;
         }
     }
+}
+
+// ---- the model written in code, as text and as .glb ----
+
+TEST(gltf_import, sample_model_imports_alike_from_text_and_binary)
+{
+    imported text, glb;
+    const std::vector<uint8_t> t = gltf_sample_model(0), g = gltf_sample_model(1);
+    text.status = gltf_import_memory(&text.result, &text.a.arena, &text.a.tmp, t.data(), t.size(), 0, "", &OPTIONS,
+                                     &text.error);
+    glb.status = gltf_import_memory(&glb.result, &glb.a.arena, &glb.a.tmp, g.data(), g.size(), 1, "", &OPTIONS,
+                                    &glb.error);
+    ASSERT_EQ(text.status, 0) << text.error;
+    ASSERT_EQ(glb.status, 0) << glb.error;
+    const mad_datapack* d = &text.result.datapack;
+    // the same bytes either way
+    std::vector<uint8_t> a(mad_datapack_write_size(d)), b(mad_datapack_write_size(&glb.result.datapack));
+    mad_datapack_write(a.data(), d, BYTE_ORDER_NATIVE);
+    mad_datapack_write(b.data(), &glb.result.datapack, BYTE_ORDER_NATIVE);
+    EXPECT_EQ(a, b);
+    EXPECT_EQ(text.result.notes.size(), 0u);  // nothing needed converting
+    ASSERT_EQ(d->node_count, 4u);
+    EXPECT_EQ(mad_find_node(d, "camera"), 3);
+    EXPECT_EQ(d->nodes[3].parent, &d->nodes[0]);
+    EXPECT_FLOAT_EQ(d->nodes[3].camera->yfov, 0.8f);
+    EXPECT_FLOAT_EQ(d->nodes[3].camera->znear, 0.5f);
+    EXPECT_EQ(mad_find_animation(d, "wave"), 0);
+    // the 1 x 1 picture becomes a 4 x 4 texture of one colour, named after the image
+    ASSERT_EQ(text.result.textures.size(), 1u);
+    EXPECT_EQ(text.result.textures[0].resource, "m_dot.tmap");
+    EXPECT_EQ(text.result.textures[0].colors, 1u);
+    // at 0.5 s the bone is halfway to (0.5, 1, 0) and the tip halfway through its turn
+    mad_animate((mad_datapack*)d, 0, 0.5f);
+    EXPECT_FLOAT_EQ(d->nodes[1].translation[0], 0.25f);
+    EXPECT_FLOAT_EQ(d->nodes[0].scale[0], 1.0f);  // step: key 0 until 1 s
+    mad_animate((mad_datapack*)d, 0, 1.5f);
+    EXPECT_FLOAT_EQ(d->nodes[0].scale[0], 1.5f);
 }
 
 // ---- the Debian sample models ----
