@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -26,14 +27,15 @@ namespace {
 
 const char* const SAMPLES = "/usr/share/assimp/models/glTF2";
 
+// not zero-filled: untouched pages cost nothing
 struct arenas {
-    std::vector<uint8_t> memory;
+    std::unique_ptr<uint8_t[]> memory;
     xmemarena arena, tmp;
-    arenas() : memory((size_t)(96u << 20) + 128)
+    arenas() : memory(new uint8_t[(24u << 20) + 64])
     {
-        uint8_t* base = (uint8_t*)(((uintptr_t)memory.data() + 63) & ~(uintptr_t)63);
-        xmemarena_init(&arena, "test_gltf", 32u << 20, base);
-        xmemarena_init(&tmp, "test_gltf_tmp", 64u << 20, base + (32u << 20));
+        uint8_t* base = (uint8_t*)(((uintptr_t)memory.get() + 63) & ~(uintptr_t)63);
+        xmemarena_init(&arena, "test_gltf", 8u << 20, base);
+        xmemarena_init(&tmp, "test_gltf_tmp", 16u << 20, base + (8u << 20));
     }
 };
 
@@ -76,11 +78,13 @@ void import_text(imported* m, const std::string& json)
 // One triangle (0,0,0) (1,0,0) (0,1,0) at buffer offset 0, accessor 0.
 const std::vector<float> TRIANGLE = {0, 0, 0, 1, 0, 0, 0, 1, 0};
 
-std::string model(const buffer_builder& b, const std::string& accessors, const std::string& rest)
+// Buffer view 0 is the whole buffer; extra_views follow it.
+std::string model(const buffer_builder& b, const std::string& accessors, const std::string& rest,
+                  const std::string& extra_views = "")
 {
     return "{\"asset\":{\"version\":\"2.0\"},\"buffers\":[{\"byteLength\":" + std::to_string(b.bytes.size()) +
            ",\"uri\":\"" + b.uri() + "\"}],\"bufferViews\":[{\"buffer\":0,\"byteLength\":" +
-           std::to_string(b.bytes.size()) + "}],\"accessors\":[" + accessors + "]," + rest + "}";
+           std::to_string(b.bytes.size()) + "}" + extra_views + "],\"accessors\":[" + accessors + "]," + rest + "}";
 }
 
 std::string accessor(size_t offset, uint32_t count, const char* type, int component = 5126)
@@ -290,6 +294,7 @@ struct refusal_case {
     std::string accessors;
     std::string rest;
     const char* message;
+    std::string extra_views = "";
 };
 
 TEST(gltf_import, malformed_models_are_refused_naming_the_element)
@@ -320,6 +325,26 @@ TEST(gltf_import, malformed_models_are_refused_naming_the_element)
          "\"nodes\":[{}],\"animations\":[{\"samplers\":[{\"input\":1,\"output\":0}],"
          "\"channels\":[{\"sampler\":0,\"target\":{\"node\":0,\"path\":\"scale\"}}]}]",
          "animations[0].samplers[0].input: key time 2 (0) is before key time 1 (1)"},  // TRIANGLE[2..4]
+        {"view past its buffer", "{\"bufferView\":1,\"count\":3,\"type\":\"VEC3\",\"componentType\":5126}",
+         mesh + "\"nodes\":[]",
+         "meshes[0].primitives[0].attributes.POSITION: bufferViews[1] spans bytes 8 to 48 of buffers[0], which holds 40",
+         ",{\"buffer\":0,\"byteOffset\":8,\"byteLength\":40}"},
+        {"stride shorter than an element",
+         "{\"bufferView\":1,\"count\":3,\"type\":\"VEC3\",\"componentType\":5126}", mesh + "\"nodes\":[]",
+         "meshes[0].primitives[0].attributes.POSITION: bufferViews[1] has stride 8, but accessors[0] has elements of 12 "
+         "bytes",
+         ",{\"buffer\":0,\"byteLength\":40,\"byteStride\":8}"},
+        {"strided elements past the view",
+         "{\"bufferView\":1,\"count\":3,\"type\":\"VEC3\",\"componentType\":5126}", mesh + "\"nodes\":[]",
+         "meshes[0].primitives[0].attributes.POSITION: accessors[0] needs 44 bytes from offset 0 of bufferViews[1], which "
+         "holds 40",
+         ",{\"buffer\":0,\"byteLength\":40,\"byteStride\":16}"},
+        {"no buffer view", "{\"count\":3,\"type\":\"VEC3\",\"componentType\":5126}", mesh + "\"nodes\":[]",
+         "meshes[0].primitives[0].attributes.POSITION: accessors[0] has no buffer view (all zeros), which is not read "
+         "here"},
+        {"indices of a signed type", tri + "," + accessor(idx, 3, "SCALAR", 5120),
+         "\"meshes\":[{\"primitives\":[{\"indices\":1,\"attributes\":{\"POSITION\":0}}]}]",
+         "meshes[0].primitives[0].indices: accessors[1] has component type 5120, an unsigned integer type expected"},
         {"rotation of length 0", tri, "\"nodes\":[{\"rotation\":[0,0,0,0]}]",
          "nodes[0].rotation is not a rotation (length 0)"},
         {"shearing matrix", tri, "\"nodes\":[{\"matrix\":[1,0,0,0, 1,1,0,0, 0,0,1,0, 0,0,0,1]}]",
@@ -327,7 +352,7 @@ TEST(gltf_import, malformed_models_are_refused_naming_the_element)
     };
     for (const refusal_case& rc : cases) {
         imported m;
-        import_text(&m, model(b, rc.accessors, rc.rest));
+        import_text(&m, model(b, rc.accessors, rc.rest, rc.extra_views));
         EXPECT_EQ(m.status, 1) << rc.what;
         EXPECT_EQ(m.error, rc.message) << rc.what;
     }
