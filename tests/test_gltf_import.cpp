@@ -644,10 +644,14 @@ struct tool_run {
     std::string out, err;
 };
 
-tool_run run_tool(const std::string& args)
+// Runs the tool in a fresh folder; OUTDIR in args becomes a folder inside it.
+tool_run run_tool(std::string args)
 {
     char dir[] = "/tmp/test_gltf_tool_XXXXXX";
     EXPECT_NE(mkdtemp(dir), nullptr);
+    const size_t at = args.find("OUTDIR");
+    if (at != std::string::npos)
+        args.replace(at, 6, std::string(dir) + "/outdir");
     const std::string o = std::string(dir) + "/out", e = std::string(dir) + "/err";
     const std::string cmd = std::string(REEL_GLTF_TOOL) + " " + args + " >" + o + " 2>" + e;
     const int raw = system(cmd.c_str());
@@ -684,6 +688,55 @@ TEST(reel_gltf, command_line_follows_the_unix_conventions)
     const tool_run missing = run_tool("/nonexistent/model.gltf /tmp/unused_outdir");
     EXPECT_EQ(missing.status, 1);
     EXPECT_EQ(missing.err, "reel_gltf: /nonexistent/model.gltf: cannot open: No such file or directory\n");
+}
+
+// Every glTF file of the Debian package is imported (status 0) or refused (status 1, with
+// a message naming what is wrong); the broken ones on purpose are refused for their fault.
+TEST(reel_gltf, every_debian_sample_is_imported_or_refused_for_its_fault)
+{
+    if (!samples_present())
+        GTEST_SKIP() << "assimp-testmodels is not installed (" << SAMPLES << " is missing)";
+    if (!tool_present())
+        GTEST_SKIP() << "reel_gltf is not built beside the tests";
+    struct refusal {
+        const char* file;
+        const char* reason;
+    };
+    const refusal refused[] = {
+        {"BoxTextured-glTF-techniqueWebGL/BoxTextured.gltf", "extensionsRequired names \"KHR_technique_webgl\""},
+        {"BoxWithInfinites-glTF-Binary/BoxWithInfinites.glb", "holds a value that is not finite"},
+        {"IncorrectVertexArrays/Cube.gltf", "35 indices do not make whole triangles"},
+        {"IndexOutOfRange/AllIndicesOutOfRange.gltf", "index 65535 at position 0 is out of range"},
+        {"IndexOutOfRange/IndexOutOfRange.gltf", "index 255 at position 0 is out of range"},
+        {"MissingBin/BoxTextured.gltf", "BoxTextured0.bin"},
+        {"RecursiveNodes/RecursiveNodes.gltf", "the node hierarchy has a cycle"},
+        {"SchemaFailures/sceneWrongType.gltf", "not read as glTF 2.0"},
+        {"draco/2CylinderEngine.gltf", "not read as glTF 2.0"},
+    };
+    FILE* list = popen("find /usr/share/assimp/models/glTF2 -name '*.gltf' -o -name '*.glb' | sort", "r");
+    ASSERT_NE(list, nullptr);
+    char line[1024];
+    uint32_t files = 0;
+    while (fgets(line, sizeof(line), list)) {
+        std::string path = line;
+        path.pop_back();
+        const std::string relative = path.substr(strlen(SAMPLES) + 1);
+        const refusal* expect = nullptr;
+        for (const refusal& r : refused)
+            expect = relative == r.file ? &r : expect;
+        const tool_run run = run_tool("'" + path + "' OUTDIR");
+        files++;
+        if (expect) {
+            EXPECT_EQ(run.status, 1) << relative;
+            EXPECT_EQ(run.err.rfind("reel_gltf: " + path + ": ", 0), 0u) << relative << ": " << run.err;
+            EXPECT_NE(run.err.find(expect->reason), std::string::npos) << relative << ": " << run.err;
+        } else {
+            EXPECT_EQ(run.status, 0) << relative << ": " << run.err;
+            EXPECT_EQ(run.out.rfind("imported \"" + path + "\": ", 0), 0u) << relative;
+        }
+    }
+    pclose(list);
+    EXPECT_EQ(files, 46u);
 }
 
 }  // namespace
