@@ -46,7 +46,7 @@ struct imported {
     int status = -1;
 };
 
-const gltf_import_options OPTIONS = {"m", 1024, 1};
+const gltf_import_options OPTIONS = {"m", 1024, 1, nullptr};
 
 // A buffer of floats followed by bytes, as a data URI.
 struct buffer_builder {
@@ -510,6 +510,37 @@ TEST(gltf_import, sample_model_imports_alike_from_text_and_binary)
     EXPECT_FLOAT_EQ(d->nodes[0].scale[0], 1.5f);
 }
 
+TEST(gltf_import, the_direct_node_gets_argb1555_copies_of_its_images)
+{
+    const std::vector<uint8_t> t = gltf_sample_model(0);
+    gltf_import_options options = OPTIONS;
+    options.direct_node = "body";
+    imported m;
+    m.status = gltf_import_memory(&m.result, &m.a.arena, &m.a.tmp, t.data(), t.size(), 0, "", &options, &m.error);
+    ASSERT_EQ(m.status, 0) << m.error;
+    const mad_datapack* d = &m.result.datapack;
+    const mad_image* image = d->nodes[0].mesh->primitives[0].material->base_color_image;
+    EXPECT_STREQ(image->name, "m_dot_direct");
+    const n3d_texture* tex = &m.result.textures[(size_t)(image - d->images)].texture;
+    EXPECT_EQ(m.result.textures[(size_t)(image - d->images)].resource, "m_dot_direct.tmap");
+    EXPECT_EQ(tex->format, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555);
+    EXPECT_EQ(tex->linear, 0u);
+    EXPECT_EQ(tex->palette, nullptr);
+    struct refusal {
+        const char* node;
+        const char* message;
+    };
+    for (const refusal& r : {refusal{"nope", "no node is named \"nope\" (the direct node)"},
+                             refusal{"camera", "nodes[3] (\"camera\", the direct node) has no mesh"}}) {
+        imported bad;
+        options.direct_node = r.node;
+        bad.status = gltf_import_memory(&bad.result, &bad.a.arena, &bad.a.tmp, t.data(), t.size(), 0, "", &options,
+                                        &bad.error);
+        EXPECT_EQ(bad.status, 1);
+        EXPECT_EQ(bad.error, r.message);
+    }
+}
+
 // ---- the Debian sample models ----
 
 bool samples_present()
@@ -521,7 +552,7 @@ bool samples_present()
 void import_sample(imported* m, const char* relative)
 {
     const std::string path = std::string(SAMPLES) + "/" + relative;
-    const gltf_import_options options = {"sample", 4096, 1};
+    const gltf_import_options options = {"sample", 4096, 1, nullptr};
     m->status = gltf_import_file(&m->result, &m->a.arena, &m->a.tmp, path.c_str(), &options, &m->error);
 }
 

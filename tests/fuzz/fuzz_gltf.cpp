@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     // skip its C++ destructors, and is a finding.
     if (setjmp(fuzz_global.resume))
         fuzz_expect(false, "the importer reached the fatal path");
-    const gltf_import_options options = {"fuzz", 256, 0};
+    const gltf_import_options options = {"fuzz", 256, 0, nullptr};
     const uint32_t binary = size >= 4 && memcmp(data, "glTF", 4) == 0;
     std::string error;
     gltf_import_result* result = new gltf_import_result();
