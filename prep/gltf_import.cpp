@@ -10,12 +10,14 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cfloat>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <array>
 #include <map>
+#include <set>
 
 #include <tiny_gltf.h>
 
@@ -41,6 +43,7 @@
 #include "color_quantize.h"
 #include "n3d_convert.h"
 #include "n3d_io.h"
+#include "n3d_pipeline.h"
 #include "reel.h"
 
 namespace tg = tinygltf;
@@ -87,7 +90,8 @@ static void gltf_note(gltf_ctx* c, const char* fmt, ...)
     va_end(args);
 }
 
-static bool gltf_finite(double v) { return std::isfinite(v); }
+// A number of the JSON text or of an accessor that becomes a float must fit one.
+static bool gltf_finite(double v) { return std::isfinite(v) && fabs(v) <= FLT_MAX; }
 
 // ---- accessors ----
 
@@ -127,7 +131,7 @@ static uint32_t gltf_type_components(int type)
 
 // An accessor whose every element lies inside its buffer: element i starts at base + i * stride.
 struct gltf_accessor_view {
-    const uint8_t* base;  // null for an accessor without a buffer view: every value is 0
+    const uint8_t* base;
     uint64_t stride;
     uint32_t count;
     uint32_t components;
@@ -155,8 +159,9 @@ static bool gltf_accessor_open(gltf_ctx* c, int index, const char* what, gltf_ac
                          N3D_IO_MAX_VERTICES);
     const uint64_t element = (uint64_t)size * components;
     *v = {nullptr, element, (uint32_t)a.count, components, a.componentType, a.normalized};
+    // without a view the accessor is all zeros: legal, but only of use with sparse values
     if (a.bufferView < 0)
-        return true;
+        return gltf_fail(c, "%s: accessors[%d] has no buffer view (all zeros), which is not read here", what, index);
     if ((size_t)a.bufferView >= m->bufferViews.size())
         return gltf_fail(c, "%s: accessors[%d] refers to buffer view %d (%zu views)", what, index, a.bufferView,
                          m->bufferViews.size());
@@ -227,7 +232,7 @@ static bool gltf_read_floats(gltf_ctx* c, int index, uint32_t components, const 
                          components);
     out->assign((size_t)v.count * components, 0.0f);
     const uint32_t size = gltf_component_size(v.component_type);
-    for (uint32_t i = 0; v.base && i < v.count; i++) {
+    for (uint32_t i = 0; i < v.count; i++) {
         for (uint32_t k = 0; k < components; k++) {
             const double value = gltf_component_value(v.base + i * v.stride + k * size, v.component_type, v.normalized);
             if (!gltf_finite(value))
@@ -255,7 +260,7 @@ static bool gltf_read_uints(gltf_ctx* c, int index, uint32_t components, const c
                          v.component_type);
     out->assign((size_t)v.count * components, 0);
     const uint32_t size = gltf_component_size(v.component_type);
-    for (uint32_t i = 0; v.base && i < v.count; i++)
+    for (uint32_t i = 0; i < v.count; i++)
         for (uint32_t k = 0; k < components; k++)
             (*out)[(size_t)i * components + k] =
                 (uint32_t)gltf_component_value(v.base + i * v.stride + k * size, v.component_type, false);
@@ -270,6 +275,7 @@ struct gltf_out_image {
     std::string source;  // for the report
     int gltf_image;      // -1: the colour swatch
     std::vector<std::array<float, 3>> cells;  // the swatch's colours, linear RGB
+    bool direct = false;  // written as ARGB1555 for the direct node
 };
 
 struct gltf_out_material {
@@ -305,6 +311,8 @@ struct gltf_out {
     std::vector<gltf_out_material> materials;  // glTF materials first, then the default one
     int default_material = -1;
     int swatch = -1;  // the image of the untextured materials' colours
+    int direct_swatch = -1;
+    std::set<std::string> image_names;
     std::vector<std::vector<gltf_out_primitive>> meshes;
     std::vector<gltf_out_animation> animations;
 };
@@ -331,17 +339,19 @@ std::string gltf_import_name_from_path(const char* path)
     return gltf_import_sanitize(dot == std::string::npos || dot == 0 ? base : base.substr(0, dot));
 }
 
-static std::string gltf_unique_image_name(const gltf_out* out, std::string name)
+// A node's name in the datapack: its own, or "node<index>" for an unnamed one.
+static std::string gltf_node_name(const tg::Model* m, size_t index)
+{
+    return m->nodes[index].name.empty() ? "node" + std::to_string(index) : m->nodes[index].name;
+}
+
+static std::string gltf_unique_image_name(gltf_out* out, const std::string& name)
 {
     std::string candidate = name;
-    for (uint32_t k = 2;; k++) {
-        bool taken = false;
-        for (const gltf_out_image& im : out->images)
-            taken = taken || im.name == candidate;
-        if (!taken)
-            return candidate;
+    for (uint32_t k = 2; out->image_names.count(candidate); k++)
         candidate = name + "_" + std::to_string(k);
-    }
+    out->image_names.insert(candidate);
+    return candidate;
 }
 
 static std::string gltf_image_base_name(const tg::Image& image, int index)
@@ -360,17 +370,21 @@ static std::string gltf_image_base_name(const tg::Image& image, int index)
 // Untextured materials share one texture: a swatch of 4 x 4 cells, one per distinct colour,
 // which their primitives' texture coordinates all point into the middle of (so that one
 // shade table serves every such material: the scene caches only ten).
-static bool gltf_swatch_cell(gltf_ctx* c, gltf_out* out, gltf_out_material* mat, const char* what)
+// The direct node has a swatch of its own, in the direct format.
+static bool gltf_swatch_cell(gltf_ctx* c, gltf_out* out, gltf_out_material* mat, const char* what, bool direct = false)
 {
-    if (out->swatch < 0) {
+    int* swatch = direct ? &out->direct_swatch : &out->swatch;
+    if (*swatch < 0) {
         gltf_out_image im;
-        im.name = gltf_unique_image_name(out, gltf_import_sanitize(std::string(c->options->name) + "_colors"));
+        im.name = gltf_unique_image_name(
+            out, gltf_import_sanitize(std::string(c->options->name) + (direct ? "_colors_direct" : "_colors")));
         im.source = "the base colours of untextured materials";
         im.gltf_image = -1;
-        out->swatch = (int)out->images.size();
+        im.direct = direct;
+        *swatch = (int)out->images.size();
         out->images.push_back(im);
     }
-    std::vector<std::array<float, 3>>& cells = out->images[(size_t)out->swatch].cells;
+    std::vector<std::array<float, 3>>& cells = out->images[(size_t)*swatch].cells;
     const std::array<float, 3> rgb = {mat->factor[0], mat->factor[1], mat->factor[2]};
     size_t k = 0;
     while (k < cells.size() && cells[k] != rgb)
@@ -381,7 +395,7 @@ static bool gltf_swatch_cell(gltf_ctx* c, gltf_out* out, gltf_out_material* mat,
                              GLTF_IMPORT_SWATCH_CELLS);
         cells.push_back(rgb);
     }
-    mat->image = out->swatch;
+    mat->image = *swatch;
     mat->cell = (int)k;
     return true;
 }
@@ -406,7 +420,11 @@ static bool gltf_convert_materials(gltf_ctx* c, gltf_out* out)
         const int source = t >= 0 ? m->textures[(size_t)t].source : -1;
         if (source >= 0 && (size_t)source >= m->images.size())
             return gltf_fail(c, "textures[%d] refers to image %d (%zu images)", t, source, m->images.size());
-        std::string label = "materials[" + std::to_string(i) + "]";
+        const std::string label = "materials[" + std::to_string(i) + "]";
+        if (pbr.baseColorTexture.extensions.count("KHR_texture_transform"))
+            gltf_note(c, "%s: KHR_texture_transform of the base colour texture is not applied", label.c_str());
+        if (m->materials[i].alphaMode == "BLEND" || m->materials[i].alphaMode == "MASK")
+            gltf_note(c, "%s: alphaMode %s: drawn opaque", label.c_str(), m->materials[i].alphaMode.c_str());
         if (t >= 0 && source < 0)
             gltf_note(c, "%s: textures[%d] has no image glTF defines (an extension's?): the base colour factor is used",
                       label.c_str(), t);
@@ -986,7 +1004,7 @@ static bool gltf_convert_nodes(gltf_ctx* c, const gltf_out* out, mad_datapack* d
         mad_node* n = &d->nodes[i];
         memset(n, 0, sizeof(*n));
         const std::string label = "nodes[" + std::to_string(i) + "]";
-        n->name = gltf_push_string(c->arena, g.name.empty() ? "node" + std::to_string(i) : g.name);
+        n->name = gltf_push_string(c->arena, gltf_node_name(m, i));
         vec3_set(n->scale, 1, 1, 1);
         vec4_set(n->rotation, 0, 0, 0, 1);
         if (!g.matrix.empty()) {
@@ -1033,13 +1051,20 @@ static bool gltf_convert_nodes(gltf_ctx* c, const gltf_out* out, mad_datapack* d
             n->children[k] = (uint32_t)child;
         }
     }
+    // with one parent each, a walk up that meets a node of the same walk goes round a cycle;
+    // nodes already known to lead to a root end a walk, so every node is walked once
+    std::vector<uint8_t> state(m->nodes.size(), 0);  // 0 not seen, 1 on this walk, 2 leads to a root
     for (size_t i = 0; i < m->nodes.size(); i++) {
         d->nodes[i].parent = parent[i] >= 0 ? &d->nodes[parent[i]] : nullptr;
-        // with one parent each, a walk up that takes more steps than there are nodes goes round a cycle
-        size_t steps = 0;
-        for (int p = parent[i]; p >= 0; p = parent[(size_t)p])
-            if (++steps > m->nodes.size() || p == (int)i)
-                return gltf_fail(c, "nodes[%zu] is its own ancestor: the node hierarchy has a cycle", i);
+        int p = (int)i;
+        while (p >= 0 && state[(size_t)p] == 0) {
+            state[(size_t)p] = 1;
+            p = parent[(size_t)p];
+        }
+        if (p >= 0 && state[(size_t)p] == 1)
+            return gltf_fail(c, "nodes[%d] is its own ancestor: the node hierarchy has a cycle", p);
+        for (p = (int)i; p >= 0 && state[(size_t)p] == 1; p = parent[(size_t)p])
+            state[(size_t)p] = 2;
     }
     return true;
 }
@@ -1195,6 +1220,21 @@ static void gltf_make_texture(gltf_ctx* c, gltf_import_texture* out, const bitma
     xmemarena_set_sp(tmp, mark);
 }
 
+// ARGB1555 (format 2), swizzled: the source scaled to its power-of-two size with the Lanczos
+// filter, then the engine's own conversion (levels from the full-size one).
+static void gltf_make_direct_texture(gltf_ctx* c, gltf_import_texture* out, const bitmap* source, uint32_t mips)
+{
+    const uint64_t mark = xmemarena_get_sp(c->tmp);
+    bitmap full;
+    bitmap_init(&full, c->tmp, 1u << gltf_texture_log2(source->width), 1u << gltf_texture_log2(source->height),
+                BITMAP_SRGB | BITMAP_CHANNELS_4);
+    bitmap_downscale(&full, source, BITMAP_FILTER_LANCZOS, c->tmp);
+    n3d_texture_from_bitmap(&out->texture, c->arena, c->tmp, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 1, mips, 1,
+                            &full, nullptr, N3D_TRANSPARENT_INDEX_NONE, 0.5f);
+    out->colors = 0;
+    xmemarena_set_sp(c->tmp, mark);
+}
+
 static bool gltf_convert_textures(gltf_ctx* c, const gltf_out* out)
 {
     for (const gltf_out_image& im : out->images) {
@@ -1228,7 +1268,10 @@ static bool gltf_convert_textures(gltf_ctx* c, const gltf_out* out)
         }
         tex.source_width = source.width;
         tex.source_height = source.height;
-        gltf_make_texture(c, &tex, &source, im.gltf_image >= 0);
+        if (im.direct)
+            gltf_make_direct_texture(c, &tex, &source, im.gltf_image >= 0);
+        else
+            gltf_make_texture(c, &tex, &source, im.gltf_image >= 0);
         xmemarena_set_sp(c->tmp, mark);
         c->result->textures.push_back(tex);
     }
@@ -1284,13 +1327,57 @@ static void gltf_assemble(gltf_ctx* c, const gltf_out* out, mad_datapack* d)
     }
 }
 
+// The node the scene draws in its second pass needs ARGB1555 textures: its primitives get
+// materials of their own whose images are copies written in that format (so that a picture it
+// shares with other nodes stays a palette texture for them).
+static bool gltf_convert_direct_node(gltf_ctx* c, gltf_out* out)
+{
+    const tg::Model* m = c->model;
+    const char* name = c->options->direct_node;
+    size_t node = 0;
+    while (node < m->nodes.size() && gltf_node_name(m, node) != name)
+        node++;
+    if (node == m->nodes.size())
+        return gltf_fail(c, "no node is named \"%s\" (the direct node)", name);
+    const int mesh = m->nodes[node].mesh;
+    if (mesh < 0 || (size_t)mesh >= m->meshes.size())
+        return gltf_fail(c, "nodes[%zu] (\"%s\", the direct node) has no mesh", node, name);
+    for (size_t i = 0; i < m->nodes.size(); i++)
+        if (i != node && m->nodes[i].mesh == mesh)
+            return gltf_fail(c, "meshes[%d] of the direct node \"%s\" is also the mesh of nodes[%zu]", mesh, name, i);
+    std::map<int, int> direct_image;  // image -> its direct copy
+    for (gltf_out_primitive& p : out->meshes[(size_t)mesh]) {
+        gltf_out_material mat = out->materials[(size_t)p.material];
+        if (mat.cell >= 0) {
+            if (!gltf_swatch_cell(c, out, &mat, "the direct node", true))
+                return false;
+            for (uint32_t k = 0; k < p.vertices.count; k++)
+                gltf_swatch_uv(&p.vertices.uv0[k * 2], mat.cell);
+        } else {
+            auto found = direct_image.find(mat.image);
+            if (found == direct_image.end()) {
+                gltf_out_image im = out->images[(size_t)mat.image];
+                im.name = gltf_unique_image_name(out, im.name + "_direct");
+                im.direct = true;
+                found = direct_image.emplace(mat.image, (int)out->images.size()).first;
+                out->images.push_back(im);
+            }
+            mat.image = found->second;
+        }
+        p.material = (int)out->materials.size();
+        out->materials.push_back(mat);
+    }
+    return true;
+}
+
 static bool gltf_convert(gltf_ctx* c)
 {
     const tg::Model* m = c->model;
     mad_datapack* d = &c->result->datapack;
     memset(d, 0, sizeof(*d));
     gltf_out out;
-    if (!gltf_convert_materials(c, &out) || !gltf_convert_meshes(c, &out) || !gltf_convert_animations(c, &out))
+    if (!gltf_convert_materials(c, &out) || !gltf_convert_meshes(c, &out) || !gltf_convert_animations(c, &out) ||
+        (c->options->direct_node && !gltf_convert_direct_node(c, &out)))
         return false;
     d->node_count = (uint32_t)m->nodes.size();
     d->nodes = gltf_push_array<mad_node>(c->arena, d->node_count);
@@ -1305,6 +1392,17 @@ static bool gltf_convert(gltf_ctx* c)
     gltf_assemble(c, &out, d);
     if (!gltf_convert_textures(c, &out))
         return false;
+    // what the scene's draw passes take (every node with a mesh draws each of its primitives)
+    uint32_t drawn_primitives = 0, drawn_triangles = 0;
+    for (uint32_t i = 0; i < d->node_count; i++)
+        for (uint32_t j = 0; d->nodes[i].mesh && j < d->nodes[i].mesh->primitive_count; j++) {
+            drawn_primitives++;
+            drawn_triangles += d->nodes[i].mesh->primitives[j].vertices.count / 3;
+        }
+    if (drawn_primitives > N3D_PIPELINE_DRAW_CMD_MAX_COUNT || drawn_triangles > N3D_PIPELINE_MAX_PRIMITIVES)
+        gltf_note(c, "%u primitives of %u triangles in all: the animated 3D scene draws at most %u primitives and %u "
+                  "triangles a pass", drawn_primitives, drawn_triangles, N3D_PIPELINE_DRAW_CMD_MAX_COUNT,
+                  N3D_PIPELINE_MAX_PRIMITIVES);
     if (c->result->textures.size() > REEL_SHADE_TABLE_CACHE_MAX)
         gltf_note(c, "%zu textures: the animated 3D scene lights at most %u different textures in one run",
                   c->result->textures.size(), REEL_SHADE_TABLE_CACHE_MAX);

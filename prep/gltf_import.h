@@ -50,6 +50,11 @@ struct gltf_import_options {
     const char* name;         // base of every resource name (datapack and textures)
     uint32_t max_image_side;  // larger source images are refused before they are decoded
     uint32_t allow_files;     // 0: buffers and images given by a file path are not read (fuzzing)
+    // Null, or the name of the node the scene draws unlit in its second pass (its "special"
+    // node), which takes ARGB1555 textures: its primitives get their own materials and copies
+    // of their images ("<image>_direct", and a swatch "<name>_colors_direct") in that format.
+    // Its mesh must be its own.
+    const char* direct_node;
 };
 
 // One texture resource: its name as the show asks for it (image name + ".tmap") and the texture.

@@ -16,12 +16,14 @@ constexpr uint64_t REEL_GLTF_ARENA_BYTES = 2ull << 30;
 constexpr uint64_t REEL_GLTF_TMP_BYTES = 1ull << 30;
 
 static const char* const REEL_GLTF_USAGE =
-    "usage: reel_gltf [--name NAME] MODEL.gltf|MODEL.glb OUTDIR\n"
+    "usage: reel_gltf [--name NAME] [--direct NODE] MODEL.gltf|MODEL.glb OUTDIR\n"
     "Imports a glTF 2.0 model for the animated 3D scene. Writes into OUTDIR (created when missing):\n"
     "  NAME.mad         the datapack: nodes, meshes, skins, cameras, materials, animations\n"
     "  NAME_<image>.tmap one 8-bit palette texture per base-colour image (and per untextured material)\n"
     "  NAME.manifest    the reel_pack lines for these files\n"
-    "NAME defaults to the model's file name without its extension. Conversions the datapack needs\n"
+    "NAME defaults to the model's file name without its extension. --direct names the node the scene\n"
+    "draws unlit in its second pass (its special node): its images are written as ARGB1555 copies\n"
+    "NAME_<image>_direct.tmap (and NAME_colors_direct.tmap). Conversions the datapack needs\n"
     "(strips and fans to lists, morph targets baked in, splines resampled, ...) are printed as notes;\n"
     "what cannot be converted is refused with a message naming the glTF element, and exit status 1.\n";
 
@@ -62,8 +64,11 @@ static void reel_gltf_print(const char* path, const gltf_import_result* r)
                a->channel_count, a->sampler_count, (double)first, (double)last);
     }
     for (const gltf_import_texture& t : r->textures)
-        printf("texture \"%s\": from %s, %u x %u to %u x %u, %u colours\n", t.resource.c_str(), t.source.c_str(),
-               t.source_width, t.source_height, 1u << t.texture.log2_w, 1u << t.texture.log2_h, t.colors);
+        printf("texture \"%s\": from %s, %u x %u to %u x %u, %s\n", t.resource.c_str(), t.source.c_str(),
+               t.source_width, t.source_height, 1u << t.texture.log2_w, 1u << t.texture.log2_h,
+               t.texture.format == N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555
+                   ? "ARGB1555"
+                   : (std::to_string(t.colors) + " colours").c_str());
     for (const std::string& note : r->notes)
         printf("note: %s\n", note.c_str());
 }
@@ -71,6 +76,7 @@ static void reel_gltf_print(const char* path, const gltf_import_result* r)
 int main(int argc, char** argv)
 {
     const char* name = nullptr;
+    const char* direct = nullptr;
     const char* paths[2] = {nullptr, nullptr};
     uint32_t path_count = 0;
     for (int i = 1; i < argc; i++) {
@@ -80,6 +86,8 @@ int main(int argc, char** argv)
         }
         if (strcmp(argv[i], "--name") == 0 && i + 1 < argc && argv[i + 1][0]) {
             name = argv[++i];
+        } else if (strcmp(argv[i], "--direct") == 0 && i + 1 < argc) {
+            direct = argv[++i];
         } else if (argv[i][0] == '-' || path_count == 2) {
             fputs(REEL_GLTF_USAGE, stderr);
             return 2;
@@ -102,29 +110,34 @@ int main(int argc, char** argv)
     void* tmp_memory = malloc(REEL_GLTF_TMP_BYTES);
     if (!arena_memory || !tmp_memory) {
         fprintf(stderr, "reel_gltf: out of memory\n");
+        free(arena_memory);
+        free(tmp_memory);
         return 1;
     }
     xmemarena_init(&arena, "gltf_arena", REEL_GLTF_ARENA_BYTES, arena_memory);
     xmemarena_init(&tmp, "gltf_tmp_arena", REEL_GLTF_TMP_BYTES, tmp_memory);
 
-    const gltf_import_options options = {base.c_str(), REEL_GLTF_MAX_IMAGE_SIDE, 1};
+    const gltf_import_options options = {base.c_str(), REEL_GLTF_MAX_IMAGE_SIDE, 1, direct};
     gltf_import_result result;
     std::string error;
+    int status = 0;
     if (gltf_import_file(&result, &arena, &tmp, paths[0], &options, &error)) {
         for (const std::string& note : result.notes)
             printf("note: %s\n", note.c_str());
         fflush(stdout);
         fprintf(stderr, "reel_gltf: %s: %s\n", paths[0], error.c_str());
-        return 1;
+        status = 1;
+    } else {
+        reel_gltf_print(paths[0], &result);
+        if (gltf_import_write(&result, paths[1], base.c_str(), &tmp, &error)) {
+            fflush(stdout);
+            fprintf(stderr, "reel_gltf: %s\n", error.c_str());
+            status = 1;
+        } else {
+            printf("manifest \"%s/%s.manifest\":\n%s", paths[1], base.c_str(), gltf_import_manifest(&result).c_str());
+        }
     }
-    reel_gltf_print(paths[0], &result);
-    if (gltf_import_write(&result, paths[1], base.c_str(), &tmp, &error)) {
-        fflush(stdout);
-        fprintf(stderr, "reel_gltf: %s\n", error.c_str());
-        return 1;
-    }
-    printf("manifest \"%s/%s.manifest\":\n%s", paths[1], base.c_str(), gltf_import_manifest(&result).c_str());
     free(tmp_memory);
     free(arena_memory);
-    return 0;
+    return status;
 }
