@@ -162,5 +162,7 @@ const reel_scene_binding reel_scene_table[] = {
     {"video_clut_reset", scene_video_clut_reset, nullptr},
     {"video_clut_fade_to_color", scene_video_clut_fade_to_color, scene_video_clut_fade_to_color_parse_args},
     {"video_clear", scene_video_clear, scene_video_clear_parse_args},
+    // before video_madpack_greets, so that a row naming video_madpack binds here
+    {"video_madpack", scene_video_madpack, scene_video_madpack_parse_args},
 };
 const uint32_t reel_scene_table_count = sizeof(reel_scene_table) / sizeof(reel_scene_table[0]);

@@ -1,6 +1,8 @@
 // Scene functions and their argument parsers, one pair per row of the scene table.
 #pragma once
 
+#include "mad.h"
+#include "n3d_camera.h"
 #include "reel.h"
 
 void scene_load_sync(reel_scene* scene, reel_run_context* ctx);
@@ -35,3 +37,31 @@ void scene_overlay_clut_set1_pulsate(reel_scene* scene, reel_run_context* ctx);
 void scene_overlay_clut_set1_pulsate_parse_args(reel_scene* scene, reel_parse_context* ctx);
 void scene_overlay_palette_animation(reel_scene* scene, reel_run_context* ctx);
 void scene_overlay_palette_animation_parse_args(reel_scene* scene, reel_parse_context* ctx);
+
+// Animated 3D scene (reel_scenes_madpack.cpp). The greetings scene calls both functions on its
+// own scene record: this state sits at the start of the record's private state.
+// Positions in the node table of reel_madfx.
+enum : uint32_t {
+    REEL_MADPACK_SPECIAL_NODE = 0,   // drawn last, unlit, at a fifth of its size
+    REEL_MADPACK_CAMERA_NODE = 1,    // the camera when the fly camera is off
+    REEL_MADPACK_OPTIONAL_NODE = 2,  // drawn only while a second animation runs
+    REEL_MADPACK_NODE_LUT_COUNT = 3,
+};
+struct scene_video_madpack_state {
+    n3d_texture** textures;  // one slot per textured primitive (mad_build_texture_table)
+    uint32_t texture_count;
+    uint32_t init_done;  // the first update call only sets up
+    reel_madfx madfx;    // tables from the parse arena
+};
+void scene_video_madpack(reel_scene* scene, reel_run_context* ctx);
+void scene_video_madpack_parse_args(reel_scene* scene, reel_parse_context* ctx);
+// One texture per primitive (of a node's mesh) whose material names an image, in node and
+// primitive order, loaded as "<image name>.tmap"; each image keeps the last slot loaded for it.
+void mad_build_texture_table(reel_engine* engine, mad_datapack* datapack, xmemarena* arena, n3d_texture*** table_out,
+                             uint32_t* count_out);
+void fly_camera_init(fly_camera* state, const vec3 position, float yaw_degrees);
+// The moving light at a scene's local time in seconds.
+void reel_madpack_light_position(vec3 light, float seconds);
+// The fly camera and whether it replaces the camera node: one of each for the whole process.
+extern fly_camera reel_madpack_fly_camera;
+extern uint32_t reel_madpack_fly_mode;

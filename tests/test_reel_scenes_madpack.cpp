@@ -1,0 +1,305 @@
+// The animated 3D scene, driven pass by pass as the sequencer calls it, over a datapack built
+// here from records: the argument parser's tables and messages, the texture table, the moving
+// light, the fly camera and its key, the shade-table cache, the two draw passes and the exits.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "mad.h"
+#include "scene_fixture.h"
+
+namespace {
+
+constexpr uint16_t SPECIAL_COLOR = 0xFC00;  // opaque red: the special node's direct-colour texel
+constexpr uint32_t SIDE = 256;
+
+// A square of side 2 about the origin in the z = 0 plane, both windings, with every attribute
+// the lit pass reads.
+struct square_vertices {
+    float xyz[12 * 3], uv[12 * 2], n[12 * 3], t[12 * 3], b[12 * 3];
+    square_vertices()
+    {
+        const float corners[6][2] = {{-1, -1}, {1, -1}, {1, 1}, {-1, -1}, {1, 1}, {-1, 1}};
+        for (uint32_t v = 0; v < 12; v++) {
+            const uint32_t c = v < 6 ? v : 11 - (v - 6);  // the second half backwards
+            const float x = corners[c % 6][0], y = corners[c % 6][1];
+            const float vertex[3][3] = {{x, y, 0}, {0, 0, 1}, {1, 0, 0}};
+            std::copy(vertex[0], vertex[0] + 3, xyz + v * 3);
+            std::copy(vertex[1], vertex[1] + 3, n + v * 3);
+            std::copy(vertex[2], vertex[2] + 3, t + v * 3);
+            const float bitangent[3] = {0, 1, 0};
+            std::copy(bitangent, bitangent + 3, b + v * 3);
+            uv[v * 2] = (x + 1) * 0.5f, uv[v * 2 + 1] = (y + 1) * 0.5f;
+        }
+    }
+    n3d_vertices vertices() { return {12, xyz, uv, n, t, b, nullptr, nullptr, nullptr}; }
+};
+
+// Nodes: 0 "root" (no mesh, parent of 1), 1 "lit" (mesh 0: wood), 2 "special" (mesh 1: flat),
+// 3 "cam" (camera 5 units up +z, looking down -z), 4 "optional" (mesh 0 again).
+// Animations: "move" slides "lit" along x, "extra" moves "optional".
+struct test_pack {
+    square_vertices square;
+    mad_image images[3] = {{(char*)"wood", 9}, {(char*)"flat", 9}, {(char*)"unused", 9}};
+    mad_material materials[3] = {{&images[0], {1, 1, 1, 1}}, {&images[1], {1, 1, 1, 1}}, {&images[2], {1, 1, 1, 1}}};
+    mad_primitive lit_primitives[1], special_primitives[1], unused_primitives[1];
+    mad_mesh meshes[3] = {{1, lit_primitives}, {1, special_primitives}, {1, unused_primitives}};
+    mad_camera cameras[1] = {{0, 0, 0.5f, 0, 0, 0, 0.7853982f}};
+    uint32_t root_children[1] = {1};
+    mad_node nodes[5];
+    float move_times[2] = {0, 1}, move_values[6] = {0, 0, 0, 4, 0, 0};
+    float extra_times[1] = {0}, extra_values[3] = {0, 0, 1};
+    mad_sampler move_samplers[1] = {{MAD_INTERPOLATION_LINEAR, 2, 6, move_times, move_values}};
+    mad_sampler extra_samplers[1] = {{MAD_INTERPOLATION_LINEAR, 1, 3, extra_times, extra_values}};
+    mad_channel move_channels[1] = {{&nodes[1], &move_samplers[0], MAD_PATH_TRANSLATION}};
+    mad_channel extra_channels[1] = {{&nodes[4], &extra_samplers[0], MAD_PATH_TRANSLATION}};
+    mad_animation animations[2] = {{(char*)"move", 1, move_samplers, 1, move_channels},
+                                   {(char*)"extra", 1, extra_samplers, 1, extra_channels}};
+    mad_datapack pack;
+
+    test_pack()
+    {
+        lit_primitives[0] = {square.vertices(), &materials[0]};
+        special_primitives[0] = {square.vertices(), &materials[1]};
+        unused_primitives[0] = {square.vertices(), &materials[2]};  // no node draws mesh 2
+        const char* names[5] = {"root", "lit", "special", "cam", "optional"};
+        for (uint32_t i = 0; i < 5; i++) {
+            nodes[i] = {};
+            nodes[i].name = (char*)names[i];
+            vec3_set(nodes[i].scale, 1, 1, 1);
+            nodes[i].rotation[3] = 1;
+        }
+        nodes[0].child_count = 1, nodes[0].children = root_children;
+        nodes[1].mesh = &meshes[0], nodes[1].parent = &nodes[0];
+        nodes[2].mesh = &meshes[1];
+        nodes[3].camera = &cameras[0];
+        vec3_set(nodes[3].translation, 0, 0, 5);
+        nodes[4].mesh = &meshes[0];
+        pack = {5, nodes, 3, meshes, 0, nullptr, 1, cameras, 2, animations, 3, images, 3, materials};
+    }
+};
+
+struct madpack_fixture : scene_fixture {
+    test_pack data;
+    uint16_t palette[256];
+    uint16_t file_shades[256 * 32] = {};
+    std::vector<n3d_texture> textures = std::vector<n3d_texture>(12);
+    std::vector<void*> mips = std::vector<void*>(12);
+    std::vector<std::string> names;
+
+    madpack_fixture()
+    {
+        n3d_init(&demo);
+        n3d_phong_lut_init(&engine.phong_lut, &demo, 0.3f, 0);
+        n3d_phong_lut_set_default(&engine.phong_lut);
+        for (reel_shade_table_entry& entry : engine.shade_tables)
+            entry.table = (uint16_t*)xmemarena_push_align(engine.arena, REEL_SHADE_TABLE_BYTES, 32);
+        for (uint32_t i = 0; i < 256; i++)
+            palette[i] = (uint16_t)(0x8000 | i << 5);
+        reel_madpack_fly_mode = 0;
+        names.reserve(16);
+        add(REEL_KIND_MADPACK, "scene", &data.pack);
+        add_texture("wood.tmap", N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555);
+        add_texture("flat.tmap", N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555);
+        add_texture("unused.tmap", N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555);
+    }
+
+    n3d_texture* add_texture(const char* name, N3D_TEXEL_FORMAT format)
+    {
+        const uint32_t i = (uint32_t)names.size();
+        names.push_back(name);
+        n3d_texture* t = &textures[i];
+        *t = {};
+        t->format = format;
+        t->log2_w = t->log2_h = t->min_log2_w = t->min_log2_h = 8;
+        t->mips = &mips[i];
+        if (format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555) {
+            mips[i] = memset(xmemarena_push_align(&demo, SIDE * SIDE, 32), 7, SIDE * SIDE);
+            t->colors_count = 256, t->shades_per_color = 32;
+            t->palette = palette, t->shade_table = file_shades;
+        } else {
+            auto* texels = (uint16_t*)xmemarena_push_align(&demo, SIDE * SIDE * 2, 32);
+            std::fill(texels, texels + SIDE * SIDE, SPECIAL_COLOR);
+            mips[i] = texels;
+        }
+        add(REEL_KIND_TEXTURE, names.back().c_str(), t);
+        return t;
+    }
+
+    scene_video_madpack_state* state() { return reel_scene_state<scene_video_madpack_state>(&scene); }
+    const uint16_t* video() { return (const uint16_t*)ctx.video->framebuffer->pixels; }
+
+    // Loads the row and makes the first update pass: the set-up call, then the first frame at 0 s.
+    void start(const char* args)
+    {
+        load("video_madpack", args);
+        pass(REEL_PASS_UPDATE, 0.0f);
+    }
+
+    void update(float seconds)
+    {
+        pass(REEL_PASS_UPDATE, seconds);
+        memcpy(engine.previous_keys, keys, sizeof(keys));  // as the engine frame does after each pass
+    }
+};
+
+const char* const ARGS = "scene,0,1,move,cam,special,optional,0";
+const char* const ARGS_TWO = "scene,0.5,2,move,cam,special,optional,extra";
+
+// ---- parse ----
+
+TEST_F(madpack_fixture, parser_fills_the_tables_in_their_fixed_positions)
+{
+    const struct {
+        const char* args;
+        uint32_t animation_count;
+        uint32_t second;
+        float offset, speed;
+    } cases[] = {{ARGS, 1, 0, 0.0f, 1.0f}, {ARGS_TWO, 2, 1, 0.5f, 2.0f}};
+    for (const auto& c : cases) {
+        load("video_madpack", c.args);
+        const reel_madfx& fx = state()->madfx;
+        ASSERT_EQ(fx.node_lut_count, 3u);
+        EXPECT_EQ(fx.node_index_lut[0], 2u) << "special";
+        EXPECT_EQ(fx.node_index_lut[1], 3u) << "camera";
+        EXPECT_EQ(fx.node_index_lut[2], 4u) << "optional";
+        ASSERT_EQ(fx.animation_lut_count, c.animation_count) << c.args;
+        EXPECT_EQ(fx.animation_index_lut[0], 0u);
+        if (c.animation_count == 2) {
+            EXPECT_EQ(fx.animation_index_lut[1], c.second);
+        }
+        ASSERT_EQ(scene.madpack_count, 1u);
+        EXPECT_EQ(scene.madpacks[0], &data.pack);
+        ASSERT_GE(scene.float_count, 2u);
+        EXPECT_EQ(scene.floats[0], c.offset);
+        EXPECT_EQ(scene.floats[1], c.speed);
+    }
+}
+
+TEST_F(madpack_fixture, texture_table_has_one_slot_per_textured_primitive_of_a_node_in_node_order)
+{
+    load("video_madpack", ARGS);
+    // node 1 draws wood, node 2 flat, node 4 wood again; mesh 2 belongs to no node
+    const scene_video_madpack_state* s = state();
+    ASSERT_EQ(s->texture_count, 3u);
+    EXPECT_EQ(s->textures[0], &textures[0]);
+    EXPECT_EQ(s->textures[1], &textures[1]);
+    EXPECT_EQ(s->textures[2], &textures[0]) << "the cache hands out the same record again";
+    EXPECT_EQ(data.images[0].texture_index, 2u) << "an image keeps the last slot";
+    EXPECT_EQ(data.images[1].texture_index, 1u);
+    EXPECT_EQ(data.images[2].texture_index, 9u) << "an image no node draws is not touched";
+}
+
+// Death tests print what the child wrote on standard output to standard error, where the
+// matcher reads.
+#define EXPECT_EXIT_STDOUT(statement, regex) \
+    EXPECT_EXIT((fflush(stdout), dup2(fileno(stderr), fileno(stdout)), statement), testing::ExitedWithCode(1), regex)
+
+TEST_F(madpack_fixture, names_not_found_and_a_camera_node_without_a_camera_are_fatal_at_parse)
+{
+    const struct {
+        const char* args;
+        const char* message;
+    } cases[] = {
+        {"scene,0,1,move,nocam,special,optional,0",
+         "failed find node \"nocam\"\n(.|\n)*reel_madfx_validate(.|\n)*node_index_lut\\[1\\] is null!\n"},
+        {"scene,0,1,move,cam,special,gone,0", "failed find node \"gone\"\n(.|\n)*node_index_lut\\[2\\] is null!\n"},
+        {"scene,0,1,walk,cam,special,optional,0", "failed find animation \"walk\"\n(.|\n)*animation_index_lut\\[0\\]"},
+        {"scene,0,1,move,cam,special,optional,Extra", "animation_index_lut\\[1\\] is null!\n"},
+        {"scene,0,1,move,lit,special,optional,0",
+         "scene_video_madpack_parse_args(.|\n)*node\\[1\\] with name lit is not a camera\\?\n"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EXIT_STDOUT(load("video_madpack", c.args), c.message) << c.args;
+}
+
+// ---- light and camera ----
+
+TEST(madpack_light, moves_on_its_path_at_known_times)
+{
+    // u = seconds / 5: (5 sin(pi u), 5 cos(pi u), 2 cos(0.6 pi u) sin(2 pi u))
+    const struct {
+        float seconds;
+        float x, y, z;
+    } cases[] = {
+        {0.0f, 0.0f, 5.0f, 0.0f},
+        {1.25f, 3.5355339f, 3.5355339f, 1.7820130f},  // u = 1/4: 2 cos(0.15 pi) = 1.782013
+        {2.5f, 5.0f, 0.0f, 0.0f},                     // u = 1/2: sin(pi) = 0
+        {3.75f, 3.5355339f, -3.5355339f, -0.3128690f},  // u = 3/4: 2 cos(0.45 pi) sin(1.5 pi)
+        {5.0f, 0.0f, -5.0f, 0.0f},
+    };
+    for (const auto& c : cases) {
+        vec3 light;
+        reel_madpack_light_position(light, c.seconds);
+        EXPECT_NEAR(light[0], c.x, 2e-5f) << c.seconds;
+        EXPECT_NEAR(light[1], c.y, 2e-5f) << c.seconds;
+        EXPECT_NEAR(light[2], c.z, 2e-5f) << c.seconds;
+    }
+}
+
+TEST_F(madpack_fixture, first_update_call_only_sets_up_the_fly_camera_render_calls_do_nothing)
+{
+    reel_madpack_fly_camera = {{1, 2, 3}, 1, 1, 1, 1};
+    load("video_madpack", ARGS);
+    pass(REEL_PASS_RENDER, 0.0f);
+    EXPECT_FALSE(scene.load_complete);
+    EXPECT_EQ(reel_madpack_fly_camera.position[0], 1.0f);
+    pass(REEL_PASS_UPDATE, 0.0f);
+    EXPECT_TRUE(scene.load_complete);
+    const fly_camera& f = reel_madpack_fly_camera;
+    EXPECT_EQ(std::vector<float>(f.position, f.position + 3), (std::vector<float>{0, 0, 0}));
+    EXPECT_EQ(f.yaw, 0.0f);
+    EXPECT_EQ(f.pitch, 0.0f);
+    EXPECT_EQ(f.mouse_sensitivity, 0.025f);
+    EXPECT_EQ(f.speed, 2.0f);
+
+    fly_camera g;
+    const vec3 at = {4, 5, 6};
+    fly_camera_init(&g, at, 90.0f);
+    EXPECT_EQ(g.yaw, 90.0f * 0.017453292f);
+}
+
+TEST_F(madpack_fixture, key_2_switches_to_the_fly_camera_which_keeps_its_pose_until_the_next_press)
+{
+    start(ARGS);
+    keys['w'] = 1;
+    update(0.1f);
+    EXPECT_EQ(reel_madpack_fly_mode, 0u);
+    EXPECT_EQ(reel_madpack_fly_camera.position[2], 0.0f) << "the fly camera stays put while off";
+
+    keys['2'] = 1;
+    update(0.2f);  // pressed: on, and it moves this frame
+    EXPECT_EQ(reel_madpack_fly_mode, 1u);
+    const float step = 2.0f / 60.0f;  // speed x 1/60 along -z
+    EXPECT_NEAR(reel_madpack_fly_camera.position[2], -step, 1e-6f);
+    update(0.3f);  // still held: no second toggle
+    EXPECT_EQ(reel_madpack_fly_mode, 1u);
+    EXPECT_NEAR(reel_madpack_fly_camera.position[2], -2 * step, 1e-6f);
+
+    keys['2'] = 0;
+    update(0.4f);
+    keys['2'] = 1;
+    update(0.5f);  // pressed again: back to the camera node
+    EXPECT_EQ(reel_madpack_fly_mode, 0u);
+    const float kept = reel_madpack_fly_camera.position[2];
+    keys['2'] = 0;
+    update(0.6f);
+    keys['2'] = 1;
+    keys['w'] = 0;
+    update(0.7f);
+    EXPECT_EQ(reel_madpack_fly_mode, 1u);
+    EXPECT_EQ(reel_madpack_fly_camera.position[2], kept) << "the pose survives the switch";
+}
+
+TEST_F(madpack_fixture, a_camera_node_nearer_than_the_depth_buffer_allows_is_fatal)
+{
+    data.cameras[0].yfov = 0.7f, data.cameras[0].znear = 0.1f;
+    EXPECT_DEATH(start(ARGS), "near_plane must be >= N3D_ZBUFFER_MIN_NEAR_PLANE but is 0.10");
+}
+
+}  // namespace
