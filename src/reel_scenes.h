@@ -65,3 +65,8 @@ void reel_madpack_light_position(vec3 light, float seconds);
 // The fly camera and whether it replaces the camera node: one of each for the whole process.
 extern fly_camera reel_madpack_fly_camera;
 extern uint32_t reel_madpack_fly_mode;
+
+// Greetings (reel_scenes_greets.cpp): a still frame of an animated 3D scene with lines of text
+// scrolling through a magnified panel in it.
+void scene_video_madpack_greets(reel_scene* scene, reel_run_context* ctx);
+void scene_video_madpack_greets_parse_args(reel_scene* scene, reel_parse_context* ctx);
