@@ -231,7 +231,7 @@ static void n3d_reverse_palette_build(uint8_t* reverse_palette, const uint16_t* 
 }
 
 // Shade s of colour c is the colour's red, green and blue times (s + 1) / 32: shade 31 is the colour.
-static void n3d_texture_build_shade_table_argb1555(n3d_texture* texture)
+void n3d_texture_build_shade_table_argb1555(n3d_texture* texture)
 {
     const auto* palette = (const uint16_t*)texture->palette;
     auto* table = (uint16_t*)texture->shade_table;

@@ -71,6 +71,9 @@ void n3d_texture_from_bitmap(n3d_texture* texture, xmemarena* arena, xmemarena* 
 void n3d_framebuffer_from_bitmap(n3d_framebuffer* fb, N3D_TEXEL_FORMAT format, uint32_t swizzle,
                                  const uint8_t* reverse_palette, const n3d_display_clut* display_clut,
                                  const bitmap* bm, uint32_t transparent_index, float alpha_threshold);
+// A format-1 texture's shade table from its palette: shade s of colour c is the colour's red,
+// green and blue times (s + 1) / shades_per_color, so the last shade is the colour itself.
+void n3d_texture_build_shade_table_argb1555(n3d_texture* texture);
 // 1 when the records and (for the index formats) the shade tables agree; texels are not compared.
 uint32_t n3d_textures_dbg_cmp(const n3d_texture* a, const n3d_texture* b);
 

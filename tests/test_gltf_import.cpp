@@ -1,0 +1,643 @@
+// The glTF importer: models written here as glTF text (node hierarchy, animation keys, skin
+// weights, conversions and refusals, each checked against the glTF's own numbers), the Debian
+// sample models when assimp-testmodels is installed, the files written and read back by the
+// engine's own readers, and the tool's command line.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "color_quantize.h"
+#include "gltf_import.h"
+#include "mad.h"
+#include "mad_anim.h"
+#include "n3d_convert.h"
+#include "n3d_io.h"
+
+namespace {
+
+const char* const SAMPLES = "/usr/share/assimp/models/glTF2";
+
+struct arenas {
+    std::vector<uint8_t> memory;
+    xmemarena arena, tmp;
+    arenas() : memory((size_t)(96u << 20) + 128)
+    {
+        uint8_t* base = (uint8_t*)(((uintptr_t)memory.data() + 63) & ~(uintptr_t)63);
+        xmemarena_init(&arena, "test_gltf", 32u << 20, base);
+        xmemarena_init(&tmp, "test_gltf_tmp", 64u << 20, base + (32u << 20));
+    }
+};
+
+struct imported {
+    arenas a;
+    gltf_import_result result;
+    std::string error;
+    int status = -1;
+};
+
+const gltf_import_options OPTIONS = {"m", 1024, 1};
+
+// base64 of little-endian floats, so that test models carry their numbers in the text
+std::string base64(const std::vector<uint8_t>& bytes)
+{
+    static const char* table = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string out;
+    for (size_t i = 0; i < bytes.size(); i += 3) {
+        const uint32_t b0 = bytes[i], b1 = i + 1 < bytes.size() ? bytes[i + 1] : 0,
+                       b2 = i + 2 < bytes.size() ? bytes[i + 2] : 0;
+        const uint32_t v = b0 << 16 | b1 << 8 | b2;
+        out += table[(v >> 18) & 63];
+        out += table[(v >> 12) & 63];
+        out += i + 1 < bytes.size() ? table[(v >> 6) & 63] : '=';
+        out += i + 2 < bytes.size() ? table[v & 63] : '=';
+    }
+    return out;
+}
+
+// A buffer of floats followed by bytes, as a data URI.
+struct buffer_builder {
+    std::vector<uint8_t> bytes;
+    size_t floats(const std::vector<float>& values)
+    {
+        const size_t at = bytes.size();
+        bytes.resize(at + values.size() * 4);
+        memcpy(bytes.data() + at, values.data(), values.size() * 4);
+        return at;
+    }
+    size_t raw(const std::vector<uint8_t>& values)
+    {
+        const size_t at = bytes.size();
+        bytes.insert(bytes.end(), values.begin(), values.end());
+        while (bytes.size() % 4)
+            bytes.push_back(0);
+        return at;
+    }
+    std::string uri() const { return "data:application/octet-stream;base64," + base64(bytes); }
+};
+
+void import_text(imported* m, const std::string& json)
+{
+    m->status = gltf_import_memory(&m->result, &m->a.arena, &m->a.tmp, (const uint8_t*)json.data(), json.size(), 0,
+                                   "", &OPTIONS, &m->error);
+}
+
+// One triangle (0,0,0) (1,0,0) (0,1,0) at buffer offset 0, accessor 0.
+const std::vector<float> TRIANGLE = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+
+std::string model(const buffer_builder& b, const std::string& accessors, const std::string& rest)
+{
+    return "{\"asset\":{\"version\":\"2.0\"},\"buffers\":[{\"byteLength\":" + std::to_string(b.bytes.size()) +
+           ",\"uri\":\"" + b.uri() + "\"}],\"bufferViews\":[{\"buffer\":0,\"byteLength\":" +
+           std::to_string(b.bytes.size()) + "}],\"accessors\":[" + accessors + "]," + rest + "}";
+}
+
+std::string accessor(size_t offset, uint32_t count, const char* type, int component = 5126)
+{
+    return "{\"bufferView\":0,\"byteOffset\":" + std::to_string(offset) + ",\"count\":" + std::to_string(count) +
+           ",\"type\":\"" + type + "\",\"componentType\":" + std::to_string(component) + "}";
+}
+
+// ---- node hierarchy ----
+
+TEST(gltf_import, node_hierarchy_names_and_transforms_follow_the_gltf)
+{
+    buffer_builder b;
+    b.floats(TRIANGLE);
+    // node 2 is the root; 0 its child, 1 the grandchild; node 3 has a matrix (scale 2, then
+    // a quarter turn about z, then a move by (1, 2, 3))
+    const std::string rest =
+        "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0}}]}],"
+        "\"nodes\":[{\"name\":\"arm\",\"children\":[1],\"translation\":[0,1,0]},"
+        "{\"name\":\"hand\",\"mesh\":0,\"rotation\":[0,0,0.70710678,0.70710678]},"
+        "{\"name\":\"root\",\"children\":[0],\"scale\":[2,2,2]},"
+        "{\"matrix\":[0,2,0,0, -2,0,0,0, 0,0,2,0, 1,2,3,1]}]";
+    imported m;
+    import_text(&m, model(b, accessor(0, 3, "VEC3"), rest));
+    ASSERT_EQ(m.status, 0) << m.error;
+    const mad_datapack* d = &m.result.datapack;
+    ASSERT_EQ(d->node_count, 4u);
+    EXPECT_STREQ(d->nodes[0].name, "arm");
+    EXPECT_STREQ(d->nodes[3].name, "node3");  // unnamed nodes get their index
+    EXPECT_EQ(d->nodes[0].parent, &d->nodes[2]);
+    EXPECT_EQ(d->nodes[1].parent, &d->nodes[0]);
+    EXPECT_EQ(d->nodes[2].parent, nullptr);
+    ASSERT_EQ(d->nodes[2].child_count, 1u);
+    EXPECT_EQ(d->nodes[2].children[0], 0u);
+    EXPECT_EQ(d->nodes[1].mesh, &d->meshes[0]);
+    EXPECT_FLOAT_EQ(d->nodes[0].translation[1], 1.0f);
+    EXPECT_FLOAT_EQ(d->nodes[2].scale[0], 2.0f);
+    EXPECT_FLOAT_EQ(d->nodes[1].rotation[2], 0.70710678f);
+    EXPECT_FLOAT_EQ(d->nodes[1].rotation[3], 0.70710678f);
+    // the matrix node: translation (1, 2, 3), scale 2, a quarter turn about z
+    const mad_node* n3 = &d->nodes[3];
+    EXPECT_FLOAT_EQ(n3->translation[0], 1.0f);
+    EXPECT_FLOAT_EQ(n3->translation[2], 3.0f);
+    for (int k = 0; k < 3; k++)
+        EXPECT_NEAR(n3->scale[k], 2.0f, 1e-6f);
+    EXPECT_NEAR(fabsf(n3->rotation[2]), 0.70710678f, 1e-6f);
+    EXPECT_NEAR(n3->rotation[2] * n3->rotation[3], 0.5f, 1e-6f);  // positive turn about +z
+
+    // the hand's world matrix takes (1, 0, 0) to root(scale 2) x arm(up 1) x hand(turn): (0, 4, 0)
+    std::vector<mat4x4> world(d->node_count);
+    mad_compute_world_matrices(world.data(), (mad_datapack*)d, &m.a.tmp);
+    vec3 p;
+    const vec3 x = {1, 0, 0};
+    mat4x4_mul_vec3(p, world[1], x, 1.0f);
+    EXPECT_NEAR(p[0], 0.0f, 1e-5f);
+    EXPECT_NEAR(p[1], 4.0f, 1e-5f);
+}
+
+// ---- animation keys ----
+
+TEST(gltf_import, animation_keys_keep_the_gltf_times_and_values)
+{
+    buffer_builder b;
+    b.floats(TRIANGLE);
+    const size_t times = b.floats({0.0f, 1.0f, 2.5f});
+    const size_t moves = b.floats({0, 0, 0, 1, 2, 3, -4, 5, 6});
+    // rotations: identity, a half turn about x, and the same orientation as the second with
+    // its sign flipped (a key the importer must bring to the side of the one before)
+    const size_t turns = b.floats({0, 0, 0, 1, 1, 0, 0, 0, -1, 0, 0, 0});
+    const size_t steps = b.floats({1, 1, 1, 2, 2, 2, 3, 3, 3});
+    const std::string accessors = accessor(0, 3, "VEC3") + "," + accessor(times, 3, "SCALAR") + "," +
+                                  accessor(moves, 3, "VEC3") + "," + accessor(turns, 3, "VEC4") + "," +
+                                  accessor(steps, 3, "VEC3");
+    const std::string rest =
+        "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0}}]}],"
+        "\"nodes\":[{\"mesh\":0},{\"name\":\"spinner\"}],"
+        "\"animations\":[{\"name\":\"move\",\"samplers\":[{\"input\":1,\"output\":2},"
+        "{\"input\":1,\"output\":3},{\"input\":1,\"output\":4,\"interpolation\":\"STEP\"}],"
+        "\"channels\":[{\"sampler\":0,\"target\":{\"node\":1,\"path\":\"translation\"}},"
+        "{\"sampler\":1,\"target\":{\"node\":1,\"path\":\"rotation\"}},"
+        "{\"sampler\":2,\"target\":{\"node\":0,\"path\":\"scale\"}},"
+        "{\"sampler\":0,\"target\":{\"node\":0,\"path\":\"weights\"}}]}]";
+    imported m;
+    import_text(&m, model(b, accessors, rest));
+    ASSERT_EQ(m.status, 0) << m.error;
+    const mad_datapack* d = &m.result.datapack;
+    ASSERT_EQ(d->animation_count, 1u);
+    const mad_animation* a = &d->animations[0];
+    EXPECT_STREQ(a->name, "move");
+    ASSERT_EQ(a->channel_count, 3u);  // the weights channel is left out
+    ASSERT_EQ(a->sampler_count, 3u);
+    const mad_sampler* t = a->channels[0].sampler;
+    EXPECT_EQ(a->channels[0].node, &d->nodes[1]);
+    EXPECT_EQ(a->channels[0].path, (uint32_t)MAD_PATH_TRANSLATION);
+    EXPECT_EQ(t->interpolation, (uint32_t)MAD_INTERPOLATION_LINEAR);
+    ASSERT_EQ(t->input_count, 3u);
+    EXPECT_EQ(t->input[2], 2.5f);
+    ASSERT_EQ(t->output_count, 9u);
+    EXPECT_EQ(t->output[6], -4.0f);
+    const mad_sampler* r = a->channels[1].sampler;
+    ASSERT_EQ(r->output_count, 12u);
+    EXPECT_EQ(r->output[4], 1.0f);   // the half turn as given
+    EXPECT_EQ(r->output[8], 1.0f);   // (-1, 0, 0, 0) negated to the side of the key before
+    EXPECT_EQ(a->channels[2].sampler->interpolation, (uint32_t)MAD_INTERPOLATION_STEP);
+    bool noted = false;
+    for (const std::string& note : m.result.notes)
+        noted = noted || note.find("animations[0].channels[3]: path \"weights\"") != std::string::npos;
+    EXPECT_TRUE(noted);
+
+    // evaluated as the show does: halfway between keys 1 and 2 of the move, (-1.5, 3.5, 4.5)
+    mad_animate((mad_datapack*)d, 0, 1.75f);
+    EXPECT_FLOAT_EQ(d->nodes[1].translation[0], -1.5f);
+    EXPECT_FLOAT_EQ(d->nodes[1].translation[1], 3.5f);
+    EXPECT_FLOAT_EQ(d->nodes[0].scale[0], 2.0f);  // step holds key 1
+}
+
+TEST(gltf_import, cubic_spline_keys_are_resampled_through_the_values)
+{
+    buffer_builder b;
+    b.floats(TRIANGLE);
+    const size_t times = b.floats({0.0f, 2.0f});
+    // per key: in-tangent, value, out-tangent. Value 0 to 1 with out-tangent 0.5 and
+    // in-tangent 0.5 per second: p(s) = (s^3 - 2s^2 + s) x 2 x 0.5 + (-2s^3 + 3s^2) + (s^3 - s^2) x 2 x 0.5
+    const size_t values = b.floats({0, 0, 0, 0, 0, 0, 0.5f, 0, 0, 0.5f, 0, 0, 1, 0, 0, 0, 0, 0});
+    const std::string accessors =
+        accessor(0, 3, "VEC3") + "," + accessor(times, 2, "SCALAR") + "," + accessor(values, 6, "VEC3");
+    const std::string rest =
+        "\"nodes\":[{}],\"animations\":[{\"samplers\":[{\"input\":1,\"output\":2,\"interpolation\":\"CUBICSPLINE\"}],"
+        "\"channels\":[{\"sampler\":0,\"target\":{\"node\":0,\"path\":\"translation\"}}]}]";
+    imported m;
+    import_text(&m, model(b, accessors, rest));
+    ASSERT_EQ(m.status, 0) << m.error;
+    const mad_sampler* s = &m.result.datapack.animations[0].samplers[0];
+    ASSERT_EQ(s->input_count, GLTF_IMPORT_SPLINE_STEPS + 1);
+    EXPECT_EQ(s->output_count, 3 * (GLTF_IMPORT_SPLINE_STEPS + 1));
+    EXPECT_STREQ(m.result.datapack.animations[0].name, "animation0");
+    for (uint32_t k = 0; k <= GLTF_IMPORT_SPLINE_STEPS; k++) {
+        const float u = (float)k / GLTF_IMPORT_SPLINE_STEPS;
+        const float expect = (u * u * u - 2 * u * u + u) + (-2 * u * u * u + 3 * u * u) + (u * u * u - u * u);
+        EXPECT_FLOAT_EQ(s->input[k], 2.0f * u);
+        EXPECT_NEAR(s->output[k * 3], expect, 1e-6f) << "key " << k;
+    }
+}
+
+// ---- skin weights ----
+
+TEST(gltf_import, skin_weights_follow_every_corner_and_extra_sets_keep_the_four_largest)
+{
+    buffer_builder b;
+    b.floats(TRIANGLE);
+    const size_t j0 = b.raw({0, 1, 0, 0, 1, 0, 0, 0, 2, 3, 4, 5});
+    const size_t w0 = b.floats({0.25f, 0.75f, 0, 0, 1, 0, 0, 0, 0.1f, 0.2f, 0.3f, 0.1f});
+    const size_t j1 = b.raw({0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0});
+    const size_t w1 = b.floats({0, 0, 0, 0, 0, 0, 0, 0, 0.3f, 0, 0, 0});
+    const size_t ibm = b.floats({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, -1, 0, 1, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0,
+                                 1, 0, 0, 0, 0, 1, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1,
+                                 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0,
+                                 1, 0, 0, 0, 0, 1, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1});
+    // indices 2, 0, 1 so that corner order differs from vertex order
+    const size_t idx = b.raw({2, 0, 1});
+    const std::string accessors = accessor(0, 3, "VEC3") + "," + accessor(j0, 3, "VEC4", 5121) + "," +
+                                  accessor(w0, 3, "VEC4") + "," + accessor(j1, 3, "VEC4", 5121) + "," +
+                                  accessor(w1, 3, "VEC4") + "," + accessor(ibm, 6, "MAT4") + "," +
+                                  accessor(idx, 3, "SCALAR", 5121);
+    const std::string rest =
+        "\"meshes\":[{\"primitives\":[{\"indices\":6,\"attributes\":{\"POSITION\":0,\"JOINTS_0\":1,\"WEIGHTS_0\":2,"
+        "\"JOINTS_1\":3,\"WEIGHTS_1\":4}}]}],"
+        "\"skins\":[{\"joints\":[1,2,3,4,5,6],\"inverseBindMatrices\":5}],"
+        "\"nodes\":[{\"mesh\":0,\"skin\":0},{},{},{},{},{},{}]";
+    imported m;
+    import_text(&m, model(b, accessors, rest));
+    ASSERT_EQ(m.status, 0) << m.error;
+    const mad_datapack* d = &m.result.datapack;
+    const n3d_vertices* v = &d->meshes[0].primitives[0].vertices;
+    ASSERT_EQ(v->count, 3u);
+    ASSERT_NE(v->joints, nullptr);
+    ASSERT_NE(v->weights, nullptr);
+    // corner 1 is vertex 0: joints 0 and 1 with 0.25 and 0.75
+    EXPECT_EQ(v->joints[4 + 0], 0);
+    EXPECT_EQ(v->joints[4 + 1], 1);
+    EXPECT_FLOAT_EQ(v->weights[4 + 0], 0.25f);
+    EXPECT_FLOAT_EQ(v->weights[4 + 1], 0.75f);
+    // corner 0 is vertex 2: weights 0.1 (j2) 0.2 (j3) 0.3 (j4) 0.1 (j5) and 0.3 (j1) from the
+    // second set: the first 0.1 gives way, the rest are scaled by 1 / 0.9
+    float sum = 0;
+    for (int q = 0; q < 4; q++) {
+        sum += v->weights[q];
+        EXPECT_NE(v->joints[q], 2) << "the smallest weight's joint must be gone";
+        if (v->joints[q] == 1) {
+            EXPECT_FLOAT_EQ(v->weights[q], 0.3f / 0.9f);
+        } else if (v->joints[q] == 3) {
+            EXPECT_FLOAT_EQ(v->weights[q], 0.2f / 0.9f);
+        }
+    }
+    EXPECT_FLOAT_EQ(sum, 1.0f);
+    ASSERT_EQ(d->skin_count, 1u);
+    EXPECT_EQ(d->skins[0].joint_count, 6u);
+    EXPECT_EQ(d->skins[0].joints[5], 6u);
+    EXPECT_EQ(d->skins[0].inverse_bind_matrices[0][3][1], -1.0f);
+    EXPECT_EQ(d->skins[0].bind_matrices[0][3][1], 1.0f);
+}
+
+// ---- refusals, each naming its element ----
+
+struct refusal_case {
+    const char* what;
+    std::string accessors;
+    std::string rest;
+    const char* message;
+};
+
+TEST(gltf_import, malformed_models_are_refused_naming_the_element)
+{
+    buffer_builder b;
+    b.floats(TRIANGLE);
+    const size_t idx = b.raw({0, 1, 7});
+    const std::string tri = accessor(0, 3, "VEC3");
+    const std::string mesh = "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0}}]}],";
+    const std::vector<refusal_case> cases = {
+        {"index past the vertices", tri + "," + accessor(idx, 3, "SCALAR", 5121),
+         "\"meshes\":[{\"primitives\":[{\"indices\":1,\"attributes\":{\"POSITION\":0}}]}]",
+         "meshes[0].primitives[0].indices: index 7 at position 2 is out of range (3 vertices)"},
+        {"accessor past its view", accessor(8, 3, "VEC3"), mesh + "\"nodes\":[]",
+         "meshes[0].primitives[0].attributes.POSITION: accessors[0] needs 36 bytes from offset 8 of bufferViews[0], "
+         "which holds 40"},
+        {"missing accessor", tri, "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":3}}]}]",
+         "meshes[0].primitives[0].attributes.POSITION: accessor 3 does not exist (1 accessors)"},
+        {"cycle", tri, "\"nodes\":[{\"children\":[1]},{\"children\":[2]},{\"children\":[0]}]",
+         "nodes[0] is its own ancestor: the node hierarchy has a cycle"},
+        {"two parents", tri, "\"nodes\":[{\"children\":[2]},{\"children\":[2]},{}]",
+         "nodes[2] is a child of both nodes[0] and nodes[1]"},
+        {"joint beyond the skin", tri + "," + accessor(idx, 1, "VEC4", 5121) + "," + accessor(0, 3, "VEC4"),
+         "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0,\"JOINTS_0\":1,\"WEIGHTS_0\":2}}]}],"
+         "\"skins\":[{\"joints\":[0]}],\"nodes\":[{\"mesh\":0,\"skin\":0}]",
+         "meshes[0].primitives[0].attributes.JOINTS_0: 1 elements, but POSITION has 3"},
+        {"key times going back", tri + "," + accessor(8, 3, "SCALAR") + "," + tri,
+         "\"nodes\":[{}],\"animations\":[{\"samplers\":[{\"input\":1,\"output\":0}],"
+         "\"channels\":[{\"sampler\":0,\"target\":{\"node\":0,\"path\":\"scale\"}}]}]",
+         "animations[0].samplers[0].input: key time 2 (0) is before key time 1 (1)"},  // TRIANGLE[2..4]
+        {"rotation of length 0", tri, "\"nodes\":[{\"rotation\":[0,0,0,0]}]",
+         "nodes[0].rotation is not a rotation (length 0)"},
+        {"shearing matrix", tri, "\"nodes\":[{\"matrix\":[1,0,0,0, 1,1,0,0, 0,0,1,0, 0,0,0,1]}]",
+         "nodes[0].matrix: the matrix shears, which translation, rotation and scale cannot hold"},
+    };
+    for (const refusal_case& rc : cases) {
+        imported m;
+        import_text(&m, model(b, rc.accessors, rc.rest));
+        EXPECT_EQ(m.status, 1) << rc.what;
+        EXPECT_EQ(m.error, rc.message) << rc.what;
+    }
+}
+
+TEST(gltf_import, infinite_positions_are_refused)
+{
+    buffer_builder b;
+    b.floats({0, 0, 0, INFINITY, 0, 0, 0, 1, 0});
+    imported m;
+    import_text(&m, model(b, accessor(0, 3, "VEC3"),
+                          "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0}}]}],\"nodes\":[{\"mesh\":0}]"));
+    EXPECT_EQ(m.status, 1);
+    EXPECT_EQ(m.error, "meshes[0].primitives[0].attributes.POSITION: accessors[0] element 1 holds a value that is not "
+                       "finite");
+}
+
+// ---- conversions ----
+
+TEST(gltf_import, strips_fans_and_lines_become_triangle_lists_or_are_left_out)
+{
+    buffer_builder b;
+    b.floats({0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0, 2, 1, 0});
+    const std::string rest = "\"meshes\":[{\"primitives\":[{\"mode\":5,\"attributes\":{\"POSITION\":0}},"
+                             "{\"mode\":6,\"attributes\":{\"POSITION\":0}},{\"mode\":1,\"attributes\":{\"POSITION\":0}}]}],"
+                             "\"nodes\":[{\"mesh\":0}]";
+    imported m;
+    import_text(&m, model(b, accessor(0, 5, "VEC3"), rest));
+    ASSERT_EQ(m.status, 0) << m.error;
+    const mad_mesh* mesh = &m.result.datapack.meshes[0];
+    ASSERT_EQ(mesh->primitive_count, 2u);  // the lines are left out
+    EXPECT_EQ(mesh->primitives[0].vertices.count, 9u);  // 5 strip vertices: 3 triangles
+    EXPECT_EQ(mesh->primitives[1].vertices.count, 9u);  // 5 fan vertices: 3 triangles
+    EXPECT_EQ(m.result.triangle_count, 6u);
+    // strip triangle 1 is (2, 1, 3): vertex 2 is (0, 1, 0), vertex 1 is (1, 0, 0)
+    const float* xyz = mesh->primitives[0].vertices.xyz;
+    EXPECT_EQ(xyz[3 * 3 + 1], 1.0f);
+    EXPECT_EQ(xyz[4 * 3 + 0], 1.0f);
+    // fan triangle 2 is (0, 3, 4)
+    EXPECT_EQ(mesh->primitives[1].vertices.xyz[6 * 3 + 0], 0.0f);
+    EXPECT_EQ(mesh->primitives[1].vertices.xyz[8 * 3 + 0], 2.0f);
+}
+
+TEST(gltf_import, morph_targets_are_baked_at_the_default_weights)
+{
+    buffer_builder b;
+    b.floats(TRIANGLE);
+    const size_t delta = b.floats({0, 0, 1, 0, 0, 1, 0, 0, 1});
+    const std::string rest =
+        "\"meshes\":[{\"weights\":[0.5],\"primitives\":[{\"attributes\":{\"POSITION\":0},\"targets\":[{\"POSITION\":1}]}]}],"
+        "\"nodes\":[{\"mesh\":0}]";
+    imported m;
+    import_text(&m, model(b, accessor(0, 3, "VEC3") + "," + accessor(delta, 3, "VEC3"), rest));
+    ASSERT_EQ(m.status, 0) << m.error;
+    const n3d_vertices* v = &m.result.datapack.meshes[0].primitives[0].vertices;
+    for (uint32_t k = 0; k < 3; k++)
+        EXPECT_EQ(v->xyz[k * 3 + 2], 0.5f);
+}
+
+TEST(gltf_import, every_corner_has_the_attributes_phong_drawing_needs)
+{
+    buffer_builder b;
+    b.floats(TRIANGLE);
+    const size_t uv = b.floats({0, 0, 1, 0, 0, 1});
+    imported m;
+    import_text(&m, model(b, accessor(0, 3, "VEC3") + "," + accessor(uv, 3, "VEC2"),
+                          "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0,\"TEXCOORD_0\":1}}]}],"
+                          "\"nodes\":[{\"mesh\":0}]"));
+    ASSERT_EQ(m.status, 0) << m.error;
+    const n3d_vertices* v = &m.result.datapack.meshes[0].primitives[0].vertices;
+    ASSERT_TRUE(v->xyz && v->uv0 && v->n_xyz && v->t_xyz && v->b_xyz);
+    EXPECT_EQ(v->joints, nullptr);
+    // flat normal of a counter-clockwise triangle in the xy plane: +z; u grows along +x, v along +y
+    for (uint32_t k = 0; k < 3; k++) {
+        EXPECT_FLOAT_EQ(v->n_xyz[k * 3 + 2], 1.0f);
+        EXPECT_FLOAT_EQ(v->t_xyz[k * 3 + 0], 1.0f);
+        EXPECT_FLOAT_EQ(v->b_xyz[k * 3 + 1], 1.0f);
+    }
+}
+
+TEST(gltf_import, untextured_materials_share_one_swatch_with_a_cell_per_colour)
+{
+    buffer_builder b;
+    b.floats(TRIANGLE);
+    // materials 0 and 2 are the same red, 1 is green; the last primitive has no material (white)
+    const std::string rest =
+        "\"materials\":[{\"pbrMetallicRoughness\":{\"baseColorFactor\":[1,0,0,1]}},"
+        "{\"pbrMetallicRoughness\":{\"baseColorFactor\":[0,1,0,1]}},{\"pbrMetallicRoughness\":{\"baseColorFactor\":[1,0,0,1]}}],"
+        "\"meshes\":[{\"primitives\":[{\"material\":0,\"attributes\":{\"POSITION\":0}},"
+        "{\"material\":1,\"attributes\":{\"POSITION\":0}},{\"material\":2,\"attributes\":{\"POSITION\":0}},"
+        "{\"attributes\":{\"POSITION\":0}}]}],\"nodes\":[{\"mesh\":0}]";
+    imported m;
+    import_text(&m, model(b, accessor(0, 3, "VEC3"), rest));
+    ASSERT_EQ(m.status, 0) << m.error;
+    ASSERT_EQ(m.result.textures.size(), 1u);
+    EXPECT_EQ(m.result.textures[0].resource, "m_colors.tmap");
+    const mad_datapack* d = &m.result.datapack;
+    ASSERT_EQ(d->image_count, 1u);
+    EXPECT_STREQ(d->images[0].name, "m_colors");
+    ASSERT_EQ(d->material_count, 4u);  // three of the file and the default one
+    const n3d_texture* t = &m.result.textures[0].texture;
+    EXPECT_EQ(t->log2_w, GLTF_IMPORT_SWATCH_LOG2);
+    EXPECT_EQ(t->min_log2_w, t->log2_w);  // one level: no cell bleeds into another
+    // each primitive's corners all sit in the middle of one 4 x 4 cell: cells 0 (red), 1
+    // (green), 0 again and 2 (white), in the order the colours were first met
+    const uint16_t expect[4] = {0xFC00, 0x83E0, 0xFC00, 0xFFFF};
+    for (uint32_t p = 0; p < 4; p++) {
+        const n3d_vertices* v = &d->meshes[0].primitives[p].vertices;
+        EXPECT_EQ(d->meshes[0].primitives[p].material, &d->materials[p < 3 ? p : 3]);
+        for (uint32_t k = 0; k < 3; k++) {
+            const float u = v->uv0[k * 2], w = v->uv0[k * 2 + 1];
+            const uint32_t x = (uint32_t)(u * 64), y = (uint32_t)(w * 64);
+            EXPECT_EQ(x % 4, 2u);
+            EXPECT_EQ(y % 4, 2u);
+            const uint8_t texel = ((const uint8_t*)t->mips[0])[n3d_texel_index(t->format, t->log2_w, 1, x, y)];
+            EXPECT_EQ(((const uint16_t*)t->palette)[texel], expect[p]) << "primitive " << p;
+        }
+    }
+}
+
+// ---- the Debian sample models ----
+
+bool samples_present()
+{
+    struct stat st;
+    return stat(SAMPLES, &st) == 0;
+}
+
+void import_sample(imported* m, const char* relative)
+{
+    const std::string path = std::string(SAMPLES) + "/" + relative;
+    const gltf_import_options options = {"sample", 4096, 1};
+    m->status = gltf_import_file(&m->result, &m->a.arena, &m->a.tmp, path.c_str(), &options, &m->error);
+}
+
+TEST(gltf_import, simple_skin_sample_keeps_its_joints_weights_and_keys)
+{
+    if (!samples_present())
+        GTEST_SKIP() << "assimp-testmodels is not installed (" << SAMPLES << " is missing)";
+    imported m;
+    import_sample(&m, "simple_skin/simple_skin.gltf");
+    ASSERT_EQ(m.status, 0) << m.error;
+    const mad_datapack* d = &m.result.datapack;
+    ASSERT_EQ(d->node_count, 3u);
+    EXPECT_EQ(d->nodes[2].parent, &d->nodes[1]);
+    EXPECT_FLOAT_EQ(d->nodes[1].translation[1], 1.0f);
+    ASSERT_EQ(d->skin_count, 1u);
+    EXPECT_EQ(d->skins[0].joints[0], 1u);
+    EXPECT_EQ(d->skins[0].joints[1], 2u);
+    // the file's inverse bind matrices: both a translation by (-0.5, -1, 0)
+    for (uint32_t j = 0; j < 2; j++) {
+        EXPECT_FLOAT_EQ(d->skins[0].inverse_bind_matrices[j][3][0], -0.5f);
+        EXPECT_FLOAT_EQ(d->skins[0].inverse_bind_matrices[j][3][1], -1.0f);
+        EXPECT_FLOAT_EQ(d->skins[0].bind_matrices[j][3][1], 1.0f);
+    }
+    // 24 indices (0, 1, 3, 0, 3, 2, ...): 8 triangles. Corner 0 is vertex 0, weight 1 on joint
+    // 0; corner 5 is vertex 2, weights 0.75 and 0.25 on joints 0 and 1
+    const n3d_vertices* v = &d->meshes[0].primitives[0].vertices;
+    ASSERT_EQ(v->count, 24u);
+    EXPECT_EQ(v->joints[0], 0);
+    EXPECT_FLOAT_EQ(v->weights[0], 1.0f);
+    EXPECT_FLOAT_EQ(v->weights[1] + v->weights[2] + v->weights[3], 0.0f);
+    for (int q = 0; q < 4; q++) {
+        if (v->joints[5 * 4 + q] == 0 && v->weights[5 * 4 + q] > 0) {
+            EXPECT_FLOAT_EQ(v->weights[5 * 4 + q], 0.75f);
+        } else if (v->joints[5 * 4 + q] == 1) {
+            EXPECT_FLOAT_EQ(v->weights[5 * 4 + q], 0.25f);
+        }
+    }
+    EXPECT_FLOAT_EQ(v->weights[20] + v->weights[21] + v->weights[22] + v->weights[23], 1.0f);
+    // animation: 12 rotation keys of node 2 from 0 s to 5.5 s
+    ASSERT_EQ(d->animation_count, 1u);
+    const mad_channel* ch = &d->animations[0].channels[0];
+    EXPECT_EQ(ch->node, &d->nodes[2]);
+    EXPECT_EQ(ch->path, (uint32_t)MAD_PATH_ROTATION);
+    ASSERT_EQ(ch->sampler->input_count, 12u);
+    EXPECT_FLOAT_EQ(ch->sampler->input[11], 5.5f);
+    EXPECT_FLOAT_EQ(ch->sampler->output[3], 1.0f);  // key 0 is the identity
+}
+
+TEST(gltf_import, box_textured_samples_write_files_the_engine_reads_back)
+{
+    if (!samples_present())
+        GTEST_SKIP() << "assimp-testmodels is not installed (" << SAMPLES << " is missing)";
+    for (const char* relative : {"BoxTextured-glTF/BoxTextured.gltf", "BoxTextured-glTF-Binary/BoxTextured.glb"}) {
+        imported m;
+        import_sample(&m, relative);
+        ASSERT_EQ(m.status, 0) << relative << ": " << m.error;
+        EXPECT_EQ(m.result.triangle_count, 12u);
+        ASSERT_EQ(m.result.textures.size(), 1u);
+        const n3d_texture* t = &m.result.textures[0].texture;
+        EXPECT_EQ(t->format, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555);
+        EXPECT_EQ(t->linear, 0u);
+        EXPECT_EQ(t->log2_w, 8u);  // 211 is nearer 256 than 128
+        EXPECT_EQ(t->log2_h, 8u);
+
+        char dir[] = "/tmp/test_gltf_XXXXXX";
+        ASSERT_NE(mkdtemp(dir), nullptr);
+        const std::string out = std::string(dir) + "/out/sub";  // two folders to create
+        std::string error;
+        ASSERT_EQ(gltf_import_write(&m.result, out.c_str(), "sample", &m.a.tmp, &error), 0) << error;
+        arenas back;
+        mad_datapack* d = mad_datapack_file_load(&back.arena, (out + "/sample.mad").c_str());
+        ASSERT_NE(d, nullptr);
+        EXPECT_EQ(d->node_count, 2u);
+        ASSERT_EQ(d->image_count, 1u);
+        EXPECT_EQ(std::string(d->images[0].name) + ".tmap", m.result.textures[0].resource);
+        EXPECT_EQ(d->meshes[0].primitives[0].material->base_color_image, &d->images[0]);
+        n3d_texture* tex = n3d_texture_file_load(&back.arena, (out + "/" + m.result.textures[0].resource).c_str());
+        ASSERT_NE(tex, nullptr);
+        EXPECT_EQ(n3d_textures_dbg_cmp(tex, t), 1u);
+        FILE* f = fopen((out + "/sample.manifest").c_str(), "rb");
+        ASSERT_NE(f, nullptr);
+        char text[256] = {};
+        EXPECT_GT(fread(text, 1, sizeof(text) - 1, f), 0u);
+        fclose(f);
+        EXPECT_EQ(std::string(text), gltf_import_manifest(&m.result));
+        EXPECT_EQ(std::string(text).rfind("madpack sample.mad sample.mad\ntexture ", 0), 0u);
+        std::string cleanup = std::string("rm -rf ") + dir;
+        EXPECT_EQ(system(cleanup.c_str()), 0);
+    }
+}
+
+// ---- the quantiser ----
+
+TEST(color_quantize, few_colours_come_back_exactly_and_many_are_split_by_weight)
+{
+    arenas a;
+    // three distinct colours: three centres, each exactly its colour
+    const color_quantize_point three[] = {{{0.1f, 0.2f, 0.3f}, 5}, {{0.9f, 0.0f, 0.0f}, 1}, {{0.0f, 0.5f, 1.0f}, 2}};
+    vec3 centres[COLOR_QUANTIZE_MAX_COLORS];
+    ASSERT_EQ(color_quantize_points(centres, 256, three, 3, &a.tmp), 3u);
+    for (const color_quantize_point& p : three) {
+        bool found = false;
+        for (int k = 0; k < 3; k++)
+            found = found || (centres[k][0] == p.rgb[0] && centres[k][1] == p.rgb[1] && centres[k][2] == p.rgb[2]);
+        EXPECT_TRUE(found);
+    }
+    // two clusters of greys around 0.2 and 0.8 into two colours: their weighted means
+    const color_quantize_point grey[] = {{{0.1f, 0.1f, 0.1f}, 1}, {{0.3f, 0.3f, 0.3f}, 1},
+                                         {{0.7f, 0.7f, 0.7f}, 3}, {{0.9f, 0.9f, 0.9f}, 1}};
+    ASSERT_EQ(color_quantize_points(centres, 2, grey, 4, &a.tmp), 2u);
+    const float lo = fminf(centres[0][0], centres[1][0]), hi = fmaxf(centres[0][0], centres[1][0]);
+    EXPECT_NEAR(lo, 0.2f, 1e-6f);
+    EXPECT_NEAR(hi, (0.7f * 3 + 0.9f) / 4, 1e-6f);
+}
+
+// ---- the tool ----
+
+struct tool_run {
+    int status;
+    std::string out, err;
+};
+
+tool_run run_tool(const std::string& args)
+{
+    char dir[] = "/tmp/test_gltf_tool_XXXXXX";
+    EXPECT_NE(mkdtemp(dir), nullptr);
+    const std::string o = std::string(dir) + "/out", e = std::string(dir) + "/err";
+    const std::string cmd = std::string(REEL_GLTF_TOOL) + " " + args + " >" + o + " 2>" + e;
+    const int raw = system(cmd.c_str());
+    auto slurp = [](const std::string& path) {
+        std::string text;
+        FILE* f = fopen(path.c_str(), "rb");
+        char block[4096];
+        size_t got;
+        while (f && (got = fread(block, 1, sizeof(block), f)) > 0)
+            text.append(block, got);
+        if (f)
+            fclose(f);
+        return text;
+    };
+    tool_run r = {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(o), slurp(e)};
+    const std::string cleanup = std::string("rm -rf ") + dir;
+    EXPECT_EQ(system(cleanup.c_str()), 0);
+    return r;
+}
+
+bool tool_present() { return access(REEL_GLTF_TOOL, X_OK) == 0; }
+
+TEST(reel_gltf, command_line_follows_the_unix_conventions)
+{
+    if (!tool_present())
+        GTEST_SKIP() << "reel_gltf is not built beside the tests";
+    const tool_run help = run_tool("--help");
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.out.rfind("usage: reel_gltf", 0), 0u);
+    const tool_run wrong = run_tool("only_one_argument");
+    EXPECT_EQ(wrong.status, 2);
+    EXPECT_EQ(wrong.err.rfind("usage: reel_gltf", 0), 0u);
+    EXPECT_EQ(run_tool("--bogus a b").status, 2);
+    const tool_run missing = run_tool("/nonexistent/model.gltf /tmp/unused_outdir");
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_EQ(missing.err, "reel_gltf: /nonexistent/model.gltf: cannot open: No such file or directory\n");
+}
+
+}  // namespace
