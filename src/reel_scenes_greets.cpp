@@ -192,7 +192,10 @@ void scene_video_madpack_greets(reel_scene* scene, reel_run_context* ctx)
     n3d_framebuffer panel;
     n3d_framebuffer_wrap(&panel, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, REEL_GREETS_PANEL_WIDTH,
                          REEL_GREETS_PANEL_HEIGHT, REEL_GREETS_PANEL_ROW_BYTES, pixels);
-    reel_greets_draw_lanes(scene, &ctx->engine->greetings, state->lanes, &panel);
+    // a run call before the row's start (right after loading ahead of it) has a negative
+    // since start and a huge unsigned since start seconds, which would use up every line at once
+    if (scene->since_start >= 0)
+        reel_greets_draw_lanes(scene, &ctx->engine->greetings, state->lanes, &panel);
     reel_greets_magnify(ctx->video->framebuffer, (const uint16_t*)pixels);
     xmemarena_set_sp(arena, mark);
 }

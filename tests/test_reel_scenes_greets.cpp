@@ -233,4 +233,16 @@ TEST_F(greets_fixture, lanes_take_turns_and_the_panel_lands_magnified_on_the_gri
     }
 }
 
+TEST_F(greets_fixture, a_run_call_before_the_start_uses_up_no_lines)
+{
+    start("AAAAAAAAAA\nBA\n");
+    pass(REEL_PASS_UPDATE, 0.0f);
+    // as the sequencer calls a row loaded ahead of its start: since start -1 s, taken unsigned
+    scene.since_start = -22050;
+    scene.since_start_seconds = (float)(uint32_t)scene.since_start / 22050.0f;
+    scene.run(&scene, &ctx);
+    pass(REEL_PASS_UPDATE, 0.5f);
+    EXPECT_EQ(video(99 + 2 * 40, 48 + 2 * 21), A_GREY) << "line 0, from x 31 (60 - 29) on rows 20 to 23, is still lane 0's";
+}
+
 }  // namespace
