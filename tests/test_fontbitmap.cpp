@@ -124,18 +124,6 @@ TEST(fontbitmap, glyph_is_clipped_at_every_edge_in_both_formats_and_marks_its_st
     }
 }
 
-TEST(fontbitmap, a_glyph_over_the_left_edge_shows_its_columns_3_on_from_column_0)
-{
-    const test_font f(65, {GLYPH});
-    const colour_maps maps;
-    test_frame frame(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 9, 7, 12);
-    fontbitmap_draw_glyph(&f.glyphs[0], &frame.fb, nullptr, -3, 0, maps.map8, maps.map16);
-    EXPECT_EQ(frame.at(0, 0), 104u);  // glyph column 3 of rows 0, 1, 2: 4, 7, 4
-    EXPECT_EQ(frame.at(0, 1), 107u);
-    EXPECT_EQ(frame.at(0, 2), 104u);
-    EXPECT_EQ(frame.at(1, 0), NOISE);
-}
-
 TEST(fontbitmap, coverage_comes_from_the_stencil_keeps_its_set_bits_and_stays_inside_a_smaller_buffer)
 {
     const test_font f(65, {GLYPH});
