@@ -75,6 +75,16 @@ void diag_exit(const char* fmt, ...)
     diag_crash_tail(fmt, args);
 }
 
+void diag_exit_stdout(const char* fmt, ...)
+{
+    va_list args;
+    va_start(args, fmt);
+    vprintf(fmt, args);
+    va_end(args);
+    fflush(stdout);
+    exit(1);
+}
+
 void log_at(const char* file, int line, const char* fmt, ...)
 {
     fflush(stdout);

@@ -20,6 +20,9 @@ void log_at(const char* file, int line, const char* fmt, ...) DIAG_PRINTF(3, 4);
 // The plain fatal exit of the text parsers: flush stdout, write only the formatted message to
 // stderr (no crash line), exit with status 1 (or take the fuzz hook).
 [[noreturn]] void diag_exit(const char* fmt, ...) DIAG_PRINTF(1, 2);
+// The checks that print their message on standard output and end the process with status 1
+// without the fatal path (no crash line, nothing on standard error).
+[[noreturn]] void diag_exit_stdout(const char* fmt, ...) DIAG_PRINTF(1, 2);
 
 // Fuzz targets only: called after the fatal text is written, in place of exit(1). The hook
 // must not return (a fuzz target longjmps back to its entry to take the next input).

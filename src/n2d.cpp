@@ -6,7 +6,6 @@
 #include "n2d.h"
 
 #include <cmath>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -38,19 +37,6 @@ static int64_t n2d_max64(int64_t a, int64_t b) { return a > b ? a : b; }
 static int32_t n2d_saturate32(int64_t v)
 {
     return v < INT32_MIN ? INT32_MIN : v > INT32_MAX ? INT32_MAX : (int32_t)v;
-}
-
-// The checks that the show's own callers cannot fail print their message on standard output and
-// end the process without the fatal path.
-[[noreturn]] static void n2d_exit_with_message(const char* fmt, ...) DIAG_PRINTF(1, 2);
-static void n2d_exit_with_message(const char* fmt, ...)
-{
-    va_list args;
-    va_start(args, fmt);
-    vprintf(fmt, args);
-    va_end(args);
-    fflush(stdout);
-    exit(1);
 }
 
 // A clipped rectangle: the destination start, how far it moved (the source offset) and its size.
@@ -389,11 +375,11 @@ void n2d_blit_scaled_index8(n3d_framecontext* fc, const n3d_texture* texture, fl
     const float dv_dy = (src_v1 - src_v0) / (y1 - y0);
     n3d_framebuffer* fb = fc->framebuffer;
     if (fb->format != N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8)
-        n2d_exit_with_message("dst: only N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8 supported for now\n");
+        diag_exit_stdout("dst: only N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8 supported for now\n");
     if (texture->format != N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8)
-        n2d_exit_with_message("src: only N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8 supported for now\n");
+        diag_exit_stdout("src: only N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8 supported for now\n");
     if (texture->linear == 0)
-        n2d_exit_with_message("src: swizzled not supported for this (would be slower)\n");
+        diag_exit_stdout("src: swizzled not supported for this (would be slower)\n");
 
     // pixels are sampled at their integer coordinates: start at the first whole pixel
     const float snapped_x0 = ceilf(x0);
@@ -648,18 +634,18 @@ void n2d_fb_i8_copy_if_cb1_not_cb0(n3d_framebuffer* fb, int32_t x, int32_t y, co
                                    int32_t row_end)
 {
     if (x != 0 || y != 0)
-        n2d_exit_with_message("not impl..\n");
+        diag_exit_stdout("not impl..\n");
     if (cb0->width != cb1->width || cb0->height != cb1->height)
-        n2d_exit_with_message("cb0 and cb1 must have same width and height (%d %d vs %d %d)\n", (int)cb0->width,
+        diag_exit_stdout("cb0 and cb1 must have same width and height (%d %d vs %d %d)\n", (int)cb0->width,
                               (int)cb0->height, (int)cb1->width, (int)cb1->height);
     if ((int64_t)cb0->width != src->width || (int64_t)cb0->height != src->height)
-        n2d_exit_with_message("cb0 and src_fb must have same width and height (%d %d vs %d %d)\n", (int)cb0->width,
+        diag_exit_stdout("cb0 and src_fb must have same width and height (%d %d vs %d %d)\n", (int)cb0->width,
                               (int)cb0->height, src->width, src->height);
     if (fb->format != N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8)
-        n2d_exit_with_message("dst_fb format must be N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8 (was %d)\n",
+        diag_exit_stdout("dst_fb format must be N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8 (was %d)\n",
                               (int)fb->format);
     if (src->format != N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8)
-        n2d_exit_with_message("src_fb format must be N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8 (was %d)\n",
+        diag_exit_stdout("src_fb format must be N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8 (was %d)\n",
                               (int)src->format);
     n2d_copy_where_clear<true>(fb, src, cb0, cb1, row_begin, row_end, 1);
 }
@@ -668,16 +654,16 @@ void n2d_fb_argb1555_copy_if_not_cb0(n3d_framebuffer* fb, int32_t x, int32_t y, 
                                      const n3d_coverage_buffer* cb0, int32_t row_begin, int32_t row_end)
 {
     if (x != 0 || y != 0)
-        n2d_exit_with_message("not impl..\n");
+        diag_exit_stdout("not impl..\n");
     // compared with the destination: the source (a viewport into a large texture) may be larger
     if ((int64_t)cb0->width != fb->width || (int64_t)cb0->height != fb->height)
-        n2d_exit_with_message("cb0 and src_fb must have same width and height (%d %d vs %d %d)\n", (int)cb0->width,
+        diag_exit_stdout("cb0 and src_fb must have same width and height (%d %d vs %d %d)\n", (int)cb0->width,
                               (int)cb0->height, fb->width, fb->height);
     if (fb->format != N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555)
-        n2d_exit_with_message("dst_fb format must be N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555 (was %d)\n",
+        diag_exit_stdout("dst_fb format must be N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555 (was %d)\n",
                               (int)fb->format);
     if (src->format != N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555)
-        n2d_exit_with_message("src_fb format must be N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555 (was %d)\n",
+        diag_exit_stdout("src_fb format must be N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555 (was %d)\n",
                               (int)src->format);
     n2d_copy_where_clear<false>(fb, src, cb0, nullptr, row_begin, row_end, 2);
 }
@@ -721,12 +707,12 @@ void n2d_cb_from_texture_i8_range(n3d_coverage_buffer* out, const n3d_coverage_b
                                   int32_t low, int32_t high, int32_t first_row, int32_t row_count)
 {
     if (out->width != in->width || out->height != in->height)
-        n2d_exit_with_message("cb0 width and height must equal cb1! (%d %d vs %d %d)\n", (int)out->width,
+        diag_exit_stdout("cb0 width and height must equal cb1! (%d %d vs %d %d)\n", (int)out->width,
                               (int)out->height, (int)in->width, (int)in->height);
     if (texture->format != N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8)
-        n2d_exit_with_message("texture: only N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8 supported\n");
+        diag_exit_stdout("texture: only N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8 supported\n");
     if (texture->linear == 0)
-        n2d_exit_with_message("swizzled texture not implemented\n");
+        diag_exit_stdout("swizzled texture not implemented\n");
 
     const int64_t first = n2d_max64(first_row, 0);
     const int64_t end = n2d_min64((int64_t)first_row + row_count, in->height);

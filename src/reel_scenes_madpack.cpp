@@ -6,9 +6,7 @@
 // then the special node, unlit with a direct-colour texture, at a fifth of its size. The
 // greetings scene reuses the parser and the run function on its own datapack.
 #include <cmath>
-#include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "mad.h"
@@ -53,18 +51,6 @@ uint32_t reel_madpack_fly_mode;
 static scene_video_madpack_state* reel_madpack_state(reel_scene* scene)
 {
     return reel_scene_state<scene_video_madpack_state>(scene);
-}
-
-// The checks of the first pass print their message and end the process without the fatal path.
-[[noreturn]] static void reel_madpack_exit(const char* fmt, ...) DIAG_PRINTF(1, 2);
-static void reel_madpack_exit(const char* fmt, ...)
-{
-    va_list args;
-    va_start(args, fmt);
-    vprintf(fmt, args);
-    va_end(args);
-    fflush(stdout);
-    exit(1);
 }
 
 void fly_camera_init(fly_camera* state, const vec3 position, float yaw_degrees)
@@ -224,14 +210,15 @@ static void reel_madpack_push_lit(n3d_pipeline* pipeline, reel_engine* engine, c
             continue;
         for (uint32_t p = 0; p < mesh->primitive_count; p++) {
             const mad_primitive* primitive = &mesh->primitives[p];
+            // the first pass's checks print on standard output and exit without the fatal path
             if (!primitive->material || !primitive->material->base_color_image)
-                reel_madpack_exit("mesh has no base_color_image?\n");
+                diag_exit_stdout("mesh has no base_color_image?\n");
             const mad_image* image = primitive->material->base_color_image;
             n3d_texture* texture = reel_madpack_table_texture(state, image->texture_index);
             if (!texture)
-                reel_madpack_exit("failed get texture!\n");
+                diag_exit_stdout("failed get texture!\n");
             if (texture->format != N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555)
-                reel_madpack_exit("wrong format for texture \"%s\" is %d but expected %d\n", image->name,
+                diag_exit_stdout("wrong format for texture \"%s\" is %d but expected %d\n", image->name,
                                   (int)texture->format, (int)N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555);
             // the texture's own table from its file gives way for the rest of the run
             texture->shade_table = reel_madpack_shade_table(engine, texture);

@@ -3,14 +3,18 @@
 // light, the fly camera and its key, the shade-table cache, the two draw passes and the exits.
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "gltf_import.h"
 #include "mad.h"
+#include "n3d_io.h"
 #include "scene_fixture.h"
 
 namespace {
@@ -88,8 +92,8 @@ struct madpack_fixture : scene_fixture {
     test_pack data;
     uint16_t palette[256];
     uint16_t file_shades[256 * 32] = {};
-    std::vector<n3d_texture> textures = std::vector<n3d_texture>(12);
-    std::vector<void*> mips = std::vector<void*>(12);
+    std::vector<n3d_texture> textures = std::vector<n3d_texture>(32);
+    std::vector<void*> mips = std::vector<void*>(32);
     std::vector<std::string> names;
 
     madpack_fixture()
@@ -102,7 +106,7 @@ struct madpack_fixture : scene_fixture {
         for (uint32_t i = 0; i < 256; i++)
             palette[i] = (uint16_t)(0x8000 | i << 5);
         reel_madpack_fly_mode = 0;
-        names.reserve(16);
+        names.reserve(32);  // the cache keeps pointers to these names
         add(REEL_KIND_MADPACK, "scene", &data.pack);
         add_texture("wood.tmap", N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555);
         add_texture("flat.tmap", N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555);
@@ -300,6 +304,211 @@ TEST_F(madpack_fixture, a_camera_node_nearer_than_the_depth_buffer_allows_is_fat
 {
     data.cameras[0].yfov = 0.7f, data.cameras[0].znear = 0.1f;
     EXPECT_DEATH(start(ARGS), "near_plane must be >= N3D_ZBUFFER_MIN_NEAR_PLANE but is 0.10");
+}
+
+// ---- drawing ----
+
+struct box {
+    uint32_t count = 0;
+    int x0 = 1 << 30, y0 = 1 << 30, x1 = -1, y1 = -1;
+};
+
+box pixels_of(const uint16_t* pixels, uint16_t value)
+{
+    box b;
+    for (int y = 0; y < 240; y++)
+        for (int x = 0; x < 320; x++)
+            if (pixels[y * 512 + x] == value) {
+                b.count++;
+                b.x0 = std::min(b.x0, x), b.y0 = std::min(b.y0, y), b.x1 = std::max(b.x1, x), b.y1 = std::max(b.y1, y);
+            }
+    return b;
+}
+
+TEST_F(madpack_fixture, special_node_is_drawn_last_at_a_fifth_of_its_size_where_nothing_else_covers)
+{
+    ASSERT_EQ(ctx.video->framebuffer->row_bytes, 1024);
+    // The camera is 5 units from the special square: its corners (+-0.2 after scaling) land
+    // 0.2 x 1.8106601 / 5 x 160 = 11.59 pixels (and 0.2 x 2.4142137 / 5 x 120 = 11.59 rows) from
+    // the centre, which the projection puts at (160.5, 120.5): columns 148.91 to 172.09 and rows
+    // 108.91 to 132.09, so pixels 149 to 172 and rows 109 to 132.
+    start(ARGS);
+    update(1.0f);  // "move" has taken the lit square to x = 4: off screen
+    const box red = pixels_of(video(), SPECIAL_COLOR);
+    EXPECT_EQ(red.x0, 149);
+    EXPECT_EQ(red.x1, 172);
+    EXPECT_EQ(red.y0, 109);
+    EXPECT_EQ(red.y1, 132);
+    EXPECT_EQ(red.count, 24u * 24u);
+
+    n3d_framebuffer_clear(ctx.video->framebuffer);
+    update(0.0f);  // the lit square, drawn first, covers the centre: the special node draws nothing
+    EXPECT_EQ(pixels_of(video(), SPECIAL_COLOR).count, 0u);
+    EXPECT_NE(video()[120 * 512 + 160], 0x8000);
+}
+
+TEST_F(madpack_fixture, optional_node_is_drawn_only_with_a_second_animation)
+{
+    // t = speed x seconds + offset: ARGS_TWO at 0.25 s is t = 1, where the lit square is off
+    // screen; "extra" holds the optional square 4 units in front of the camera, over the centre.
+    const struct {
+        const char* args;
+        float seconds;
+        uint32_t red;
+    } cases[] = {{ARGS, 1.0f, 24 * 24}, {ARGS_TWO, 0.25f, 0}};
+    for (const auto& c : cases) {
+        n3d_framebuffer_clear(ctx.video->framebuffer);
+        start(c.args);
+        n3d_framebuffer_clear(ctx.video->framebuffer);
+        update(c.seconds);
+        EXPECT_EQ(pixels_of(video(), SPECIAL_COLOR).count, c.red) << c.args;
+    }
+}
+
+TEST_F(madpack_fixture, lit_textures_read_one_cached_shade_table_per_texture)
+{
+    start(ARGS_TWO);  // the lit and the optional square share wood
+    update(0.0f);
+    ASSERT_EQ(engine.shade_table_count, 1u);
+    EXPECT_EQ(engine.shade_tables[0].texture, &textures[0]);
+    EXPECT_EQ(textures[0].shade_table, engine.shade_tables[0].table);
+    EXPECT_EQ(textures[1].shade_table, nullptr) << "the direct-colour texture has none";
+    // every texel is index 7: the centre shows one of its 32 shades from the new table
+    const uint16_t* row7 = engine.shade_tables[0].table + 7 * 32;
+    EXPECT_NE(std::find(row7, row7 + 32, video()[120 * 512 + 160]), row7 + 32);
+    EXPECT_NE(row7[0], 0) << "the table was built";
+    for (uint32_t i = 0; i < 256 * 32; i++)
+        ASSERT_EQ(file_shades[i], 0) << "the file's own table is left as it was";
+}
+
+TEST_F(madpack_fixture, ten_distinct_textures_fit_the_cache_an_eleventh_is_fatal)
+{
+    for (uint32_t distinct : {10u, 11u}) {
+        mad_image images[11];
+        mad_material materials[11];
+        mad_primitive primitives[11];
+        char image_names[11][16], file_names[11][24];
+        for (uint32_t i = 0; i < distinct; i++) {
+            snprintf(image_names[i], sizeof(image_names[i]), "t%u", i);
+            snprintf(file_names[i], sizeof(file_names[i]), "t%u.tmap", i);
+            add_texture(file_names[i], N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555);
+            images[i] = {image_names[i], 0};
+            materials[i] = {&images[i], {1, 1, 1, 1}};
+            primitives[i] = {data.square.vertices(), &materials[i]};
+        }
+        data.meshes[0] = {distinct, primitives};
+        engine.shade_table_count = 0;
+        if (distinct == 10) {
+            start(ARGS);
+            EXPECT_EQ(engine.shade_table_count, 10u);
+        } else {
+            EXPECT_DEATH(start(ARGS), "scene_video_madpack(.|\n)*exhausted REEL_SHADE_TABLE_CACHE_MAX \\(10\\)\n");
+        }
+    }
+}
+
+TEST_F(madpack_fixture, missing_or_wrong_textures_end_the_process_with_their_message)
+{
+    const struct {
+        const char* what;
+        std::function<void(madpack_fixture*)> spoil;
+        const char* message;
+        bool stdout_message;
+    } cases[] = {
+        {"no material", [](madpack_fixture* f) { f->data.lit_primitives[0].material = nullptr; },
+         "^mesh has no base_color_image\\?\n$", true},
+        {"no image", [](madpack_fixture* f) { f->data.materials[0].base_color_image = nullptr; },
+         "^mesh has no base_color_image\\?\n$", true},
+        {"no texture", [](madpack_fixture* f) { f->data.images[0].texture_index = 99; }, "^failed get texture!\n$", true},
+        {"index8 expected", [](madpack_fixture* f) { f->textures[0].format = N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555; },
+         "^wrong format for texture \"wood\" is 2 but expected 1\n$", true},
+        {"direct colour expected",
+         [](madpack_fixture* f) { f->textures[1].format = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555; },
+         "scene_video_madpack(.|\n)*wrong format for texture \"flat\" is 1 but expected 2\n", false},
+        {"slot 0 stands in", [](madpack_fixture* f) { f->data.special_primitives[0].material = nullptr; },
+         "scene_video_madpack(.|\n)*wrong format for texture \"wood\" is 1 but expected 2\n", false},
+    };
+    for (const auto& c : cases) {
+        auto run = [&] {
+            load("video_madpack", ARGS);
+            c.spoil(this);
+            pass(REEL_PASS_UPDATE, 0.0f);
+        };
+        if (c.stdout_message) {
+            // the first pass's checks leave standard error empty
+            EXPECT_EXIT((fflush(stdout), dup2(fileno(stderr), fileno(stdout)), run()), testing::ExitedWithCode(1),
+                        c.message)
+                << c.what;
+        } else {
+            EXPECT_EXIT(run(), testing::ExitedWithCode(1), c.message) << c.what;
+        }
+    }
+}
+
+TEST_F(madpack_fixture, special_node_without_material_in_a_datapack_without_textures_is_fatal)
+{
+    // only the special node has a mesh, and no material: the table is empty, slot 0 does not exist
+    data.nodes[1].mesh = nullptr, data.nodes[4].mesh = nullptr;
+    data.special_primitives[0].material = nullptr;
+    load("video_madpack", ARGS);
+    EXPECT_EQ(state()->texture_count, 0u);
+    EXPECT_EXIT(pass(REEL_PASS_UPDATE, 0.0f), testing::ExitedWithCode(1), "scene_video_madpack(.|\n)*failed get texture!\n");
+}
+
+TEST_F(madpack_fixture, a_row_without_argument_text_is_fatal_at_its_first_call)
+{
+    load("video_madpack", nullptr);
+    EXPECT_EXIT(pass(REEL_PASS_UPDATE, 0.0f), testing::ExitedWithCode(1), "needs its argument text");
+}
+
+// ---- the example model, written by reel_madgen and imported ----
+
+// The example show's model as the build makes it: every pixel of every frame is drawn (the sky
+// fills what the lit pass leaves), and the moon shows only while the second animation runs.
+TEST_F(madpack_fixture, generated_example_imports_and_covers_the_screen)
+{
+    const std::string dir = std::string(REEL_TEST_OUTPUT_DIR) + "/madgen";
+    ASSERT_EQ(system((std::string(REEL_TOOLS_DIR) + "/reel_madgen " + dir + " > /dev/null").c_str()), 0);
+    gltf_import_result imported;
+    std::string error;
+    const gltf_import_options options = {"madpack", 4096, 1};
+    ASSERT_EQ(gltf_import_file(&imported, engine.arena, engine.tmp_arena, (dir + "/madpack.gltf").c_str(), &options,
+                               &error),
+              0)
+        << error;
+    mad_datapack* pack = &imported.datapack;
+    EXPECT_NE(pack->nodes[mad_find_node(pack, "totem")].skin, nullptr);
+    for (gltf_import_texture& t : imported.textures)
+        add(REEL_KIND_TEXTURE, t.resource.c_str(), &t.texture);
+    // the sky as the example's later pack gives it: direct colour, for the special node
+    add(REEL_KIND_TEXTURE, "madpack_sky.tmap", n3d_texture_file_load(engine.arena, (dir + "/madpack_sky.tmap").c_str()));
+    add(REEL_KIND_MADPACK, "madpack.mad", pack);
+
+    std::vector<uint16_t> frames[2];
+    const char* rows[2] = {"madpack.mad,0,1,main,camera,sky,moon,0", "madpack.mad,0,1,main,camera,sky,moon,extra"};
+    for (uint32_t r = 0; r < 2; r++) {
+        n3d_framebuffer_clear(ctx.video->framebuffer);  // every pixel 0x8000
+        start(rows[r]);
+        update(4.0f);
+        EXPECT_EQ(pixels_of(video(), 0x8000).count, 0u) << rows[r];
+        frames[r].assign(video(), video() + 512 * 240);
+    }
+    EXPECT_NE(frames[0], frames[1]) << "the moon shows with the second animation";
+}
+
+TEST(madpack_generator, answers_like_a_unix_tool)
+{
+    const std::string tool = std::string(REEL_TOOLS_DIR) + "/reel_madgen";
+    const std::string blocked = std::string(REEL_TEST_OUTPUT_DIR) + "/a_file";
+    ASSERT_EQ(system(("mkdir -p " + std::string(REEL_TEST_OUTPUT_DIR) + " && touch " + blocked).c_str()), 0);
+    const struct {
+        std::string args;
+        int status;
+    } cases[] = {{"--help", 0}, {"", 2}, {"one two", 2}, {"--bogus", 2}, {blocked + "/below", 1}};
+    for (const auto& c : cases) {
+        const int status = system((tool + " " + c.args + " > /dev/null 2>&1").c_str());
+        EXPECT_EQ(WEXITSTATUS(status), c.status) << c.args;
+    }
 }
 
 }  // namespace
