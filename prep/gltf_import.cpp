@@ -10,12 +10,14 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cfloat>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <array>
 #include <map>
+#include <set>
 
 #include <tiny_gltf.h>
 
@@ -87,7 +89,8 @@ static void gltf_note(gltf_ctx* c, const char* fmt, ...)
     va_end(args);
 }
 
-static bool gltf_finite(double v) { return std::isfinite(v); }
+// A number of the JSON text or of an accessor that becomes a float must fit one.
+static bool gltf_finite(double v) { return std::isfinite(v) && fabs(v) <= FLT_MAX; }
 
 // ---- accessors ----
 
@@ -127,7 +130,7 @@ static uint32_t gltf_type_components(int type)
 
 // An accessor whose every element lies inside its buffer: element i starts at base + i * stride.
 struct gltf_accessor_view {
-    const uint8_t* base;  // null for an accessor without a buffer view: every value is 0
+    const uint8_t* base;
     uint64_t stride;
     uint32_t count;
     uint32_t components;
@@ -155,8 +158,9 @@ static bool gltf_accessor_open(gltf_ctx* c, int index, const char* what, gltf_ac
                          N3D_IO_MAX_VERTICES);
     const uint64_t element = (uint64_t)size * components;
     *v = {nullptr, element, (uint32_t)a.count, components, a.componentType, a.normalized};
+    // without a view the accessor is all zeros: legal, but only of use with sparse values
     if (a.bufferView < 0)
-        return true;
+        return gltf_fail(c, "%s: accessors[%d] has no buffer view (all zeros), which is not read here", what, index);
     if ((size_t)a.bufferView >= m->bufferViews.size())
         return gltf_fail(c, "%s: accessors[%d] refers to buffer view %d (%zu views)", what, index, a.bufferView,
                          m->bufferViews.size());
@@ -227,7 +231,7 @@ static bool gltf_read_floats(gltf_ctx* c, int index, uint32_t components, const 
                          components);
     out->assign((size_t)v.count * components, 0.0f);
     const uint32_t size = gltf_component_size(v.component_type);
-    for (uint32_t i = 0; v.base && i < v.count; i++) {
+    for (uint32_t i = 0; i < v.count; i++) {
         for (uint32_t k = 0; k < components; k++) {
             const double value = gltf_component_value(v.base + i * v.stride + k * size, v.component_type, v.normalized);
             if (!gltf_finite(value))
@@ -255,7 +259,7 @@ static bool gltf_read_uints(gltf_ctx* c, int index, uint32_t components, const c
                          v.component_type);
     out->assign((size_t)v.count * components, 0);
     const uint32_t size = gltf_component_size(v.component_type);
-    for (uint32_t i = 0; v.base && i < v.count; i++)
+    for (uint32_t i = 0; i < v.count; i++)
         for (uint32_t k = 0; k < components; k++)
             (*out)[(size_t)i * components + k] =
                 (uint32_t)gltf_component_value(v.base + i * v.stride + k * size, v.component_type, false);
@@ -305,6 +309,7 @@ struct gltf_out {
     std::vector<gltf_out_material> materials;  // glTF materials first, then the default one
     int default_material = -1;
     int swatch = -1;  // the image of the untextured materials' colours
+    std::set<std::string> image_names;
     std::vector<std::vector<gltf_out_primitive>> meshes;
     std::vector<gltf_out_animation> animations;
 };
@@ -331,17 +336,13 @@ std::string gltf_import_name_from_path(const char* path)
     return gltf_import_sanitize(dot == std::string::npos || dot == 0 ? base : base.substr(0, dot));
 }
 
-static std::string gltf_unique_image_name(const gltf_out* out, std::string name)
+static std::string gltf_unique_image_name(gltf_out* out, const std::string& name)
 {
     std::string candidate = name;
-    for (uint32_t k = 2;; k++) {
-        bool taken = false;
-        for (const gltf_out_image& im : out->images)
-            taken = taken || im.name == candidate;
-        if (!taken)
-            return candidate;
+    for (uint32_t k = 2; out->image_names.count(candidate); k++)
         candidate = name + "_" + std::to_string(k);
-    }
+    out->image_names.insert(candidate);
+    return candidate;
 }
 
 static std::string gltf_image_base_name(const tg::Image& image, int index)
@@ -406,7 +407,11 @@ static bool gltf_convert_materials(gltf_ctx* c, gltf_out* out)
         const int source = t >= 0 ? m->textures[(size_t)t].source : -1;
         if (source >= 0 && (size_t)source >= m->images.size())
             return gltf_fail(c, "textures[%d] refers to image %d (%zu images)", t, source, m->images.size());
-        std::string label = "materials[" + std::to_string(i) + "]";
+        const std::string label = "materials[" + std::to_string(i) + "]";
+        if (pbr.baseColorTexture.extensions.count("KHR_texture_transform"))
+            gltf_note(c, "%s: KHR_texture_transform of the base colour texture is not applied", label.c_str());
+        if (m->materials[i].alphaMode == "BLEND" || m->materials[i].alphaMode == "MASK")
+            gltf_note(c, "%s: alphaMode %s: drawn opaque", label.c_str(), m->materials[i].alphaMode.c_str());
         if (t >= 0 && source < 0)
             gltf_note(c, "%s: textures[%d] has no image glTF defines (an extension's?): the base colour factor is used",
                       label.c_str(), t);
@@ -1033,13 +1038,20 @@ static bool gltf_convert_nodes(gltf_ctx* c, const gltf_out* out, mad_datapack* d
             n->children[k] = (uint32_t)child;
         }
     }
+    // with one parent each, a walk up that meets a node of the same walk goes round a cycle;
+    // nodes already known to lead to a root end a walk, so every node is walked once
+    std::vector<uint8_t> state(m->nodes.size(), 0);  // 0 not seen, 1 on this walk, 2 leads to a root
     for (size_t i = 0; i < m->nodes.size(); i++) {
         d->nodes[i].parent = parent[i] >= 0 ? &d->nodes[parent[i]] : nullptr;
-        // with one parent each, a walk up that takes more steps than there are nodes goes round a cycle
-        size_t steps = 0;
-        for (int p = parent[i]; p >= 0; p = parent[(size_t)p])
-            if (++steps > m->nodes.size() || p == (int)i)
-                return gltf_fail(c, "nodes[%zu] is its own ancestor: the node hierarchy has a cycle", i);
+        int p = (int)i;
+        while (p >= 0 && state[(size_t)p] == 0) {
+            state[(size_t)p] = 1;
+            p = parent[(size_t)p];
+        }
+        if (p >= 0 && state[(size_t)p] == 1)
+            return gltf_fail(c, "nodes[%d] is its own ancestor: the node hierarchy has a cycle", p);
+        for (p = (int)i; p >= 0 && state[(size_t)p] == 1; p = parent[(size_t)p])
+            state[(size_t)p] = 2;
     }
     return true;
 }

@@ -11,11 +11,13 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "color_quantize.h"
 #include "gltf_import.h"
+#include "gltf_sample.h"
 #include "mad.h"
 #include "mad_anim.h"
 #include "n3d_convert.h"
@@ -25,14 +27,15 @@ namespace {
 
 const char* const SAMPLES = "/usr/share/assimp/models/glTF2";
 
+// not zero-filled: untouched pages cost nothing
 struct arenas {
-    std::vector<uint8_t> memory;
+    std::unique_ptr<uint8_t[]> memory;
     xmemarena arena, tmp;
-    arenas() : memory((size_t)(96u << 20) + 128)
+    arenas() : memory(new uint8_t[(24u << 20) + 64])
     {
-        uint8_t* base = (uint8_t*)(((uintptr_t)memory.data() + 63) & ~(uintptr_t)63);
-        xmemarena_init(&arena, "test_gltf", 32u << 20, base);
-        xmemarena_init(&tmp, "test_gltf_tmp", 64u << 20, base + (32u << 20));
+        uint8_t* base = (uint8_t*)(((uintptr_t)memory.get() + 63) & ~(uintptr_t)63);
+        xmemarena_init(&arena, "test_gltf", 8u << 20, base);
+        xmemarena_init(&tmp, "test_gltf_tmp", 16u << 20, base + (8u << 20));
     }
 };
 
@@ -44,23 +47,6 @@ struct imported {
 };
 
 const gltf_import_options OPTIONS = {"m", 1024, 1};
-
-// base64 of little-endian floats, so that test models carry their numbers in the text
-std::string base64(const std::vector<uint8_t>& bytes)
-{
-    static const char* table = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string out;
-    for (size_t i = 0; i < bytes.size(); i += 3) {
-        const uint32_t b0 = bytes[i], b1 = i + 1 < bytes.size() ? bytes[i + 1] : 0,
-                       b2 = i + 2 < bytes.size() ? bytes[i + 2] : 0;
-        const uint32_t v = b0 << 16 | b1 << 8 | b2;
-        out += table[(v >> 18) & 63];
-        out += table[(v >> 12) & 63];
-        out += i + 1 < bytes.size() ? table[(v >> 6) & 63] : '=';
-        out += i + 2 < bytes.size() ? table[v & 63] : '=';
-    }
-    return out;
-}
 
 // A buffer of floats followed by bytes, as a data URI.
 struct buffer_builder {
@@ -80,7 +66,7 @@ struct buffer_builder {
             bytes.push_back(0);
         return at;
     }
-    std::string uri() const { return "data:application/octet-stream;base64," + base64(bytes); }
+    std::string uri() const { return "data:application/octet-stream;base64," + gltf_sample_base64(bytes.data(), bytes.size()); }
 };
 
 void import_text(imported* m, const std::string& json)
@@ -92,11 +78,13 @@ void import_text(imported* m, const std::string& json)
 // One triangle (0,0,0) (1,0,0) (0,1,0) at buffer offset 0, accessor 0.
 const std::vector<float> TRIANGLE = {0, 0, 0, 1, 0, 0, 0, 1, 0};
 
-std::string model(const buffer_builder& b, const std::string& accessors, const std::string& rest)
+// Buffer view 0 is the whole buffer; extra_views follow it.
+std::string model(const buffer_builder& b, const std::string& accessors, const std::string& rest,
+                  const std::string& extra_views = "")
 {
     return "{\"asset\":{\"version\":\"2.0\"},\"buffers\":[{\"byteLength\":" + std::to_string(b.bytes.size()) +
            ",\"uri\":\"" + b.uri() + "\"}],\"bufferViews\":[{\"buffer\":0,\"byteLength\":" +
-           std::to_string(b.bytes.size()) + "}],\"accessors\":[" + accessors + "]," + rest + "}";
+           std::to_string(b.bytes.size()) + "}" + extra_views + "],\"accessors\":[" + accessors + "]," + rest + "}";
 }
 
 std::string accessor(size_t offset, uint32_t count, const char* type, int component = 5126)
@@ -306,6 +294,7 @@ struct refusal_case {
     std::string accessors;
     std::string rest;
     const char* message;
+    std::string extra_views = "";
 };
 
 TEST(gltf_import, malformed_models_are_refused_naming_the_element)
@@ -336,6 +325,26 @@ TEST(gltf_import, malformed_models_are_refused_naming_the_element)
          "\"nodes\":[{}],\"animations\":[{\"samplers\":[{\"input\":1,\"output\":0}],"
          "\"channels\":[{\"sampler\":0,\"target\":{\"node\":0,\"path\":\"scale\"}}]}]",
          "animations[0].samplers[0].input: key time 2 (0) is before key time 1 (1)"},  // TRIANGLE[2..4]
+        {"view past its buffer", "{\"bufferView\":1,\"count\":3,\"type\":\"VEC3\",\"componentType\":5126}",
+         mesh + "\"nodes\":[]",
+         "meshes[0].primitives[0].attributes.POSITION: bufferViews[1] spans bytes 8 to 48 of buffers[0], which holds 40",
+         ",{\"buffer\":0,\"byteOffset\":8,\"byteLength\":40}"},
+        {"stride shorter than an element",
+         "{\"bufferView\":1,\"count\":3,\"type\":\"VEC3\",\"componentType\":5126}", mesh + "\"nodes\":[]",
+         "meshes[0].primitives[0].attributes.POSITION: bufferViews[1] has stride 8, but accessors[0] has elements of 12 "
+         "bytes",
+         ",{\"buffer\":0,\"byteLength\":40,\"byteStride\":8}"},
+        {"strided elements past the view",
+         "{\"bufferView\":1,\"count\":3,\"type\":\"VEC3\",\"componentType\":5126}", mesh + "\"nodes\":[]",
+         "meshes[0].primitives[0].attributes.POSITION: accessors[0] needs 44 bytes from offset 0 of bufferViews[1], which "
+         "holds 40",
+         ",{\"buffer\":0,\"byteLength\":40,\"byteStride\":16}"},
+        {"no buffer view", "{\"count\":3,\"type\":\"VEC3\",\"componentType\":5126}", mesh + "\"nodes\":[]",
+         "meshes[0].primitives[0].attributes.POSITION: accessors[0] has no buffer view (all zeros), which is not read "
+         "here"},
+        {"indices of a signed type", tri + "," + accessor(idx, 3, "SCALAR", 5120),
+         "\"meshes\":[{\"primitives\":[{\"indices\":1,\"attributes\":{\"POSITION\":0}}]}]",
+         "meshes[0].primitives[0].indices: accessors[1] has component type 5120, an unsigned integer type expected"},
         {"rotation of length 0", tri, "\"nodes\":[{\"rotation\":[0,0,0,0]}]",
          "nodes[0].rotation is not a rotation (length 0)"},
         {"shearing matrix", tri, "\"nodes\":[{\"matrix\":[1,0,0,0, 1,1,0,0, 0,0,1,0, 0,0,0,1]}]",
@@ -343,7 +352,7 @@ TEST(gltf_import, malformed_models_are_refused_naming_the_element)
     };
     for (const refusal_case& rc : cases) {
         imported m;
-        import_text(&m, model(b, rc.accessors, rc.rest));
+        import_text(&m, model(b, rc.accessors, rc.rest, rc.extra_views));
         EXPECT_EQ(m.status, 1) << rc.what;
         EXPECT_EQ(m.error, rc.message) << rc.what;
     }
@@ -462,6 +471,43 @@ TEST(gltf_import, untextured_materials_share_one_swatch_with_a_cell_per_colour)
             EXPECT_EQ(((const uint16_t*)t->palette)[texel], expect[p]) << "primitive " << p;
         }
     }
+}
+
+// ---- the model written in code, as text and as .glb ----
+
+TEST(gltf_import, sample_model_imports_alike_from_text_and_binary)
+{
+    imported text, glb;
+    const std::vector<uint8_t> t = gltf_sample_model(0), g = gltf_sample_model(1);
+    text.status = gltf_import_memory(&text.result, &text.a.arena, &text.a.tmp, t.data(), t.size(), 0, "", &OPTIONS,
+                                     &text.error);
+    glb.status = gltf_import_memory(&glb.result, &glb.a.arena, &glb.a.tmp, g.data(), g.size(), 1, "", &OPTIONS,
+                                    &glb.error);
+    ASSERT_EQ(text.status, 0) << text.error;
+    ASSERT_EQ(glb.status, 0) << glb.error;
+    const mad_datapack* d = &text.result.datapack;
+    // the same bytes either way
+    std::vector<uint8_t> a(mad_datapack_write_size(d)), b(mad_datapack_write_size(&glb.result.datapack));
+    mad_datapack_write(a.data(), d, BYTE_ORDER_NATIVE);
+    mad_datapack_write(b.data(), &glb.result.datapack, BYTE_ORDER_NATIVE);
+    EXPECT_EQ(a, b);
+    EXPECT_EQ(text.result.notes.size(), 0u);  // nothing needed converting
+    ASSERT_EQ(d->node_count, 4u);
+    EXPECT_EQ(mad_find_node(d, "camera"), 3);
+    EXPECT_EQ(d->nodes[3].parent, &d->nodes[0]);
+    EXPECT_FLOAT_EQ(d->nodes[3].camera->yfov, 0.8f);
+    EXPECT_FLOAT_EQ(d->nodes[3].camera->znear, 0.5f);
+    EXPECT_EQ(mad_find_animation(d, "wave"), 0);
+    // the 1 x 1 picture becomes a 4 x 4 texture of one colour, named after the image
+    ASSERT_EQ(text.result.textures.size(), 1u);
+    EXPECT_EQ(text.result.textures[0].resource, "m_dot.tmap");
+    EXPECT_EQ(text.result.textures[0].colors, 1u);
+    // at 0.5 s the bone is halfway to (0.5, 1, 0) and the tip halfway through its turn
+    mad_animate((mad_datapack*)d, 0, 0.5f);
+    EXPECT_FLOAT_EQ(d->nodes[1].translation[0], 0.25f);
+    EXPECT_FLOAT_EQ(d->nodes[0].scale[0], 1.0f);  // step: key 0 until 1 s
+    mad_animate((mad_datapack*)d, 0, 1.5f);
+    EXPECT_FLOAT_EQ(d->nodes[0].scale[0], 1.5f);
 }
 
 // ---- the Debian sample models ----
@@ -598,10 +644,14 @@ struct tool_run {
     std::string out, err;
 };
 
-tool_run run_tool(const std::string& args)
+// Runs the tool in a fresh folder; OUTDIR in args becomes a folder inside it.
+tool_run run_tool(std::string args)
 {
     char dir[] = "/tmp/test_gltf_tool_XXXXXX";
     EXPECT_NE(mkdtemp(dir), nullptr);
+    const size_t at = args.find("OUTDIR");
+    if (at != std::string::npos)
+        args.replace(at, 6, std::string(dir) + "/outdir");
     const std::string o = std::string(dir) + "/out", e = std::string(dir) + "/err";
     const std::string cmd = std::string(REEL_GLTF_TOOL) + " " + args + " >" + o + " 2>" + e;
     const int raw = system(cmd.c_str());
@@ -638,6 +688,55 @@ TEST(reel_gltf, command_line_follows_the_unix_conventions)
     const tool_run missing = run_tool("/nonexistent/model.gltf /tmp/unused_outdir");
     EXPECT_EQ(missing.status, 1);
     EXPECT_EQ(missing.err, "reel_gltf: /nonexistent/model.gltf: cannot open: No such file or directory\n");
+}
+
+// Every glTF file of the Debian package is imported (status 0) or refused (status 1, with
+// a message naming what is wrong); the broken ones on purpose are refused for their fault.
+TEST(reel_gltf, every_debian_sample_is_imported_or_refused_for_its_fault)
+{
+    if (!samples_present())
+        GTEST_SKIP() << "assimp-testmodels is not installed (" << SAMPLES << " is missing)";
+    if (!tool_present())
+        GTEST_SKIP() << "reel_gltf is not built beside the tests";
+    struct refusal {
+        const char* file;
+        const char* reason;
+    };
+    const refusal refused[] = {
+        {"BoxTextured-glTF-techniqueWebGL/BoxTextured.gltf", "extensionsRequired names \"KHR_technique_webgl\""},
+        {"BoxWithInfinites-glTF-Binary/BoxWithInfinites.glb", "holds a value that is not finite"},
+        {"IncorrectVertexArrays/Cube.gltf", "35 indices do not make whole triangles"},
+        {"IndexOutOfRange/AllIndicesOutOfRange.gltf", "index 65535 at position 0 is out of range"},
+        {"IndexOutOfRange/IndexOutOfRange.gltf", "index 255 at position 0 is out of range"},
+        {"MissingBin/BoxTextured.gltf", "BoxTextured0.bin"},
+        {"RecursiveNodes/RecursiveNodes.gltf", "the node hierarchy has a cycle"},
+        {"SchemaFailures/sceneWrongType.gltf", "not read as glTF 2.0"},
+        {"draco/2CylinderEngine.gltf", "not read as glTF 2.0"},
+    };
+    FILE* list = popen("find /usr/share/assimp/models/glTF2 -name '*.gltf' -o -name '*.glb' | sort", "r");
+    ASSERT_NE(list, nullptr);
+    char line[1024];
+    uint32_t files = 0;
+    while (fgets(line, sizeof(line), list)) {
+        std::string path = line;
+        path.pop_back();
+        const std::string relative = path.substr(strlen(SAMPLES) + 1);
+        const refusal* expect = nullptr;
+        for (const refusal& r : refused)
+            expect = relative == r.file ? &r : expect;
+        const tool_run run = run_tool("'" + path + "' OUTDIR");
+        files++;
+        if (expect) {
+            EXPECT_EQ(run.status, 1) << relative;
+            EXPECT_EQ(run.err.rfind("reel_gltf: " + path + ": ", 0), 0u) << relative << ": " << run.err;
+            EXPECT_NE(run.err.find(expect->reason), std::string::npos) << relative << ": " << run.err;
+        } else {
+            EXPECT_EQ(run.status, 0) << relative << ": " << run.err;
+            EXPECT_EQ(run.out.rfind("imported \"" + path + "\": ", 0), 0u) << relative;
+        }
+    }
+    pclose(list);
+    EXPECT_EQ(files, 46u);
 }
 
 }  // namespace

@@ -102,6 +102,8 @@ int main(int argc, char** argv)
     void* tmp_memory = malloc(REEL_GLTF_TMP_BYTES);
     if (!arena_memory || !tmp_memory) {
         fprintf(stderr, "reel_gltf: out of memory\n");
+        free(arena_memory);
+        free(tmp_memory);
         return 1;
     }
     xmemarena_init(&arena, "gltf_arena", REEL_GLTF_ARENA_BYTES, arena_memory);
@@ -110,21 +112,24 @@ int main(int argc, char** argv)
     const gltf_import_options options = {base.c_str(), REEL_GLTF_MAX_IMAGE_SIDE, 1};
     gltf_import_result result;
     std::string error;
+    int status = 0;
     if (gltf_import_file(&result, &arena, &tmp, paths[0], &options, &error)) {
         for (const std::string& note : result.notes)
             printf("note: %s\n", note.c_str());
         fflush(stdout);
         fprintf(stderr, "reel_gltf: %s: %s\n", paths[0], error.c_str());
-        return 1;
+        status = 1;
+    } else {
+        reel_gltf_print(paths[0], &result);
+        if (gltf_import_write(&result, paths[1], base.c_str(), &tmp, &error)) {
+            fflush(stdout);
+            fprintf(stderr, "reel_gltf: %s\n", error.c_str());
+            status = 1;
+        } else {
+            printf("manifest \"%s/%s.manifest\":\n%s", paths[1], base.c_str(), gltf_import_manifest(&result).c_str());
+        }
     }
-    reel_gltf_print(paths[0], &result);
-    if (gltf_import_write(&result, paths[1], base.c_str(), &tmp, &error)) {
-        fflush(stdout);
-        fprintf(stderr, "reel_gltf: %s\n", error.c_str());
-        return 1;
-    }
-    printf("manifest \"%s/%s.manifest\":\n%s", paths[1], base.c_str(), gltf_import_manifest(&result).c_str());
     free(tmp_memory);
     free(arena_memory);
-    return 0;
+    return status;
 }

@@ -2,13 +2,15 @@
 // and coverage masks in both byte orders, into <folder>/mesh, <folder>/texture and
 // <folder>/coverage; and sequence and scene-description texts into <folder>/sequence and
 // <folder>/ini; packs made by the pack writer into <folder>/pack; and resource blocks behind a
-// kind byte into <folder>/resource; datapacks into <folder>/mad.
+// kind byte into <folder>/resource; datapacks into <folder>/mad; glTF models (text and binary)
+// into <folder>/gltf.
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
 
+#include "gltf_sample.h"
 #include "mad.h"
 #include "n3d_io.h"
 #include "reel_fs.h"
@@ -328,5 +330,8 @@ int main(int argc, char** argv)
     seeds_pack("empty_swapped.rpk", {}, swapped);
     seeds_resources(native);
     seeds_resources(swapped);
+    std::filesystem::create_directories(seeds_folder + "/gltf");
+    seeds_bytes(seeds_folder + "/gltf/sample.gltf", gltf_sample_model(0));
+    seeds_bytes(seeds_folder + "/gltf/sample.glb", gltf_sample_model(1));
     return 0;
 }
