@@ -30,8 +30,10 @@ constexpr uint32_t FONT_MAKE_WORD_BITS = 32;  // stencil rows are whole 32-bit w
 constexpr uint32_t FONT_MAKE_LEFT_BIT = 0x80000000u;
 constexpr uint64_t FONT_MAKE_DIRECTORY_BYTES = 12;  // version, table count and search fields
 constexpr uint64_t FONT_MAKE_TABLE_RECORD_BYTES = 16;
+constexpr uint64_t FONT_MAKE_COLLECTION_BYTES = 16;  // a collection's header up to its first font's offset
 constexpr uint64_t FONT_MAKE_HEAD_LOCA_FORMAT = 50;  // offset of indexToLocFormat in 'head'
 constexpr uint64_t FONT_MAKE_MAXP_GLYPHS = 4;        // offset of numGlyphs in 'maxp'
+constexpr uint64_t FONT_MAKE_HHEA_LONG_METRICS = 34; // offset of numberOfHMetrics in 'hhea'
 
 static void* font_make_scratch(size_t size, void* arena)
 {
@@ -82,29 +84,73 @@ static bool font_make_find_table(const uint8_t* data, uint64_t size, uint64_t fo
     return true;
 }
 
-// For 'glyf' outlines: the glyph's byte range from 'loca' must lie inside 'glyf'.
-static bool font_make_check_glyph(const uint8_t* data, uint64_t size, uint64_t font, int glyph, char* why,
-                                  size_t why_size)
+// Reads a big-endian field of a table the caller has found: the table lies inside the file,
+// so only the field's own place within the table needs checking.
+static bool font_make_field(const uint8_t* data, const font_make_table& table, uint64_t at, uint32_t bytes,
+                            uint32_t* value)
 {
-    font_make_table glyf, loca, head, maxp;
-    if (!font_make_find_table(data, size, font, "glyf", &glyf, why, why_size) ||
-        !font_make_find_table(data, size, font, "loca", &loca, why, why_size) ||
-        !font_make_find_table(data, size, font, "head", &head, why, why_size) ||
-        !font_make_find_table(data, size, font, "maxp", &maxp, why, why_size))
+    if (at + bytes > table.length)
         return false;
+    uint32_t v = 0;
+    for (uint32_t i = 0; i < bytes; i++)
+        v = v << 8 | data[table.offset + at + i];
+    *value = v;
+    return true;
+}
+
+// What stb_truetype follows without looking: the tables it needs, the character maps' records
+// and lengths, the metrics of every glyph and, for 'glyf' outlines, every glyph's range in
+// 'loca' (composite glyphs reach any glyph). Glyph outlines themselves are read by
+// stb_truetype unchecked, from inside the 'glyf' table. Gives the glyph count.
+static bool font_make_check_tables(const uint8_t* data, uint64_t size, uint64_t font, uint32_t* glyph_count,
+                                   char* why, size_t why_size)
+{
+    font_make_table cmap, head, hhea, hmtx, maxp, loca, glyf;
+    if (!font_make_find_table(data, size, font, "cmap", &cmap, why, why_size) ||
+        !font_make_find_table(data, size, font, "head", &head, why, why_size) ||
+        !font_make_find_table(data, size, font, "hhea", &hhea, why, why_size) ||
+        !font_make_find_table(data, size, font, "hmtx", &hmtx, why, why_size) ||
+        !font_make_find_table(data, size, font, "maxp", &maxp, why, why_size) ||
+        !font_make_find_table(data, size, font, "loca", &loca, why, why_size) ||
+        !font_make_find_table(data, size, font, "glyf", &glyf, why, why_size))
+        return false;
+    uint32_t glyphs = 0, long_metrics = 0, loca_format = 0, maps = 0;
+    if (!font_make_field(data, head, FONT_MAKE_HEAD_LOCA_FORMAT, 2, &loca_format) ||
+        !font_make_field(data, maxp, FONT_MAKE_MAXP_GLYPHS, 2, &glyphs) ||
+        !font_make_field(data, hhea, FONT_MAKE_HHEA_LONG_METRICS, 2, &long_metrics) ||
+        !font_make_field(data, cmap, 2, 2, &maps)) {
+        snprintf(why, why_size, "a 'head', 'maxp', 'hhea' or 'cmap' table is missing or too short");
+        return false;
+    }
+    if (long_metrics < 1 || long_metrics > glyphs ||
+        hmtx.length < 4ull * long_metrics + 2ull * (glyphs - long_metrics)) {
+        snprintf(why, why_size, "the 'hmtx' table does not hold the metrics of %u glyphs", glyphs);
+        return false;
+    }
+    for (uint32_t i = 0; i < maps; i++) {
+        uint32_t offset = 0, format = 0, length = 0;
+        const bool found = font_make_field(data, cmap, 4 + 8ull * i + 4, 4, &offset) &&
+                           font_make_field(data, cmap, offset, 2, &format);
+        const bool wide = format >= 8;  // formats 8 to 14 keep their length in 32 bits, after a reserved field
+        if (!found || !font_make_field(data, cmap, (uint64_t)offset + (wide ? 4 : 2), wide ? 4 : 2, &length) ||
+            (uint64_t)offset + length > cmap.length) {
+            snprintf(why, why_size, "character map %u runs past the 'cmap' table", i);
+            return false;
+        }
+    }
+    *glyph_count = glyphs;
     if (glyf.length == 0)
         return true;  // outlines in CFF, which stb_truetype reads through bounded buffers
-    uint32_t format = 0, glyphs = 0, start = 0, end = 0;
-    const bool long_offsets = font_make_be(data, size, head.offset + FONT_MAKE_HEAD_LOCA_FORMAT, 2, &format) && format;
-    const uint32_t entry = long_offsets ? 4 : 2;
-    const bool ok = font_make_be(data, size, maxp.offset + FONT_MAKE_MAXP_GLYPHS, 2, &glyphs) &&
-                    (uint32_t)glyph < glyphs && (uint64_t)(glyph + 2) * entry <= loca.length &&
-                    font_make_be(data, size, loca.offset + (uint64_t)glyph * entry, entry, &start) &&
-                    font_make_be(data, size, loca.offset + (uint64_t)(glyph + 1) * entry, entry, &end);
-    const uint64_t scale = long_offsets ? 1 : 2;  // short offsets count 16-bit words
-    if (!ok || start > end || (uint64_t)end * scale > glyf.length) {
-        snprintf(why, why_size, "glyph %d lies outside the 'glyf' table", glyph);
-        return false;
+    const uint32_t entry = loca_format ? 4 : 2;
+    const uint64_t scale = loca_format ? 1 : 2;  // short offsets count 16-bit words
+    uint32_t start = 0, end = 0;
+    for (uint32_t g = 0; g < glyphs; g++) {
+        if (!font_make_field(data, loca, (uint64_t)g * entry, entry, &start) ||
+            !font_make_field(data, loca, (uint64_t)(g + 1) * entry, entry, &end) || start > end ||
+            end * scale > glyf.length) {
+            snprintf(why, why_size, "glyph %u lies outside the 'glyf' table", g);
+            return false;
+        }
     }
     return true;
 }
@@ -146,9 +192,9 @@ int32_t font_make(reel_font* font, font_make_summary* summary, xmemarena* arena,
     if (!font_make_options_ok(options, why, why_size))
         return 1;
     // stb_truetype takes an int offset and looks at the first bytes before any check of its own
-    const int offset = size >= FONT_MAKE_DIRECTORY_BYTES && size < INT32_MAX ? stbtt_GetFontOffsetForIndex(data, 0) : -1;
-    font_make_table cmap;
-    if (offset < 0 || !font_make_find_table(data, size, (uint64_t)offset, "cmap", &cmap, why, why_size)) {
+    const int offset = size >= FONT_MAKE_COLLECTION_BYTES && size < INT32_MAX ? stbtt_GetFontOffsetForIndex(data, 0) : -1;
+    uint32_t glyphs = 0;
+    if (offset < 0 || !font_make_check_tables(data, size, (uint64_t)offset, &glyphs, why, why_size)) {
         if (offset < 0)
             snprintf(why, why_size, "not a TrueType or OpenType font");
         return 1;
@@ -177,8 +223,11 @@ int32_t font_make(reel_font* font, font_make_summary* summary, xmemarena* arena,
             summary->missing += 1;  // an empty glyph of no advance: the text closes up around it
             continue;
         }
-        if (!font_make_check_glyph(data, size, (uint64_t)offset, index, why, why_size))
+        if ((uint32_t)index >= glyphs) {
+            snprintf(why, why_size, "the character map names glyph %d of %u for character %u", index, glyphs,
+                     options->first + i);
             return 1;
+        }
         int advance, left_bearing, x0, y0, x1, y1;
         stbtt_GetGlyphHMetrics(&info, index, &advance, &left_bearing);
         stbtt_GetGlyphBitmapBox(&info, index, scale, scale, &x0, &y0, &x1, &y1);

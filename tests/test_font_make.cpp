@@ -157,6 +157,12 @@ TEST_F(maker, damaged_fonts_and_options_out_of_range_are_refused_with_a_reason)
     const uint32_t entry = dejavu[head + 50] || dejavu[head + 51] ? 4 : 2;
     for (uint32_t i = 0; i < entry; i++)
         bad_loca[loca + 37 * entry + i] = 0x7F;
+    std::vector<uint8_t> bad_cmap = dejavu;  // the first character map said to start far beyond 'cmap'
+    const uint32_t cmap = table_offset(dejavu, "cmap");
+    bad_cmap[cmap + 8] = 0x00, bad_cmap[cmap + 9] = 0xFF;
+    std::vector<uint8_t> bad_hhea = dejavu;  // more long metrics than glyphs
+    const uint32_t hhea = table_offset(dejavu, "hhea");
+    bad_hhea[hhea + 34] = 0xFF, bad_hhea[hhea + 35] = 0xFF;
     const std::string text = "not a font at all";
     struct refusal {
         std::vector<uint8_t> data;
@@ -167,6 +173,8 @@ TEST_F(maker, damaged_fonts_and_options_out_of_range_are_refused_with_a_reason)
         {std::vector<uint8_t>(text.begin(), text.end()), {16, 32, 126, 1}, "not a TrueType or OpenType font"},
         {truncated, {16, 32, 126, 1}, "runs past the end of the file"},
         {bad_loca, {16, 65, 65, 1}, "glyph 36 lies outside the 'glyf' table"},
+        {bad_cmap, {16, 65, 65, 1}, "character map 0 runs past the 'cmap' table"},
+        {bad_hhea, {16, 65, 65, 1}, "the 'hmtx' table does not hold the metrics of"},
         {dejavu, {0, 32, 126, 1}, "pixel height 0 is not from 1 to 1024"},
         {dejavu, {1025, 32, 126, 1}, "pixel height 1025"},
         {dejavu, {16, 66, 65, 1}, "character range 66 to 65"},
