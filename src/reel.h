@@ -268,6 +268,14 @@ struct reel_shade_table_entry {
     const n3d_texture* texture;  // the texture it was built for
 };
 
+// The greetings' lines: the "greetings.ini" text split in place at its line feeds, shared by
+// every greetings scene (each parse sets it; the same text is split only once).
+struct reel_greetings {
+    char* text;
+    uint32_t line_count;
+    const char** lines;  // line_count non-empty lines, in file order
+};
+
 struct reel_engine {
     uint32_t quit;  // set by the fade_out_music scene's end call
     uint32_t init_step;
@@ -295,6 +303,7 @@ struct reel_engine {
     n3d_coverage_buffer* stencils;
     uint32_t pack_count;
     reel_fs_pack* packs;
+    reel_greetings greetings;
 };
 
 struct demosys {

@@ -175,5 +175,6 @@ const reel_scene_binding reel_scene_table[] = {
     {"video_background", scene_video_background, scene_video_background_parse_args},
     // before video_madpack_greets, so that a row naming video_madpack binds here
     {"video_madpack", scene_video_madpack, scene_video_madpack_parse_args},
+    {"video_madpack_greets", scene_video_madpack_greets, scene_video_madpack_greets_parse_args},
 };
 const uint32_t reel_scene_table_count = sizeof(reel_scene_table) / sizeof(reel_scene_table[0]);

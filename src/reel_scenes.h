@@ -88,3 +88,8 @@ void scene_overlay_stroke(reel_scene* scene, reel_run_context* ctx);
 void scene_overlay_stroke_parse_args(reel_scene* scene, reel_parse_context* ctx);
 void scene_overlay_starfield(reel_scene* scene, reel_run_context* ctx);
 void scene_overlay_starfield_parse_args(reel_scene* scene, reel_parse_context* ctx);
+
+// Greetings (reel_scenes_greets.cpp): a still frame of an animated 3D scene with lines of text
+// scrolling through a magnified panel in it.
+void scene_video_madpack_greets(reel_scene* scene, reel_run_context* ctx);
+void scene_video_madpack_greets_parse_args(reel_scene* scene, reel_parse_context* ctx);

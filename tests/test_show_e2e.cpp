@@ -203,3 +203,47 @@ TEST(show_e2e, the_show_plays_to_its_end_with_moving_pictures_and_music)
     EXPECT_GT(energy / ((int64_t)wav.size() / 2), 200) << "the music should be audible";
 }
 #endif
+
+#ifdef REEL_GREETINGS_EXAMPLE_DIR
+#include "bitmap.h"
+
+// The greetings example as the build makes it (its font by reel_fontmake, its 3D scene by
+// reel_gltf): the still stays as it was rendered while the panel's text moves, on its grid.
+TEST(show_e2e, greetings_example_scrolls_text_over_a_still_that_stays)
+{
+    const std::string out_dir = std::string(REEL_TEST_OUTPUT_DIR) + "/greetings_frames";
+    std::system(("rm -rf '" + out_dir + "'").c_str());
+    std::string out;
+    ASSERT_EQ(run("cd '" REEL_GREETINGS_EXAMPLE_DIR "' && " + tools + "/reel_capture --frames 320 --png-at 30 " +
+                      "--png-at 300 --out '" + out_dir + "'",
+                  &out),
+              0)
+        << out;
+    static std::vector<uint8_t> block(16 << 20);
+    xmemarena arena;
+    xmemarena_init(&arena, "e2e_greetings", block.size(), block.data());
+    const bitmap* early = bitmap_load_png(&arena, (out_dir + "/frame_000030.png").c_str(), 3);
+    const bitmap* late = bitmap_load_png(&arena, (out_dir + "/frame_000300.png").c_str(), 3);
+    ASSERT_TRUE(early && late);
+    // video pixel (x, y) is the 2 x 2 block from (2x, 2y) of the 640 x 480 picture
+    auto at = [](const bitmap* b, int32_t x, int32_t y) {
+        const uint8_t* p = bitmap_pixel(b, (uint32_t)x * 2, (uint32_t)y * 2);
+        return (uint32_t)p[0] << 16 | (uint32_t)p[1] << 8 | p[2];
+    };
+    int32_t still_differs = 0, panel_differs = 0, bright = 0, grid_not_black = 0;
+    for (int32_t y = 0; y < 240; y++)
+        for (int32_t x = 0; x < 320; x++) {
+            const bool grid = y >= 47 && y <= 153 && x >= 99 && x <= 222;
+            const bool grid_line = grid && (y % 2 ? x % 2 : x % 2 == 0);  // written black every frame
+            const bool panel_pixel = grid && y % 2 == 0 && x % 2;
+            still_differs += !grid && at(early, x, y) != at(late, x, y);
+            panel_differs += panel_pixel && at(early, x, y) != at(late, x, y);
+            bright += panel_pixel && (at(early, x, y) & 0xFF) > 0xC0;
+            grid_not_black += grid_line && (at(early, x, y) != 0 || at(late, x, y) != 0);
+        }
+    EXPECT_EQ(still_differs, 0) << "the still outside the panel never changes";
+    EXPECT_EQ(grid_not_black, 0);
+    EXPECT_GT(panel_differs, 100) << "the text moves";
+    EXPECT_GT(bright, 100) << "white text in the panel at 0.5 s";
+}
+#endif
