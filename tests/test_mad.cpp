@@ -156,7 +156,7 @@ struct tiny_fields {
     std::vector<uint32_t> root_children = {1}, leaf_children = {};
     uint32_t root_parent = 0, root_mesh = 1, leaf_parent = 1, leaf_skin = 1, leaf_camera = 1, material_image = 0;
     uint32_t primitive_count = 1, vertex_count = 3, primitive_material = MAD_INDEX_NONE, joint_count = 1, joint = 1;
-    uint32_t sampler_count = 1, input_count = 2, output_count = 8;
+    uint32_t sampler_count = 1, interpolation = MAD_INTERPOLATION_LINEAR, input_count = 2, output_count = 8;
     uint32_t channel_count = 1, channel_node = 1, channel_path = MAD_PATH_ROTATION, channel_sampler = 0;
     float second_time = 1;
     size_t vertices_at = 0, animation_name_at = 0;  // out: where the vertex block and the animation's name start
@@ -192,7 +192,7 @@ std::vector<uint8_t> tiny_block(tiny_fields* f, int32_t order)
     w.f32({100, 0.5f, 1.5f, 0.75f});
     f->animation_name_at = w.bytes.size();
     w.text("spin");  // one linear rotation sampler of two keys
-    w.u32({f->sampler_count, MAD_INTERPOLATION_LINEAR, f->input_count, f->output_count});
+    w.u32({f->sampler_count, f->interpolation, f->input_count, f->output_count});
     w.f32({0, f->second_time, 0, 0, 0, 1, 0, 0, 1, 0});
     w.u32({f->channel_count, f->channel_node, f->channel_path, f->channel_sampler});
     return w.bytes;
@@ -447,9 +447,9 @@ TEST(mad_block_death, indices_out_of_range)
             {[](auto* f) { f->channel_path = 0; },
              "animation[0] channel[0]: path 0 is not 1 (translation), 2 (rotation) or 3 (scale)"},
             {[](auto* f) { f->channel_path = 4; }, "path 4 is not 1 (translation)"},
-            // three floats per key are too few for a rotation, and a channel needs a key to hold
-            {[](auto* f) { f->channel_path = MAD_PATH_SCALE; },
-             "animation[0] channel[0]: sampler[0] has 2 keys and 8 values, but path 3 needs at least one key and 3 "
+            // seven floats are too few for three rotation keys, and a channel needs a key to hold
+            {[](auto* f) { f->input_count = 3, f->output_count = 7, f->second_time = 0; },
+             "animation[0] channel[0]: sampler[0] has 3 keys and 7 values, but path 2 needs at least one key and 4 "
              "values per key"},
             {[](auto* f) { f->input_count = 0, f->output_count = 10; }, "sampler[0] has 0 keys and 10 values"},
             {[](auto* f) { f->second_time = -1; }, "animation[0] sampler[0]: key time 1 (-1) is before key time 0 (0)"},
@@ -579,6 +579,19 @@ TEST(mad_animate, channels_write_their_nodes_and_leave_the_rest)
     EXPECT_EQ(d->nodes[1].translation[1], 0.0f);
     EXPECT_EXIT(mad_animate(d, 2, 0.0f), testing::ExitedWithCode(1),
                 "crash in mad_animate at src/mad_anim:[0-9]+\nanimation index 2 is out of range \\(2 animations\\)");
+}
+
+TEST(mad_animate, an_unknown_interpolation_is_read_and_leaves_its_target)
+{
+    // a scale sampler of two keys with 8 values (more than 2 x 3) and interpolation 3
+    tiny_fields f;
+    f.interpolation = 3, f.channel_path = MAD_PATH_SCALE;
+    const std::vector<uint8_t> bytes = tiny_block(&f, BYTE_ORDER_NATIVE);
+    test_arena a;
+    mad_datapack d = read_block(&a.arena, bytes, BYTE_ORDER_NATIVE);
+    mad_animate(&d, 0, 0.5f);
+    for (int i = 0; i < 3; i++)
+        EXPECT_EQ(d.nodes[1].scale[i], 2.0f);
 }
 
 // ---- matrices ----
