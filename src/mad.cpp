@@ -465,8 +465,10 @@ mad_datapack* mad_datapack_file_load(xmemarena* arena, const char* path)
     uint32_t marker;
     cur.p = stream_read_u32(&marker, cur.p, BYTE_ORDER_NATIVE);
     cur.order = byte_order_from_marker(marker);
-    if (cur.order < 0)
-        crash_in("src/mad", __LINE__, "mad_datapack_file_load", "%s: invalid endian marker?\n", path);
+    if (cur.order < 0) {
+        printf("%s: first word 0x%08x is 0xabcd in neither byte order\n", path, marker);
+        crash_in("src/mad", __LINE__, "mad_datapack_file_load", "invalid endian marker?\n");
+    }
     auto* datapack = (mad_datapack*)xmemarena_push_align(arena, sizeof(mad_datapack), alignof(mad_datapack));
     mad_datapack_read(datapack, arena, &cur);
     // a file holds exactly one block: anything after it means a wrong or damaged file

@@ -367,9 +367,9 @@ TEST(n3d_io_death, bad_marker_and_trailing_bytes_in_files)
     write_bytes(path, file);
     test_arena a;
     EXPECT_EXIT(n3d_mesh_file_load(&a.arena, path.c_str()), testing::ExitedWithCode(1),
-                "crash in n3d_mesh_file_load at src/n3d_io:[0-9]+\n.*bad.mesh: invalid endian marker\\?\n$");
+                "crash in n3d_mesh_file_load at src/n3d_io:[0-9]+\ninvalid endian marker\\?\n$");
     EXPECT_EXIT(n3d_texture_file_load(&a.arena, path.c_str()), testing::ExitedWithCode(1),
-                "crash in n3d_texture_file_load .*bad.mesh: invalid endian marker\\?\n$");
+                "crash in n3d_texture_file_load at src/n3d_io:[0-9]+\ninvalid endian marker\\?\n$");
     file[0] ^= 0x10;
     file.push_back(0);
     write_bytes(path, file);
@@ -426,15 +426,19 @@ TEST(n3d_io_death, bad_texture_headers)
         bytes.resize(bytes.size() + 64);
         return bytes;
     };
-    EXPECT_EXIT(read_texture_bytes(header({0, 1, 2, 2, 2, 2})), testing::ExitedWithCode(1),
-                "crash in n3d_texture_read at src/n3d_io:[0-9]+\ntest.bin: texture format 0: not implemented\n$");
-    EXPECT_EXIT(read_texture_bytes(header({5, 1, 2, 2, 2, 2})), testing::ExitedWithCode(1), "texture format 5: not implemented\n");
-    EXPECT_EXIT(read_texture_bytes(header({2, 2, 2, 2, 2, 2})), testing::ExitedWithCode(1), "linear flag 2 is neither 0 nor 1");
-    EXPECT_EXIT(read_texture_bytes(header({4, 0, 2, 2, 2, 2})), testing::ExitedWithCode(1), "format 4\\) must be linear");
-    EXPECT_EXIT(read_texture_bytes(header({2, 0, 9, 2, 9, 2})), testing::ExitedWithCode(1),
-                "bad log2 sizes 9 x 2 down to 9 x 2 \\(swizzled textures: at most 8");
-    EXPECT_EXIT(read_texture_bytes(header({2, 1, 3, 13, 3, 13})), testing::ExitedWithCode(1), "linear textures: at most 12");
-    EXPECT_EXIT(read_texture_bytes(header({2, 1, 3, 3, 2, 4})), testing::ExitedWithCode(1), "bad log2 sizes 3 x 3 down to 2 x 4");
-    EXPECT_EXIT(read_texture_bytes(header({1, 0, 2, 2, 2, 2, 0x2C, 0x01, 32, 0})), testing::ExitedWithCode(1),
-                "palette of 300 colors x 32 shades \\(needs 256 x 32\\)");
+    const struct {
+        std::vector<uint8_t> fields;
+        const char* message;
+    } cases[] = {
+        {{0, 1, 2, 2, 2, 2}, "crash in n3d_texture_read at src/n3d_io:[0-9]+\nnot implemented\n$"},
+        {{5, 1, 2, 2, 2, 2}, "[0-9]\nnot implemented\n$"},
+        {{4, 0, 2, 2, 2, 2}, "[0-9]\nnot implemented texture format 4\n$"},
+        {{2, 2, 2, 2, 2, 2}, "linear flag 2 is neither 0 nor 1"},
+        {{2, 0, 9, 2, 9, 2}, "bad log2 sizes 9 x 2 down to 9 x 2 \\(swizzled textures: at most 8"},
+        {{2, 1, 3, 13, 3, 13}, "linear textures: at most 12"},
+        {{2, 1, 3, 3, 2, 4}, "bad log2 sizes 3 x 3 down to 2 x 4"},
+        {{1, 0, 2, 2, 2, 2, 0x2C, 0x01, 32, 0}, "palette of 300 colors x 32 shades \\(needs 256 x 32\\)"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EXIT(read_texture_bytes(header(c.fields)), testing::ExitedWithCode(1), c.message);
 }
