@@ -49,9 +49,6 @@ TEST(diag, calibration_and_names)
     EXPECT_STREQ(prof_global.names[14], "BLOCK_EMULATE_VANTOREL");
     EXPECT_STREQ(prof_global.names[15], "unnamed-block");
     EXPECT_STREQ(prof_global.names[29], "unnamed-block");
-    const uint64_t t0 = prof_cycles_now();
-    EXPECT_GE(prof_cycles_since(t0), 0u);
-    EXPECT_GT(prof_cycles_now(), t0 - 1);
 }
 
 TEST(diag, table_prints_hit_blocks_only)
