@@ -59,19 +59,6 @@ TEST(memarena, alignment_is_on_the_absolute_address)
     EXPECT_EQ(a->sp, 33u);
 }
 
-TEST(memarena, align_size_rounds_the_size_up)
-{
-    arena_fixture f(256);
-    xmemarena* a = &f.arena;
-    a->base += 3;
-    a->capacity -= 3;
-    xmemarena_push_align_size(a, 33, 32);
-    EXPECT_EQ(a->sp, 29u + 64u);
-    xmemarena_reset(a);
-    xmemarena_push_align_size(a, 64, 32);
-    EXPECT_EQ(a->sp, 29u + 64u);
-}
-
 TEST(memarena, marks_zero_fill_and_pop)
 {
     arena_fixture f(128);
@@ -88,36 +75,6 @@ TEST(memarena, marks_zero_fill_and_pop)
         EXPECT_EQ(again[i], 0);
     EXPECT_EQ(xmemarena_pop_size(a, 26), 0u);
     EXPECT_EQ(a->high_water, 56u);  // the deepest the arena went, marks and pops aside
-}
-
-TEST(memarena, child_arena_lives_inside_its_parent)
-{
-    arena_fixture f(4096);
-    xmemarena* parent = &f.arena;
-    xmemarena* child = xmemarena_push_arena(parent, "child", 1000);
-    EXPECT_STREQ(child->name, "child");
-    EXPECT_EQ(child->capacity, 1000u);
-    EXPECT_EQ(child->sp, 0u);
-    EXPECT_GE((uint8_t*)child, parent->base);
-    EXPECT_EQ(child->base + 1000, parent->base + parent->sp);
-    EXPECT_GE(child->base, (uint8_t*)(child + 1));
-}
-
-TEST(memarena, capacity_zero_with_null_base_is_accepted)
-{
-    xmemarena a;
-    xmemarena_init(&a, "empty", 0, nullptr);
-    EXPECT_EQ(xmemarena_push(&a, 0), nullptr);
-    EXPECT_EQ(xmemarena_free_size(&a), 0u);
-}
-
-TEST(memarena, print_line)
-{
-    arena_fixture f(100);
-    xmemarena_push(&f.arena, 7);
-    testing::internal::CaptureStdout();
-    xmemarena_print(&f.arena);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "arena: test_arena capacity: 100 used: 7\n");
 }
 
 // Each refusal: its detail line on standard output, flushed before the fatal text (both
@@ -287,15 +244,6 @@ TEST(memarena_bits, clz_log2_and_rounding)
     EXPECT_EQ(f32_round_to_int(-0.4f), 0);
     EXPECT_FLOAT_EQ(f32_rsqrt(4.0f), 0.5f);
     EXPECT_FLOAT_EQ(f32_rcp(8.0f), 0.125f);
-}
-
-TEST(memarena_bits, zero_block32_clears_the_enclosing_block)
-{
-    alignas(32) uint8_t block[96];
-    memset(block, 0xFF, sizeof(block));
-    zero_block32(block, 45);
-    for (int i = 0; i < 96; i++)
-        EXPECT_EQ(block[i], (i >= 32 && i < 64) ? 0 : 0xFF) << i;
 }
 
 TEST(memarena_death, log2_of_zero_is_fatal)

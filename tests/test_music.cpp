@@ -103,16 +103,6 @@ TEST_F(music_fixture, lead_in_then_music_byte_zero)
     EXPECT_EQ(out[0], left.decode(data[524] & 15));
 }
 
-TEST_F(music_fixture, lead_in_covering_the_whole_request)
-{
-    static const uint8_t data[1] = {0x11};
-    music_prepare(5000);
-    music_start(data, 1, 0);
-    mix(1024);
-    EXPECT_TRUE(silent(0, 1024));
-    EXPECT_EQ(music_sample_counter(), 1024);
-}
-
 TEST_F(music_fixture, end_of_music_is_silence_while_the_clock_runs)
 {
     std::vector<uint8_t> data(1000, 0x77);

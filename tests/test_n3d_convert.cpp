@@ -105,21 +105,6 @@ TEST(n3d_convert, mipmap_sizes_reach_the_last_texel)
 
 // ---- colours ----
 
-TEST(n3d_convert, argb1555_round_trips_through_linear)
-{
-    for (uint32_t i = 0; i < 32; ++i)
-        ASSERT_EQ(N3D_ARGB1555_CHANNEL_TO_LINEAR[i], (float)srgb_to_linear(i / 31.0)) << i;
-    for (uint32_t value = 0; value < 65536; ++value) {
-        vec4 v;
-        n3d_argb1555_to_linear(v, (uint16_t)value);
-        const uint16_t back = n3d_linear_to_argb1555(v);
-        ASSERT_EQ(back, value & 0x8000 ? value : 0u) << std::hex << value;
-    }
-    // half alpha rounds up to opaque; colours are un-premultiplied first
-    const vec4 half = {0.25f, 0.0f, 0.5f, 0.5f};
-    EXPECT_EQ(n3d_linear_to_argb1555(half), 0x8000 | 23 << 10 | 31);
-}
-
 TEST(n3d_convert, nearest_colour_prefers_the_lowest_index_on_ties)
 {
     const vec4 colors[4] = {{1, 0, 0, 1}, {0, 1, 0, 1}, {0, 0.5f, 0, 0}, {0, 0.5f, 0, 1}};
@@ -128,18 +113,6 @@ TEST(n3d_convert, nearest_colour_prefers_the_lowest_index_on_ties)
     const vec4 b = {0.5f, 0.5f, 0, 1};
     EXPECT_EQ(n3d_color_nearest(colors, 2, b), 0u);  // equally near 0 and 1
     EXPECT_EQ(n3d_color_nearest(colors, 0, b), 0u);
-}
-
-TEST(n3d_convert, linear_to_5bit_quantises_by_threshold)
-{
-    const struct {
-        float linear;
-        uint32_t bits;
-    } cases[] = {{0.0023f, 1}, {0.934392f, 31}, {0.93f, 30}, {0.002276f, 1}, {0.002275f, 0}, {1.0f, 31}, {-0.5f, 0}};
-    for (const auto& c : cases)
-        EXPECT_EQ(n3d_linear_to_5bit(c.linear), c.bits) << c.linear;
-    for (uint32_t i = 0; i < 32; ++i)
-        ASSERT_EQ(n3d_linear_to_5bit(N3D_LINEAR_TO_5BIT[i]), i);
 }
 
 // ---- texture creation ----
@@ -414,21 +387,6 @@ TEST(n3d_convert_death, framebuffer_and_shade_table_contracts)
     }
 }
 
-TEST(n3d_convert, framebuffer_rows_follow_row_bytes_when_the_width_is_not_a_power_of_two)
-{
-    convert_arenas a;
-    const uint8_t px[4] = {0, 0, 0, 255};
-    bitmap* bm = convert_solid(&a.tmp, 6, 2, px);
-    bitmap_pixel(bm, 5, 1)[0] = 255;
-    uint16_t texels[16];
-    memset(texels, 0x55, sizeof texels);
-    n3d_framebuffer fb = {2, 6, 2, 16, (uint8_t*)texels};
-    n3d_framebuffer_from_bitmap(&fb, 2, 0, nullptr, nullptr, bm, N3D_TRANSPARENT_INDEX_NONE, 0.5f);
-    EXPECT_EQ(texels[0], 0x8000);
-    EXPECT_EQ(texels[6], 0x5555);  // the gap between rows is left alone
-    EXPECT_EQ(texels[8 + 5], 0xFC00);
-}
-
 TEST(n3d_convert, bump_texels_hold_the_normal_and_its_magnitudes)
 {
     convert_arenas a;
@@ -446,29 +404,6 @@ TEST(n3d_convert, bump_texels_hold_the_normal_and_its_magnitudes)
     // a short vector still has a unit direction (0.577 x 127 = 73 = 0x49, 0.333 x 127 = 42 twice),
     // while the magnitude byte comes from the short vector itself
     EXPECT_EQ(texels[3], 0x49490054u);
-}
-
-TEST(n3d_convert, dbg_cmp_compares_records_and_shade_tables)
-{
-    convert_arenas a;
-    const uint8_t c1[4] = {10, 200, 30, 255}, c2[4] = {200, 10, 30, 255};
-    n3d_texture t1, t2, t3, t4;
-    convert_texture(&a, &t1, 1, 1, 0, convert_solid(&a.tmp, 4, 4, c1));
-    convert_texture(&a, &t2, 1, 1, 0, convert_solid(&a.tmp, 4, 4, c1));
-    convert_texture(&a, &t3, 1, 1, 0, convert_solid(&a.tmp, 4, 4, c2));
-    EXPECT_EQ(n3d_textures_dbg_cmp(&t1, &t2), 1u);
-    EXPECT_EQ(n3d_textures_dbg_cmp(&t1, &t3), 0u);  // same record, other shades
-    t4 = t1;
-    t4.linear = 1;
-    EXPECT_EQ(n3d_textures_dbg_cmp(&t1, &t4), 0u);
-    t4 = t1;
-    t4.shade_table = nullptr;
-    EXPECT_EQ(n3d_textures_dbg_cmp(&t1, &t4), 0u);
-    EXPECT_EQ(n3d_textures_dbg_cmp(&t4, &t4), 0u);  // an index texture without shades is never equal
-    n3d_texture d1, d2;
-    convert_texture(&a, &d1, 2, 1, 0, convert_solid(&a.tmp, 4, 4, c1));
-    convert_texture(&a, &d2, 2, 1, 0, convert_solid(&a.tmp, 4, 4, c2));
-    EXPECT_EQ(n3d_textures_dbg_cmp(&d1, &d2), 1u);  // texels are not compared
 }
 
 // ---- lighting tables ----
@@ -491,25 +426,6 @@ TEST(n3d_convert, phong_lut_by_formula_with_guards)
     EXPECT_EQ(memcmp(alone - 8, lut.storage, N3D_PHONG_LUT_BYTES), 0);
     const uint8_t* floor0 = n3d_phong_lut_alloc(&a.arena, 0.3f, 0);
     EXPECT_TRUE(floor0[255] == 0 && floor0[0] == 31);
-}
-
-TEST(n3d_convert, stored_phong_lut)
-{
-    convert_arenas a;
-    n3d_phong_lut lut;
-    n3d_phong_lut_init(&lut, &a.arena, 0.3f, 0);
-    n3d_phong_lut_set_default(&lut);
-    const int steps[][2] = {{5, 0}, {6, 1}, {40, 6}, {41, 7}, {126, 29}, {127, 30}};  // entry, shade
-    for (const auto& st : steps)
-        EXPECT_EQ(lut.table[st[0]], st[1]) << st[0];
-    for (int i = 128; i < 264; ++i)
-        ASSERT_EQ(lut.table[i], 31) << i;
-    for (int i = 1; i <= 8; ++i)
-        EXPECT_EQ(lut.table[-i], 0);
-    EXPECT_EQ(lut.falloff, 0.0f);
-    EXPECT_EQ(lut.min_shade, 1u);
-    for (int i = 1; i < 256; ++i)
-        ASSERT_LE(lut.table[i - 1], lut.table[i]);
 }
 
 TEST(n3d_convert, pbr_shade_table)

@@ -325,17 +325,3 @@ TEST(reel_scene_load, colours_read_as_rgba_argb1555_and_linear)
     }
 }
 
-TEST(reel_scene_load, memprintf_and_lerpf_clamped)
-{
-    std::vector<uint8_t> memory(64);
-    xmemarena arena;
-    xmemarena_init(&arena, "test", memory.size(), memory.data());
-    const char* name = memprintf(&arena, "%s/pak%d.rpk", REEL_PACK_FOLDER, 2);
-    EXPECT_STREQ(name, "assets/reel/le/pak2.rpk");
-    EXPECT_EQ(xmemarena_get_sp(&arena), strlen(name) + 1);
-    EXPECT_STREQ(memprintf(&arena, "%s", ""), "");
-
-    EXPECT_EQ(lerpf_clamped(2.0f, 6.0f, 0.25f), 3.0f);
-    EXPECT_EQ(lerpf_clamped(2.0f, 6.0f, -1.0f), 2.0f);
-    EXPECT_EQ(lerpf_clamped(2.0f, 6.0f, 3.0f), 6.0f);
-}

@@ -118,21 +118,6 @@ TEST(reel_sequence, a_start_after_its_own_end_resolves_in_the_second_pass)
     EXPECT_EQ(s.rows[0].load, 1300950 - 22050);
 }
 
-TEST(reel_sequence, a_reference_to_a_later_row_sees_its_unresolved_value)
-{
-    seq_fixture f;
-    const reel_sequence& s = f.load(std::string(HEADER) +
-                                    "abs,,0,0,relstart,later,0,a\n"
-                                    "later:\n"
-                                    "relend,prev,500,0,abs,,3000,b\n"
-                                    "relstart,later,1000,0,relstart,me,1000,c\n");
-    EXPECT_EQ(s.rows[0].end, 11025);  // row 1's start before it is offset by row 0's end
-    EXPECT_EQ(s.rows[1].start, 22050);
-    EXPECT_EQ(s.rows[1].end, 66150);
-    EXPECT_EQ(s.rows[2].start, 44100);  // an earlier row is seen with its final value
-    EXPECT_EQ(s.rows[2].end, 66150);
-}
-
 TEST(reel_sequence, barriers_mark_the_row_before_them)
 {
     seq_fixture f;
@@ -198,12 +183,6 @@ TEST(reel_sequence, references_that_cannot_resolve_are_fatal)
     // a label naming the row itself is the row itself
     expect_load_fails("abs,,0,0,abs,,1000,a\nself:\nrelstart,self,0,0,abs,,1000,b\n",
                       "cannot take start to be relative its own start! line: 4 in sequence.csv\n");
-}
-
-TEST(reel_sequence, a_label_naming_no_row_is_refused_when_used)
-{
-    expect_load_fails("relend,last,0,0,relstart,me,1000,a\nlast:\n",
-                      "label \"last\" on line 3 names no scene row (used on line 2 in sequence.csv)\n");
 }
 
 TEST(reel_sequence, malformed_lines_are_fatal_with_their_line)
