@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "reel.h"
+#include "scene_fixture.h"
 
 namespace {
 
@@ -22,40 +23,14 @@ std::string literal(const std::string& text)
     return out;
 }
 
-// An engine record with its two arenas and resources put straight into its cache, so that
-// loading finds them by name without any pack.
-struct scene_fixture {
-    std::vector<uint8_t> memory = std::vector<uint8_t>(1u << 20);
-    reel_engine engine;
-    std::vector<reel_resource_node> nodes = std::vector<reel_resource_node>(16);
-    uint32_t node_count = 0;
-    reel_scene scene;
-    scene_fixture()
-    {
-        memset((void*)&engine, 0, sizeof(engine));
-        memset((void*)&scene, 0, sizeof(scene));
-        xmemarena_init(&engine.arena_record, "reel_arena", memory.size() / 2, memory.data());
-        xmemarena_init(&engine.tmp_arena_record, "reel_tmp_arena", memory.size() / 2, memory.data() + memory.size() / 2);
-        engine.arena = &engine.arena_record;
-        engine.tmp_arena = &engine.tmp_arena_record;
-    }
-    void add(uint32_t kind, const char* name, void* record)
-    {
-        reel_resource_node* last = &engine.resource_cache;
-        while (last->next)
-            last = last->next;
-        nodes[node_count] = {kind, name, record, nullptr};
-        last->next = &nodes[node_count++];
-    }
-    reel_sequence_row row(const char* function, const char* args)
-    {
-        reel_sequence_row r = {};
-        r.line = 7;
-        r.function = function;
-        r.args = args;
-        return r;
-    }
-};
+reel_sequence_row script_row(const char* function, const char* args)
+{
+    reel_sequence_row r = {};
+    r.line = 7;
+    r.function = function;
+    r.args = args;
+    return r;
+}
 
 const reel_scene_binding* table_row(const char* name)
 {
@@ -114,20 +89,20 @@ TEST(reel_scene_load, a_row_binds_to_the_first_table_row_its_function_name_begin
         const reel_scene_binding* expected = table_row(c.expected);
         if (!expected)
             continue;  // the table gains its effect rows as they are built
-        scene_fixture f;
-        reel_sequence_row r = f.row(c.function, nullptr);
+        scene_engine f;
+        reel_sequence_row r = script_row(c.function, nullptr);
         reel_load_scene(&f.engine, &f.scene, &r);
         EXPECT_EQ(f.scene.run, expected->run) << c.function;
         EXPECT_STREQ(f.scene.name, c.function);
         EXPECT_TRUE(f.scene.loaded && f.scene.first_update && f.scene.first_render);
     }
 
-    scene_fixture f;
-    reel_sequence_row unknown = f.row("music_stop", nullptr);
+    scene_engine f;
+    reel_sequence_row unknown = script_row("music_stop", nullptr);
     EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &unknown), testing::ExitedWithCode(1),
                 literal("crash in reel_load_scene at src/reel:") + "[0-9]+\n" +
                     literal("failed find binding for \"music_stop\" on line: 7\n"));
-    reel_sequence_row empty = f.row("", nullptr);
+    reel_sequence_row empty = script_row("", nullptr);
     EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &empty), testing::ExitedWithCode(1),
                 literal("failed find binding for \"\" on line: 7\n"));
 }
@@ -137,16 +112,16 @@ TEST(reel_scene_load, argument_text_goes_to_the_parser_and_a_loaded_scene_is_lef
     for (uint32_t i = 0; i < reel_scene_table_count; i++) {
         if (reel_scene_table[i].parse_args)
             continue;
-        scene_fixture f;
-        reel_sequence_row r = f.row(reel_scene_table[i].name, "1");
+        scene_engine f;
+        reel_sequence_row r = script_row(reel_scene_table[i].name, "1");
         EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &r), testing::ExitedWithCode(1),
                     literal("sequence args not supported for function \"" + std::string(reel_scene_table[i].name) +
                             "\" (line: 7 in sequence file)\n"));
         break;
     }
 
-    scene_fixture f;
-    reel_sequence_row r = f.row("music_sync", "22050");
+    scene_engine f;
+    reel_sequence_row r = script_row("music_sync", "22050");
     f.scene.integer_count = 99;  // a loaded scene is left as it is
     f.scene.loaded = 1;
     reel_load_scene(&f.engine, &f.scene, &r);
@@ -160,7 +135,7 @@ TEST(reel_scene_load, argument_text_goes_to_the_parser_and_a_loaded_scene_is_lef
 
 TEST(reel_scene_load, a_description_binds_names_numbers_and_resources)
 {
-    scene_fixture f;
+    scene_engine f;
     std::string text = "# tunnel, first part\n"
                        "scene_name = tunnel_a\n"
                        "textures = [ wall\tfloor # the two of them\n"
@@ -182,7 +157,7 @@ TEST(reel_scene_load, a_description_binds_names_numbers_and_resources)
     f.add(REEL_KIND_TEXTURE, "floor", &floor);
     f.add(REEL_KIND_PALETTE, "sky", &sky);
     f.add(REEL_KIND_PALETTE_ANIMATION, "ripple", &ripple);
-    reel_sequence_row r = f.row("music_sync", "@tunnel_a.ini");
+    reel_sequence_row r = script_row("music_sync", "@tunnel_a.ini");
 
     testing::internal::CaptureStdout();
     reel_load_scene(&f.engine, &f.scene, &r);
@@ -212,13 +187,13 @@ TEST(reel_scene_load, a_description_binds_names_numbers_and_resources)
 
 TEST(reel_scene_load, descriptions_that_name_missing_things_are_fatal)
 {
-    scene_fixture f;
-    reel_sequence_row r = f.row("music_sync", "@nothing.ini");
+    scene_engine f;
+    reel_sequence_row r = script_row("music_sync", "@nothing.ini");
     EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &r), testing::ExitedWithCode(1),
                 literal("could not find \"nothing.ini\" with kind 9 in pak file!\n"));
     char text[] = "images = [ logo ]\n";
     f.add(REEL_KIND_RAW, "scene.ini", text);
-    reel_sequence_row s = f.row("music_sync", "@scene.ini");
+    reel_sequence_row s = script_row("music_sync", "@scene.ini");
     EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &s), testing::ExitedWithCode(1),
                 literal("could not find \"logo\" with kind 5 in pak file!\n"));
 }
