@@ -2,8 +2,12 @@
 // transparent indices, texel encodings, shade tables, the phong LUT and the PBR table.
 #include "n3d_convert.h"
 
+#include "bitmap.h"
+#include "vmath.h"
+
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <string>
@@ -463,4 +467,73 @@ TEST(n3d_convert_death, lighting_table_contracts)
     n3d_phong_lut lut = {};
     EXPECT_EXIT(n3d_phong_lut_set_default(&lut), testing::ExitedWithCode(1),
                 convert_crash("n3d_phong_lut_set_default", "phong lut has no storage (not initialised)\n"));
+}
+
+// Each smaller level is the Lanczos downscale of the level the rule names: with mips_from_full
+// the full-size one, otherwise the one at most four times larger each way (w + 2, h + 2, capped
+// at the full size). The expected chain is rebuilt here with the image library, from the right
+// sources, and compared texel by texel; noise makes every other source give other texels.
+TEST(n3d_convert, each_level_is_scaled_from_the_level_the_rule_names)
+{
+    convert_arenas a;
+    pcg32 rng = {42, 54};
+    const bitmap* src = convert_painted(&a.tmp, 32, 16, [&](uint32_t, uint8_t* p) {
+        const uint32_t r = pcg32_random(&rng);
+        memcpy(p, &r, 3);
+        p[3] = 255;
+    });
+    for (uint32_t from_full = 0; from_full < 2; from_full++) {
+        n3d_texture t;
+        testing::internal::CaptureStdout();
+        n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 0, 1, from_full, src,
+                                nullptr, N3D_TRANSPARENT_INDEX_NONE, 0.5f);
+        testing::internal::GetCapturedStdout();
+        bitmap* chain[6][5] = {};  // [log2 w][log2 h]
+        for (uint32_t w = 5; w >= 2; w--)
+            for (uint32_t h = 4; h >= 2; h--) {
+                chain[w][h] = bitmap_create(&a.tmp, 1u << w, 1u << h, src->flags);
+                const uint32_t sw = from_full ? 5 : std::min(w + 2, 5u), sh = from_full ? 4 : std::min(h + 2, 4u);
+                if (w == 5 && h == 4)
+                    memcpy(chain[w][h]->pixels, src->pixels, (size_t)src->row_bytes * src->height);
+                else
+                    bitmap_downscale(chain[w][h], chain[sw][sh], BITMAP_FILTER_LANCZOS, &a.tmp);
+                std::vector<uint16_t> want((1u << w) << h);
+                n3d_framebuffer fb = {N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, (int32_t)(1u << w),
+                                      (int32_t)(1u << h), (int32_t)(2u << w), (uint8_t*)want.data()};
+                n3d_framebuffer_from_bitmap(&fb, fb.format, 0, nullptr, nullptr, chain[w][h],
+                                            N3D_TRANSPARENT_INDEX_NONE, 0.5f);
+                EXPECT_EQ(memcmp(t.mips[n3d_mip_slot(&t, w, h)], want.data(), want.size() * 2), 0)
+                    << "level " << w << "x" << h << (from_full ? " from the full size" : "");
+            }
+    }
+}
+
+// The coverage fit runs on every level of an index texture with a transparent index: a thin grid
+// that blurs below the threshold makes it iterate, and each printed step takes c to the clamped
+// value the step before computed.
+TEST(n3d_convert, coverage_fit_steps_are_chained_and_clamped)
+{
+    convert_arenas a;
+    const bitmap* grid = convert_painted(&a.tmp, 64, 64, [](uint32_t i, uint8_t* p) {
+        const bool line = (i % 64) % 8 == 0 || (i / 64) % 8 == 0;
+        p[0] = p[1] = p[2] = 255, p[3] = line ? 255 : 0;
+    });
+    n3d_texture t;
+    testing::internal::CaptureStdout();
+    n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 1, 0, grid, nullptr, 0,
+                            0.5f);
+    const std::string out = testing::internal::GetCapturedStdout();
+    int iterations = 0, previous = -1;
+    float next_c = 1.0f;
+    for (size_t at = out.find("iter["); at != std::string::npos; at = out.find("iter[", at + 1)) {
+        int k;
+        float err, c, newc;
+        ASSERT_EQ(sscanf(out.c_str() + at, "iter[%d] err %f c: %f newc: %f", &k, &err, &c, &newc), 4);
+        EXPECT_TRUE(k == 0 || k == previous + 1) << k;  // numbered from 0 within each level
+        EXPECT_NEAR(c, k == 0 ? 1.0f : next_c, 1e-6f) << k;
+        EXPECT_GT(err, 0.0f);
+        next_c = std::min(std::max(newc, 0.0f), 1.0f);
+        previous = k, iterations++;
+    }
+    EXPECT_GT(iterations, 0);
 }
