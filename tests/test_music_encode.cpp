@@ -284,31 +284,6 @@ TEST(music_synth, places_notes_on_the_grid_at_their_pitch)
 
 // ---- the show's piece ----
 
-TEST(music_synth_show, renders_deterministically_to_its_length)
-{
-    EXPECT_EQ(music_synth_song_frames(music_synth_show_song()), MUSIC_SYNTH_SHOW_FRAMES);
-    EXPECT_EQ(MUSIC_SYNTH_SHOW_FRAMES, 18u * 2u * RATE);
-    EXPECT_EQ(music_synth_show_bar_frame(MUSIC_SYNTH_SHOW_GROOVE_BAR), 2u * 44100u);
-    EXPECT_EQ(music_synth_show_bar_ms(MUSIC_SYNTH_SHOW_BREAK_BAR), 28000u);
-
-    // the first bars rendered on their own, twice, after another song and over dirty scratch,
-    // are the first bars of the whole piece: nothing depends on what ran before or comes later
-    const pcm_buffer& whole = show_music();
-    small_song other;
-    other.render();
-    music_synth_song opening = *music_synth_show_song();
-    opening.bars = MUSIC_SYNTH_SHOW_GROOVE_BAR + 1;
-    const uint32_t frames = music_synth_song_frames(&opening);
-    for (int pass = 0; pass < 2; pass++) {
-        std::vector<uint8_t> memory(music_synth_scratch_bytes(&opening), (uint8_t)(0xEE + pass));
-        xmemarena scratch;
-        xmemarena_init(&scratch, "test_music_scratch", memory.size(), memory.data());
-        pcm_buffer part(2 * frames);
-        music_synth_render(part.data(), &opening, &scratch);
-        EXPECT_TRUE(std::equal(part.begin(), part.end(), whole.begin())) << "pass " << pass;
-    }
-}
-
 TEST(music_synth_show, every_groove_beat_starts_on_its_frame)
 {
     // the energy of the next 512 frames over that of the last 512 peaks where a kick strikes;

@@ -65,30 +65,6 @@ protected:
 
 }  // namespace
 
-TEST_F(n3d, init_carves_the_batch_arena_and_fills_the_reciprocal_tables)
-{
-    test_arena a(4096);
-    prof_global.names[BLOCK_RENDER_MESH] = "unnamed-block";
-    n3d_init(&a.arena);
-    ASSERT_NE(n3d_batch_arena, nullptr);
-    EXPECT_STREQ(n3d_batch_arena->name, "batch_arena");
-    EXPECT_EQ(n3d_batch_arena->capacity, 480u);
-    EXPECT_EQ((uintptr_t)n3d_batch_arena->base % 32, 0u);
-    EXPECT_LE(n3d_batch_arena->base + 480, a.arena.base + a.arena.sp);  // carved from the given arena
-    EXPECT_STREQ(prof_global.names[BLOCK_RENDER_MESH], "BLOCK_RENDER_MESH");
-    EXPECT_STREQ(prof_global.names[BLOCK_RENDER_MESH_TRANSFORM_VERTICES], "BLOCK_RENDER_MESH_TRANSFORM_VERTICES");
-
-    EXPECT_EQ(n3d_reciprocal_table[0], 1.0f);
-    EXPECT_EQ(n3d_reciprocal_table[4], 0.25f);
-    EXPECT_EQ(n3d_reciprocal_table[255], 1.0f / 255.0f);
-    // 16-bit fractions of 1 / (16 i), from entry 3 on with 5 more bits
-    const int32_t expected[] = {65535, 4096, 2048, 43690};
-    for (int i = 0; i < 4; ++i)
-        EXPECT_EQ(n3d_fixed_iiw_lut[i], expected[i]) << i;
-    EXPECT_EQ(n3d_fixed_iiw_lut[30], 4369);
-    EXPECT_EQ(n3d_fixed_iiw_lut[31], 4228);
-}
-
 TEST_F(n3d, coverage_and_depth_buffers_have_their_word_and_block_geometry)
 {
     test_arena a(1024 * 1024);

@@ -4,6 +4,7 @@
 
 #include "bitmap.h"
 #include "vmath.h"
+#include "test_fatal.h"
 
 #include <gtest/gtest.h>
 
@@ -14,6 +15,11 @@
 #include <vector>
 
 namespace {
+
+std::string test_fatal_convert(const char* function, const char* message)
+{
+    return test_fatal(function, "src/n3d_convert", message);
+}
 
 struct convert_arenas {
     std::vector<uint8_t> main_block;
@@ -49,18 +55,6 @@ void convert_texture(convert_arenas* a, n3d_texture* t, N3D_TEXEL_FORMAT format,
     testing::internal::CaptureStdout();  // the size line
     n3d_texture_from_bitmap(t, &a->arena, &a->tmp, format, swizzle, mips, 0, bm, clut, transparent, threshold);
     testing::internal::GetCapturedStdout();
-}
-
-// The crash text of src/n3d_convert's `function` followed by exactly `message`.
-std::string convert_crash(const char* function, const char* message)
-{
-    std::string re = std::string("crash in ") + function + " at src/n3d_convert:[0-9]+\n";
-    for (const char* p = message; *p; ++p) {
-        if (strchr("\\^$.|?*+()[]{}", *p))
-            re += '\\';
-        re += *p;
-    }
-    return re + "$";
 }
 
 std::vector<uint8_t> grey_ramp_colors()
@@ -176,7 +170,7 @@ TEST(n3d_convert, without_mips_one_level_and_any_power_of_two_when_linear)
 TEST(n3d_convert_death, sizes_and_formats_that_cannot_make_a_texture)
 {
     const std::string re =
-        convert_crash("n3d_texture_from_bitmap", "cannot create texture, did not meet requirements, see above logs\n");
+        test_fatal_convert("n3d_texture_from_bitmap", "cannot create texture, did not meet requirements, see above logs\n");
     // w, h, format, swizzle: not a power of two, too small, too large to swizzle, no CLUT, no such format
     const uint32_t cases[][4] = {{300, 256, 2, 0}, {2, 256, 2, 0}, {512, 256, 2, 1}, {8, 8, 3, 1}, {8, 8, 5, 1}};
     for (const auto& c : cases) {
@@ -366,7 +360,7 @@ TEST(n3d_convert_death, framebuffer_and_shade_table_contracts)
                                         convert_solid(&a.tmp, 4, 4, px), &past_the_end, N3D_TRANSPARENT_INDEX_NONE,
                                         0.5f),
                 testing::ExitedWithCode(1),
-                convert_crash("n3d_texture_build_shade_table_index8", "palette uses 300 colors but max is 256!\n"));
+                test_fatal_convert("n3d_texture_build_shade_table_index8", "palette uses 300 colors but max is 256!\n"));
     const struct {
         N3D_TEXEL_FORMAT format;
         int32_t width;  // 4 x 4, or 6 x 2
@@ -387,7 +381,7 @@ TEST(n3d_convert_death, framebuffer_and_shade_table_contracts)
         bitmap* bm = convert_solid(&a.tmp, (uint32_t)c.width, (uint32_t)height, px);
         EXPECT_EXIT(n3d_framebuffer_from_bitmap(&fb, c.format, c.swizzle, nullptr, nullptr, bm,
                                                 N3D_TRANSPARENT_INDEX_NONE, 0.5f),
-                    testing::ExitedWithCode(1), convert_crash(c.function, c.message));
+                    testing::ExitedWithCode(1), test_fatal_convert(c.function, c.message));
     }
 }
 
@@ -463,10 +457,10 @@ TEST(n3d_convert_death, lighting_table_contracts)
     const vec3 z = {0, 0, 0};
     EXPECT_EXIT(n3d_texture_build_shade_table_argb1555_pbr(table, 257, 1, z, z, z, z, 0.0f, 0.5f, palette),
                 testing::ExitedWithCode(1),
-                convert_crash("n3d_texture_build_shade_table_argb1555_pbr", "shades per color must be < 256 is 257\n"));
+                test_fatal_convert("n3d_texture_build_shade_table_argb1555_pbr", "shades per color must be < 256 is 257\n"));
     n3d_phong_lut lut = {};
     EXPECT_EXIT(n3d_phong_lut_set_default(&lut), testing::ExitedWithCode(1),
-                convert_crash("n3d_phong_lut_set_default", "phong lut has no storage (not initialised)\n"));
+                test_fatal_convert("n3d_phong_lut_set_default", "phong lut has no storage (not initialised)\n"));
 }
 
 // Each smaller level is the Lanczos downscale of the level the rule names: with mips_from_full

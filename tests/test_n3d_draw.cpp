@@ -15,8 +15,14 @@
 #include "n3d_camera.h"
 #include "n3d_draw.h"
 #include "n3d_rasterizers.h"
+#include "test_fatal.h"
 
 namespace {
+
+std::string exact(const char* function, const char* message, const char* tail = "")
+{
+    return test_fatal(function, "src/n3d_draw", message, tail);
+}
 
 constexpr uint32_t RECORD_FLAGS = 2048;
 constexpr uint32_t RECORD_PHONG_FLAGS = RECORD_FLAGS | N3D_RASTERIZER_PHONG;
@@ -34,18 +40,6 @@ int record_rasterizer(n3d_raster_call* c)
     return 1;
 }
 void record_names(n3d_rasterizer_entry* e) { e->block_count = 0; }
-
-// An exact fatal message (then `tail`, a pattern) as a death-test pattern.
-std::string exact(const char* function, const char* message, const char* tail = "")
-{
-    std::string rx = std::string("^crash in ") + function + " at src/n3d_draw:[0-9]+\n";
-    for (const char* p = message; *p; p++) {
-        if (strchr("\\^$.|?*+()[]{}", *p))
-            rx += '\\';
-        rx += *p;
-    }
-    return rx + tail + "$";
-}
 
 // A framebuffer whose rows lie between canary columns and canary rows.
 struct guarded_framebuffer {

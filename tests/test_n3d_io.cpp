@@ -277,31 +277,12 @@ TEST(n3d_io, whole_file_reads)
 
 namespace {
 
-void read_mesh_bytes(std::vector<uint8_t> file)
-{
-    test_arena a;
-    stream_cursor cur = cursor_over(&a.arena, file);
-    n3d_vertices v;
-    n3d_vertices_read(&v, &a.arena, &cur);
-}
 void read_texture_bytes(std::vector<uint8_t> file)
 {
     test_arena a;
     stream_cursor cur = cursor_over(&a.arena, file);
     n3d_texture t;
     n3d_texture_read(&a.arena, &t, &cur, 1);
-}
-void read_coverage_bytes(std::vector<uint8_t> file)
-{
-    test_arena a;
-    stream_cursor cur = cursor_over(&a.arena, file);
-    n3d_coverage_buffer cb;
-    n3d_coverage_buffer_read(&a.arena, &cb, &cur);
-}
-std::vector<uint8_t> cut(std::vector<uint8_t> file, size_t size)
-{
-    file.resize(size);
-    return file;
 }
 }  // namespace
 
@@ -323,32 +304,6 @@ TEST(n3d_io_death, bad_marker_and_trailing_bytes_in_files)
     write_bytes(path, file);
     EXPECT_EXIT(n3d_mesh_file_load(&a.arena, path.c_str()), testing::ExitedWithCode(1),
                 "bad.mesh: 1 unexpected bytes after the block at offset 48\n$");
-}
-
-TEST(n3d_io_death, truncated_blocks_name_the_field)
-{
-    mesh_storage m;
-    make_mesh(&m, 255, 2);
-    const std::vector<uint8_t> mesh = mesh_file(&m.v, BYTE_ORDER_SWAPPED);
-    EXPECT_EXIT(read_mesh_bytes(cut(mesh, 6)), testing::ExitedWithCode(1), "test.bin: truncated vertex flags");
-    EXPECT_EXIT(read_mesh_bytes(cut(mesh, 10)), testing::ExitedWithCode(1), "test.bin: truncated vertex count");
-    EXPECT_EXIT(read_mesh_bytes(cut(mesh, mesh.size() - 1)), testing::ExitedWithCode(1),
-                "truncated vertex arrays: 2 entries of 84 bytes at offset 12, 167 bytes left");
-
-    texture_storage s;
-    make_texture(&s, 1, 0, 4, 4, 2, 2);
-    const std::vector<uint8_t> tex = texture_file(&s.t, BYTE_ORDER_NATIVE);
-    EXPECT_EXIT(read_texture_bytes(cut(tex, 7)), testing::ExitedWithCode(1), "truncated texture log2_h");
-    EXPECT_EXIT(read_texture_bytes(cut(tex, 11)), testing::ExitedWithCode(1), "truncated texture colors_count");
-    EXPECT_EXIT(read_texture_bytes(cut(tex, 300)), testing::ExitedWithCode(1), "truncated texture tables and levels");
-    EXPECT_EXIT(read_texture_bytes(cut(tex, tex.size() - 1)), testing::ExitedWithCode(1),
-                "truncated texture tables and levels");
-
-    uint32_t bits[2] = {1, 2};
-    const n3d_coverage_buffer cb = {bits, 32, 2};
-    const std::vector<uint8_t> cov = coverage_file(&cb, BYTE_ORDER_NATIVE);
-    EXPECT_EXIT(read_coverage_bytes(cut(cov, 9)), testing::ExitedWithCode(1), "truncated coverage height");
-    EXPECT_EXIT(read_coverage_bytes(cut(cov, 15)), testing::ExitedWithCode(1), "truncated coverage words");
 }
 
 TEST(n3d_io_death, bad_texture_headers)

@@ -9,19 +9,9 @@
 
 #include "reel.h"
 #include "scene_fixture.h"
+#include "test_fatal.h"
 
 namespace {
-
-std::string literal(const std::string& text)
-{
-    std::string out;
-    for (char c : text) {
-        if (strchr(".[]{}()\\*+?^$|", c))
-            out += '\\';
-        out += c;
-    }
-    return out;
-}
 
 reel_sequence_row script_row(const char* function, const char* args)
 {
@@ -100,11 +90,11 @@ TEST(reel_scene_load, a_row_binds_to_the_first_table_row_its_function_name_begin
     scene_engine f;
     reel_sequence_row unknown = script_row("music_stop", nullptr);
     EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &unknown), testing::ExitedWithCode(1),
-                literal("crash in reel_load_scene at src/reel:") + "[0-9]+\n" +
-                    literal("failed find binding for \"music_stop\" on line: 7\n"));
+                test_literal("crash in reel_load_scene at src/reel:") + "[0-9]+\n" +
+                    test_literal("failed find binding for \"music_stop\" on line: 7\n"));
     reel_sequence_row empty = script_row("", nullptr);
     EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &empty), testing::ExitedWithCode(1),
-                literal("failed find binding for \"\" on line: 7\n"));
+                test_literal("failed find binding for \"\" on line: 7\n"));
 }
 
 TEST(reel_scene_load, argument_text_goes_to_the_parser_and_a_loaded_scene_is_left_alone)
@@ -115,7 +105,7 @@ TEST(reel_scene_load, argument_text_goes_to_the_parser_and_a_loaded_scene_is_lef
         scene_engine f;
         reel_sequence_row r = script_row(reel_scene_table[i].name, "1");
         EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &r), testing::ExitedWithCode(1),
-                    literal("sequence args not supported for function \"" + std::string(reel_scene_table[i].name) +
+                    test_literal("sequence args not supported for function \"" + std::string(reel_scene_table[i].name) +
                             "\" (line: 7 in sequence file)\n"));
         break;
     }
@@ -190,12 +180,12 @@ TEST(reel_scene_load, descriptions_that_name_missing_things_are_fatal)
     scene_engine f;
     reel_sequence_row r = script_row("music_sync", "@nothing.ini");
     EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &r), testing::ExitedWithCode(1),
-                literal("could not find \"nothing.ini\" with kind 9 in pak file!\n"));
+                test_literal("could not find \"nothing.ini\" with kind 9 in pak file!\n"));
     char text[] = "images = [ logo ]\n";
     f.add(REEL_KIND_RAW, "scene.ini", text);
     reel_sequence_row s = script_row("music_sync", "@scene.ini");
     EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &s), testing::ExitedWithCode(1),
-                literal("could not find \"logo\" with kind 5 in pak file!\n"));
+                test_literal("could not find \"logo\" with kind 5 in pak file!\n"));
 }
 
 TEST(reel_scene_load, the_description_parser_reads_words_items_and_comments)
@@ -214,12 +204,12 @@ TEST(reel_scene_load, the_description_parser_reads_words_items_and_comments)
 TEST(reel_scene_load, the_description_parser_refuses_what_it_cannot_read)
 {
     EXPECT_EXIT(parse("a = 1\r\nb = 2\n"), testing::ExitedWithCode(1),
-                literal("txt contains \\r either bug or unpacked using some tool that converts unix lines to mac.. tryp "
+                test_literal("txt contains \\r either bug or unpacked using some tool that converts unix lines to mac.. tryp "
                         "MacZip\n"));
     EXPECT_EXIT(parse("a = 1\n\nkey"), testing::ExitedWithCode(1),
-                literal("missing '=' on line 3 in file \"scene.ini\"\n"));
+                test_literal("missing '=' on line 3 in file \"scene.ini\"\n"));
     EXPECT_EXIT(parse("a = 1\nb = [ x\n y\n"), testing::ExitedWithCode(1),
-                literal("expected ']' to close array starting on line 2 in file \"scene.ini\"\n"));
+                test_literal("expected ']' to close array starting on line 2 in file \"scene.ini\"\n"));
 
     // a NUL ends the text even inside an array
     std::vector<char> text = {'a', '=', '[', 'x', 0, ']', 0};
@@ -240,18 +230,18 @@ TEST(reel_scene_load, integer_float_and_string_arguments_advance_past_one_comma)
     EXPECT_EQ(parse_arg_int(&counter, &cursor, &r), -7);
     EXPECT_EQ(counter, 3u);
     EXPECT_EXIT(parse_arg_int(&counter, &cursor, &r), testing::ExitedWithCode(1),
-                literal("crash in parse_arg_int at src/reel_scenes:") + "[0-9]+\n" +
-                    literal("parse_arg_int failed \"x\" (sequence line 12, args: \"12,34, -7,x\")\n"));
+                test_literal("crash in parse_arg_int at src/reel_scenes:") + "[0-9]+\n" +
+                    test_literal("parse_arg_int failed \"x\" (sequence line 12, args: \"12,34, -7,x\")\n"));
     const char* huge = "4294967296";
     EXPECT_EXIT(parse_arg_int(&counter, &huge, &r), testing::ExitedWithCode(1),
-                literal("parse_arg_int out of range \"4294967296\" (sequence line 12, args: \"12,34, -7,x\")\n"));
+                test_literal("parse_arg_int out of range \"4294967296\" (sequence line 12, args: \"12,34, -7,x\")\n"));
 
     r.args = "0.5,-1e3,";
     cursor = r.args;
     EXPECT_EQ(parse_arg_float(&cursor, &r), 0.5f);
     EXPECT_EQ(parse_arg_float(&cursor, &r), -1000.0f);
     EXPECT_EXIT(parse_arg_float(&cursor, &r), testing::ExitedWithCode(1),
-                literal("parse_arg_float failed \"\" (sequence line 12, args: \"0.5,-1e3,\")\n"));
+                test_literal("parse_arg_float failed \"\" (sequence line 12, args: \"0.5,-1e3,\")\n"));
 
     std::vector<uint8_t> memory(256);
     xmemarena arena;
@@ -296,7 +286,7 @@ TEST(reel_scene_load, colours_read_as_rgba_argb1555_and_linear)
     for (const auto& refusal : refusals) {
         const char* text = refusal.text;
         EXPECT_EXIT(parse_arg_color(&c, &text, &r, &arena), testing::ExitedWithCode(1),
-                    literal("crash in parse_arg_color at src/reel_scenes:") + "[0-9]+\n" + literal(refusal.message));
+                    test_literal("crash in parse_arg_color at src/reel_scenes:") + "[0-9]+\n" + test_literal(refusal.message));
     }
 }
 
