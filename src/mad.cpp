@@ -247,9 +247,10 @@ static void mad_read_animation(mad_datapack* d, uint32_t i, xmemarena* arena, st
                      c->path);
         c->sampler = mad_resolve(cur, sampler, MAD_INDEX_ZERO_BASED, a->samplers, a->sampler_count, "animation", i,
                                  "channel sampler", "samplers");
-        // evaluation reads the key at or after the time and the one before it, n floats each
+        // evaluation reads the key at or after the time and the one before it, n floats each;
+        // more values than that are valid (an interpolation the evaluator leaves alone may have them)
         const uint64_t needed = (uint64_t)c->sampler->input_count * mad_path_components(c->path);
-        if (c->sampler->input_count == 0 || c->sampler->output_count != needed)
+        if (c->sampler->input_count == 0 || c->sampler->output_count < needed)
             mad_fail(cur, __LINE__,
                      "animation[%u] channel[%u]: sampler[%u] has %u keys and %u values, but path %u needs at least "
                      "one key and %u values per key\n",
@@ -464,8 +465,10 @@ mad_datapack* mad_datapack_file_load(xmemarena* arena, const char* path)
     uint32_t marker;
     cur.p = stream_read_u32(&marker, cur.p, BYTE_ORDER_NATIVE);
     cur.order = byte_order_from_marker(marker);
-    if (cur.order < 0)
-        crash_in("src/mad", __LINE__, "mad_datapack_file_load", "%s: invalid endian marker?\n", path);
+    if (cur.order < 0) {
+        printf("%s: first word 0x%08x is 0xabcd in neither byte order\n", path, marker);
+        crash_in("src/mad", __LINE__, "mad_datapack_file_load", "invalid endian marker?\n");
+    }
     auto* datapack = (mad_datapack*)xmemarena_push_align(arena, sizeof(mad_datapack), alignof(mad_datapack));
     mad_datapack_read(datapack, arena, &cur);
     // a file holds exactly one block: anything after it means a wrong or damaged file

@@ -261,8 +261,10 @@ int32_t stream_cursor_read_marker(stream_cursor* cur)
     uint32_t marker;
     cur->p = stream_read_u32(&marker, cur->p, BYTE_ORDER_NATIVE);
     const int32_t order = byte_order_from_marker(marker);
-    if (order < 0)
-        stream_cursor_fail(cur, "invalid endian marker 0x%08x (expected 0xabcd in either byte order)\n", marker);
+    if (order < 0) {
+        printf("%s: first word 0x%08x is 0xabcd in neither byte order\n", cur->file, marker);
+        crash_in("src/memarena", __LINE__, "stream_cursor_read_marker", "invalid endian marker?\n");
+    }
     cur->order = order;
     return order;
 }

@@ -60,20 +60,11 @@ void n3d_benchmark(display_device* display)
     n3d_benchmark_run(&arena, video[display->back_index != 0 ? 1 : 0]);
 }
 
-// The conversions print their own progress lines; the benchmark's output is only its table.
+// Each conversion prints its "bitmap wh: ..." line ahead of the benchmark's header.
 static void n3d_benchmark_convert(n3d_texture* texture, xmemarena* arena, xmemarena* tmp, N3D_TEXEL_FORMAT format,
                                   const bitmap* flare)
 {
-    fflush(stdout);
-    FILE* saved = stdout;
-    FILE* quiet = fopen("/dev/null", "w");
-    if (quiet)
-        stdout = quiet;
     n3d_texture_from_bitmap(texture, arena, tmp, format, 1, 1, 0, flare, nullptr, N3D_TRANSPARENT_INDEX_NONE, 0.5f);
-    if (quiet) {
-        fclose(quiet);
-        stdout = saved;
-    }
 }
 
 // Screen-space gradients of each attribute over twice the signed area.
@@ -90,81 +81,95 @@ static void n3d_benchmark_gradients(n3d_raster_call* c, const float values[3][5]
     }
 }
 
+void n3d_benchmark_workload_init(n3d_benchmark_workload* w, n3d_rasterizer_entry* e, n3d_framecontext* fc,
+                                 n3d_texture* t8, n3d_texture* t16, const uint8_t* const* phong)
+{
+    memset(w, 0, sizeof(*w));
+    w->rng = {N3D_BENCHMARK_SEED_STATE, N3D_BENCHMARK_SEED_INCREMENT};
+    w->call.entry = e;
+    w->call.fc = fc;
+    w->call.textures = w->textures;
+    w->call.phong = phong;
+    if (e->flags & N3D_RASTERIZER_T0_I8ARGB1555)
+        w->textures[0] = t8;
+    else if (e->flags & N3D_RASTERIZER_T0_ARGB1555)
+        w->textures[0] = t16;
+    else
+        crash_in("src/n3d", __LINE__, "n3d_benchmark_run",
+                 "n3d_benchmark only supports N3D_RASTERIZER_T0_I8ARGB1555 N3D_RASTERIZER_T0_ARGB1555 so far\n");
+    if (e->attribute_count != ((e->flags & N3D_RASTERIZER_PHONG) ? 4u : 2u))
+        crash_in("src/n3d", __LINE__, "n3d_benchmark_run", "?\n");
+}
+
+void n3d_benchmark_positions(n3d_benchmark_workload* w)
+{
+    for (int i = 0; i < 3; i++) {
+        w->x[i] = (float)N3D_BENCHMARK_AREA_W * pcg32_random_float01(&w->rng);
+        w->y[i] = (float)N3D_BENCHMARK_AREA_H * pcg32_random_float01(&w->rng);
+    }
+    for (float& iw : w->iw)
+        iw = 0.5f + 0.5f * pcg32_random_float01(&w->rng);  // w between 1 and 2
+    w->area = (w->x[1] - w->x[2]) * (w->y[0] - w->y[2]) - (w->x[0] - w->x[2]) * (w->y[1] - w->y[2]);
+}
+
+bool n3d_benchmark_draw(n3d_benchmark_workload* w)
+{
+    if (!(w->area > 0.000001f))
+        return false;  // facing away or degenerate: its attributes are never drawn
+    n3d_raster_call* c = &w->call;
+    const n3d_rasterizer_entry* e = c->entry;
+    if (w->drawn % N3D_BENCHMARK_CLEAR_EVERY == 0) {
+        if (e->flags & N3D_RASTERIZER_COVERAGE_READ)
+            n3d_coverage_buffer_clear(c->fc->coverage[0]);
+        if (e->flags & N3D_RASTERIZER_ZBUFFER_READ)
+            n3d_zbuffer_clear(c->fc->zbuffer);
+    }
+    c->triangle_id = w->ids & 0xFFF;
+    w->ids += 1;
+    const uint32_t phong_variant = (e->flags & N3D_RASTERIZER_PHONG) != 0;
+    float values[3][5];
+    for (int i = 0; i < 3; i++) {
+        float attr[4];
+        attr[0] = pcg32_random_float01(&w->rng);
+        attr[1] = pcg32_random_float01(&w->rng);
+        if (phong_variant) {
+            attr[2] = -0.5f + pcg32_random_float01(&w->rng);
+            attr[3] = -0.5f + pcg32_random_float01(&w->rng);
+        }
+        c->vertices[i][0] = w->x[i];
+        c->vertices[i][1] = w->y[i];
+        c->vertices[i][2] = w->iw[i];
+        for (uint32_t a = 0; a < e->attribute_count; a++) {
+            c->vertices[i][3 + a] = attr[a] * w->iw[i];
+            values[i][a] = attr[a] * w->iw[i];
+        }
+        values[i][e->attribute_count] = w->iw[i];
+    }
+    n3d_benchmark_gradients(c, values, e->attribute_count + 1, w->area);
+    c->area = w->area;
+    const float* iw = w->iw;
+    const float max_iw = iw[0] > iw[1] ? (iw[0] > iw[2] ? iw[0] : iw[2]) : (iw[1] > iw[2] ? iw[1] : iw[2]);
+    c->depth_norm = 1.0f / max_iw;
+    e->rasterizer(c);
+    w->drawn += 1;
+    w->pixels += 0.5 * (double)w->area;
+    return true;
+}
+
 static void n3d_benchmark_variant(n3d_rasterizer_entry* e, const n3d_benchmark_target* target, uint32_t target_index,
                                   n3d_texture* t8, n3d_texture* t16, const uint8_t* const* phong)
 {
-    pcg32 rng = {N3D_BENCHMARK_SEED_STATE, N3D_BENCHMARK_SEED_INCREMENT};
-    uint32_t drawn = 0;
-    uint32_t ids = 0;
-    double pixels = 0.0;
-    n3d_texture* textures[1] = {nullptr};
-    n3d_raster_call c;
-    memset(&c, 0, sizeof(c));
-    c.entry = e;
-    c.fc = target->fc;
-    c.textures = textures;
-    c.phong = phong;
+    n3d_benchmark_workload w;
+    n3d_benchmark_workload_init(&w, e, target->fc, t8, t16, phong);
     const uint64_t start = prof_cycles_now();
     for (;;) {
-        float x[3], y[3], iw[3];
-        for (int i = 0; i < 3; i++) {
-            x[i] = (float)N3D_BENCHMARK_AREA_W * pcg32_random_float01(&rng);
-            y[i] = (float)N3D_BENCHMARK_AREA_H * pcg32_random_float01(&rng);
-        }
-        for (float& w : iw)
-            w = 0.5f + 0.5f * pcg32_random_float01(&rng);  // w between 1 and 2
-        const float area = (x[1] - x[2]) * (y[0] - y[2]) - (x[0] - x[2]) * (y[1] - y[2]);
+        n3d_benchmark_positions(&w);
         if (prof_cycles_to_ms(prof_cycles_since(start)) > (double)n3d_benchmark_duration_ms)
             break;
-        if (!(area > 0.000001f))
-            continue;  // facing away or degenerate
-        if (drawn % N3D_BENCHMARK_CLEAR_EVERY == 0) {
-            if (e->flags & N3D_RASTERIZER_COVERAGE_READ)
-                n3d_coverage_buffer_clear(target->fc->coverage[0]);
-            if (e->flags & N3D_RASTERIZER_ZBUFFER_READ)
-                n3d_zbuffer_clear(target->fc->zbuffer);
-        }
-        c.triangle_id = ids & 0xFFF;
-        ids += 1;
-        if (e->flags & N3D_RASTERIZER_T0_I8ARGB1555)
-            textures[0] = t8;
-        else if (e->flags & N3D_RASTERIZER_T0_ARGB1555)
-            textures[0] = t16;
-        else
-            crash_in("src/n3d", __LINE__, "n3d_benchmark_run",
-                     "n3d_benchmark only supports N3D_RASTERIZER_T0_I8ARGB1555 N3D_RASTERIZER_T0_ARGB1555 so far\n");
-        const uint32_t phong_variant = (e->flags & N3D_RASTERIZER_PHONG) != 0;
-        if (e->attribute_count != (phong_variant ? 4u : 2u))
-            crash_in("src/n3d", __LINE__, "n3d_benchmark_run", "?\n");
-
-        float values[3][5];
-        for (int i = 0; i < 3; i++) {
-            float attr[4];
-            attr[0] = pcg32_random_float01(&rng);
-            attr[1] = pcg32_random_float01(&rng);
-            if (phong_variant) {
-                attr[2] = -0.5f + pcg32_random_float01(&rng);
-                attr[3] = -0.5f + pcg32_random_float01(&rng);
-            }
-            c.vertices[i][0] = x[i];
-            c.vertices[i][1] = y[i];
-            c.vertices[i][2] = iw[i];
-            for (uint32_t a = 0; a < e->attribute_count; a++) {
-                c.vertices[i][3 + a] = attr[a] * iw[i];
-                values[i][a] = attr[a] * iw[i];
-            }
-            values[i][e->attribute_count] = iw[i];
-        }
-        n3d_benchmark_gradients(&c, values, e->attribute_count + 1, area);
-        c.area = area;
-        const float max_iw = iw[0] > iw[1] ? (iw[0] > iw[2] ? iw[0] : iw[2]) : (iw[1] > iw[2] ? iw[1] : iw[2]);
-        c.depth_norm = 1.0f / max_iw;
-        e->rasterizer(&c);
-        drawn += 1;
-        pixels += 0.5 * (double)area;
+        n3d_benchmark_draw(&w);
     }
     const double ms = prof_cycles_to_ms(prof_cycles_since(start));
-    printf("%.2f ~pixels/sec: %.2f triangles/sec\t[%d]\t%s\n", 1000.0 * pixels / ms, 1000.0 * drawn / ms,
+    printf("%.2f ~pixels/sec: %.2f triangles/sec\t[%d]\t%s\n", 1000.0 * w.pixels / ms, 1000.0 * w.drawn / ms,
            (int)target_index, e->name);
 }
 

@@ -192,8 +192,9 @@ n3d_rasterizer_entry* n3d_draw_prepare(const n3d_draw_call* call, n3d_draw_kind 
                  (int)call->triangle_count, v->count / 3);
     if (kind == N3D_DRAW_KIND_SKINNED && (!v->joints || !v->weights || !call->skin_matrices))
         crash_in("src/n3d_draw", __LINE__, function, "skinned drawing needs joints, weights and skin_matrices!\n");
-    if (kind == N3D_DRAW_KIND_PHONG && (!v->n_xyz || !v->t_xyz || !v->b_xyz))
-        crash_in("src/n3d_draw", __LINE__, function, "phong drawing needs n_xyz, t_xyz and b_xyz!\n");
+    // the half vector is projected on tangent and bitangent only: normals may be absent
+    if (kind == N3D_DRAW_KIND_PHONG && (!v->t_xyz || !v->b_xyz))
+        crash_in("src/n3d_draw", __LINE__, function, "phong drawing needs t_xyz and b_xyz!\n");
     const uint32_t attributes = kind == N3D_DRAW_KIND_PHONG ? 4 : 2;
     if (entry->attribute_count != attributes)
         crash_in("src/n3d_draw", __LINE__, function, "%s interpolates %u attributes but %s hands it %u\n",

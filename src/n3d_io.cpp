@@ -45,8 +45,10 @@ static const uint8_t* n3d_io_open_block(stream_cursor* cur, xmemarena* arena, co
     uint32_t marker;
     cur->p = stream_read_u32(&marker, cur->p, BYTE_ORDER_NATIVE);
     cur->order = byte_order_from_marker(marker);
-    if (cur->order < 0)
-        crash_in("src/n3d_io", __LINE__, function, "%s: invalid endian marker?\n", path);
+    if (cur->order < 0) {
+        printf("%s: first word 0x%08x is 0xabcd in neither byte order\n", path, marker);
+        crash_in("src/n3d_io", __LINE__, function, "invalid endian marker?\n");
+    }
     return data;
 }
 
@@ -238,12 +240,16 @@ const uint8_t* n3d_texture_read(xmemarena* arena, n3d_texture* texture, stream_c
     t->min_log2_w = stream_cursor_u8(cur, "texture min_log2_w");
     t->min_log2_h = stream_cursor_u8(cur, "texture min_log2_h");
 
-    if (t->format < N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555 || t->format > N3D_TEXEL_FORMAT_BUMPMAP)
-        n3d_io_fail(cur, __LINE__, "n3d_texture_read", "texture format %u: not implemented\n", t->format);
+    if (t->format < N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555 || t->format > N3D_TEXEL_FORMAT_BUMPMAP) {
+        printf("%s: texture format %u\n", cur->file, t->format);
+        crash_in("src/n3d_io", __LINE__, "n3d_texture_read", "not implemented\n");
+    }
     if (t->linear > 1)
         n3d_io_fail(cur, __LINE__, "n3d_texture_read", "linear flag %u is neither 0 nor 1\n", t->linear);
-    if (t->format == N3D_TEXEL_FORMAT_BUMPMAP && !t->linear)
-        n3d_io_fail(cur, __LINE__, "n3d_texture_read", "bump-map textures (format 4) must be linear\n");
+    if (t->format == N3D_TEXEL_FORMAT_BUMPMAP && !t->linear) {  // swizzled bump maps have no level size
+        printf("%s: swizzled bump-map texture\n", cur->file);
+        crash_in("src/n3d_io", __LINE__, "n3d_texture_read", "not implemented texture format %d\n", (int)t->format);
+    }
     const uint32_t max_log2 = t->linear ? N3D_IO_MAX_LOG2_LINEAR : N3D_IO_MAX_LOG2_SWIZZLED;
     if (t->log2_w > max_log2 || t->log2_h > max_log2 || t->min_log2_w > t->log2_w || t->min_log2_h > t->log2_h)
         n3d_io_fail(cur, __LINE__, "n3d_texture_read",

@@ -428,13 +428,8 @@ void* reel_load_resource(reel_engine* engine, const char* name, uint32_t kind)
         snprintf(label, sizeof(label), "resource \"%s\" (%s)", name, reel_kind_name(kind));
         stream_cursor cur;
         stream_cursor_init(&cur, block, size, order, label);
-        // The block's own marker is not what decides its order (pack 0's does), but a marker that
-        // disagrees means the block was written for the other order and would decode to garbage.
-        const uint32_t marker = stream_cursor_u32(&cur, "block marker");
-        if (marker != BYTE_ORDER_MARKER)
-            reel_resource_fail(&cur, __LINE__, "reel_load_resource",
-                               "block marker 0x%08x does not match the packs' %s byte order\n", marker,
-                               order == BYTE_ORDER_NATIVE ? "native" : "swapped");
+        // the block's own marker is skipped unread: pack 0's order decides, whatever it states
+        stream_cursor_bytes(&cur, 4, "block marker");
         result = reel_resource_decode(arena, &cur, kind, in_place);
         if (!result)
             crash_in("src/reel", __LINE__, "reel_load_resource", "failed load \"%s\" tag %d\n", name, (int)kind);

@@ -40,7 +40,7 @@ inline int64_t scene_table_row(const char* name)
     return -1;
 }
 
-struct scene_fixture : testing::Test {
+struct scene_engine {
     std::vector<uint8_t> memory = std::vector<uint8_t>(48u << 20);
     xmemarena platform, demo;
     display_device display;
@@ -57,7 +57,7 @@ struct scene_fixture : testing::Test {
     reel_run_context ctx = {};
     uint8_t keys[256] = {};
 
-    scene_fixture()
+    scene_engine()
     {
         uint8_t* m = memory.data();
         xmemarena_init(&platform, "platform_arena", 4u << 20, m);
@@ -187,3 +187,6 @@ struct scene_fixture : testing::Test {
         scene.run(&scene, &ctx);
     }
 };
+
+// The same as a GoogleTest fixture; scene_engine alone where a test wants several fresh ones.
+struct scene_fixture : testing::Test, scene_engine {};

@@ -20,24 +20,7 @@ struct bitmap_arena {
     }
 };
 
-std::string bitmap_test_path(const char* name) { return testing::TempDir() + "reel_test_bitmap_" + name; }
-
 }  // namespace
-
-TEST(bitmap, create_sets_row_bytes_from_the_channel_flag_and_zeroes_pixels)
-{
-    bitmap_arena a(1 << 16);
-    const uint32_t flags[4] = {BITMAP_CHANNELS_1, BITMAP_CHANNELS_2, BITMAP_CHANNELS_3, BITMAP_CHANNELS_4};
-    for (uint32_t i = 0; i < 4; ++i) {
-        bitmap* bm = bitmap_create(&a.arena, 7, 3, BITMAP_SRGB | flags[i]);
-        EXPECT_EQ(bm->row_bytes, 7 * (i + 1));
-        EXPECT_EQ(bm->width, 7u);
-        EXPECT_EQ(bm->height, 3u);
-        EXPECT_EQ(bitmap_pixel(bm, 2, 1), bm->pixels + bm->row_bytes + 2 * (i + 1));
-        for (uint32_t b = 0; b < bm->row_bytes * bm->height; ++b)
-            ASSERT_EQ(bm->pixels[b], 0);
-    }
-}
 
 TEST(bitmap, decode_follows_the_encoding_flags)
 {
@@ -94,86 +77,6 @@ TEST(bitmap, encode_inverts_decode_for_every_byte)
     EXPECT_EQ(out[3], 0);
 }
 
-TEST(bitmap, whole_image_decode_equals_the_pixel_decode)
-{
-    bitmap_arena a(1 << 20);
-    const uint32_t flag_sets[5] = {BITMAP_SRGB | BITMAP_CHANNELS_4, BITMAP_SRGB | BITMAP_CHANNELS_3,
-                                   BITMAP_SRGB | BITMAP_CHANNELS_2, BITMAP_CHANNELS_4,
-                                   BITMAP_SRGB | BITMAP_PREMULTIPLIED | BITMAP_CHANNELS_4};
-    for (uint32_t flags : flag_sets) {
-        bitmap* bm = bitmap_create(&a.arena, 16, 16, flags);
-        for (uint32_t b = 0; b < bm->row_bytes * bm->height; ++b)
-            bm->pixels[b] = (uint8_t)(b * 37 + 11);
-        std::vector<float> all(16 * 16 * 4);
-        bitmap_decode(bm, all.data());
-        for (uint32_t y = 0; y < 16; ++y)
-            for (uint32_t x = 0; x < 16; ++x) {
-                vec4 v;
-                bitmap_decode_pixel(v, bitmap_pixel(bm, x, y), flags);
-                for (int c = 0; c < 4; ++c)
-                    ASSERT_EQ(all[(y * 16 + x) * 4 + c], v[c]) << "flags " << flags;
-            }
-    }
-}
-
-TEST(bitmap, convert_between_channel_counts_and_encodings)
-{
-    bitmap_arena a(1 << 16);
-    bitmap* rgba = bitmap_create(&a.arena, 2, 1, BITMAP_SRGB | BITMAP_CHANNELS_4);
-    const uint8_t px[8] = {200, 100, 50, 255, 10, 20, 30, 255};
-    for (int i = 0; i < 8; ++i)
-        rgba->pixels[i] = px[i];
-    bitmap* red = bitmap_create(&a.arena, 2, 1, BITMAP_SRGB | BITMAP_CHANNELS_1);
-    bitmap_convert(red, rgba);
-    EXPECT_EQ(red->pixels[0], 200);
-    EXPECT_EQ(red->pixels[1], 10);
-    bitmap* back = bitmap_create(&a.arena, 2, 1, BITMAP_SRGB | BITMAP_CHANNELS_4);
-    bitmap_convert(back, red);
-    const uint8_t want[8] = {200, 0, 0, 255, 10, 0, 0, 255};
-    for (int i = 0; i < 8; ++i)
-        EXPECT_EQ(back->pixels[i], want[i]) << i;
-    // sRGB to linear bytes
-    bitmap* lin = bitmap_create(&a.arena, 2, 1, BITMAP_CHANNELS_3);
-    bitmap_convert(lin, rgba);
-    EXPECT_EQ(lin->pixels[0], (uint8_t)lround(255.0 * srgb_to_linear(200 / 255.0)));
-    // same flags: a row copy that honours both row strides
-    bitmap wide = *rgba;
-    wide.row_bytes = 64;
-    wide.pixels = (uint8_t*)xmemarena_push_zero(&a.arena, 64);
-    bitmap_convert(&wide, rgba);
-    EXPECT_EQ(wide.pixels[4], 10);
-}
-
-TEST(bitmap, downscale_keeps_a_constant_image_constant)
-{
-    bitmap_arena a(4 << 20);
-    bitmap* src = bitmap_create(&a.arena, 64, 32, BITMAP_SRGB | BITMAP_CHANNELS_4);
-    for (uint32_t y = 0; y < 32; ++y)
-        for (uint32_t x = 0; x < 64; ++x) {
-            uint8_t* p = bitmap_pixel(src, x, y);
-            p[0] = 10, p[1] = 200, p[2] = 77, p[3] = 128;
-        }
-    for (uint32_t kind = BITMAP_FILTER_BOX; kind <= BITMAP_FILTER_LANCZOS; ++kind) {
-        const uint32_t sizes[3][2] = {{16, 8}, {1, 32}, {4, 4}};
-        for (auto& s : sizes) {
-            const uint64_t sp = a.arena.sp;
-            bitmap* dst = bitmap_create(&a.arena, s[0], s[1], BITMAP_SRGB | BITMAP_CHANNELS_4);
-            const uint64_t scratch_mark = a.arena.sp;
-            bitmap_downscale(dst, src, kind, &a.arena);
-            ASSERT_EQ(a.arena.sp, scratch_mark);  // scratch given back
-            for (uint32_t y = 0; y < dst->height; ++y)
-                for (uint32_t x = 0; x < dst->width; ++x) {
-                    const uint8_t* p = bitmap_pixel(dst, x, y);
-                    ASSERT_EQ(p[0], 10);
-                    ASSERT_EQ(p[1], 200);
-                    ASSERT_EQ(p[2], 77);
-                    ASSERT_EQ(p[3], 128) << "kind " << kind << " at " << x << "," << y;
-                }
-            a.arena.sp = sp;
-        }
-    }
-}
-
 TEST(bitmap, downscale_averages_in_linear_premultiplied_light)
 {
     bitmap_arena a(4 << 20);
@@ -207,62 +110,6 @@ TEST(bitmap, downscale_averages_in_linear_premultiplied_light)
                 ASSERT_EQ(q[3], 128);
             }
     }
-}
-
-TEST(bitmap, png_round_trip_through_a_file)
-{
-    bitmap_arena a(1 << 20);
-    bitmap* rgba = bitmap_create(&a.arena, 5, 3, BITMAP_SRGB | BITMAP_CHANNELS_4);
-    for (uint32_t b = 0; b < 5 * 3 * 4; ++b)
-        rgba->pixels[b] = (uint8_t)(b * 17 + 3);
-    const std::string path = bitmap_test_path("rgba.png");
-    ASSERT_EQ(bitmap_save_png(rgba, path.c_str(), &a.arena), 1u);
-    bitmap* loaded = bitmap_load_png(&a.arena, path.c_str(), 0);
-    ASSERT_NE(loaded, nullptr);
-    EXPECT_EQ(loaded->flags, BITMAP_SRGB | BITMAP_CHANNELS_4);
-    EXPECT_EQ(loaded->width, 5u);
-    EXPECT_EQ(loaded->height, 3u);
-    for (uint32_t b = 0; b < 5 * 3 * 4; ++b)
-        ASSERT_EQ(loaded->pixels[b], rgba->pixels[b]) << b;
-    bitmap* rgb = bitmap_load_png(&a.arena, path.c_str(), 3);
-    ASSERT_NE(rgb, nullptr);
-    EXPECT_EQ(rgb->flags, BITMAP_SRGB | BITMAP_CHANNELS_3);
-    EXPECT_EQ(rgb->pixels[3], rgba->pixels[4]);
-
-    // a one-channel bitmap is red, and is written as such
-    bitmap* red = bitmap_create(&a.arena, 2, 2, BITMAP_SRGB | BITMAP_CHANNELS_1);
-    red->pixels[3] = 99;
-    const std::string red_path = bitmap_test_path("red.png");
-    ASSERT_EQ(bitmap_save_png(red, red_path.c_str(), &a.arena), 1u);
-    bitmap* red_back = bitmap_load_png(&a.arena, red_path.c_str(), 0);
-    ASSERT_NE(red_back, nullptr);
-    const uint8_t want[4] = {99, 0, 0, 255};
-    for (int c = 0; c < 4; ++c)
-        EXPECT_EQ(bitmap_pixel(red_back, 1, 1)[c], want[c]);
-    remove(path.c_str());
-    remove(red_path.c_str());
-}
-
-TEST(bitmap, loading_a_missing_or_broken_file_says_why_and_gives_null)
-{
-    bitmap_arena a(1 << 16);
-    const std::string missing = bitmap_test_path("does_not_exist.png");
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(bitmap_load_png(&a.arena, missing.c_str(), 0), nullptr);
-    std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(out.rfind("bitmap_load_png: cannot load " + missing + ": ", 0), 0u) << out;
-
-    const std::string broken = bitmap_test_path("broken.png");
-    FILE* f = fopen(broken.c_str(), "wb");
-    ASSERT_NE(f, nullptr);
-    fputs("\x89PNG\r\n\x1a\n not really", f);
-    fclose(f);
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(bitmap_load_png(&a.arena, broken.c_str(), 0), nullptr);
-    out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(out.rfind("bitmap_load_png: cannot load " + broken + ": ", 0), 0u) << out;
-    EXPECT_EQ(a.arena.sp, 0u);
-    remove(broken.c_str());
 }
 
 TEST(bitmap, flare_is_a_white_radial_falloff)

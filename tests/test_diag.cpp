@@ -33,13 +33,6 @@ TEST(diag, stdout_is_flushed_before_the_crash_text)
         testing::ExitedWithCode(1), "^detail line\ncrash in f at src/memarena:1\nfatal\n$");
 }
 
-TEST(diag, log_at_prefixes_file_and_line)
-{
-    testing::internal::CaptureStderr();
-    log_at("src/reel_fs", 12, "opened %d packs\n", 3);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "[src/reel_fs:12] opened 3 packs\n");
-}
-
 TEST(diag, calibration_and_names)
 {
     prof_init();
@@ -49,9 +42,6 @@ TEST(diag, calibration_and_names)
     EXPECT_STREQ(prof_global.names[14], "BLOCK_EMULATE_VANTOREL");
     EXPECT_STREQ(prof_global.names[15], "unnamed-block");
     EXPECT_STREQ(prof_global.names[29], "unnamed-block");
-    const uint64_t t0 = prof_cycles_now();
-    EXPECT_GE(prof_cycles_since(t0), 0u);
-    EXPECT_GT(prof_cycles_now(), t0 - 1);
 }
 
 TEST(diag, table_prints_hit_blocks_only)
@@ -66,17 +56,6 @@ TEST(diag, table_prints_hit_blocks_only)
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "[100.00%][hits:           1][cycles:         2000][<cycles>:      2000.0][CYCLES_BLOCK_TOTAL]\n"
               "[ 25.00%][hits:           4][cycles:          500][<cycles>:       125.0][BLOCK_CLEAR_FRAMEBUFFER]\n");
-}
-
-TEST(diag, table_without_total_cycles_does_not_fail)
-{
-    diag_reset_blocks();
-    prof_global.cycles[3] = 10;
-    prof_global.hits[3] = 1;
-    testing::internal::CaptureStdout();
-    prof_print();
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "[  0.00%][hits:           1][cycles:           10][<cycles>:        10.0][BLOCK_RENDER_MESH]\n");
 }
 
 TEST(diag, blocks_count_and_unnamed_blocks_report)

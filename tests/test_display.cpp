@@ -81,39 +81,6 @@ TEST_F(display_fixture, init_lays_out_planes_and_grey_ramps)
     EXPECT_EQ(second.overlay.pixels[640 * 480 - 1], 0xF7);
 }
 
-TEST_F(display_fixture, video_pixels_expand_through_the_video_clut)
-{
-    // buffer 1 is shown while the back index is 0
-    *video(1, 0, 0) = 0x7FFF;
-    *video(1, 1, 0) = 0x0421;
-    *video(1, 2, 0) = 0x8000 | (16 << 10);  // alpha is ignored
-    display_output_rgba(&dev, out.data(), 640 * 4);
-    EXPECT_EQ(out[0], 0xFFFFFFFFu);
-    EXPECT_EQ(out[1], 0xFFFFFFFFu);
-    EXPECT_EQ(out[640], 0xFFFFFFFFu);  // 2 x 2 per video pixel
-    EXPECT_EQ(out[641], 0xFFFFFFFFu);
-    EXPECT_EQ(out[2], 0x090909FFu);
-    EXPECT_EQ(out[4], 0x800000FFu);
-    // a tinted video CLUT changes the output without touching the pixels
-    uint8_t entry[4] = {1, 2, 3, 4};
-    dev.set_video_clut(&dev, 255, 1, entry);
-    EXPECT_EQ(compose(0, 0), 0x010203FFu);
-}
-
-TEST_F(display_fixture, transparent_index_decides_what_shows)
-{
-    *video(1, 0, 0) = 0x7FFF;
-    dev.overlay.pixels[0] = 5;
-    uint8_t red[4] = {200, 0, 0, 255};
-    dev.set_overlay_clut(&dev, 5, 1, red);
-    EXPECT_EQ(compose(0, 0), 0xC80000FFu);
-    EXPECT_EQ(compose(1, 0), 0xFFFFFFFFu);
-    // an opaque CLUT entry still shows the video when it is the transparent index
-    dev.set_transparent_index(&dev, 5);
-    EXPECT_EQ(compose(0, 0), 0xFFFFFFFFu);
-    EXPECT_EQ(compose(1, 0), 0x000000FFu);  // index 0 is now opaque black
-}
-
 TEST_F(display_fixture, flips_alternate_the_shown_buffer)
 {
     *video(0, 0, 0) = 0x001F;

@@ -73,28 +73,44 @@ TEST(host, engine_quit_flag_ends_the_loop_and_prints_block_zero)
     EXPECT_NE(out.find("[CYCLES_BLOCK_TOTAL]\n"), std::string::npos) << out;
 }
 
-TEST(host, loop_presents_frames_until_escape_is_pressed)
+namespace {
+SDL_bool host_relative_mode_before_escape;
+
+void host_push_key(Uint32 type, SDL_Keycode key)
+{
+    SDL_Event e;
+    SDL_zero(e);
+    e.type = type;
+    e.key.keysym.sym = key;
+    SDL_PushEvent(&e);
+}
+}  // namespace
+
+// 'm' toggles relative mouse mode on its release only: press, release, press leaves it toggled
+// once (off, since it starts on). Escape, sent by a timer, ends the loop.
+TEST(host, m_toggles_relative_mouse_on_release_until_escape)
 {
     platform* p = &platform_global;
     platform_init(p);
     prof_init();
     memset(&demosys_global, 0, sizeof(demosys_global));
-    // a white video plane, so that the presented window shows it scaled at 4:3
-    for (uint32_t b = 0; b < 2; b++)
-        memset(p->display.video[b].pixels, 0xFF, DISPLAY_VIDEO_BUFFER_BYTES);
+    const bool relative_supported = SDL_SetRelativeMouseMode(SDL_TRUE) == 0;
+    host_push_key(SDL_KEYDOWN, SDLK_m);
+    host_push_key(SDL_KEYUP, SDLK_m);
+    host_push_key(SDL_KEYDOWN, SDLK_m);
+    SDL_InitSubSystem(SDL_INIT_TIMER);
     SDL_AddTimer(
         100,
         [](Uint32, void*) -> Uint32 {
-            SDL_Event key;
-            SDL_zero(key);
-            key.type = SDL_KEYDOWN;
-            key.key.keysym.sym = SDLK_ESCAPE;
-            SDL_PushEvent(&key);
+            host_relative_mode_before_escape = SDL_GetRelativeMouseMode();
+            host_push_key(SDL_KEYDOWN, SDLK_ESCAPE);
             return 0;
         },
         nullptr);
-    SDL_InitSubSystem(SDL_INIT_TIMER);
     testing::internal::CaptureStdout();
     EXPECT_EQ(platform_run(p), 0);
     testing::internal::GetCapturedStdout();
+    if (relative_supported) {  // the offscreen driver has no relative mode; X11 has
+        EXPECT_EQ(host_relative_mode_before_escape, SDL_FALSE);
+    }
 }

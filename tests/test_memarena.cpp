@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+
+#include <unistd.h>
 #include <vector>
 
 #include "memarena.h"
@@ -57,19 +59,6 @@ TEST(memarena, alignment_is_on_the_absolute_address)
     EXPECT_EQ(a->sp, 33u);
 }
 
-TEST(memarena, align_size_rounds_the_size_up)
-{
-    arena_fixture f(256);
-    xmemarena* a = &f.arena;
-    a->base += 3;
-    a->capacity -= 3;
-    xmemarena_push_align_size(a, 33, 32);
-    EXPECT_EQ(a->sp, 29u + 64u);
-    xmemarena_reset(a);
-    xmemarena_push_align_size(a, 64, 32);
-    EXPECT_EQ(a->sp, 29u + 64u);
-}
-
 TEST(memarena, marks_zero_fill_and_pop)
 {
     arena_fixture f(128);
@@ -88,90 +77,37 @@ TEST(memarena, marks_zero_fill_and_pop)
     EXPECT_EQ(a->high_water, 56u);  // the deepest the arena went, marks and pops aside
 }
 
-TEST(memarena, child_arena_lives_inside_its_parent)
+// Each refusal: its detail line on standard output, flushed before the fatal text (both
+// streams share one pipe in the child, so their order shows).
+TEST(memarena_death, refusals_print_their_detail_then_the_fatal_text)
 {
-    arena_fixture f(4096);
-    xmemarena* parent = &f.arena;
-    xmemarena* child = xmemarena_push_arena(parent, "child", 1000);
-    EXPECT_STREQ(child->name, "child");
-    EXPECT_EQ(child->capacity, 1000u);
-    EXPECT_EQ(child->sp, 0u);
-    EXPECT_GE((uint8_t*)child, parent->base);
-    EXPECT_EQ(child->base + 1000, parent->base + parent->sp);
-    EXPECT_GE(child->base, (uint8_t*)(child + 1));
-}
-
-TEST(memarena, capacity_zero_with_null_base_is_accepted)
-{
-    xmemarena a;
-    xmemarena_init(&a, "empty", 0, nullptr);
-    EXPECT_EQ(xmemarena_push(&a, 0), nullptr);
-    EXPECT_EQ(xmemarena_free_size(&a), 0u);
-}
-
-TEST(memarena, print_line)
-{
-    arena_fixture f(100);
-    xmemarena_push(&f.arena, 7);
-    testing::internal::CaptureStdout();
-    xmemarena_print(&f.arena);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "arena: test_arena capacity: 100 used: 7\n");
-}
-
-using memarena_death = testing::Test;
-
-TEST(memarena_death, out_of_memory_names_the_arena)
-{
-    EXPECT_EXIT(
-        {
-            arena_fixture f(100);
-            xmemarena_push(&f.arena, 60);
-            xmemarena_push(&f.arena, 41);
-        },
-        testing::ExitedWithCode(1), "crash in xmemarena_push at src/memarena:[0-9]+\narena is out of mem\n");
-    // the detail line goes to stdout before the crash text
-    EXPECT_EXIT(
-        {
-            fclose(stderr);
-            arena_fixture f(100);
-            xmemarena_push(&f.arena, 60);
-            xmemarena_push(&f.arena, 41);
-        },
-        testing::ExitedWithCode(1), "");
-}
-
-TEST(memarena_death, huge_sizes_do_not_wrap)
-{
-    EXPECT_EXIT(
-        {
-            arena_fixture f(100);
-            xmemarena_push(&f.arena, 10);
-            xmemarena_push(&f.arena, UINT64_MAX - 5);
-        },
-        testing::ExitedWithCode(1), "arena is out of mem");
-    EXPECT_EXIT(
-        {
-            arena_fixture f(100);
-            xmemarena_push_align_size(&f.arena, UINT64_MAX - 5, 64);
-        },
-        testing::ExitedWithCode(1), "arena is out of mem");
-}
-
-TEST(memarena_death, zero_pointer_and_bad_pop)
-{
-    EXPECT_EXIT(
-        {
-            xmemarena a;
-            xmemarena_init(&a, "nobase", 16, nullptr);
-        },
-        testing::ExitedWithCode(1), "crash in xmemarena_init at src/memarena:[0-9]+\narena got a zero pointer!\n");
-    EXPECT_EXIT(
-        {
-            arena_fixture f(100);
-            xmemarena_push(&f.arena, 10);
-            xmemarena_pop_size(&f.arena, 11);
-        },
-        testing::ExitedWithCode(1), "crash in xmemarena_pop_size at src/memarena:[0-9]+\narena bad pop\n");
+    const struct {
+        void (*run)(xmemarena* a);
+        const char* output;
+    } cases[] = {
+        {[](xmemarena* a) { xmemarena_push(a, 60), xmemarena_push(a, 41); },
+         "^arena: test_arena is out of mem, capacity is 100 but needed 101 tried alloc 41\n"
+         "crash in xmemarena_push at src/memarena:[0-9]+\narena is out of mem\n$"},
+        {[](xmemarena* a) { xmemarena_push(a, 10), xmemarena_push(a, UINT64_MAX - 5); }, "arena is out of mem\n$"},
+        {[](xmemarena* a) { xmemarena_push_align_size(a, UINT64_MAX - 5, 64); }, "arena is out of mem\n$"},
+        {[](xmemarena* a) { xmemarena_push(a, 10), xmemarena_pop_size(a, 11); },
+         "^arena: test_arena is at sp: 10 and asked to pop size 11\n"
+         "crash in xmemarena_pop_size at src/memarena:[0-9]+\narena bad pop\n$"},
+        {[](xmemarena*) {
+             xmemarena z;
+             xmemarena_init(&z, "nobase", 16, nullptr);
+         },
+         "^arena \"nobase\" size 16 got a zero pointer!\ncrash in xmemarena_init at src/memarena:[0-9]+\n"
+         "arena got a zero pointer!\n$"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EXIT(
+            {
+                dup2(fileno(stderr), fileno(stdout));
+                arena_fixture f(100);
+                c.run(&f.arena);
+            },
+            testing::ExitedWithCode(1), c.output);
 }
 
 // ---- byte order and streams ----
@@ -283,7 +219,7 @@ TEST(memarena_death, cursor_refuses_truncated_and_malformed_data)
             stream_cursor_init(&c, memarena_bad_marker, 4, BYTE_ORDER_NATIVE, "bad.mad");
             stream_cursor_read_marker(&c);
         },
-        testing::ExitedWithCode(1), "bad.mad: invalid endian marker 0x04030201");
+        testing::ExitedWithCode(1), "at src/memarena:[0-9]+\ninvalid endian marker\\?\n$");
 }
 
 // ---- bit and float helpers ----
@@ -308,15 +244,6 @@ TEST(memarena_bits, clz_log2_and_rounding)
     EXPECT_EQ(f32_round_to_int(-0.4f), 0);
     EXPECT_FLOAT_EQ(f32_rsqrt(4.0f), 0.5f);
     EXPECT_FLOAT_EQ(f32_rcp(8.0f), 0.125f);
-}
-
-TEST(memarena_bits, zero_block32_clears_the_enclosing_block)
-{
-    alignas(32) uint8_t block[96];
-    memset(block, 0xFF, sizeof(block));
-    zero_block32(block, 45);
-    for (int i = 0; i < 96; i++)
-        EXPECT_EQ(block[i], (i >= 32 && i < 64) ? 0 : 0xFF) << i;
 }
 
 TEST(memarena_death, log2_of_zero_is_fatal)

@@ -65,30 +65,6 @@ protected:
 
 }  // namespace
 
-TEST_F(n3d, init_carves_the_batch_arena_and_fills_the_reciprocal_tables)
-{
-    test_arena a(4096);
-    prof_global.names[BLOCK_RENDER_MESH] = "unnamed-block";
-    n3d_init(&a.arena);
-    ASSERT_NE(n3d_batch_arena, nullptr);
-    EXPECT_STREQ(n3d_batch_arena->name, "batch_arena");
-    EXPECT_EQ(n3d_batch_arena->capacity, 480u);
-    EXPECT_EQ((uintptr_t)n3d_batch_arena->base % 32, 0u);
-    EXPECT_LE(n3d_batch_arena->base + 480, a.arena.base + a.arena.sp);  // carved from the given arena
-    EXPECT_STREQ(prof_global.names[BLOCK_RENDER_MESH], "BLOCK_RENDER_MESH");
-    EXPECT_STREQ(prof_global.names[BLOCK_RENDER_MESH_TRANSFORM_VERTICES], "BLOCK_RENDER_MESH_TRANSFORM_VERTICES");
-
-    EXPECT_EQ(n3d_reciprocal_table[0], 1.0f);
-    EXPECT_EQ(n3d_reciprocal_table[4], 0.25f);
-    EXPECT_EQ(n3d_reciprocal_table[255], 1.0f / 255.0f);
-    // 16-bit fractions of 1 / (16 i), from entry 3 on with 5 more bits
-    const int32_t expected[] = {65535, 4096, 2048, 43690};
-    for (int i = 0; i < 4; ++i)
-        EXPECT_EQ(n3d_fixed_iiw_lut[i], expected[i]) << i;
-    EXPECT_EQ(n3d_fixed_iiw_lut[30], 4369);
-    EXPECT_EQ(n3d_fixed_iiw_lut[31], 4228);
-}
-
 TEST_F(n3d, coverage_and_depth_buffers_have_their_word_and_block_geometry)
 {
     test_arena a(1024 * 1024);
@@ -282,52 +258,3 @@ TEST_F(n3d, frames_swap_coverage_and_erase_only_what_the_last_frame_left_behind)
     EXPECT_EQ(px[64 + 40], 0x001F);
 }
 
-TEST_F(n3d, coverage_display_marks_covered_pixels_and_leaves_the_outside_alone)
-{
-    test_arena a(64 * 1024);
-    n3d_coverage_buffer cb;
-    n3d_coverage_buffer_init(&cb, 64, 4, &a.arena);
-    for (uint32_t xy : {0x000u, 0x100u, 0x2701u, 0x201u, 0x3200u, 0x503u})  // (x << 8) | y
-        cover(&cb, xy >> 8, xy & 0xFF);
-
-    // 40 x 2 pixels in 128-byte rows under the 64 x 4 coverage buffer
-    test_frame frame(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 40, 2, 128, 0x66);
-    frame.set_u16(0, 0, 0xFFFF);                   // green and blue 31 -> trunc(24.8) = 24
-    frame.set_u16(1, 0, 0x8000 | (31 << 5) | 16);  // blue 16 -> trunc(12.8) = 12
-    frame.set_u16(2, 1, 0x8000 | (10 << 5) | 5);   // exactly 8 and 4, not one less
-    frame.set_u16(39, 1, 0xFC00);                  // only green and blue carry over
-    n3d_coverage_buffer_display(&cb, &frame.fb);
-    EXPECT_EQ(frame.u16(0, 0), 0xFC00 | (24 << 5) | 24);
-    EXPECT_EQ(frame.u16(1, 0), 0xFC00 | (24 << 5) | 12);
-    EXPECT_EQ(frame.u16(2, 1), 0xFC00 | (8 << 5) | 4);
-    EXPECT_EQ(frame.u16(39, 1), 0xFC00);
-    EXPECT_EQ(frame.u16(2, 0), 0x801F);
-    for (size_t b = 0; b < frame.bytes.size(); ++b) {
-        if (b >= 256 || b % 128 >= 80) {
-            ASSERT_EQ(frame.bytes[b], 0x66) << b;
-        }
-    }
-
-    test_frame overlay(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 40, 2, 48, 0x66);
-    n3d_coverage_buffer_display(&cb, &overlay.fb);
-    EXPECT_EQ(overlay.u8(39, 1), 255);
-    EXPECT_EQ(overlay.u8(2, 0), 0);
-    EXPECT_EQ(overlay.u8(40, 0), 0x66);
-}
-
-TEST_F(n3d, check_dims_accepts_widths_up_to_2048_in_rasterizable_formats)
-{
-    n3d_framebuffer fb = {N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 2048, 1, 4096, nullptr};
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(n3d_framebuffer_check_dims(&fb), 0u);
-    fb.format = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8;
-    EXPECT_EQ(n3d_framebuffer_check_dims(&fb), 1u);  // not a format the rasterizers draw into
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-
-    fb.format = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555;
-    fb.width = 2049;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(n3d_framebuffer_check_dims(&fb), 1u);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "frame w must be < N3D_MAX_FRAME_DIM, frame w is 2049 max is 2048\n");
-}

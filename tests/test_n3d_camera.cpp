@@ -111,34 +111,3 @@ TEST(n3d_camera, fly_camera_turns_with_the_mouse_and_never_looks_straight_up_or_
     }
 }
 
-TEST(n3d_camera, fly_camera_keys_later_in_order_win)
-{
-    struct key_case {
-        const char* keys;
-        float x, z;
-    };
-    const key_case cases[] = {
-        {"w", 0, -1}, {"ws", 0, 1},  // 's' over 'w'
-        {"a", -1, 0}, {"d", 1, 0}, {"az", -2, 0}, {"dz", -2, 0}, {"zc", 2, 0},  // 'z' overrides 'a'
-        {"wd", 1, -1},
-    };
-    for (const key_case& k : cases) {
-        fly_fixture f;
-        for (const char* c = k.keys; *c; ++c)
-            f.keys[(uint8_t)*c] = 1;
-        f.update();
-        EXPECT_NEAR(f.cam.position[0], k.x, 1e-6f) << k.keys;
-        EXPECT_NEAR(f.cam.position[1], 0.0f, 1e-6f) << k.keys;
-        EXPECT_NEAR(f.cam.position[2], k.z, 1e-6f) << k.keys;
-        vec3 eye;  // the view follows the moved camera
-        mat4x4_mul_vec3(eye, f.view, f.cam.position, 1.0f);
-        EXPECT_NEAR(vec3_len(eye), 0.0f, 1e-6f) << k.keys;
-    }
-
-    fly_fixture f;  // forward follows the pitch: looking 45 degrees up, 'w' climbs
-    f.cam.pitch = PI / 4.0f;
-    f.keys['w'] = 1;
-    f.update();
-    EXPECT_NEAR(f.cam.position[1], sqrtf(0.5f), 1e-6f);
-    EXPECT_NEAR(f.cam.position[2], -sqrtf(0.5f), 1e-6f);
-}

@@ -2,14 +2,24 @@
 // transparent indices, texel encodings, shade tables, the phong LUT and the PBR table.
 #include "n3d_convert.h"
 
+#include "bitmap.h"
+#include "vmath.h"
+#include "test_fatal.h"
+
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
 
 namespace {
+
+std::string test_fatal_convert(const char* function, const char* message)
+{
+    return test_fatal(function, "src/n3d_convert", message);
+}
 
 struct convert_arenas {
     std::vector<uint8_t> main_block;
@@ -45,18 +55,6 @@ void convert_texture(convert_arenas* a, n3d_texture* t, N3D_TEXEL_FORMAT format,
     testing::internal::CaptureStdout();  // the size line
     n3d_texture_from_bitmap(t, &a->arena, &a->tmp, format, swizzle, mips, 0, bm, clut, transparent, threshold);
     testing::internal::GetCapturedStdout();
-}
-
-// The crash text of src/n3d_convert's `function` followed by exactly `message`.
-std::string convert_crash(const char* function, const char* message)
-{
-    std::string re = std::string("crash in ") + function + " at src/n3d_convert:[0-9]+\n";
-    for (const char* p = message; *p; ++p) {
-        if (strchr("\\^$.|?*+()[]{}", *p))
-            re += '\\';
-        re += *p;
-    }
-    return re + "$";
 }
 
 std::vector<uint8_t> grey_ramp_colors()
@@ -105,21 +103,6 @@ TEST(n3d_convert, mipmap_sizes_reach_the_last_texel)
 
 // ---- colours ----
 
-TEST(n3d_convert, argb1555_round_trips_through_linear)
-{
-    for (uint32_t i = 0; i < 32; ++i)
-        ASSERT_EQ(N3D_ARGB1555_CHANNEL_TO_LINEAR[i], (float)srgb_to_linear(i / 31.0)) << i;
-    for (uint32_t value = 0; value < 65536; ++value) {
-        vec4 v;
-        n3d_argb1555_to_linear(v, (uint16_t)value);
-        const uint16_t back = n3d_linear_to_argb1555(v);
-        ASSERT_EQ(back, value & 0x8000 ? value : 0u) << std::hex << value;
-    }
-    // half alpha rounds up to opaque; colours are un-premultiplied first
-    const vec4 half = {0.25f, 0.0f, 0.5f, 0.5f};
-    EXPECT_EQ(n3d_linear_to_argb1555(half), 0x8000 | 23 << 10 | 31);
-}
-
 TEST(n3d_convert, nearest_colour_prefers_the_lowest_index_on_ties)
 {
     const vec4 colors[4] = {{1, 0, 0, 1}, {0, 1, 0, 1}, {0, 0.5f, 0, 0}, {0, 0.5f, 0, 1}};
@@ -128,18 +111,6 @@ TEST(n3d_convert, nearest_colour_prefers_the_lowest_index_on_ties)
     const vec4 b = {0.5f, 0.5f, 0, 1};
     EXPECT_EQ(n3d_color_nearest(colors, 2, b), 0u);  // equally near 0 and 1
     EXPECT_EQ(n3d_color_nearest(colors, 0, b), 0u);
-}
-
-TEST(n3d_convert, linear_to_5bit_quantises_by_threshold)
-{
-    const struct {
-        float linear;
-        uint32_t bits;
-    } cases[] = {{0.0023f, 1}, {0.934392f, 31}, {0.93f, 30}, {0.002276f, 1}, {0.002275f, 0}, {1.0f, 31}, {-0.5f, 0}};
-    for (const auto& c : cases)
-        EXPECT_EQ(n3d_linear_to_5bit(c.linear), c.bits) << c.linear;
-    for (uint32_t i = 0; i < 32; ++i)
-        ASSERT_EQ(n3d_linear_to_5bit(N3D_LINEAR_TO_5BIT[i]), i);
 }
 
 // ---- texture creation ----
@@ -199,7 +170,7 @@ TEST(n3d_convert, without_mips_one_level_and_any_power_of_two_when_linear)
 TEST(n3d_convert_death, sizes_and_formats_that_cannot_make_a_texture)
 {
     const std::string re =
-        convert_crash("n3d_texture_from_bitmap", "cannot create texture, did not meet requirements, see above logs\n");
+        test_fatal_convert("n3d_texture_from_bitmap", "cannot create texture, did not meet requirements, see above logs\n");
     // w, h, format, swizzle: not a power of two, too small, too large to swizzle, no CLUT, no such format
     const uint32_t cases[][4] = {{300, 256, 2, 0}, {2, 256, 2, 0}, {512, 256, 2, 1}, {8, 8, 3, 1}, {8, 8, 5, 1}};
     for (const auto& c : cases) {
@@ -389,7 +360,7 @@ TEST(n3d_convert_death, framebuffer_and_shade_table_contracts)
                                         convert_solid(&a.tmp, 4, 4, px), &past_the_end, N3D_TRANSPARENT_INDEX_NONE,
                                         0.5f),
                 testing::ExitedWithCode(1),
-                convert_crash("n3d_texture_build_shade_table_index8", "palette uses 300 colors but max is 256!\n"));
+                test_fatal_convert("n3d_texture_build_shade_table_index8", "palette uses 300 colors but max is 256!\n"));
     const struct {
         N3D_TEXEL_FORMAT format;
         int32_t width;  // 4 x 4, or 6 x 2
@@ -410,23 +381,8 @@ TEST(n3d_convert_death, framebuffer_and_shade_table_contracts)
         bitmap* bm = convert_solid(&a.tmp, (uint32_t)c.width, (uint32_t)height, px);
         EXPECT_EXIT(n3d_framebuffer_from_bitmap(&fb, c.format, c.swizzle, nullptr, nullptr, bm,
                                                 N3D_TRANSPARENT_INDEX_NONE, 0.5f),
-                    testing::ExitedWithCode(1), convert_crash(c.function, c.message));
+                    testing::ExitedWithCode(1), test_fatal_convert(c.function, c.message));
     }
-}
-
-TEST(n3d_convert, framebuffer_rows_follow_row_bytes_when_the_width_is_not_a_power_of_two)
-{
-    convert_arenas a;
-    const uint8_t px[4] = {0, 0, 0, 255};
-    bitmap* bm = convert_solid(&a.tmp, 6, 2, px);
-    bitmap_pixel(bm, 5, 1)[0] = 255;
-    uint16_t texels[16];
-    memset(texels, 0x55, sizeof texels);
-    n3d_framebuffer fb = {2, 6, 2, 16, (uint8_t*)texels};
-    n3d_framebuffer_from_bitmap(&fb, 2, 0, nullptr, nullptr, bm, N3D_TRANSPARENT_INDEX_NONE, 0.5f);
-    EXPECT_EQ(texels[0], 0x8000);
-    EXPECT_EQ(texels[6], 0x5555);  // the gap between rows is left alone
-    EXPECT_EQ(texels[8 + 5], 0xFC00);
 }
 
 TEST(n3d_convert, bump_texels_hold_the_normal_and_its_magnitudes)
@@ -446,29 +402,6 @@ TEST(n3d_convert, bump_texels_hold_the_normal_and_its_magnitudes)
     // a short vector still has a unit direction (0.577 x 127 = 73 = 0x49, 0.333 x 127 = 42 twice),
     // while the magnitude byte comes from the short vector itself
     EXPECT_EQ(texels[3], 0x49490054u);
-}
-
-TEST(n3d_convert, dbg_cmp_compares_records_and_shade_tables)
-{
-    convert_arenas a;
-    const uint8_t c1[4] = {10, 200, 30, 255}, c2[4] = {200, 10, 30, 255};
-    n3d_texture t1, t2, t3, t4;
-    convert_texture(&a, &t1, 1, 1, 0, convert_solid(&a.tmp, 4, 4, c1));
-    convert_texture(&a, &t2, 1, 1, 0, convert_solid(&a.tmp, 4, 4, c1));
-    convert_texture(&a, &t3, 1, 1, 0, convert_solid(&a.tmp, 4, 4, c2));
-    EXPECT_EQ(n3d_textures_dbg_cmp(&t1, &t2), 1u);
-    EXPECT_EQ(n3d_textures_dbg_cmp(&t1, &t3), 0u);  // same record, other shades
-    t4 = t1;
-    t4.linear = 1;
-    EXPECT_EQ(n3d_textures_dbg_cmp(&t1, &t4), 0u);
-    t4 = t1;
-    t4.shade_table = nullptr;
-    EXPECT_EQ(n3d_textures_dbg_cmp(&t1, &t4), 0u);
-    EXPECT_EQ(n3d_textures_dbg_cmp(&t4, &t4), 0u);  // an index texture without shades is never equal
-    n3d_texture d1, d2;
-    convert_texture(&a, &d1, 2, 1, 0, convert_solid(&a.tmp, 4, 4, c1));
-    convert_texture(&a, &d2, 2, 1, 0, convert_solid(&a.tmp, 4, 4, c2));
-    EXPECT_EQ(n3d_textures_dbg_cmp(&d1, &d2), 1u);  // texels are not compared
 }
 
 // ---- lighting tables ----
@@ -491,25 +424,6 @@ TEST(n3d_convert, phong_lut_by_formula_with_guards)
     EXPECT_EQ(memcmp(alone - 8, lut.storage, N3D_PHONG_LUT_BYTES), 0);
     const uint8_t* floor0 = n3d_phong_lut_alloc(&a.arena, 0.3f, 0);
     EXPECT_TRUE(floor0[255] == 0 && floor0[0] == 31);
-}
-
-TEST(n3d_convert, stored_phong_lut)
-{
-    convert_arenas a;
-    n3d_phong_lut lut;
-    n3d_phong_lut_init(&lut, &a.arena, 0.3f, 0);
-    n3d_phong_lut_set_default(&lut);
-    const int steps[][2] = {{5, 0}, {6, 1}, {40, 6}, {41, 7}, {126, 29}, {127, 30}};  // entry, shade
-    for (const auto& st : steps)
-        EXPECT_EQ(lut.table[st[0]], st[1]) << st[0];
-    for (int i = 128; i < 264; ++i)
-        ASSERT_EQ(lut.table[i], 31) << i;
-    for (int i = 1; i <= 8; ++i)
-        EXPECT_EQ(lut.table[-i], 0);
-    EXPECT_EQ(lut.falloff, 0.0f);
-    EXPECT_EQ(lut.min_shade, 1u);
-    for (int i = 1; i < 256; ++i)
-        ASSERT_LE(lut.table[i - 1], lut.table[i]);
 }
 
 TEST(n3d_convert, pbr_shade_table)
@@ -543,8 +457,77 @@ TEST(n3d_convert_death, lighting_table_contracts)
     const vec3 z = {0, 0, 0};
     EXPECT_EXIT(n3d_texture_build_shade_table_argb1555_pbr(table, 257, 1, z, z, z, z, 0.0f, 0.5f, palette),
                 testing::ExitedWithCode(1),
-                convert_crash("n3d_texture_build_shade_table_argb1555_pbr", "shades per color must be < 256 is 257\n"));
+                test_fatal_convert("n3d_texture_build_shade_table_argb1555_pbr", "shades per color must be < 256 is 257\n"));
     n3d_phong_lut lut = {};
     EXPECT_EXIT(n3d_phong_lut_set_default(&lut), testing::ExitedWithCode(1),
-                convert_crash("n3d_phong_lut_set_default", "phong lut has no storage (not initialised)\n"));
+                test_fatal_convert("n3d_phong_lut_set_default", "phong lut has no storage (not initialised)\n"));
+}
+
+// Each smaller level is the Lanczos downscale of the level the rule names: with mips_from_full
+// the full-size one, otherwise the one at most four times larger each way (w + 2, h + 2, capped
+// at the full size). The expected chain is rebuilt here with the image library, from the right
+// sources, and compared texel by texel; noise makes every other source give other texels.
+TEST(n3d_convert, each_level_is_scaled_from_the_level_the_rule_names)
+{
+    convert_arenas a;
+    pcg32 rng = {42, 54};
+    const bitmap* src = convert_painted(&a.tmp, 32, 16, [&](uint32_t, uint8_t* p) {
+        const uint32_t r = pcg32_random(&rng);
+        memcpy(p, &r, 3);
+        p[3] = 255;
+    });
+    for (uint32_t from_full = 0; from_full < 2; from_full++) {
+        n3d_texture t;
+        testing::internal::CaptureStdout();
+        n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 0, 1, from_full, src,
+                                nullptr, N3D_TRANSPARENT_INDEX_NONE, 0.5f);
+        testing::internal::GetCapturedStdout();
+        bitmap* chain[6][5] = {};  // [log2 w][log2 h]
+        for (uint32_t w = 5; w >= 2; w--)
+            for (uint32_t h = 4; h >= 2; h--) {
+                chain[w][h] = bitmap_create(&a.tmp, 1u << w, 1u << h, src->flags);
+                const uint32_t sw = from_full ? 5 : std::min(w + 2, 5u), sh = from_full ? 4 : std::min(h + 2, 4u);
+                if (w == 5 && h == 4)
+                    memcpy(chain[w][h]->pixels, src->pixels, (size_t)src->row_bytes * src->height);
+                else
+                    bitmap_downscale(chain[w][h], chain[sw][sh], BITMAP_FILTER_LANCZOS, &a.tmp);
+                std::vector<uint16_t> want((1u << w) << h);
+                n3d_framebuffer fb = {N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, (int32_t)(1u << w),
+                                      (int32_t)(1u << h), (int32_t)(2u << w), (uint8_t*)want.data()};
+                n3d_framebuffer_from_bitmap(&fb, fb.format, 0, nullptr, nullptr, chain[w][h],
+                                            N3D_TRANSPARENT_INDEX_NONE, 0.5f);
+                EXPECT_EQ(memcmp(t.mips[n3d_mip_slot(&t, w, h)], want.data(), want.size() * 2), 0)
+                    << "level " << w << "x" << h << (from_full ? " from the full size" : "");
+            }
+    }
+}
+
+// The coverage fit runs on every level of an index texture with a transparent index: a thin grid
+// that blurs below the threshold makes it iterate, and each printed step takes c to the clamped
+// value the step before computed.
+TEST(n3d_convert, coverage_fit_steps_are_chained_and_clamped)
+{
+    convert_arenas a;
+    const bitmap* grid = convert_painted(&a.tmp, 64, 64, [](uint32_t i, uint8_t* p) {
+        const bool line = (i % 64) % 8 == 0 || (i / 64) % 8 == 0;
+        p[0] = p[1] = p[2] = 255, p[3] = line ? 255 : 0;
+    });
+    n3d_texture t;
+    testing::internal::CaptureStdout();
+    n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 1, 0, grid, nullptr, 0,
+                            0.5f);
+    const std::string out = testing::internal::GetCapturedStdout();
+    int iterations = 0, previous = -1;
+    float next_c = 1.0f;
+    for (size_t at = out.find("iter["); at != std::string::npos; at = out.find("iter[", at + 1)) {
+        int k;
+        float err, c, newc;
+        ASSERT_EQ(sscanf(out.c_str() + at, "iter[%d] err %f c: %f newc: %f", &k, &err, &c, &newc), 4);
+        EXPECT_TRUE(k == 0 || k == previous + 1) << k;  // numbered from 0 within each level
+        EXPECT_NEAR(c, k == 0 ? 1.0f : next_c, 1e-6f) << k;
+        EXPECT_GT(err, 0.0f);
+        next_c = std::min(std::max(newc, 0.0f), 1.0f);
+        previous = k, iterations++;
+    }
+    EXPECT_GT(iterations, 0);
 }

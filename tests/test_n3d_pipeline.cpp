@@ -17,6 +17,7 @@
 #include "n3d_draw.h"
 #include "n3d_pipeline.h"
 #include "n3d_rasterizers.h"
+#include "test_fatal.h"
 
 namespace {
 
@@ -38,17 +39,6 @@ int record_rasterizer(n3d_raster_call* c)
 }
 
 void record_names(n3d_rasterizer_entry* e) { e->block_count = 0; }
-
-std::string exact(const char* function, const char* module, const char* message, const char* tail = "")
-{
-    std::string rx = std::string("^crash in ") + function + " at " + module + ":[0-9]+\n";
-    for (const char* p = message; *p; p++) {
-        if (strchr("\\^$.|?*+()[]{}", *p))
-            rx += '\\';
-        rx += *p;
-    }
-    return rx + tail + "$";
-}
 
 constexpr uint16_t RED = 0xFC00, GREEN = 0x83E0, CLEAR = 0x8000;
 constexpr uint32_t INDEX = 7;  // every texel of the 8-bit texture
@@ -301,7 +291,7 @@ TEST_F(n3d_pipeline_death, render_mesh_checks_come_in_their_order)
     };
     for (const auto& c : cases)
         EXPECT_EXIT(n3d_render_mesh(&tc, c.mesh, c.mode), testing::ExitedWithCode(1),
-                    exact("n3d_render_mesh", "src/n3d", c.message));
+                    test_fatal("n3d_render_mesh", "src/n3d", c.message));
 }
 
 // ---- pipeline ----
@@ -319,7 +309,7 @@ TEST_F(n3d_pipeline_death, limits_stop_the_push_that_crosses_them)
     EXPECT_EQ(p->count, 100u);
     EXPECT_EQ(p->primitives, 100u);
     EXPECT_EXIT(n3d_pipeline_push(p, &cmd), testing::ExitedWithCode(1),
-                exact("n3d_pipeline_push", "src/n3d_pipeline",
+                test_fatal("n3d_pipeline_push", "src/n3d_pipeline",
                       "reached max cmds: 100 (increase N3D_PIPELINE_DRAW_CMD_MAX_COUNT)\n"));
 
     // exactly 4096 triangles fit; begin starts the count afresh
@@ -333,7 +323,7 @@ TEST_F(n3d_pipeline_death, limits_stop_the_push_that_crosses_them)
     n3d_pipeline_push(p, &cmd);
     EXPECT_EQ(p->primitives, 4096u);
     EXPECT_EXIT(n3d_pipeline_push(p, &cmd), testing::ExitedWithCode(1),
-                exact("n3d_pipeline_push", "src/n3d_pipeline",
+                test_fatal("n3d_pipeline_push", "src/n3d_pipeline",
                       "reached max primitives: 4096 (increase N3D_PIPELINE_MAX_PRIMITIVES)\n"));
     n3d_pipeline_begin(p, &fc, &tc.camera);
     n3d_pipeline_push(p, &big);
@@ -363,14 +353,26 @@ TEST_F(n3d_pipeline_death, flush_validates_every_command_before_drawing_any)
         const std::string message = std::string("cmd[1] has rasterizer flag N3D_RASTERIZER_") + c.flag +
                                     " but texture format is not N3D_TEXEL_FORMAT_" + c.format + "!\n";
         EXPECT_EXIT((report_pixels_at_exit(), n3d_pipeline_flush(p)), testing::ExitedWithCode(1),
-                    exact("n3d_pipeline_flush", "src/n3d_pipeline", message.c_str(), "pixels drawn: 0\n"));
+                    test_fatal("n3d_pipeline_flush", "src/n3d_pipeline", message.c_str(), "pixels drawn: 0\n"));
     }
+}
+
+TEST_F(n3d_pipeline_death, a_command_without_texture0_reaches_the_draw_functions_check)
+{
+    n3d_pipeline* p = the_pipeline();
+    n3d_vertices v = quad.vertices();
+    n3d_pipeline_begin(p, &fc, &tc.camera);
+    n3d_pipeline_draw_cmd untextured = command(81, 192, nullptr, &v);
+    n3d_pipeline_push(p, &untextured);
+    EXPECT_EXIT(n3d_pipeline_flush(p), testing::ExitedWithCode(1),
+                test_fatal("n3d_draw_triangles", "src/n3d_draw", "texture0 is null!\n"));
 }
 
 TEST_F(n3d_pipeline_test, passes_draw_in_push_order_as_the_animated_scene_does)
 {
     n3d_pipeline* p = the_pipeline();
     n3d_vertices v = quad.vertices();
+    v.n_xyz = nullptr;  // phong drawing projects on tangent and bitangent only: normals may be absent
 
     // first pass: a lit 8-bit quad in the middle, with depth and coverage
     n3d_pipeline_begin(p, &fc, &tc.camera);

@@ -1,6 +1,6 @@
-// Rasterizer variants against an independent floating-point reference, plus the fixed-point
-// helpers and the filling rules that the reference cannot see (shared edges, spans, wrap and
-// clamp, coverage and depth).
+// Rasterizer variants against an independent floating-point reference, pixels worked out by
+// hand from the fixed-point arithmetic, the portable kernel against the vector kernel, plus the
+// fixed-point helpers and the filling rules (shared edges, spans, wrap and clamp, coverage, depth).
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -11,7 +11,6 @@
 #include "n3d.h"
 #include "n3d_draw.h"
 #include "n3d_rasterizers.h"
-#include "raster_reference.h"
 #include "vmath.h"
 
 namespace {
@@ -154,6 +153,12 @@ n3d_raster_call make_call(raster_env& env, n3d_rasterizer_entry* e, const tri_ve
     return c;
 }
 
+n3d_rasterizer_entry* variant_with_flags(uint32_t flags)
+{
+    const int32_t i = n3d_find_rasterizer(flags);
+    return i < 0 ? nullptr : &n3d_rasterizer_table[i];
+}
+
 // ---- the floating-point reference ----
 
 struct reference_pixel {
@@ -256,11 +261,12 @@ decoded decode_pixel(const n3d_rasterizer_entry* e, uint16_t px, test_pass pass)
     return d;
 }
 
-// Tolerances, in texels and in shades: the segments interpolate the texel coordinate
-// linearly between perspective-correct ends 8 pixels apart, the reciprocal comes from a
-// 32-entry table, and coordinates carry 4 fraction bits.
-constexpr int TEXEL_TOLERANCE = 2;
-constexpr int SHADE_TOLERANCE = 2;
+// Tolerances, in texels and in shades, what fixed point allows: coordinates carry 4 fraction
+// bits and a 7/16 bias, the reciprocal is interpolated in a 32-entry table and segments step
+// linearly between perspective-correct ends 8 pixels apart, so a texel or shade may land one
+// past the exact one's floor (and one more where a shade-31 scaling hides 0 from 1).
+constexpr int TEXEL_TOLERANCE = 1;
+constexpr int SHADE_TOLERANCE = 1;
 
 const tri_vertex reference_triangles[][3] = {
     // u, v inside [0, 1]: no wrapping anywhere
@@ -417,13 +423,13 @@ TEST(n3d_rasterizers, every_variant_matches_the_float_reference)
     }
 }
 
-// ---- the engine's variants draw exactly what the reference form draws ----
+// ---- the portable and the vector kernel draw the same bytes ----
 
 namespace {
 
-// Two identical targets: one drawn by the engine's variant, one by the reference.
+// Two identical targets: one drawn with the portable kernel, one with the vector kernel.
 struct exact_pair {
-    raster_env engine, reference;
+    raster_env portable, vector;
 };
 
 // Texture, palette, shade and phong contents with no pattern, so that an index wrong in any
@@ -548,8 +554,8 @@ void exact_triangle(pcg32* rng, exact_kind kind, tri_vertex t[3])
 // validated blocks.
 void exact_random_state(pcg32* rng, exact_pair* pair)
 {
-    raster_env& e = pair->engine;
-    raster_env& r = pair->reference;
+    raster_env& e = pair->portable;
+    raster_env& r = pair->vector;
     const n3d_framebuffer* fb = e.fc.framebuffer;
     for (int32_t i = 0; i < fb->row_bytes * fb->height; i++)
         fb->pixels[i] = r.fc.framebuffer->pixels[i] = (uint8_t)pcg32_random(rng);
@@ -563,31 +569,23 @@ void exact_random_state(pcg32* rng, exact_pair* pair)
         zb->values[i] = r.fc.zbuffer->values[i] = (uint16_t)(pcg32_random(rng) >> 17);  // depths up to 32767
 }
 
-// Compared whole; the first difference is looked for only to report it.
+// Pixels, coverage bits, depth-block bits and depth values compared whole; the first differing
+// pixel or depth is named.
 ::testing::AssertionResult exact_same_state(const raster_env& a, const raster_env& b)
 {
     const n3d_framebuffer* fa = a.fc.framebuffer;
-    const n3d_framebuffer* fb = b.fc.framebuffer;
-    if (memcmp(fa->pixels, fb->pixels, (size_t)fa->row_bytes * fa->height) != 0)
-        for (int32_t y = 0; y < fa->height; y++)
-            for (int32_t x = 0; x < fa->width; x++) {
-                const uint16_t pa = ((const uint16_t*)(fa->pixels + y * fa->row_bytes))[x];
-                const uint16_t pb = ((const uint16_t*)(fb->pixels + y * fb->row_bytes))[x];
-                if (pa != pb)
-                    return ::testing::AssertionFailure() << "pixel " << x << "," << y << ": " << pa << " vs " << pb;
-            }
-    const n3d_coverage_buffer* ca = a.fc.coverage[0];
-    if (memcmp(ca->bits, b.fc.coverage[0]->bits, ca->width / 8 * ca->height) != 0)
-        return ::testing::AssertionFailure() << "coverage differs";
     const n3d_zbuffer* za = a.fc.zbuffer;
     const n3d_zbuffer* zb = b.fc.zbuffer;
-    if (memcmp(za->blocks.bits, zb->blocks.bits, za->blocks.width / 8 * za->height) != 0)
-        return ::testing::AssertionFailure() << "depth blocks differ";
-    if (memcmp(za->values, zb->values, (size_t)za->width * za->height * 2) != 0)
-        for (uint32_t i = 0; i < za->width * za->height; i++)
-            if (za->values[i] != zb->values[i])
-                return ::testing::AssertionFailure() << "depth " << i % za->width << "," << i / za->width << ": "
-                                                     << za->values[i] << " vs " << zb->values[i];
+    for (int32_t i = 0; i < fa->width * fa->height; i++)  // the test targets' rows are tight
+        if (((const uint16_t*)fa->pixels)[i] != ((const uint16_t*)b.fc.framebuffer->pixels)[i])
+            return ::testing::AssertionFailure() << "pixel " << i % fa->width << "," << i / fa->width;
+    for (uint32_t i = 0; i < za->width * za->height; i++)
+        if (za->values[i] != zb->values[i])
+            return ::testing::AssertionFailure() << "depth " << i % za->width << "," << i / za->width;
+    const n3d_coverage_buffer* ca = a.fc.coverage[0];
+    if (memcmp(ca->bits, b.fc.coverage[0]->bits, ca->width / 8 * ca->height) != 0 ||
+        memcmp(za->blocks.bits, zb->blocks.bits, za->blocks.width / 8 * za->height) != 0)
+        return ::testing::AssertionFailure() << "coverage or depth blocks differ";
     return ::testing::AssertionSuccess();
 }
 
@@ -600,47 +598,113 @@ int exact_rounds()
 
 }  // namespace
 
-TEST(n3d_rasterizers, engine_variants_draw_exactly_what_the_reference_draws)
+TEST(n3d_rasterizers, portable_and_vector_kernels_draw_the_same_bytes)
 {
+    if (n3d_raster_use_kernels(N3D_RASTER_KERNELS_AVX2) != N3D_RASTER_KERNELS_AVX2)
+        GTEST_SKIP() << "this processor has only the portable kernel";
     static exact_pair pair;
     static exact_assets assets;
     const int rounds = exact_rounds();
-    n3d_texture* tex8 = &assets.tex8;
-    n3d_texture* tex16 = &assets.tex16;
-    // every kernel set this processor has, down to the portable one
-    for (uint32_t k = N3D_RASTER_KERNELS_AVX2 + 1; k-- > N3D_RASTER_KERNELS_PORTABLE;) {
-        if (n3d_raster_use_kernels((n3d_raster_kernels)k) != k)
-            continue;
-        for (uint32_t vi = 0; vi < n3d_rasterizer_table_count; vi++) {
-            n3d_rasterizer_entry* e = &n3d_rasterizer_table[vi];
-            n3d_texture* texture = (e->flags & N3D_RASTERIZER_T0_I8ARGB1555) ? tex8 : tex16;
-            pcg32 rng = {0x853c49e6748fea9bull + vi, 0xda3e39cb94b95bdbull};
-            for (int round = 0; round < rounds; round++) {
-                if (round % 60 == 0)
-                    exact_random_state(&rng, &pair);
-                tri_vertex given[3], tri[3];
-                exact_triangle(&rng, (exact_kind)(round % EXACT_KIND_COUNT), given);
-                drawable_winding(given, tri);
-                n3d_raster_call ce = make_call(pair.engine, e, tri, texture, &assets.phong);
-                n3d_raster_call cr = make_call(pair.reference, e, tri, texture, &assets.phong);
-                ASSERT_EQ(e->rasterizer(&ce), raster_reference::draw(e->flags, &cr)) << e->name;
-                ASSERT_TRUE(exact_same_state(pair.engine, pair.reference))
-                    << e->name << ", kernels " << k << ", round " << round << ", kind " << round % EXACT_KIND_COUNT;
-            }
+    for (uint32_t vi = 0; vi < n3d_rasterizer_table_count; vi++) {
+        n3d_rasterizer_entry* e = &n3d_rasterizer_table[vi];
+        n3d_texture* texture = (e->flags & N3D_RASTERIZER_T0_I8ARGB1555) ? &assets.tex8 : &assets.tex16;
+        pcg32 rng = {0x853c49e6748fea9bull + vi, 0xda3e39cb94b95bdbull};
+        for (int round = 0; round < rounds; round++) {
+            if (round % 60 == 0)
+                exact_random_state(&rng, &pair);
+            tri_vertex given[3], tri[3];
+            exact_triangle(&rng, (exact_kind)(round % EXACT_KIND_COUNT), given);
+            drawable_winding(given, tri);
+            n3d_raster_call cp = make_call(pair.portable, e, tri, texture, &assets.phong);
+            n3d_raster_call cv = make_call(pair.vector, e, tri, texture, &assets.phong);
+            n3d_raster_use_kernels(N3D_RASTER_KERNELS_PORTABLE);
+            const int drawn = e->rasterizer(&cp);
+            n3d_raster_use_kernels(N3D_RASTER_KERNELS_AVX2);
+            ASSERT_EQ(e->rasterizer(&cv), drawn) << e->name;
+            ASSERT_TRUE(exact_same_state(pair.portable, pair.vector))
+                << e->name << ", round " << round << ", kind " << round % EXACT_KIND_COUNT;
         }
     }
-    n3d_raster_use_kernels(N3D_RASTER_KERNELS_AVX2);
+}
+
+// ---- pixels worked out by hand ----
+
+// Every attribute constant over a flat triangle (w = 1, so s = 480, iw = 30 << 14 and the
+// reciprocal is table entry 30, 65535 * 32 / 480 = 4369): each pixel has the same texel.
+// u = 0.3915: U = round(0.3915 * 255 * 2 * 480) = 95839, (95839 * 4369) >> 18 = 1597, + 7 = 1604:
+// texel 100 (1597 alone would be 99: the 7/16 bias decides). v = 0.1447: V = 35423, 590 + 7
+// = 597: texel 37 (36 without the bias). Texel (100, 37) of the 16-bit texture is 0x90AB, of
+// the 8-bit texture index 0x54, shown by the palette as 0xA054.
+// With p0 = 0.5, p1 = 0.25: Q = (0.25 + 0.0625) * 128 * 480^2 = 9216000, r2 = (4369 * (4369 >> 5))
+// >> 13 = 72, index = ((9216000 >> 8) * 72) >> 16 = 39 (40 in exact arithmetic), the large-spans
+// product 9216000 * 72 >> 24 = 39 too; the test table's shade is 39 / 8 = 4: shade_table[0x54 *
+// 32 + 4] = 0xA454.
+// At w = 10 the scale is capped at 4096: iw = round(0.1 * 1024 * 4096) = 419430 = 25 << 14 + 9830,
+// r = 5243 + (((5041 - 5243) * 9830) >> 14) = 5121 (interpolated between entries 25 and 26).
+// u = 0.2353: U = 49153, (49153 * 5121) >> 18 = 960, + 7: texel 60 (61 with entry 25 alone);
+// v = 0.603: V = 125964, 2460 + 7 = 2467: texel 154 (157 with entry 25 alone): 0xF341.
+TEST(n3d_rasterizers, hand_worked_pixels)
+{
+    raster_env env;
+    const struct {
+        uint32_t flags;
+        float u, v, w, p0, p1;
+        uint16_t pixel;
+    } cases[] = {
+        {80, 0.3915f, 0.1447f, 1, 0, 0, 0x90AB},   {81, 0.3915f, 0.1447f, 1, 0, 0, 0x90AB},
+        {336, 0.3915f, 0.1447f, 1, 0, 0, 0x90AB},  // affine: U = round(0.3915 * 255 * 1024) >> 6, + 7
+        {48, 0.3915f, 0.1447f, 1, 0, 0, 0xA054},   {178, 0.3915f, 0.1447f, 1, 0.5f, 0.25f, 0xA454},
+        {190, 0.3915f, 0.1447f, 1, 0.5f, 0.25f, 0xA454}, {1214, 0.3915f, 0.1447f, 1, 0.5f, 0.25f, 0xA454},
+        {80, 0.2353f, 0.603f, 10, 0, 0, 0xF341},
+    };
+    for (const auto& c : cases) {
+        env.clear();
+        const tri_vertex v = {0, 0, c.w, c.u, c.v, c.p0, c.p1};
+        tri_vertex t[3] = {v, v, v};
+        t[0].x = 10, t[0].y = 10, t[1].x = 40, t[1].y = 150, t[2].x = 200, t[2].y = 30;
+        n3d_raster_call call = make_call(env, variant_with_flags(c.flags), t);
+        ASSERT_EQ(call.entry->rasterizer(&call), 1);
+        int drawn = 0;
+        for (int y = 0; y < 240; y++)
+            for (int x = 0; x < 320; x++)
+                if (env.pixel(x, y) != 0x8000) {
+                    drawn++;
+                    ASSERT_EQ(env.pixel(x, y), c.pixel) << c.flags << " at " << x << "," << y;
+                }
+        EXPECT_GT(drawn, 9000) << c.flags;
+    }
+}
+
+// The mipconst variant picks one level from grad_x: u grows 256 a pixel, so g = ((round(256 *
+// 255 * 960) >> 18) >> 4) = (239 >> 4) = 14 and level_u = floor(log2 14) = 3; v grows 64 a pixel,
+// g = (59 >> 4) = 3, level_v = 1. Each level holds one texel value, red 4 level_u + 2 and green
+// 4 level_v + 2: level (3, 1) gives red 14 and green 6, lit by shade 31 to (14 * 31) >> 5 = 13
+// and (6 * 31) >> 5 = 5: 0xB4A0.
+TEST(n3d_rasterizers, mipconst_draws_from_the_level_its_gradients_pick)
+{
+    raster_env env;
+    env.clear();
+    std::vector<void*> mips(n3d_mip_slot_count(8, 8, 2, 2));
+    std::vector<std::vector<uint16_t>> levels;
+    n3d_texture t = env.tex16;
+    t.min_log2_w = t.min_log2_h = 2;
+    t.mips = mips.data();
+    for (uint32_t lu = 0; lu <= 6; lu++)
+        for (uint32_t lv = 0; lv <= 6; lv++) {
+            levels.emplace_back(n3d_mipmap_size(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 1, 8 - lu, 8 - lv) / 2,
+                                (uint16_t)(0x8000 | (4 * lu + 2) << 10 | (4 * lv + 2) << 5));
+            mips[lu + 128 * lv] = levels.back().data();
+        }
+    const tri_vertex tri[3] = {{100, 100, 1, 0, 0, 0, 0}, {100, 112, 1, 0, 0, 0, 0}, {112, 100, 1, 3072, 768, 0, 0}};
+    n3d_raster_call call = make_call(env, variant_with_flags(466), tri, &t, &env.phong_full_table);
+    ASSERT_EQ(call.entry->rasterizer(&call), 1);
+    EXPECT_EQ(env.pixel(103, 103), 0xB4A0);
+    EXPECT_EQ(env.pixel(100, 110), 0xB4A0);
 }
 
 // ---- filling rules, spans, coverage and depth ----
 
 namespace {
-
-n3d_rasterizer_entry* variant_with_flags(uint32_t flags)
-{
-    const int32_t i = n3d_find_rasterizer(flags);
-    return i < 0 ? nullptr : &n3d_rasterizer_table[i];
-}
 
 // Draws one flat (w = 1) triangle with the given variant; returns the rasterizer's result.
 int draw_flat(raster_env& env, uint32_t flags, tri_vertex a, tri_vertex b, tri_vertex c)
@@ -690,17 +754,6 @@ TEST(n3d_rasterizers, triangles_sharing_an_edge_draw_it_exactly_once)
         EXPECT_EQ(overlap, 0);
         EXPECT_EQ(inside_missing, 0);
     }
-    // along the shared diagonal every row's pixels are covered exactly once
-    env.clear();
-    draw_flat(env, 81, at(0, 0), at(64, 0), at(0, 64));
-    std::vector<uint8_t> first(320 * 240);
-    for (int i = 0; i < 320 * 240; i++)
-        first[i] = env.covered(i % 320, i / 320);
-    env.clear();
-    draw_flat(env, 81, at(64, 0), at(64, 64), at(0, 64));
-    for (int y = 0; y < 64; y++)
-        for (int x = 0; x < 64; x++)
-            ASSERT_EQ(first[y * 320 + x] + (int)env.covered(x, y), 1) << x << "," << y;
 }
 
 TEST(n3d_rasterizers, top_left_rule_on_horizontal_edges_and_rows_above_the_screen)

@@ -64,10 +64,3 @@ TEST(platform, key_table_from_keyboard_state)
     EXPECT_EQ(table['q'], 0);
     EXPECT_EQ(table['d'], 1);
 }
-
-TEST(platform, one_frame_per_due_pass)
-{
-    EXPECT_FALSE(platform_frame_due(1000, 0, 1000));
-    EXPECT_TRUE(platform_frame_due(1001, 0, 1000));
-    EXPECT_TRUE(platform_frame_due(1000000, 0, 1000));
-}

@@ -8,54 +8,19 @@
 #include <vector>
 
 #include "reel.h"
+#include "scene_fixture.h"
+#include "test_fatal.h"
 
 namespace {
 
-std::string literal(const std::string& text)
+reel_sequence_row script_row(const char* function, const char* args)
 {
-    std::string out;
-    for (char c : text) {
-        if (strchr(".[]{}()\\*+?^$|", c))
-            out += '\\';
-        out += c;
-    }
-    return out;
+    reel_sequence_row r = {};
+    r.line = 7;
+    r.function = function;
+    r.args = args;
+    return r;
 }
-
-// An engine record with its two arenas and resources put straight into its cache, so that
-// loading finds them by name without any pack.
-struct scene_fixture {
-    std::vector<uint8_t> memory = std::vector<uint8_t>(1u << 20);
-    reel_engine engine;
-    std::vector<reel_resource_node> nodes = std::vector<reel_resource_node>(16);
-    uint32_t node_count = 0;
-    reel_scene scene;
-    scene_fixture()
-    {
-        memset((void*)&engine, 0, sizeof(engine));
-        memset((void*)&scene, 0, sizeof(scene));
-        xmemarena_init(&engine.arena_record, "reel_arena", memory.size() / 2, memory.data());
-        xmemarena_init(&engine.tmp_arena_record, "reel_tmp_arena", memory.size() / 2, memory.data() + memory.size() / 2);
-        engine.arena = &engine.arena_record;
-        engine.tmp_arena = &engine.tmp_arena_record;
-    }
-    void add(uint32_t kind, const char* name, void* record)
-    {
-        reel_resource_node* last = &engine.resource_cache;
-        while (last->next)
-            last = last->next;
-        nodes[node_count] = {kind, name, record, nullptr};
-        last->next = &nodes[node_count++];
-    }
-    reel_sequence_row row(const char* function, const char* args)
-    {
-        reel_sequence_row r = {};
-        r.line = 7;
-        r.function = function;
-        r.args = args;
-        return r;
-    }
-};
 
 const reel_scene_binding* table_row(const char* name)
 {
@@ -114,22 +79,22 @@ TEST(reel_scene_load, a_row_binds_to_the_first_table_row_its_function_name_begin
         const reel_scene_binding* expected = table_row(c.expected);
         if (!expected)
             continue;  // the table gains its effect rows as they are built
-        scene_fixture f;
-        reel_sequence_row r = f.row(c.function, nullptr);
+        scene_engine f;
+        reel_sequence_row r = script_row(c.function, nullptr);
         reel_load_scene(&f.engine, &f.scene, &r);
         EXPECT_EQ(f.scene.run, expected->run) << c.function;
         EXPECT_STREQ(f.scene.name, c.function);
         EXPECT_TRUE(f.scene.loaded && f.scene.first_update && f.scene.first_render);
     }
 
-    scene_fixture f;
-    reel_sequence_row unknown = f.row("music_stop", nullptr);
+    scene_engine f;
+    reel_sequence_row unknown = script_row("music_stop", nullptr);
     EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &unknown), testing::ExitedWithCode(1),
-                literal("crash in reel_load_scene at src/reel:") + "[0-9]+\n" +
-                    literal("failed find binding for \"music_stop\" on line: 7\n"));
-    reel_sequence_row empty = f.row("", nullptr);
+                test_literal("crash in reel_load_scene at src/reel:") + "[0-9]+\n" +
+                    test_literal("failed find binding for \"music_stop\" on line: 7\n"));
+    reel_sequence_row empty = script_row("", nullptr);
     EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &empty), testing::ExitedWithCode(1),
-                literal("failed find binding for \"\" on line: 7\n"));
+                test_literal("failed find binding for \"\" on line: 7\n"));
 }
 
 TEST(reel_scene_load, argument_text_goes_to_the_parser_and_a_loaded_scene_is_left_alone)
@@ -137,16 +102,16 @@ TEST(reel_scene_load, argument_text_goes_to_the_parser_and_a_loaded_scene_is_lef
     for (uint32_t i = 0; i < reel_scene_table_count; i++) {
         if (reel_scene_table[i].parse_args)
             continue;
-        scene_fixture f;
-        reel_sequence_row r = f.row(reel_scene_table[i].name, "1");
+        scene_engine f;
+        reel_sequence_row r = script_row(reel_scene_table[i].name, "1");
         EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &r), testing::ExitedWithCode(1),
-                    literal("sequence args not supported for function \"" + std::string(reel_scene_table[i].name) +
+                    test_literal("sequence args not supported for function \"" + std::string(reel_scene_table[i].name) +
                             "\" (line: 7 in sequence file)\n"));
         break;
     }
 
-    scene_fixture f;
-    reel_sequence_row r = f.row("music_sync", "22050");
+    scene_engine f;
+    reel_sequence_row r = script_row("music_sync", "22050");
     f.scene.integer_count = 99;  // a loaded scene is left as it is
     f.scene.loaded = 1;
     reel_load_scene(&f.engine, &f.scene, &r);
@@ -160,7 +125,7 @@ TEST(reel_scene_load, argument_text_goes_to_the_parser_and_a_loaded_scene_is_lef
 
 TEST(reel_scene_load, a_description_binds_names_numbers_and_resources)
 {
-    scene_fixture f;
+    scene_engine f;
     std::string text = "# tunnel, first part\n"
                        "scene_name = tunnel_a\n"
                        "textures = [ wall\tfloor # the two of them\n"
@@ -182,7 +147,7 @@ TEST(reel_scene_load, a_description_binds_names_numbers_and_resources)
     f.add(REEL_KIND_TEXTURE, "floor", &floor);
     f.add(REEL_KIND_PALETTE, "sky", &sky);
     f.add(REEL_KIND_PALETTE_ANIMATION, "ripple", &ripple);
-    reel_sequence_row r = f.row("music_sync", "@tunnel_a.ini");
+    reel_sequence_row r = script_row("music_sync", "@tunnel_a.ini");
 
     testing::internal::CaptureStdout();
     reel_load_scene(&f.engine, &f.scene, &r);
@@ -212,15 +177,15 @@ TEST(reel_scene_load, a_description_binds_names_numbers_and_resources)
 
 TEST(reel_scene_load, descriptions_that_name_missing_things_are_fatal)
 {
-    scene_fixture f;
-    reel_sequence_row r = f.row("music_sync", "@nothing.ini");
+    scene_engine f;
+    reel_sequence_row r = script_row("music_sync", "@nothing.ini");
     EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &r), testing::ExitedWithCode(1),
-                literal("could not find \"nothing.ini\" with kind 9 in pak file!\n"));
+                test_literal("could not find \"nothing.ini\" with kind 9 in pak file!\n"));
     char text[] = "images = [ logo ]\n";
     f.add(REEL_KIND_RAW, "scene.ini", text);
-    reel_sequence_row s = f.row("music_sync", "@scene.ini");
+    reel_sequence_row s = script_row("music_sync", "@scene.ini");
     EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &s), testing::ExitedWithCode(1),
-                literal("could not find \"logo\" with kind 5 in pak file!\n"));
+                test_literal("could not find \"logo\" with kind 5 in pak file!\n"));
 }
 
 TEST(reel_scene_load, the_description_parser_reads_words_items_and_comments)
@@ -239,12 +204,12 @@ TEST(reel_scene_load, the_description_parser_reads_words_items_and_comments)
 TEST(reel_scene_load, the_description_parser_refuses_what_it_cannot_read)
 {
     EXPECT_EXIT(parse("a = 1\r\nb = 2\n"), testing::ExitedWithCode(1),
-                literal("txt contains \\r either bug or unpacked using some tool that converts unix lines to mac.. tryp "
+                test_literal("txt contains \\r either bug or unpacked using some tool that converts unix lines to mac.. tryp "
                         "MacZip\n"));
     EXPECT_EXIT(parse("a = 1\n\nkey"), testing::ExitedWithCode(1),
-                literal("missing '=' on line 3 in file \"scene.ini\"\n"));
+                test_literal("missing '=' on line 3 in file \"scene.ini\"\n"));
     EXPECT_EXIT(parse("a = 1\nb = [ x\n y\n"), testing::ExitedWithCode(1),
-                literal("expected ']' to close array starting on line 2 in file \"scene.ini\"\n"));
+                test_literal("expected ']' to close array starting on line 2 in file \"scene.ini\"\n"));
 
     // a NUL ends the text even inside an array
     std::vector<char> text = {'a', '=', '[', 'x', 0, ']', 0};
@@ -265,18 +230,18 @@ TEST(reel_scene_load, integer_float_and_string_arguments_advance_past_one_comma)
     EXPECT_EQ(parse_arg_int(&counter, &cursor, &r), -7);
     EXPECT_EQ(counter, 3u);
     EXPECT_EXIT(parse_arg_int(&counter, &cursor, &r), testing::ExitedWithCode(1),
-                literal("crash in parse_arg_int at src/reel_scenes:") + "[0-9]+\n" +
-                    literal("parse_arg_int failed \"x\" (sequence line 12, args: \"12,34, -7,x\")\n"));
+                test_literal("crash in parse_arg_int at src/reel_scenes:") + "[0-9]+\n" +
+                    test_literal("parse_arg_int failed \"x\" (sequence line 12, args: \"12,34, -7,x\")\n"));
     const char* huge = "4294967296";
     EXPECT_EXIT(parse_arg_int(&counter, &huge, &r), testing::ExitedWithCode(1),
-                literal("parse_arg_int out of range \"4294967296\" (sequence line 12, args: \"12,34, -7,x\")\n"));
+                test_literal("parse_arg_int out of range \"4294967296\" (sequence line 12, args: \"12,34, -7,x\")\n"));
 
     r.args = "0.5,-1e3,";
     cursor = r.args;
     EXPECT_EQ(parse_arg_float(&cursor, &r), 0.5f);
     EXPECT_EQ(parse_arg_float(&cursor, &r), -1000.0f);
     EXPECT_EXIT(parse_arg_float(&cursor, &r), testing::ExitedWithCode(1),
-                literal("parse_arg_float failed \"\" (sequence line 12, args: \"0.5,-1e3,\")\n"));
+                test_literal("parse_arg_float failed \"\" (sequence line 12, args: \"0.5,-1e3,\")\n"));
 
     std::vector<uint8_t> memory(256);
     xmemarena arena;
@@ -321,21 +286,7 @@ TEST(reel_scene_load, colours_read_as_rgba_argb1555_and_linear)
     for (const auto& refusal : refusals) {
         const char* text = refusal.text;
         EXPECT_EXIT(parse_arg_color(&c, &text, &r, &arena), testing::ExitedWithCode(1),
-                    literal("crash in parse_arg_color at src/reel_scenes:") + "[0-9]+\n" + literal(refusal.message));
+                    test_literal("crash in parse_arg_color at src/reel_scenes:") + "[0-9]+\n" + test_literal(refusal.message));
     }
 }
 
-TEST(reel_scene_load, memprintf_and_lerpf_clamped)
-{
-    std::vector<uint8_t> memory(64);
-    xmemarena arena;
-    xmemarena_init(&arena, "test", memory.size(), memory.data());
-    const char* name = memprintf(&arena, "%s/pak%d.rpk", REEL_PACK_FOLDER, 2);
-    EXPECT_STREQ(name, "assets/reel/le/pak2.rpk");
-    EXPECT_EQ(xmemarena_get_sp(&arena), strlen(name) + 1);
-    EXPECT_STREQ(memprintf(&arena, "%s", ""), "");
-
-    EXPECT_EQ(lerpf_clamped(2.0f, 6.0f, 0.25f), 3.0f);
-    EXPECT_EQ(lerpf_clamped(2.0f, 6.0f, -1.0f), 2.0f);
-    EXPECT_EQ(lerpf_clamped(2.0f, 6.0f, 3.0f), 6.0f);
-}

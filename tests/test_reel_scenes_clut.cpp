@@ -83,23 +83,6 @@ TEST_F(clut_fixture, video_fade_is_halfway_at_half_the_span_and_reaches_the_targ
         EXPECT_EQ(video_entry(g), (bytes{0, 128, 255, 0}));
 }
 
-TEST_F(clut_fixture, a_span_of_0_is_all_progress)
-{
-    reel_scene s = {};
-    s.span_seconds = 9.0f;
-    s.since_start_seconds = 4.5f;
-    EXPECT_EQ(reel_scene_progress(&s), 0.5f);
-    s.span_seconds = 0.0f;
-    EXPECT_EQ(reel_scene_progress(&s), 1.0f);
-
-    load("overlay_clut_fade_to_color", "100,1,10,20,30", 0.0f);
-    pass(REEL_PASS_UPDATE, 0.0f);
-    pass(REEL_PASS_RENDER, 0.0f);
-    EXPECT_EQ(overlay_entry(100), grey(100));
-    pass(REEL_PASS_RENDER, 0.0f);
-    EXPECT_EQ(overlay_entry(100), (bytes{10, 20, 30, 0}));
-}
-
 // ---- one pulsing entry ----
 
 TEST_F(clut_fixture, pulsate_blends_two_colours_in_linear_light_with_a_sine)
@@ -278,49 +261,7 @@ TEST_F(clut_fixture, overlay_clears_and_clut_set_act_only_in_their_first_render_
     }
 }
 
-TEST_F(clut_fixture, video_clut_reset_restores_the_grey_ramp_in_its_first_update_call)
-{
-    const uint8_t red[4] = {255, 0, 0, 255};
-    display.set_video_clut(&display, 40, 1, red);
-    load("video_clut_reset", nullptr);
-    pass(REEL_PASS_RENDER, 0.0f);
-    EXPECT_FALSE(scene.load_complete) << "it completes in an update pass";
-    pass(REEL_PASS_UPDATE, 0.0f);
-    EXPECT_EQ(video_entry(40), grey(40));
-    display.set_video_clut(&display, 40, 1, red);
-    pass(REEL_PASS_UPDATE, 1.0f);
-    pass(REEL_PASS_RENDER, 1.0f);
-    EXPECT_EQ(video_entry(40)[1], 0) << "only the first update call resets";
-}
-
 // ---- parsers ----
-
-TEST_F(clut_fixture, parsers_grow_short_arrays_and_overwrite_earlier_bindings)
-{
-    animation_data a(64, 8), b(64, 8);
-    add(REEL_KIND_PALETTE_ANIMATION, "waves", &a.animation);
-    int32_t integers[3] = {-1, -1, 77};  // as a scene description would have bound them
-    reel_palette_animation* animations[2] = {&b.animation, &b.animation};
-    load("overlay_palette_animation", " 1,waves, 3,2.5", 9.0f, [&] {
-        scene.integer_count = 3, scene.integers = integers;
-        scene.palette_animation_count = 2, scene.palette_animations = animations;
-    });
-    EXPECT_EQ(scene.integers, integers) << "a long enough array is kept";
-    EXPECT_EQ(std::vector<int32_t>(integers, integers + 3), (std::vector<int32_t>{1, 3, 77}));
-    ASSERT_EQ(scene.float_count, 1u);
-    EXPECT_EQ(scene.floats[0], 2.5f);
-    EXPECT_TRUE(animations[0] == &a.animation && animations[1] == &b.animation);
-
-    float one_float = 3.0f;
-    load("overlay_clut_set1_pulsate", "255,0.5,-2,1,2,3,4,5,6", 9.0f,
-         [&] { scene.integer_count = 2, scene.integers = integers, scene.float_count = 1, scene.floats = &one_float; });
-    ASSERT_EQ(scene.integer_count, 7u);
-    EXPECT_NE(scene.integers, integers) << "a short array is replaced";
-    EXPECT_EQ(std::vector<int32_t>(scene.integers, scene.integers + 7), (std::vector<int32_t>{255, 1, 2, 3, 4, 5, 6}));
-    ASSERT_EQ(scene.float_count, 2u);
-    EXPECT_EQ(scene.floats[0], -2.0f);  // frequency
-    EXPECT_EQ(scene.floats[1], 0.5f);   // phase
-}
 
 TEST_F(clut_fixture, numbers_outside_a_table_or_the_back_buffers_are_fatal)
 {

@@ -29,7 +29,8 @@ static void fuzz_sequence_read(const uint8_t* data, size_t size)
         fuzz_expect(row.line > previous_line && row.line <= line_feeds, "row lines are not increasing");
         previous_line = row.line;
         fuzz_expect(row.function && row.start_mode && row.end_mode, "a row text is missing");
-        fuzz_expect(row.load == row.start - row.preload_ms * REEL_SAMPLES_PER_SECOND / 1000,
+        // in 64 bits like the loader: preloads from about 97,392 ms on overflow a 32-bit product
+        fuzz_expect((int64_t)row.load == (int64_t)row.start - (int64_t)row.preload_ms * REEL_SAMPLES_PER_SECOND / 1000,
                     "load time is not the preload ahead of the start");
         fuzz_expect(!(row.flags & ~SEQ_ROW_BARRIER_AFTER), "unknown row flag");
     }

@@ -314,6 +314,8 @@ int main(int argc, char** argv)
                "relend,prev,0,0,relstart,me,10000,fade_out_music\n");
     seeds_text("sequence", "lead_in.csv",
                "header\nabs,,2000,0,abs,,3000,music_sync,22050\nend:\n");
+    // found by the fuzzer: a preload whose sample count overflowed a 32-bit product in the check
+    seeds_text("sequence", "long_preload.csv", "header\nabs,,200000,97393,abs,,300000,load_sync,a\n");
     seeds_text("ini", "scene_a.ini",
                "# first part of the tunnel\n"
                "scene_name = tunnel_a\n"

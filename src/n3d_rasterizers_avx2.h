@@ -1,0 +1,510 @@
+// The vector kernel of the rasterizer family: AVX2 code that draws a segment's 8 pixels at
+// once, exactly as the portable kernel in n3d_rasterizers.cpp draws them one pair at a time.
+// Part of that file: included once, inside its anonymous namespace, after the shared span
+// helpers (raster_span_ctx, raster_tail, raster_segment_log2) it builds on. Elsewhere than on
+// x86 only the empty plan record remains.
+#if RASTER_X86
+// ---- the vector kernel: the 8 pixels of a segment at once ----
+//
+// Inside a segment the portable kernel steps the packed coordinate w by (w + step) AND NOT
+// the gap mask. Its 13-bit u field (bits 0-9 and 16-18 of w) then runs through
+// u0 + i du modulo 2^12 (bit 12 is cleared after every step), while each carry out of the u
+// field lands in v's lowest bit. Only whole-texel bits 4-11 of u and v reach the index, so
+// pixel i of the segment has, exactly:
+//   S_i = (u0 AND 0xFFF) + i du                  u's index bits are bits 4-11 of S_i
+//   V_i = v0 + i dv + C_i                        C_i carries out of the u field so far
+// where, with h = bit 12 of du, g = du >> 12 and K the carry of the very first step (whose w
+// is not masked, so u0's bit 12 can take part):
+//   C_i = K + h ((S_i >> 12) - i g)  for i >= 1, C_0 = 0.
+// The carries make a difference: a negative du has bit 12 set, and then nearly every step
+// nudges v by a sixteenth.
+//
+// A span's segment ends are computed 8 at a time first (lane j: the end of segment j), so
+// that a segment only broadcasts its values; Q and depth are stepped along the span in
+// lanes (lane i: the segment's pixel i).
+
+// Fills the lane constants of a triangle whose other span values are set.
+template <uint32_t F>
+RASTER_AVX2 void raster_lane_setup_avx2(raster_span_ctx* s)
+{
+    raster_lane_constants* c = &s->lanes;
+    const uint32_t mask = s->index_mask;
+    const __m128i z_step = _mm_set1_epi16((short)((uint32_t)s->z_x << 3));
+    _mm_store_si128((__m128i*)c->z_step, z_step);
+    const __m256i qxx = _mm256_set1_epi32(s->qxx);
+    _mm256_store_si256((__m256i*)c->mask_u_low, _mm256_set1_epi32((int)(mask & 0xFC)));
+    _mm256_store_si256((__m256i*)c->mask_u_high, _mm256_set1_epi32((int)(mask & 0xC000)));
+    _mm256_store_si256((__m256i*)c->mask_v_high, _mm256_set1_epi32((int)(mask & 0x3F00)));
+    _mm256_store_si256((__m256i*)c->texel_shift, _mm256_set1_epi32((F & RF_T8) ? (int)(mask & 3) << 3 : (int)(mask & 1) << 4));
+    _mm256_store_si256((__m256i*)c->texel_word_bit, _mm256_set1_epi32((int)(mask & 2)));
+    _mm256_store_si256((__m256i*)c->q_step, _mm256_mullo_epi32(qxx, _mm256_set1_epi32(28)));  // 8 * 7 / 2 Qxx
+    _mm256_store_si256((__m256i*)c->dq_step, _mm256_slli_epi32(qxx, 3));
+    _mm256_store_si256((__m256i*)c->lane_qxx, _mm256_mullo_epi32(qxx, _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7)));
+    _mm256_store_si256((__m256i*)c->pairs_qxx, _mm256_mullo_epi32(qxx, _mm256_setr_epi32(0, 0, 1, 3, 6, 10, 15, 21)));
+    if constexpr (F & RF_PHONG) {
+        // the indices the kernel can look up, clamped into the guards as the portable kernel does
+        const int32_t from = (F & RF_LARGE_SPANS) ? RASTER_PHONG_WORDS_LOW : RASTER_PHONG_GUARD_LOW;
+        const int32_t to = (F & RF_LARGE_SPANS) ? 127 : RASTER_PHONG_GUARD_HIGH;
+        int32_t* words = c->phong - RASTER_PHONG_WORDS_LOW;
+        const __m256i low5 = _mm256_set1_epi32(0x1F);
+        const __m256i below = _mm256_set1_epi32(s->phong[RASTER_PHONG_GUARD_LOW] & 0x1F);
+        int32_t i = from;
+        for (; i < RASTER_PHONG_GUARD_LOW; i += RASTER_LANES)
+            _mm256_storeu_si256((__m256i*)(words + i), below);
+        for (; i <= to; i += RASTER_LANES) {
+            const __m128i bytes = _mm_loadl_epi64((const __m128i*)(s->phong + i));
+            _mm256_storeu_si256((__m256i*)(words + i), _mm256_and_si256(_mm256_cvtepu8_epi32(bytes), low5));
+        }
+    }
+}
+
+RASTER_AVX2 inline __m256i raster_lanes(const int32_t* values) { return _mm256_load_si256((const __m256i*)values); }
+
+// 8 32-bit words from base + index * Scale bytes. A gather merges into its destination, so it
+// is given a freshly zeroed one (hidden from the compiler, which would drop it): otherwise it
+// waits for whatever last wrote that register, often another gather.
+template <int Scale>
+RASTER_AVX2 inline __m256i raster_gather(const void* base, __m256i index)
+{
+    __m256i fresh = _mm256_setzero_si256(), all = _mm256_set1_epi32(-1);
+    __asm__ volatile("" : "+x"(fresh), "+x"(all));
+    return _mm256_mask_i32gather_epi32(fresh, (const int*)base, index, all, Scale);
+}
+
+// A ramp is base + i step over the lanes. Texel coordinates, their steps and squared
+// reciprocals fit 16 bits in the perspective variants (a coordinate is a 32-bit product
+// shifted right by 18), so there a ramp is one word, step in the low half and base in the
+// high half, and one multiply-add of 16-bit pairs makes it. The affine variant's coordinates
+// are wider: it keeps base and step apart.
+
+// Per segment of a group of 8: what raster_segment_avx2 broadcasts to its lanes.
+struct raster_segment_group {
+    alignas(32) int32_t u[RASTER_LANES];       // ramp of S: u0 AND 0xFFF, du
+    alignas(32) int32_t v[RASTER_LANES];       // ramp of v0, dv - h g
+    alignas(32) int32_t r2[RASTER_LANES];      // phong: ramp of the squared reciprocal
+    alignas(32) int32_t u_step[RASTER_LANES];  // affine: the steps (u, v hold the bases)
+    alignas(32) int32_t v_step[RASTER_LANES];
+    alignas(32) int32_t h_mask[RASTER_LANES];      // -h
+    alignas(32) int32_t carry_mask[RASTER_LANES];  // -K
+};
+
+// The word of a 16-bit ramp.
+RASTER_AVX2 inline __m256i raster_ramp_word(__m256i base, __m256i step)
+{
+    return _mm256_or_si256(_mm256_slli_epi32(base, 16), _mm256_and_si256(step, _mm256_set1_epi32(0xFFFF)));
+}
+
+// Ramp j of a group, lane i holding base + i step.
+template <uint32_t F>
+RASTER_AVX2 inline __m256i raster_ramp(const int32_t* ramps, const int32_t* steps, uint32_t j)
+{
+    if constexpr (F & RF_AFFINE) {
+        const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+        return _mm256_add_epi32(_mm256_set1_epi32(ramps[j]), _mm256_mullo_epi32(lane, _mm256_set1_epi32(steps[j])));
+    } else {
+        (void)steps;
+        const __m256i lane_and_one = _mm256_setr_epi16(0, 1, 1, 1, 2, 1, 3, 1, 4, 1, 5, 1, 6, 1, 7, 1);
+        return _mm256_madd_epi16(lane_and_one, _mm256_set1_epi32(ramps[j]));
+    }
+}
+
+// The lanes moved up by one, lane 0 taking the last lane of `before`.
+RASTER_AVX2 inline __m256i raster_lanes_after(__m256i v, __m256i before)
+{
+    const __m256i up = _mm256_setr_epi32(7, 0, 1, 2, 3, 4, 5, 6);
+    return _mm256_blend_epi32(_mm256_permutevar8x32_epi32(v, up), _mm256_permutevar8x32_epi32(before, up), 0x01);
+}
+
+// x / 2^k truncating toward zero, k per lane (as raster_div_pow2)
+RASTER_AVX2 inline __m256i raster_div_pow2_lanes(__m256i x, __m256i k)
+{
+    const __m256i bias = _mm256_srlv_epi32(_mm256_srai_epi32(x, 31), _mm256_sub_epi32(_mm256_set1_epi32(32), k));
+    return _mm256_srav_epi32(_mm256_add_epi32(x, bias), k);
+}
+
+// Texel coordinates and squared reciprocal at the ends of a group's segments: the next
+// group's first segment starts from the last lane.
+struct raster_segment_ends {
+    __m256i u, v, r2;
+};
+
+// Segments first to first + 7 of a span whose attributes at its first pixel are `a`: their
+// ends, and what each segment broadcasts. Segment j < count8 has 8 pixels, then come one of
+// `partial` pixels (4 or 2) and, when partial is 4 and a 2 follows, one of 2.
+template <uint32_t F>
+RASTER_AVX2 inline void raster_segment_group_avx2(const raster_span_ctx& s, const raster_attrs& a, int32_t first,
+                                                  int32_t count8, int32_t partial, raster_segment_ends* ends,
+                                                  raster_segment_group* grp)
+{
+    const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    const __m256i j = _mm256_add_epi32(_mm256_set1_epi32(first), lane);
+    // segments past the 8-pixel ones: the first has `partial` pixels, a second one 2
+    const __m256i past = _mm256_min_epi32(_mm256_max_epi32(_mm256_sub_epi32(j, _mm256_set1_epi32(count8 - 1)),
+                                                           _mm256_setzero_si256()),
+                                          _mm256_set1_epi32(2));
+    const __m256i partial_end = _mm256_permutevar8x32_epi32(_mm256_setr_epi32(0, partial, partial + 2, 0, 0, 0, 0, 0), past);
+    const __m256i log2_length = _mm256_permutevar8x32_epi32(_mm256_setr_epi32(3, partial == 4 ? 2 : 1, 1, 0, 0, 0, 0, 0), past);
+    const __m256i end = _mm256_add_epi32(
+        _mm256_slli_epi32(_mm256_min_epi32(_mm256_add_epi32(j, _mm256_set1_epi32(1)), _mm256_set1_epi32(count8)), 3),
+        partial_end);
+
+    // attributes at the ends, and texel coordinates there
+    const __m256i iw = _mm256_add_epi32(_mm256_set1_epi32((int)a.iw), _mm256_mullo_epi32(end, _mm256_set1_epi32(s.iw_x)));
+    const __m256i ua = _mm256_add_epi32(_mm256_set1_epi32((int)a.u), _mm256_mullo_epi32(end, _mm256_set1_epi32(s.u_x)));
+    const __m256i va = _mm256_add_epi32(_mm256_set1_epi32((int)a.v), _mm256_mullo_epi32(end, _mm256_set1_epi32(s.v_x)));
+    __m256i u, v, r2 = _mm256_setzero_si256();
+    if constexpr (F & RF_AFFINE) {
+        (void)iw;
+        u = _mm256_add_epi32(_mm256_srai_epi32(ua, N3D_AFFINE_SHIFT), _mm256_set1_epi32(N3D_TEXEL_BIAS));
+        v = _mm256_add_epi32(_mm256_srai_epi32(va, N3D_AFFINE_SHIFT), _mm256_set1_epi32(N3D_TEXEL_BIAS));
+    } else {
+        // as raster_reciprocal, clamp included
+        const __m256i index = _mm256_min_epi32(
+            _mm256_max_epi32(_mm256_srai_epi32(iw, N3D_IW_LUT_SHIFT), _mm256_setzero_si256()),
+            _mm256_set1_epi32(N3D_FIXED_IIW_LUT_SIZE - 2));
+        const __m256i t0 = raster_gather<4>(n3d_fixed_iiw_lut, index);
+        const __m256i t1 = raster_gather<4>(n3d_fixed_iiw_lut + 1, index);
+        const __m256i f = _mm256_and_si256(iw, _mm256_set1_epi32((1 << N3D_IW_LUT_SHIFT) - 1));
+        const __m256i r = _mm256_add_epi32(t0, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_sub_epi32(t1, t0), f),
+                                                                 N3D_IW_LUT_SHIFT));
+        u = _mm256_add_epi32(_mm256_srai_epi32(_mm256_mullo_epi32(ua, r), N3D_UV_PRODUCT_SHIFT),
+                             _mm256_set1_epi32(N3D_TEXEL_BIAS));
+        v = _mm256_add_epi32(_mm256_srai_epi32(_mm256_mullo_epi32(va, r), N3D_UV_PRODUCT_SHIFT),
+                             _mm256_set1_epi32(N3D_TEXEL_BIAS));
+        if constexpr (F & RF_PHONG)  // as raster_rsqr
+            r2 = _mm256_srli_epi32(_mm256_mullo_epi32(r, _mm256_srai_epi32(r, 5)), 13);
+    }
+
+    // each segment runs from the previous one's end
+    const __m256i u0 = raster_lanes_after(u, ends->u);
+    const __m256i v0 = raster_lanes_after(v, ends->v);
+    const __m256i du = raster_div_pow2_lanes(_mm256_sub_epi32(u, u0), log2_length);
+    const __m256i dv = raster_div_pow2_lanes(_mm256_sub_epi32(v, v0), log2_length);
+    const __m256i wrap = _mm256_set1_epi32((int)RASTER_U_WRAP_MASK);
+    const __m256i u_low = _mm256_and_si256(u0, wrap);
+    const __m256i du_high = _mm256_srai_epi32(du, RASTER_U_WRAP_BITS);
+    const __m256i h = _mm256_and_si256(du_high, _mm256_set1_epi32(1));
+    const __m256i h_mask = _mm256_sub_epi32(_mm256_setzero_si256(), h);
+    const __m256i first_step_wraps = _mm256_srli_epi32(_mm256_add_epi32(u_low, _mm256_and_si256(du, wrap)), RASTER_U_WRAP_BITS);
+    const __m256i first_carry = _mm256_and_si256(_mm256_srli_epi32(u0, RASTER_U_WRAP_BITS),
+                                                 _mm256_and_si256(_mm256_xor_si256(h, first_step_wraps), _mm256_set1_epi32(1)));
+    const __m256i dv_carried = _mm256_sub_epi32(dv, _mm256_and_si256(du_high, h_mask));
+    if constexpr (F & RF_AFFINE) {
+        _mm256_store_si256((__m256i*)grp->u, u_low);
+        _mm256_store_si256((__m256i*)grp->u_step, du);
+        _mm256_store_si256((__m256i*)grp->v, v0);
+        _mm256_store_si256((__m256i*)grp->v_step, dv_carried);
+    } else {
+        _mm256_store_si256((__m256i*)grp->u, raster_ramp_word(u_low, du));
+        _mm256_store_si256((__m256i*)grp->v, raster_ramp_word(v0, dv_carried));
+    }
+    _mm256_store_si256((__m256i*)grp->h_mask, h_mask);
+    _mm256_store_si256((__m256i*)grp->carry_mask, _mm256_sub_epi32(_mm256_setzero_si256(), first_carry));
+    if constexpr (F & RF_PHONG) {
+        const __m256i r2_0 = raster_lanes_after(r2, ends->r2);
+        const __m256i dr2 = raster_div_pow2_lanes(_mm256_sub_epi32(r2, r2_0), log2_length);
+        _mm256_store_si256((__m256i*)grp->r2, raster_ramp_word(r2_0, dr2));
+    }
+    ends->u = u, ends->v = v, ends->r2 = r2;
+}
+
+// Which 16-bit lanes of a load or store are real: segments of 4 and 2 pixels use the low ones.
+template <uint32_t K>
+RASTER_AVX2 inline __m128i raster_load_lanes(const uint16_t* p)
+{
+    if constexpr (K == 3)
+        return _mm_loadu_si128((const __m128i*)p);
+    if constexpr (K == 2)
+        return _mm_loadl_epi64((const __m128i*)p);
+    uint32_t pair;
+    memcpy(&pair, p, 4);
+    return _mm_cvtsi32_si128((int)pair);
+}
+
+template <uint32_t K>
+RASTER_AVX2 inline void raster_store_lanes(uint16_t* p, __m128i v)
+{
+    if constexpr (K == 3) {
+        _mm_storeu_si128((__m128i*)p, v);
+    } else if constexpr (K == 2) {
+        _mm_storel_epi64((__m128i*)p, v);
+    } else {
+        const uint32_t pair = (uint32_t)_mm_cvtsi128_si32(v);
+        memcpy(p, &pair, 4);
+    }
+}
+
+// Low 16 bits of each 32-bit lane, as 8 16-bit lanes.
+RASTER_AVX2 inline __m128i raster_pack_lanes(__m256i v)
+{
+    const __m256i low_halves = _mm256_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1, 0, 1, 4, 5,
+                                                8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1);
+    return _mm256_castsi256_si128(_mm256_permute4x64_epi64(_mm256_shuffle_epi8(v, low_halves), 0x08));
+}
+
+// What the vector kernel carries along a span from one segment to the next.
+struct raster_span_lanes {
+    __m256i q, dq;  // phong: Q and dQ at the next segment's first 8 pixels
+    __m128i z;      // depth there (only 16 bits are compared)
+};
+
+// The pixels of segment j of a group, 2^K pixels from column x.
+template <uint32_t F, uint32_t K>
+RASTER_AVX2 inline void raster_segment_avx2(const raster_span_ctx& s, const raster_segment_group& grp, uint32_t j,
+                                            raster_span_lanes* l, uint16_t* dst, const uint32_t* cov,
+                                            uint16_t* zrow, int32_t x)
+{
+    const __m256i lane_past_first = _mm256_setr_epi32(0, 1, 1, 1, 1, 1, 1, 1);
+
+    // texel coordinates of the 8 pixels in closed form (see above)
+    const __m256i S = raster_ramp<F>(grp.u, grp.u_step, j);
+    __m256i V = raster_ramp<F>(grp.v, grp.v_step, j);
+    V = _mm256_add_epi32(V, _mm256_and_si256(_mm256_srai_epi32(S, RASTER_U_WRAP_BITS), _mm256_set1_epi32(grp.h_mask[j])));
+    V = _mm256_add_epi32(V, _mm256_and_si256(lane_past_first, _mm256_set1_epi32(grp.carry_mask[j])));
+
+    // the lighting look-up first: it does not wait for the texel, so it is under way while
+    // the texel's index is formed
+    const raster_lane_constants& c = s.lanes;
+    __m256i b = _mm256_setzero_si256();
+    if constexpr (F & RF_PHONG) {
+        const __m256i r2 = raster_ramp<F>(grp.r2, nullptr, j);
+        __m256i pi;
+        if constexpr (F & RF_LARGE_SPANS) {
+            // P = Q r2 is what the cubic steps; its top byte is the index, inside the word table
+            pi = _mm256_srai_epi32(_mm256_mullo_epi32(l->q, r2), N3D_PHONG_PRODUCT_SHIFT);
+        } else {
+            pi = _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(l->q, N3D_PHONG_Q_SHIFT), r2),
+                                   N3D_PHONG_INDEX_SHIFT);
+            pi = _mm256_min_epi32(_mm256_max_epi32(pi, _mm256_set1_epi32(RASTER_PHONG_GUARD_LOW)),
+                                  _mm256_set1_epi32(RASTER_PHONG_GUARD_HIGH));
+        }
+        b = raster_gather<4>(c.phong - RASTER_PHONG_WORDS_LOW, pi);  // AND 31 already
+    }
+
+    // swizzled index without v's two lowest bits, which pick the texel inside an aligned
+    // 32-bit word: the word is gathered whole so that no read leaves the level
+    const __m256i index_high = _mm256_or_si256(
+        _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(S, 2), raster_lanes(c.mask_u_low)),
+                        _mm256_and_si256(_mm256_slli_epi32(S, 4), raster_lanes(c.mask_u_high))),
+        _mm256_and_si256(_mm256_slli_epi32(V, 2), raster_lanes(c.mask_v_high)));
+    __m256i texel;
+    if constexpr (F & RF_T8) {
+        // v's bits 4-5 are the byte inside the word: a shift of 8 times them
+        const __m256i shift = _mm256_and_si256(_mm256_srli_epi32(V, 1), raster_lanes(c.texel_shift));
+        texel = _mm256_srlv_epi32(raster_gather<1>(s.tex8, index_high), shift);
+    } else {
+        // v's bit 4 is the half inside the word, bit 5 part of the word's index
+        const __m256i word = _mm256_or_si256(index_high, _mm256_and_si256(_mm256_srli_epi32(V, 4), raster_lanes(c.texel_word_bit)));
+        const __m256i shift = _mm256_and_si256(V, raster_lanes(c.texel_shift));
+        texel = _mm256_srlv_epi32(raster_gather<2>(s.tex16, word), shift);
+    }
+
+    __m256i pixel;
+    if constexpr (F & RF_PHONG) {
+        if constexpr (F & RF_T8) {
+            // shade table entry texel * 32 + b, gathered as the word holding it
+            const __m256i entry_word = _mm256_or_si256(
+                _mm256_and_si256(_mm256_slli_epi32(texel, 4), _mm256_set1_epi32(0xFF0)), _mm256_srli_epi32(b, 1));
+            const __m256i half = _mm256_slli_epi32(_mm256_and_si256(b, _mm256_set1_epi32(1)), 4);
+            pixel = _mm256_srlv_epi32(raster_gather<4>(s.shade_table, entry_word), half);
+        } else {
+            // channels spread 10 bits apart so one multiply scales all three
+            const __m256i spread = _mm256_or_si256(
+                _mm256_or_si256(_mm256_and_si256(texel, _mm256_set1_epi32(0x1F)),
+                                _mm256_and_si256(_mm256_slli_epi32(texel, 5), _mm256_set1_epi32(0x1F << 10))),
+                _mm256_and_si256(_mm256_slli_epi32(texel, 10), _mm256_set1_epi32(0x1F << 20)));
+            const __m256i p = _mm256_mullo_epi32(spread, b);
+            pixel = _mm256_or_si256(
+                _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(p, 5), _mm256_set1_epi32(0x1F)),
+                                _mm256_and_si256(_mm256_srli_epi32(p, 10), _mm256_set1_epi32(0x1F << 5))),
+                _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(p, 15), _mm256_set1_epi32(0x1F << 10)),
+                                _mm256_set1_epi32(0x8000)));
+        }
+        // Q moves on by the segment's length (only the last segments have fewer than 8)
+        if constexpr (K == 3) {
+            l->q = _mm256_add_epi32(l->q, _mm256_add_epi32(_mm256_slli_epi32(l->dq, K), raster_lanes(c.q_step)));
+            l->dq = _mm256_add_epi32(l->dq, raster_lanes(c.dq_step));
+        } else {
+            const uint32_t qxx = (uint32_t)s.qxx;
+            constexpr uint32_t pairs = ((1u << K) - 1) << K >> 1;
+            l->q = _mm256_add_epi32(l->q, _mm256_add_epi32(_mm256_slli_epi32(l->dq, K), _mm256_set1_epi32((int)(qxx * pairs))));
+            l->dq = _mm256_add_epi32(l->dq, _mm256_set1_epi32((int)(qxx << K)));
+        }
+    } else {
+        if constexpr (F & RF_T8) {
+            const __m256i entry_word = _mm256_and_si256(_mm256_srli_epi32(texel, 1), _mm256_set1_epi32(0x7F));
+            const __m256i half = _mm256_slli_epi32(_mm256_and_si256(texel, _mm256_set1_epi32(1)), 4);
+            pixel = _mm256_srlv_epi32(raster_gather<4>(s.palette, entry_word), half);
+        } else {
+            pixel = texel;
+        }
+    }
+    const __m128i pixels = raster_pack_lanes(pixel);
+
+    uint16_t* out = dst + x;
+    if constexpr (F & (RF_COV_READ | RF_DEPTH)) {
+        // lanes that keep what is there: covered, or not nearer
+        __m128i keep = _mm_setzero_si128();
+        if constexpr (F & RF_COV_READ) {
+            const uint32_t* word = cov + (x >> 5);
+            const uint32_t bit = (uint32_t)x & 31;
+            uint64_t window = (uint64_t)word[0] << 32;
+            if (bit + (1u << K) > 32)  // the segment runs into the next coverage word
+                window |= word[1];
+            const int bits = (int)((window << bit) >> 56);  // most significant bit: column x
+            const __m128i lane_bit = _mm_setr_epi16(0x80, 0x40, 0x20, 0x10, 8, 4, 2, 1);
+            keep = _mm_cmpeq_epi16(_mm_and_si128(_mm_set1_epi16((short)bits), lane_bit), lane_bit);
+        }
+        if constexpr (F & RF_DEPTH) {
+            uint16_t* zout = zrow + x;
+            // the nearer of the two is what stays: the stored value where the test fails
+            const __m128i z_old = raster_load_lanes<K>(zout);
+            const __m128i z_new = _mm_max_epu16(l->z, z_old);
+            keep = _mm_or_si128(keep, _mm_cmpeq_epi16(z_new, z_old));
+            raster_store_lanes<K>(zout, z_new);
+            if constexpr (K == 3)
+                l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)c.z_step));
+            else
+                l->z = _mm_add_epi16(l->z, _mm_set1_epi16((short)((uint32_t)s.z_x << K)));
+        }
+        raster_store_lanes<K>(out, _mm_blendv_epi8(pixels, raster_load_lanes<K>(out), keep));
+    } else {
+        (void)cov, (void)zrow;
+        raster_store_lanes<K>(out, pixels);
+    }
+}
+
+// A span's first group of segment ends and its starting lanes, computed before it is drawn.
+struct raster_span_plan {
+    raster_segment_group grp;
+    raster_segment_ends ends;  // at the ends of grp's segments
+    raster_span_lanes lanes;   // at the span's first 8 pixels
+};
+
+struct raster_span_plans {
+    raster_span_plan plan[2];
+    int32_t ready;  // the plan made for the span drawn next, or -1
+};
+
+// Segments of 8 while at least 8 pixels remain beyond the first, then one of 4, one of 2.
+struct raster_segment_counts {
+    int32_t count8, partial, count;
+};
+
+inline raster_segment_counts raster_segments_of(const raster_span_job& job)
+{
+    const int32_t m = job.xr - job.xl - 1;
+    return {m >> 3, (m & 4) ? 4 : 2, (m >> 3) + ((m >> 2) & 1) + ((m >> 1) & 1)};
+}
+
+// The vector kernel's preparation of a span: its first group of segments, Q and depth lanes.
+template <uint32_t F>
+RASTER_AVX2 inline void raster_plan_avx2(const raster_span_ctx& s, const raster_span_job& job, raster_span_plan* plan)
+{
+    if (job.xr - job.xl - 1 < 4)
+        return;  // no segment: the whole span is tail
+    const raster_segment_counts n = raster_segments_of(job);
+    const raster_attrs& a = job.a;
+    const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    raster_span_lanes& l = plan->lanes;
+    l.q = l.dq = _mm256_setzero_si256();
+    if constexpr (F & RF_PHONG) {
+        // Q + i dQ + i (i - 1) / 2 Qxx, and dQ + i Qxx
+        l.q = _mm256_add_epi32(
+            _mm256_add_epi32(_mm256_set1_epi32((int)a.q), _mm256_mullo_epi32(lane, _mm256_set1_epi32((int)a.dq))),
+            raster_lanes(s.lanes.pairs_qxx));
+        l.dq = _mm256_add_epi32(_mm256_set1_epi32((int)a.dq), raster_lanes(s.lanes.lane_qxx));
+    }
+    l.z = _mm_setzero_si128();
+    if constexpr (F & RF_DEPTH)
+        l.z = _mm_add_epi16(_mm_set1_epi16((short)a.z),
+                            _mm_mullo_epi16(_mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7), _mm_set1_epi16((short)s.z_x)));
+    int32_t u0, v0, r;
+    raster_texel_coords<F>(a.iw, a.u, a.v, &u0, &v0, &r);
+    plan->ends.u = _mm256_set1_epi32(u0);
+    plan->ends.v = _mm256_set1_epi32(v0);
+    plan->ends.r2 = _mm256_set1_epi32((F & RF_PHONG) ? raster_rsqr(r) : 0);
+    raster_segment_group_avx2<F>(s, a, 0, n.count8, n.partial, &plan->ends, &plan->grp);
+}
+
+// The vector form of raster_span_portable: the same segments, each drawn by
+// raster_segment_avx2, and the same tail.
+template <uint32_t F>
+RASTER_AVX2 void raster_span_avx2(const raster_span_ctx& s, const raster_span_job& job, const raster_span_job* next,
+                                  raster_span_plans* plans)
+{
+    int32_t current = plans->ready;
+    if (current < 0) {
+        current = 0;
+        raster_plan_avx2<F>(s, job, &plans->plan[0]);
+    }
+    plans->ready = -1;
+    if (next) {
+        raster_plan_avx2<F>(s, *next, &plans->plan[current ^ 1]);
+        plans->ready = current ^ 1;
+    }
+
+    uint16_t* dst = job.dst;
+    const uint32_t* cov = job.cov;
+    uint16_t* zrow = job.zrow;
+    const int32_t m = job.xr - job.xl - 1;
+    if (m < 4) {
+        raster_tail<F>(s, dst, cov, zrow, job.xl, m + 1, job.a, nullptr);
+        return;
+    }
+    const raster_segment_counts n = raster_segments_of(job);
+    raster_span_plan& plan = plans->plan[current];
+    raster_span_lanes l = plan.lanes;
+    // groups after the first are computed one ahead of the one drawn, for the same reason
+    raster_segment_group spare[2];
+    const raster_segment_group* grp = &plan.grp;
+    const raster_segment_group* last_grp = grp;
+    int32_t x = job.xl;
+    int32_t last = 0;  // the lane of the last segment drawn
+    for (int32_t first = 0; first < n.count; first += RASTER_LANES) {
+        const raster_segment_group* following = nullptr;
+        if (first + (int32_t)RASTER_LANES < n.count) {
+            raster_segment_group* g = &spare[(first / RASTER_LANES) & 1];
+            raster_segment_group_avx2<F>(s, job.a, first + RASTER_LANES, n.count8, n.partial, &plan.ends, g);
+            following = g;
+        }
+        // the group's 8-pixel segments, then the one of 4 and the one of 2 if they are in it
+        const int32_t full = n.count8 - first < (int32_t)RASTER_LANES ? n.count8 - first : (int32_t)RASTER_LANES;
+        for (int32_t k = 0; k < full; k++, x += 8)
+            raster_segment_avx2<F, 3>(s, *grp, (uint32_t)k, &l, dst, cov, zrow, x);
+        last = full - 1;
+        const uint32_t lane4 = (uint32_t)(n.count8 - first), lane2 = lane4 + ((m >> 2) & 1);
+        if ((m & 4) && lane4 < RASTER_LANES) {
+            raster_segment_avx2<F, 2>(s, *grp, lane4, &l, dst, cov, zrow, x);
+            x += 4, last = (int32_t)lane4;
+        }
+        if ((m & 2) && lane2 < RASTER_LANES) {
+            raster_segment_avx2<F, 1>(s, *grp, lane2, &l, dst, cov, zrow, x);
+            x += 2, last = (int32_t)lane2;
+        }
+        last_grp = grp;
+        grp = following;
+    }
+
+    // the tail starts where the segments ended
+    raster_attrs a = job.a;
+    const uint32_t done = (uint32_t)(x - job.xl);
+    a.iw += done * (uint32_t)s.iw_x, a.u += done * (uint32_t)s.u_x, a.v += done * (uint32_t)s.v_x;
+    a.z += done * (uint32_t)s.z_x;
+    raster_carried_light carried = {};
+    if constexpr (F & RF_PHONG) {
+        const uint32_t qxx = (uint32_t)s.qxx;
+        a.q += done * a.dq + qxx * (done * (done - 1) / 2);
+        a.dq += done * qxx;
+        const uint32_t length = (m & 2) ? 2 : ((m & 4) ? 4 : 8);  // of the last segment
+        const int32_t ramp = last_grp->r2[last];
+        const uint32_t dr2 = (uint32_t)(int32_t)(int16_t)ramp;
+        carried = {(uint32_t)(ramp >> 16) + length * dr2, dr2};
+    }
+    raster_tail<F>(s, dst, cov, zrow, x, m + 1 - (int32_t)done, a, (F & RF_LARGE_SPANS) ? &carried : nullptr);
+}
+#else
+struct raster_span_plans {
+    int32_t ready;
+};
+#endif
