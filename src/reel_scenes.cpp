@@ -129,7 +129,8 @@ void scene_fade_out_music(reel_scene* scene, reel_run_context* ctx)
         // a music position, so it stays within what the clock can hold
         const int64_t position = music_global.music_position.load(std::memory_order_relaxed);
         const int64_t fade_start = position + scene->span - REEL_FADE_OUT_LEAD;
-        music_set_fade_start((int32_t)(fade_start < INT32_MIN ? INT32_MIN : fade_start > INT32_MAX ? INT32_MAX : fade_start));
+        music_set_fade_start(
+            (int32_t)(fade_start < INT32_MIN ? INT32_MIN : fade_start > INT32_MAX ? INT32_MAX : fade_start));
     }
     if (scene->ending)
         ctx->engine->quit = 1;  // the host loop ends after this pass
