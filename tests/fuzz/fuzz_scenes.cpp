@@ -1,6 +1,8 @@
 // libFuzzer target for what sits above the readers: a script and its scene descriptions played
-// by the engine. The input is a clock-step byte, then the texts of "sequence.csv", "a.ini",
-// "b.ini" and "c.ini" separated by FUZZ_SCENES_SEPARATOR, each stored in a pack exactly as given
+// by the engine. The input is a byte that picks the clock step (low 3 bits) and a key held every
+// FUZZ_SCENES_KEY_EVERY frames (a seeking key, a debug view or the pause key), then the texts of
+// "sequence.csv", "a.ini", "b.ini" and "c.ini" separated by FUZZ_SCENES_SEPARATOR, each stored
+// in a pack exactly as given
 // (a text without its NUL is the input's own choice). They join a fixed pack of small resources
 // (palettes, palette animations, a stencil, a run-length image, music, an empty datapack, some
 // sharing a name across kinds), and the engine runs as the show does: its three init steps,
@@ -27,6 +29,8 @@ constexpr uint8_t FUZZ_SCENES_SEPARATOR = 0x1E;  // the ASCII record separator
 constexpr uint32_t FUZZ_SCENES_FRAMES = 150;     // an update and a render pass each
 constexpr uint32_t FUZZ_SCENES_BASE_STEP = 368;  // one frame of music at 60 frames per second
 constexpr uint32_t FUZZ_SCENES_MAX_STEP = FUZZ_SCENES_BASE_STEP << 7;
+constexpr uint32_t FUZZ_SCENES_KEY_EVERY = 5;
+static const char fuzz_scenes_keys[] = "\0qead6789iox";  // none, then the engine's keys
 static const char* const fuzz_scenes_text_names[] = {"sequence.csv", "a.ini", "b.ini", "c.ini"};
 
 struct fuzz_pack_file {
@@ -172,6 +176,7 @@ static void fuzz_scenes_play(const uint8_t* data, size_t size)
     if (size == 0)
         return;
     const uint32_t step = FUZZ_SCENES_BASE_STEP << (data[0] & 7);
+    const uint8_t key = (uint8_t)fuzz_scenes_keys[(data[0] >> 3) % (sizeof(fuzz_scenes_keys) - 1)];
     static std::vector<fuzz_pack_file> texts;  // static: a fatal jump skips destructors
     texts.clear();
     const uint8_t* p = data + 1;
@@ -195,6 +200,7 @@ static void fuzz_scenes_play(const uint8_t* data, size_t size)
             music_mix(w->samples, step);
         else
             music_seek((int32_t)step);  // no music: move the clock anyway, so that spans pass
+        w->keys[key] = frame % FUZZ_SCENES_KEY_EVERY == 0;
         demosys_update(&demosys_global, &w->display, w->keys, nullptr);
         demosys_render(&demosys_global, &w->display, w->keys, nullptr);
         display_flip(&w->display);
