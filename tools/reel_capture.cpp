@@ -38,18 +38,20 @@ struct capture_options {
 
 [[noreturn]] void capture_usage(const char* why)
 {
+    // --help: to standard output, status 0; a wrong argument: to standard error, status 2
+    FILE* out = why ? stderr : stdout;
     if (why)
         fprintf(stderr, "reel_capture: %s\n", why);
-    fprintf(stderr,
+    fprintf(out,
             "usage: reel_capture [--frames N] [--png-every K] [--png-at F]... [--out DIR] [--wav FILE] [--stats]\n"
             "  plays the show of assets/reel/le/ headless, 60 frames per second of music\n"
-            "  --frames N     stop after N frames (otherwise when the show ends)\n"
+            "  --frames N     stop after N frames (otherwise when the show ends or nothing more can happen)\n"
             "  --png-every K  write every K-th frame's 640 x 480 composition as OUT/frame_NNNNNN.png\n"
             "  --png-at F     write frame F (frames count from 0; may be repeated)\n"
             "  --out DIR      folder for the PNG frames (default: the current folder)\n"
             "  --wav FILE     write the mixed music (22,050 Hz, 16-bit stereo)\n"
             "  --stats        print the engine's statistics, the per-pass cost and the arenas' use\n");
-    exit(1);
+    exit(why ? 2 : 0);
 }
 
 uint64_t capture_number(const char* option, const char* text)
