@@ -14,6 +14,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -152,6 +153,7 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
         abort();
     }
     w->play_folder = folder;
+    atexit([] { std::filesystem::remove_all(fuzz_world->play_folder); });  // libFuzzer ends with exit
     const std::string packs = std::string(folder) + "/" REEL_PACK_FOLDER;
     for (size_t at = packs.find('/', 1); at != std::string::npos; at = packs.find('/', at + 1))
         mkdir(packs.substr(0, at).c_str(), 0777);
