@@ -193,6 +193,25 @@ static void mad_read_skin(mad_datapack* d, uint32_t i, xmemarena* arena, stream_
     }
 }
 
+// The skinned draw path looks each vertex's four joints up in its node's skin: every joint index
+// of a mesh must be below the joint count of each skin the mesh is drawn with.
+static void mad_check_vertex_joints(const stream_cursor* cur, const mad_datapack* d)
+{
+    for (uint32_t i = 0; i < d->node_count; i++) {
+        const mad_node* n = &d->nodes[i];
+        if (!n->mesh || !n->skin)
+            continue;
+        for (uint32_t j = 0; j < n->mesh->primitive_count; j++) {
+            const n3d_vertices* v = &n->mesh->primitives[j].vertices;
+            for (uint64_t k = 0; v->joints && k < (uint64_t)v->count * 4; k++)
+                if (v->joints[k] >= n->skin->joint_count)
+                    mad_fail(cur, __LINE__,
+                             "node[%u]: vertex %llu of primitive %u uses joint %u, its skin has %u joints\n", i,
+                             (unsigned long long)(k / 4), j, v->joints[k], n->skin->joint_count);
+        }
+    }
+}
+
 static void mad_read_camera(mad_camera* c, stream_cursor* cur)
 {
     c->type = stream_cursor_u32(cur, "camera type");
@@ -306,6 +325,7 @@ const uint8_t* mad_datapack_read(mad_datapack* datapack, xmemarena* arena, strea
         mad_read_mesh(d, i, arena, cur);
     for (uint32_t i = 0; i < d->skin_count; i++)
         mad_read_skin(d, i, arena, cur);
+    mad_check_vertex_joints(cur, d);
     for (uint32_t i = 0; i < d->camera_count; i++)
         mad_read_camera(&d->cameras[i], cur);
     for (uint32_t i = 0; i < d->animation_count; i++)

@@ -224,10 +224,30 @@ struct reel_parse_context {
 
 typedef void reel_scene_parse_fn(reel_scene* scene, reel_parse_context* ctx);
 
+// The least number of entries of each binding that a scene's run function reads: loading
+// refuses a scene that has fewer (a description may bind anything, or nothing), naming the
+// scene, its line and the binding, so the run function can index them without checks. The
+// members have defaults so that a table row names only what it needs.
+struct reel_scene_needs {
+    uint8_t integers = 0;
+    uint8_t floats = 0;
+    uint8_t palettes = 0;
+    uint8_t rle_images = 0;
+    uint8_t images = 0;
+    uint8_t stencils = 0;
+    uint8_t textures = 0;
+    uint8_t palette_animations = 0;
+    uint8_t madpacks = 0;
+    uint8_t colours = 0;
+    uint8_t fonts = 0;
+    uint8_t blobs = 0;
+};
+
 struct reel_scene_binding {
     const char* name;
     reel_scene_run_fn* run;
     reel_scene_parse_fn* parse_args;  // null: the row takes no argument text
+    reel_scene_needs needs = {};      // all zero for a row that leaves it out
 };
 
 struct reel_run_context {

@@ -214,6 +214,9 @@ void reel_fs_open_image(reel_fs_pack* pack, const uint8_t* image, uint64_t size,
         reel_fs_open_fail(name, __LINE__, "a block starts at offset %llu, inside the directory (which ends at %llu)\n",
                           (unsigned long long)data_start, (unsigned long long)names_start);
 
+    const size_t name_bytes = strlen(name) + 1;
+    pack->name = (const char*)memcpy(xmemarena_push(arena, name_bytes), name, name_bytes);
+
     const char* names = (const char*)image + names_start;
     const char* names_end = (const char*)image + data_start;
     for (uint32_t i = 0; i < count; i++) {
@@ -239,7 +242,23 @@ void reel_fs_open_image(reel_fs_pack* pack, const uint8_t* image, uint64_t size,
 
 void reel_fs_open_file(reel_fs_pack* pack, const char* path, xmemarena* arena)
 {
+    // The reasons go on a line of their own before the fatal message, which names only the
+    // operation that failed.
     uint64_t size = 0;
+    if (file_read_all(path, nullptr, &size) != 0)  // it has said why
+        crash_in("src/reel_fs", __LINE__, "reel_fs_open_file", "failed read \"%s\"\n", path);
+    if (size == 0) {
+        printf("pack \"%s\" is empty\n", path);
+        crash_in("src/reel_fs", __LINE__, "reel_fs_open_file", "failed read \"%s\"\n", path);
+    }
+    // the image is pushed 32-byte aligned, after padding to the next multiple of 32
+    const uint64_t padding = (0u - (uint64_t)(uintptr_t)(arena->base + arena->sp)) & 31u;
+    const uint64_t free = xmemarena_free_size(arena);
+    if (padding > free || size > free - padding) {
+        printf("pack \"%s\" of %llu bytes does not fit the %llu bytes left in \"%s\"\n", path,
+               (unsigned long long)size, (unsigned long long)free, arena->name);
+        xmemarena_push(arena, free + 1);  // ends with the arena's own message
+    }
     const uint8_t* image = (const uint8_t*)file_read_arena(path, arena, &size);
     if (!image || size == 0)
         crash_in("src/reel_fs", __LINE__, "reel_fs_open_file", "failed read \"%s\"\n", path);

@@ -21,6 +21,7 @@ struct reel_fs_pack {
     int32_t order;  // BYTE_ORDER_NATIVE or BYTE_ORDER_SWAPPED
     uint32_t count;
     reel_fs_entry* entries;
+    const char* name;  // the path or name it was opened under, for messages about its blocks; may be null
 };
 
 struct reel_fs_node {

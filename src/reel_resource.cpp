@@ -97,6 +97,10 @@ const uint8_t* reel_palette_animation_read(xmemarena* arena, reel_palette_animat
     const uint8_t* pixels = stream_cursor_bytes(cur, pixel_bytes, "palette animation pixels");
     // every palette takes at least its 4-byte head: checked before the array is allocated
     stream_cursor_need_array(cur, palette_count, 4, "palette animation palettes");
+    // the effect blits the image from rows of width bytes, which the 2D blits take in 4-byte words
+    if (width % 4 != 0)
+        reel_resource_fail(cur, __LINE__, "reel_palette_animation_read",
+                           "palette animation width %u is not a multiple of 4\n", width);
     animation->width = width;
     animation->height = height;
     animation->palette_count = palette_count;
@@ -342,6 +346,11 @@ uint8_t* reel_font_write(uint8_t* p, const reel_font* font, int32_t order)
 
 // ---- loading ----
 
+static const char* reel_resource_pack_name(const reel_fs_pack* pack)
+{
+    return pack->name ? pack->name : "a pack";
+}
+
 template <typename T>
 static T* reel_resource_push(xmemarena* arena)
 {
@@ -407,9 +416,11 @@ void* reel_load_resource(reel_engine* engine, const char* name, uint32_t kind)
 
     // the last opened pack first, so later packs override earlier ones
     const uint8_t* block = nullptr;
+    const reel_fs_pack* from = nullptr;
     uint32_t size = 0;
     for (uint32_t i = engine->pack_count; i-- > 0 && !block;)
-        block = reel_fs_find_file(&engine->packs[i], kind, name, &size);
+        if ((block = reel_fs_find_file(&engine->packs[i], kind, name, &size)))
+            from = &engine->packs[i];
     if (!block)
         crash_in("src/reel", __LINE__, "reel_load_resource", "could not find \"%s\" with kind %d in pak file!\n", name,
                  (int)kind);
@@ -421,11 +432,18 @@ void* reel_load_resource(reel_engine* engine, const char* name, uint32_t kind)
         blob->size = size;
         result = blob;
     } else if (kind == REEL_KIND_RAW) {
+        // Raw blocks are texts that their users read up to a NUL: one without a NUL inside the
+        // block would run on into the next block or past the pack's image.
+        if (!memchr(block, 0, size))
+            crash_in("src/reel", __LINE__, "reel_load_resource",
+                     "%s: resource \"%s\" (raw): text of %u bytes has no terminating NUL\n",
+                     reel_resource_pack_name(from), name, size);
         // handed out in place and writable: the greetings scene splits its text by writing NULs into it
         result = const_cast<uint8_t*>(block);
     } else if (kind < REEL_KIND_COUNT) {
         char label[192];
-        snprintf(label, sizeof(label), "resource \"%s\" (%s)", name, reel_kind_name(kind));
+        snprintf(label, sizeof(label), "%s: resource \"%s\" (%s)", reel_resource_pack_name(from), name,
+                 reel_kind_name(kind));
         stream_cursor cur;
         stream_cursor_init(&cur, block, size, order, label);
         // the block's own marker is skipped unread: pack 0's order decides, whatever it states

@@ -135,11 +135,20 @@ void ini_parse(char* text, const char* file_name, reel_ini_value_fn* on_value, r
     }
 }
 
+// Keys match a known key by prefix; one that is only a prefix is most likely a typo (palette for
+// palettes binds palette_animations), so it is reported the way unknown keys are, and bound.
+static void reel_ini_report_prefix(const char* key, uint32_t key_length, const char* known)
+{
+    if (strlen(known) != key_length)
+        printf("[%.*s] - only a prefix of [%s], bound as that key\n", (int)key_length, key, known);
+}
+
 static void reel_ini_on_value(const char* key, uint32_t key_length, const char* value, uint32_t value_length,
                               void* user)
 {
     auto* u = (reel_ini_user*)user;
     if (strncmp(key, "scene_name", key_length) == 0) {
+        reel_ini_report_prefix(key, key_length, "scene_name");
         auto* name = (char*)xmemarena_push(u->arena, value_length + 1);
         memcpy(name, value, value_length + 1);
         u->scene->name = name;
@@ -178,6 +187,8 @@ static void reel_ini_on_array_item(const char* key, uint32_t key_length, const c
     uint32_t which = 0;
     while (which < sizeof(keys) / sizeof(keys[0]) && strncmp(key, keys[which], key_length) != 0)
         which++;
+    if (index == 0 && which < sizeof(keys) / sizeof(keys[0]))
+        reel_ini_report_prefix(key, key_length, keys[which]);
     switch (which) {
     case 0:
         reel_ini_resource(&s->palette_animation_count, &s->palette_animations, item, index, count, u,
@@ -225,6 +236,40 @@ static const reel_scene_binding* reel_find_binding(const char* function)
     return nullptr;
 }
 
+// Each binding with what its count is checked against.
+struct reel_scene_need_field {
+    const char* name;
+    uint32_t reel_scene::*count;
+    uint8_t reel_scene_needs::*need;
+};
+
+static const reel_scene_need_field reel_scene_need_fields[] = {
+    {"integers", &reel_scene::integer_count, &reel_scene_needs::integers},
+    {"floats", &reel_scene::float_count, &reel_scene_needs::floats},
+    {"palettes", &reel_scene::palette_count, &reel_scene_needs::palettes},
+    {"rle_images", &reel_scene::rle_image_count, &reel_scene_needs::rle_images},
+    {"images", &reel_scene::image_count, &reel_scene_needs::images},
+    {"stencils", &reel_scene::stencil_count, &reel_scene_needs::stencils},
+    {"textures", &reel_scene::texture_count, &reel_scene_needs::textures},
+    {"palette_animations", &reel_scene::palette_animation_count, &reel_scene_needs::palette_animations},
+    {"madpacks", &reel_scene::madpack_count, &reel_scene_needs::madpacks},
+    {"colours", &reel_scene::colour_count, &reel_scene_needs::colours},
+    {"fonts", &reel_scene::font_count, &reel_scene_needs::fonts},
+    {"blobs", &reel_scene::blob_count, &reel_scene_needs::blobs},
+};
+
+// Before the scene's first call: every binding its run function reads holds enough entries.
+static void reel_check_needs(const reel_scene* scene, const reel_scene_binding* binding, const reel_sequence_row* row)
+{
+    for (const reel_scene_need_field& f : reel_scene_need_fields) {
+        const uint32_t need = binding->needs.*f.need, have = scene->*f.count;
+        if (have < need)
+            crash_in(REEL_LOAD_SOURCE, __LINE__, "reel_load_scene",
+                     "scene \"%s\" on line %d reads %u %s, it was given %u\n", binding->name, (int)row->line, need,
+                     f.name, have);
+    }
+}
+
 void reel_load_scene(reel_engine* engine, reel_scene* scene, reel_sequence_row* row)
 {
     if (scene->loaded)
@@ -256,6 +301,7 @@ void reel_load_scene(reel_engine* engine, reel_scene* scene, reel_sequence_row* 
         reel_parse_context ctx = {engine, row, engine->arena, engine->tmp_arena};
         binding->parse_args(scene, &ctx);
     }
+    reel_check_needs(scene, binding, row);
     if (!scene->name)
         scene->name = row->function;
     scene->first_update = 1;

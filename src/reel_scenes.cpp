@@ -4,6 +4,7 @@
 // sequence row binds to the first table row whose name begins with the row's function name.
 #include "reel_scenes.h"
 
+#include <climits>
 #include <cstring>
 
 #include "mad.h"
@@ -124,8 +125,12 @@ void scene_fade_out_music(reel_scene* scene, reel_run_context* ctx)
     if (!scene->ready)
         return;
     if (scene->first_update && ctx->pass == REEL_PASS_UPDATE) {
-        const int32_t position = music_global.music_position.load(std::memory_order_relaxed);
-        music_set_fade_start(position + scene->span - REEL_FADE_OUT_LEAD);
+        // in 64 bits: a span of hours and a late position may not fit the sum; the fade start is
+        // a music position, so it stays within what the clock can hold
+        const int64_t position = music_global.music_position.load(std::memory_order_relaxed);
+        const int64_t fade_start = position + scene->span - REEL_FADE_OUT_LEAD;
+        music_set_fade_start(
+            (int32_t)(fade_start < INT32_MIN ? INT32_MIN : fade_start > INT32_MAX ? INT32_MAX : fade_start));
     }
     if (scene->ending)
         ctx->engine->quit = 1;  // the host loop ends after this pass
@@ -147,9 +152,9 @@ void reel_madfx_validate(const reel_madfx* madfx)
 // ---- the table ----
 
 const reel_scene_binding reel_scene_table[] = {
-    {"load_sync", scene_load_sync, scene_load_sync_parse_args},
-    {"load_async", scene_load_async, scene_load_async_parse_args},
-    {"music_start", scene_music_start, scene_music_start_parse_args},
+    {"load_sync", scene_load_sync, scene_load_sync_parse_args, {.integers = 1}},
+    {"load_async", scene_load_async, scene_load_async_parse_args, {.integers = 1}},
+    {"music_start", scene_music_start, scene_music_start_parse_args, {.blobs = 1}},
     {"music_sync", scene_music_sync, scene_music_sync_parse_args},
     {"overlay_load_progress", scene_overlay_load_progress, nullptr},
     {"overlay_stencil_animation", scene_overlay_stencil_animation, nullptr},

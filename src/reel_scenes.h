@@ -1,4 +1,15 @@
 // Scene functions and their argument parsers, one pair per row of the scene table.
+//
+// A new scene's table row says, in its `needs`, how many entries of each binding its run
+// function reads: a scene that reads integers[0], integers[1] and textures[0] has the row
+// {"video_name", scene_video_name, scene_video_name_parse_args, {.integers = 2, .textures = 1}}.
+// A row bound through a scene description gets whatever the description lists (or nothing), so
+// loading checks these counts after the description or the argument parser has run and ends
+// with a message naming the scene, its line and the binding before the scene is first called;
+// run functions then index their bindings without checks. Resources come typed: a binding of
+// textures only ever holds textures (the resource cache is keyed by kind and name). Values
+// inside a binding (a colour index, a back buffer number) are still the scene's to check, once,
+// in its argument parser and its first load call.
 #pragma once
 
 #include "mad.h"

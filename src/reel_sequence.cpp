@@ -2,6 +2,7 @@
 // that name rows, barriers that hold later rows back, at most one music sync row) into a
 // reel_sequence whose times are all resolved to samples of the show clock. Runs once at start-up;
 // anything malformed ends the process with the line it was found on.
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -254,6 +255,13 @@ static void seq_resolve_row(const reel_sequence* seq, reel_sequence_row* row, co
                  "could not resolve start/end on line: %d in %s (bug? or are you doing something weird?)\n",
                  (int)row->line, file_name);
     row->load = seq_checked_sum((int64_t)row->start - seq_ms_to_samples(row->preload_ms), row, file_name);
+    // the sequencer and the scenes take end - start as a 32-bit span
+    const int64_t span = (int64_t)row->end - row->start;
+    if (span < INT32_MIN || span > INT32_MAX)
+        crash_in(SEQ_SOURCE, __LINE__, "reel_load_sequence",
+                 "the row on line %d in \"%s\" spans %lld samples from its start to its end, more than the show "
+                 "clock holds\n",
+                 (int)row->line, file_name, (long long)span);
 }
 
 // Ties the row's start to a music position: the script moves later, or the music starts later.

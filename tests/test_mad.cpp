@@ -160,6 +160,8 @@ struct tiny_fields {
     uint32_t sampler_count = 1, interpolation = MAD_INTERPOLATION_LINEAR, input_count = 2, output_count = 8;
     uint32_t channel_count = 1, channel_node = 1, channel_path = MAD_PATH_ROTATION, channel_sampler = 0;
     float second_time = 1;
+    uint32_t leaf_mesh = 0;      // 1: the skinned leaf draws the mesh too
+    std::vector<uint8_t> joints;  // four per vertex when present
     size_t vertices_at = 0, animation_name_at = 0;  // out: where the vertex block and the animation's name start
 };
 
@@ -177,7 +179,7 @@ std::vector<uint8_t> tiny_block(tiny_fields* f, int32_t order)
     w.text("leaf");
     w.u32({(uint32_t)f->leaf_children.size()});
     w.f32({2, 2, 2, 0, 0.6f, 0, 0.8f, 0, 0, -1});
-    w.u32({0, f->leaf_skin, f->leaf_camera});
+    w.u32({f->leaf_mesh, f->leaf_skin, f->leaf_camera});
     w.u32(f->leaf_children);
     w.u32({f->leaf_parent});
     w.text("bark");  // the image, then the material
@@ -185,8 +187,9 @@ std::vector<uint8_t> tiny_block(tiny_fields* f, int32_t order)
     w.f32({0.5f, 0.25f, 1, 1});
     w.u32({f->primitive_count});  // the mesh: one primitive of xyz only
     f->vertices_at = w.bytes.size();
-    w.u32({N3D_VERTICES_XYZ, f->vertex_count});
+    w.u32({N3D_VERTICES_XYZ | (f->joints.empty() ? 0u : (uint32_t)N3D_VERTICES_JOINTS), f->vertex_count});
     w.f32({0, 1, 2, 3, 4, 5, 6, 7, 8});
+    w.bytes.insert(w.bytes.end(), f->joints.begin(), f->joints.end());
     w.u32({f->primitive_material, f->joint_count, f->joint});  // the skin's joint: its inverse bind scales by 2
     w.f32({2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 1});
     w.u32({0});  // a perspective camera
@@ -365,6 +368,27 @@ TEST(mad_block_death, indices_out_of_range)
             {[](auto* f) { f->second_time = NAN; }, "key time 1 (nan) is before key time 0 (0)"},
         },
         "crash in mad_datapack_read at src/mad:[0-9]+\ntest.mad: .*");
+}
+
+// The skinned draw path indexes its node's skin with every vertex joint: a joint the skin does
+// not have is refused where the datapack is read. Joints of a mesh no skinned node draws are
+// never looked up.
+TEST(mad_block_death, vertex_joints_must_be_joints_of_the_skin_the_mesh_is_drawn_with)
+{
+    const std::vector<uint8_t> in_range(12, 0), joint_one = {0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0};
+    for (uint32_t leaf_mesh : {0u, 1u}) {
+        tiny_fields f;
+        f.leaf_mesh = leaf_mesh;
+        f.joints = leaf_mesh ? in_range : joint_one;  // the root draws it unskinned
+        test_arena a;
+        const mad_datapack d = read_block(&a.arena, tiny_block(&f, BYTE_ORDER_NATIVE), BYTE_ORDER_NATIVE);
+        EXPECT_EQ(d.meshes[0].primitives[0].vertices.joints[6], leaf_mesh ? 0 : 1);
+    }
+    expect_refused({{[joint_one](auto* f) { f->leaf_mesh = 1, f->joints = joint_one; },
+                     "node[1]: vertex 1 of primitive 0 uses joint 1, its skin has 1 joints"},
+                    {[](auto* f) { f->leaf_mesh = 1, f->joints = std::vector<uint8_t>(12, 255); },
+                     "node[1]: vertex 0 of primitive 0 uses joint 255, its skin has 1 joints"}},
+                   "crash in mad_datapack_read at src/mad:[0-9]+\ntest.mad: ");
 }
 
 TEST(mad_block_death, hierarchy_must_be_a_forest_whose_parents_and_children_agree)

@@ -244,6 +244,40 @@ std::pair<int, std::string> run_tool(const std::string& args)
 
 }  // namespace
 
+// The reason goes to standard output on a line before the fatal message; the children send
+// their standard output to standard error so that both can be matched.
+TEST(reel_fs_death, empty_and_oversized_packs_say_why_they_cannot_be_read)
+{
+    const std::string empty = temp_path("nothing.rpk"), big = temp_path("big.rpk");
+    write_text(empty, "");
+    write_text(big, std::string(100, 'x'));
+    reel_fs_pack pack;
+    test_reader r;
+    EXPECT_EXIT((dup2(2, 1), reel_fs_open_file(&pack, empty.c_str(), &r.arena)), testing::ExitedWithCode(1),
+                "^pack \".*nothing.rpk\" is empty\ncrash in reel_fs_open_file at src/reel_fs:[0-9]+\n"
+                "failed read \".*nothing.rpk\"\n$");
+    alignas(32) static uint8_t small_memory[128];
+    // 128 bytes left; 99; 108, which hold the pack but not the 12 bytes that align it to 32 first
+    for (uint64_t used : {0, 29, 20}) {
+        xmemarena small;
+        xmemarena_init(&small, "small_arena", sizeof(small_memory), small_memory);
+        xmemarena_push(&small, used);
+        const uint64_t left = sizeof(small_memory) - used;
+        if (left >= 100 + (32 - used % 32) % 32) {
+            reel_fs_pack fits;
+            EXPECT_EXIT((reel_fs_open_file(&fits, big.c_str(), &small), exit(0)), testing::ExitedWithCode(1),
+                        "not a pack file")
+                << "a pack that fits reaches the reader";
+            continue;
+        }
+        EXPECT_EXIT((dup2(2, 1), reel_fs_open_file(&pack, big.c_str(), &small)), testing::ExitedWithCode(1),
+                    "^pack \".*big.rpk\" of 100 bytes does not fit the " + std::to_string(left) +
+                        " bytes left in \"small_arena\"\n.*\ncrash in xmemarena_push at src/memarena:[0-9]+\n"
+                        "arena is out of mem\n$")
+            << used;
+    }
+}
+
 TEST(reel_pack_tool, builds_and_lists_a_pack_from_a_manifest)
 {
     ASSERT_TRUE(std::filesystem::exists(tool_path())) << "build the reel_pack target first";

@@ -192,11 +192,11 @@ TEST(reel_resource, every_kind_loads_and_writes_back_in_both_orders)
         SCOPED_TRACE(order);
         uint32_t mask_bits[4] = {0x80000000u, 0x80000001u, 0x80000000u, 0};  // (0,0), (32,0), (63,0), (0,1)
         const n3d_coverage_buffer mask = {mask_bits, 64, 2};
-        uint8_t pixels[6 * 5], entries[3][8] = {{1, 2, 3, 4, 5, 6, 7, 8}, {9, 10, 11, 12}, {}};
+        uint8_t pixels[8 * 5], entries[3][8] = {{1, 2, 3, 4, 5, 6, 7, 8}, {9, 10, 11, 12}, {}};
         for (uint32_t i = 0; i < sizeof(pixels); i++)
             pixels[i] = (uint8_t)(i * 13);
         reel_palette palettes[3] = {{0, 2, entries[0]}, {255, 1, entries[1]}, {7, 0, nullptr}};
-        const reel_palette_animation animation = {6, 5, 3, pixels, palettes};
+        const reel_palette_animation animation = {8, 5, 3, pixels, palettes};  // rows of whole 4-byte words
         const uint8_t runs[] = {0, 3, 5, 1, 7};  // 4 x 2: an empty row, then colours 5, 5, 5 and 7
         const reel_rle_image rle = {4, 2, sizeof(runs), runs};
         texture_storage ts(3, 2);
@@ -293,6 +293,8 @@ TEST(reel_resource_death, missing_names_unknown_kinds_and_damaged_blocks)
         {2, block(n, {}, {2, 0, 2, 0, 0, 0}), "palette animation without palettes"},
         {2, block(n, {}, {255, 255, 255, 255, 1, 0}), "truncated palette animation pixels: needs 4294836225 bytes"},
         {2, block(n, {}, {1, 0, 1, 0, 255, 255, 9}), "truncated palette animation palettes: 65535 entries"},
+        {2, block(n, {}, {6, 0, 1, 0, 1, 0, 1, 2, 3, 4, 5, 6, 0, 0, 0, 0}),
+         "resource \"bad\" \\(palette_animation\\): palette animation width 6 is not a multiple of 4"},
         {4, block(n, {4, 1, 4}, {3, 5, 3, 5}), "row 0: runs cover 6 pixels of a 4-pixel row"},
         {4, block(n, {4, 1, 2}, {129, 4}), "row 0: bad run \\(129, 4\\) at data offset 0"},
         {4, block(n, {4, 2, 3}, {0, 3, 1}), "row 1: run at data offset 3 is cut off"},
@@ -307,6 +309,7 @@ TEST(reel_resource_death, missing_names_unknown_kinds_and_damaged_blocks)
         {7, nan_advance, "glyph 0: glyph advance -?nan is not a finite value"},
         {7, resource_file(&fs.font, n, reel_font_write_size, reel_font_write), "glyph 1: stencil of 32 x 2 does not cover its 2 x 3"},
         {0, block(n, {33, 1, 0}), "resource \"bad\" \\(stencil\\): coverage width 33 is not a multiple of 32"},
+        {9, bytes{'a', ',', 'b', '\n'}, "pak.rpk: resource \"bad\" \\(raw\\): text of 4 bytes has no terminating NUL"},
     };
     for (const auto& c : cases) {
         test_engine bad;

@@ -30,6 +30,16 @@ const reel_scene_binding* table_row(const char* name)
     return nullptr;
 }
 
+// Counts as large as the scene's table row asks for, as if a description had bound them (the
+// entries themselves are not read by loading).
+void grant_needs(reel_scene* s, const reel_scene_needs& n)
+{
+    s->integer_count = n.integers, s->float_count = n.floats, s->palette_count = n.palettes;
+    s->rle_image_count = n.rle_images, s->image_count = n.images, s->stencil_count = n.stencils;
+    s->texture_count = n.textures, s->palette_animation_count = n.palette_animations;
+    s->madpack_count = n.madpacks, s->colour_count = n.colours, s->font_count = n.fonts, s->blob_count = n.blobs;
+}
+
 // What ini_parse hands to its callbacks, checked for the NUL it promises while the call lasts.
 struct ini_record {
     std::vector<std::string> calls;
@@ -81,6 +91,7 @@ TEST(reel_scene_load, a_row_binds_to_the_first_table_row_its_function_name_begin
             continue;  // the table gains its effect rows as they are built
         scene_engine f;
         reel_sequence_row r = script_row(c.function, nullptr);
+        grant_needs(&f.scene, expected->needs);
         reel_load_scene(&f.engine, &f.scene, &r);
         EXPECT_EQ(f.scene.run, expected->run) << c.function;
         EXPECT_STREQ(f.scene.name, c.function);
@@ -152,7 +163,8 @@ TEST(reel_scene_load, a_description_binds_names_numbers_and_resources)
     testing::internal::CaptureStdout();
     reel_load_scene(&f.engine, &f.scene, &r);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "[speed]=[fast] - unhandled key value pair?\n[colors][0/1]=[red] - unhandled key array?\n");
+              "[speed]=[fast] - unhandled key value pair?\n[colors][0/1]=[red] - unhandled key array?\n"
+              "[pal] - only a prefix of [palette_animations], bound as that key\n");
 
     EXPECT_STREQ(f.scene.name, "tunnel_a");
     ASSERT_EQ(f.scene.texture_count, 2u);

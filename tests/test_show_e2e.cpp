@@ -157,7 +157,20 @@ TEST(show_e2e, a_show_without_a_script_says_so)
     EXPECT_NE(out.find("failed open \"sequence.csv\"\n"), std::string::npos) << out;
 }
 
+TEST(show_e2e, capture_help_exits_0_and_wrong_arguments_exit_2)
+{
+    std::string out;
+    EXPECT_EQ(run(tools + "/reel_capture --help", &out), 0);
+    EXPECT_EQ(out.rfind("usage: reel_capture", 0), 0u) << out;
+    EXPECT_EQ(run(tools + "/reel_capture --frames", &out), 2);
+    EXPECT_EQ(run(tools + "/reel_capture --png-every 2 --colour", &out), 2);
+    EXPECT_NE(out.find("reel_capture: unknown option \"--colour\"\nusage:"), std::string::npos) << out;
+}
+
 #ifdef REEL_SHOW_DIR
+#include <algorithm>
+#include <cstring>
+
 #include "bitmap.h"
 
 // The show of this repository, as the build packs it, played to its end.
@@ -201,6 +214,141 @@ TEST(show_e2e, the_show_plays_to_its_end_with_moving_pictures_and_music)
     for (size_t i = 44; i + 1 < wav.size(); i += 2)
         energy += std::abs((int32_t)(int16_t)(wav[i] | wav[i + 1] << 8));
     EXPECT_GT(energy / ((int64_t)wav.size() / 2), 200) << "the music should be audible";
+}
+
+// ---- what edits of the show's script and damage to its packs may do ----
+
+// The show's texts from show/ (one line changed), packed into a pak0 of the case's own; its
+// pictures and music packs as the build made them. The edited line's number is returned.
+static int edited_show(const std::string& dir, const char* file, const std::string& line, const std::string& edit)
+{
+    const std::string source = std::string(REEL_SHOW_DIR) + "/show/";
+    int edited_line = 0;
+    for (const char* name : {"sequence.csv", "intro.ini", "greetings.ini", "pak0.manifest"}) {
+        const std::vector<uint8_t> bytes = read_file(source + name);
+        std::istringstream in(std::string(bytes.begin(), bytes.end()));
+        std::string text, l;
+        for (int n = 1; std::getline(in, l); n++) {
+            if (!strcmp(name, file) && l == line)
+                edited_line = n, l = edit;
+            text += l + "\n";
+        }
+        write_file(dir + "/" + name, text);
+    }
+    EXPECT_NE(edited_line, 0) << "no line \"" << line << "\" in show/" << file;
+    std::string out;
+    EXPECT_EQ(run("cd '" + dir + "' && " + tools + "/reel_pack pak0.manifest assets/reel/le/pak0.rpk", &out), 0) << out;
+    for (const char* pack : {"pak1.rpk", "pak2.rpk"})
+        std::system(("cp '" REEL_SHOW_DIR "/assets/reel/le/" + std::string(pack) + "' '" + dir + "/assets/reel/le/'")
+                        .c_str());
+    return edited_line;
+}
+
+// reel_capture in dir; a sanitizer's report exits with 86, not with the 1 of the fatal path.
+static int capture(const std::string& dir, const std::string& arguments, std::string* out)
+{
+    return run("cd '" + dir + "' && ASAN_OPTIONS=\"${ASAN_OPTIONS:+$ASAN_OPTIONS:}exitcode=86\" "
+               "UBSAN_OPTIONS=\"${UBSAN_OPTIONS:+$UBSAN_OPTIONS:}exitcode=86\" " + tools + "/reel_capture " + arguments,
+               out);
+}
+
+TEST(show_e2e, one_line_edits_of_the_script_end_with_a_message_and_never_a_crash)
+{
+    const std::string intro_bytes = std::to_string(read_file(REEL_SHOW_DIR "/show/intro.ini").size());
+    const struct {
+        const char* file;
+        const char* line;
+        const char* edit;
+        const char* frames;  // "" plays until the capture stops by itself
+        int status;
+        std::vector<std::string> messages;  // %d: the edited line's number
+    } cases[] = {
+        // a name loaded as one kind is not handed out as another
+        {"sequence.csv", "abs,,0,0,abs,,100,overlay_clut_set,@intro.ini", "abs,,0,0,abs,,100,overlay_clut_set,rings",
+         "30", 1, {"could not find \"rings\" with kind 3 in pak file!\n"}},
+        {"sequence.csv", "abs,,0,0,abs,,100,overlay_clut_set,@intro.ini",
+         "abs,,0,0,abs,,100,overlay_clut_set,sequence.csv", "30", 1,
+         {"could not find \"sequence.csv\" with kind 3 in pak file!\n"}},
+        // a key that only begins a known key is reported, and bound as that key
+        {"intro.ini", "palettes = [ base ]", "palette = [ base ]", "30", 1,
+         {"[palette] - only a prefix of [palette_animations], bound as that key\n",
+          "could not find \"base\" with kind 2 in pak file!\n"}},
+        // control scenes bound through a description get no values they read
+        {"sequence.csv", "abs,,0,0,abs,,34000,music_start,music", "abs,,0,0,abs,,34000,music_start,@intro.ini", "30",
+         1, {"scene \"music_start\" on line %d reads 1 blobs, it was given 0\n"}},
+        {"sequence.csv", "abs,,0,0,abs,,100,load_sync,end", "abs,,0,0,abs,,100,load_sync,@intro.ini", "30", 1,
+         {"scene \"load_sync\" on line %d reads 1 integers, it was given 0\n"}},
+        // a text packed without its NUL
+        {"pak0.manifest", "raw           intro.ini       intro.ini       1", "raw intro.ini intro.ini 0", "30", 1,
+         {"assets/reel/le/pak0.rpk: resource \"intro.ini\" (raw): text of " + intro_bytes +
+          " bytes has no terminating NUL\n"}},
+        // spans of the 32-bit clock: (97391548 x 22050) / 1000 = 2147483633 samples either way
+        {"sequence.csv", "abs,,0,0,abs,,100,overlay_clear,0", "abs,,-97391548,0,abs,,97391548,overlay_clear,0", "30",
+         1,
+         {"the row on line %d in \"sequence.csv\" spans 4294967266 samples from its start to its end, more than the "
+          "show clock holds\n"}},
+        {"sequence.csv", "abs,,30000,0,abs,,34000,fade_out_music", "abs,,-1000,0,abs,,97391548,fade_out_music", "30",
+         1,
+         {"the row on line %d in \"sequence.csv\" spans 2147505683 samples from its start to its end, more than the "
+          "show clock holds\n"}},
+        {"sequence.csv", "abs,,0,0,abs,,100,overlay_clear,0", "abs,,0,0,abs,,97391549,overlay_clear,0", "30", 1,
+         {"time 97391549 ms on line %d in \"sequence.csv\" is out of range (at most 97391548 ms either way)\n"}},
+        // without a fade_out_music row the capture still ends, and says why
+        {"sequence.csv", "abs,,30000,0,abs,,34000,fade_out_music", "abs,,30000,0,abs,,34000,overlay_clear,0", "", 0,
+         {"capture stops: every row of the script has ended and the music has run out\n"}},
+        {"sequence.csv", "abs,,0,0,abs,,34000,music_start,music", "abs,,0,0,abs,,34000,overlay_clear,0", "", 0,
+         {"capture stops: the script started no music, so the show clock cannot move\n"}},
+    };
+    int n = 0;
+    for (const auto& c : cases) {
+        const std::string dir = e2e_dir(("edit_" + std::to_string(n++)).c_str());
+        const int line = edited_show(dir, c.file, c.line, c.edit);
+        std::string out;
+        const int status = capture(dir, *c.frames ? std::string("--frames ") + c.frames : "", &out);
+        EXPECT_EQ(status, c.status) << c.edit << "\n" << out;
+        for (const std::string& m : c.messages) {
+            char expected[512];
+            snprintf(expected, sizeof(expected), m.c_str(), line);
+            EXPECT_NE(out.find(expected), std::string::npos) << c.edit << "\nexpected: " << expected << "\n" << out;
+        }
+    }
+}
+
+// The show's own packs truncated or with a byte flipped at chosen offsets: the header, the first
+// entry's kind, offset and size, its name, the first block, the middle and the end of each. Every run ends normally or through
+// the fatal path with its message, never by a signal or a sanitizer's report.
+TEST(show_e2e, damaged_packs_end_the_show_with_a_message_or_not_at_all)
+{
+    for (int pack = 0; pack < 3; pack++) {
+        const std::string name = "pak" + std::to_string(pack) + ".rpk";
+        const std::vector<uint8_t> original = read_file(REEL_SHOW_DIR "/assets/reel/le/" + name);
+        ASSERT_GT(original.size(), 64u);
+        const uint32_t first_block = original[16] | original[17] << 8 | original[18] << 16 | (uint32_t)original[19] << 24;
+        const size_t size = original.size();
+        const size_t truncations[] = {0, 3, 23, first_block + 6u, size / 2, size - 1};
+        const size_t flips[] = {0, 4, 12, 16, 20, 27, first_block + 2u};
+        std::vector<std::vector<uint8_t>> damaged;
+        for (size_t t : truncations)
+            damaged.emplace_back(original.begin(), original.begin() + (long)std::min(t, size));
+        for (size_t f : flips) {
+            damaged.push_back(original);
+            damaged.back()[std::min(f, size - 1)] ^= 0xA5;
+        }
+        for (size_t i = 0; i < damaged.size(); i++) {
+            const std::string dir = e2e_dir(("damaged_" + std::to_string(pack) + "_" + std::to_string(i)).c_str());
+            for (const char* p : {"pak0.rpk", "pak1.rpk", "pak2.rpk"})
+                std::system(("cp '" REEL_SHOW_DIR "/assets/reel/le/" + std::string(p) + "' '" + dir +
+                             "/assets/reel/le/'").c_str());
+            write_file(dir + "/assets/reel/le/" + name, std::string(damaged[i].begin(), damaged[i].end()));
+            std::string out;
+            const int status = capture(dir, "--frames 20", &out);
+            SCOPED_TRACE(name + (i < std::size(truncations) ? " truncated" : " flipped") + " case " + std::to_string(i));
+            ASSERT_TRUE(status == 0 || status == 1) << "status " << status << "\n" << out;
+            if (status == 1) {  // the fatal path says what it refused
+                EXPECT_NE(out.find_last_not_of('\n'), std::string::npos);
+            }
+        }
+    }
 }
 #endif
 

@@ -38,18 +38,20 @@ struct capture_options {
 
 [[noreturn]] void capture_usage(const char* why)
 {
+    // --help: to standard output, status 0; a wrong argument: to standard error, status 2
+    FILE* out = why ? stderr : stdout;
     if (why)
         fprintf(stderr, "reel_capture: %s\n", why);
-    fprintf(stderr,
+    fprintf(out,
             "usage: reel_capture [--frames N] [--png-every K] [--png-at F]... [--out DIR] [--wav FILE] [--stats]\n"
             "  plays the show of assets/reel/le/ headless, 60 frames per second of music\n"
-            "  --frames N     stop after N frames (otherwise when the show ends)\n"
+            "  --frames N     stop after N frames (otherwise when the show ends or nothing more can happen)\n"
             "  --png-every K  write every K-th frame's 640 x 480 composition as OUT/frame_NNNNNN.png\n"
             "  --png-at F     write frame F (frames count from 0; may be repeated)\n"
             "  --out DIR      folder for the PNG frames (default: the current folder)\n"
             "  --wav FILE     write the mixed music (22,050 Hz, 16-bit stereo)\n"
             "  --stats        print the engine's statistics, the per-pass cost and the arenas' use\n");
-    exit(1);
+    exit(why ? 2 : 0);
 }
 
 uint64_t capture_number(const char* option, const char* text)
@@ -162,6 +164,28 @@ void capture_save_png(const uint32_t* rgba, uint64_t frame, const char* out_dir,
     xmemarena_set_sp(tmp, mark);
 }
 
+// Without --frames the capture ends with the show: when the show quits (its fade_out_music row
+// has ended), or once nothing more can happen, which the live program does not look for (it
+// keeps running until the viewer quits): the clock is past the end of every row and the music
+// has run out, or no music was started after a whole frame of sequencer passes, so the clock
+// stays where it is. Null while the show goes on, else why it is over.
+const char* capture_show_over(bool sequenced_whole_frame)
+{
+    const reel_engine* e = &demosys_global.engine;
+    if (!e->init_done || !sequenced_whole_frame)
+        return nullptr;
+    if (!music_global.started.load(std::memory_order_relaxed))
+        return "the script started no music, so the show clock cannot move";
+    const int64_t c = music_sample_counter();
+    const int64_t played = c - music_global.lead_in.load(std::memory_order_relaxed);
+    if (played < (int64_t)music_global.length.load(std::memory_order_relaxed))
+        return nullptr;
+    for (uint32_t i = 0; i < e->sequence.row_count; i++)
+        if (c <= e->sequence.rows[i].end)
+            return nullptr;
+    return "every row of the script has ended and the music has run out";
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -209,6 +233,7 @@ int main(int argc, char** argv)
                 capture_write_u16(wav, (uint16_t)samples[i]);
             wav_bytes += n * 4;
         }
+        const bool sequenced = demosys_global.engine.init_done != 0;  // both passes of this frame run the script
         demosys_update(&demosys_global, &display, keys, nullptr);
         demosys_render(&demosys_global, &display, keys, nullptr);
         display_flip(&display);
@@ -218,6 +243,11 @@ int main(int argc, char** argv)
         frame++;
         if (demosys_global.quit)
             break;
+        const char* over = opt.frames ? nullptr : capture_show_over(sequenced);
+        if (over) {
+            printf("capture stops: %s\n", over);
+            break;
+        }
     }
     if (wav) {
         fseek(wav, 0, SEEK_SET);

@@ -62,8 +62,11 @@ static inline const uint8_t* fuzz_shifted_copy(const uint8_t* data, size_t size)
     return previous + 1;
 }
 
+// A target with more to set up defines FUZZ_OWN_INITIALIZE and calls fuzz_init from its own.
+#ifndef FUZZ_OWN_INITIALIZE
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 {
     fuzz_init();
     return 0;
 }
+#endif

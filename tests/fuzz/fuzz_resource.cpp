@@ -31,7 +31,7 @@ static void fuzz_resource_load(const uint8_t* data, size_t size)
 
     xmemarena* arena = &fuzz_global.arena;
     reel_fs_entry entry = {0, (uint16_t)kind, 5, 0, block_size, "fuzz", block};
-    reel_fs_pack pack = {order, 1, &entry};
+    reel_fs_pack pack = {order, 1, &entry, "fuzz.rpk"};
     memset(&fuzz_engine, 0, sizeof(fuzz_engine));
     fuzz_engine.tmp_arena = xmemarena_push_arena(arena, "reel_tmp_arena", 1u << 16);
     fuzz_engine.arena = arena;

@@ -1,6 +1,8 @@
 // libFuzzer target for the sequence loader: the input is the script's text. Every script the
 // loader accepts must come out consistent: rows in file order within the table the text's line
 // feeds bound, load times preload ahead of starts, labels and barriers pointing at real rows.
+#include <climits>
+
 #include "fuzz_harness.h"
 #include "reel.h"
 
@@ -33,6 +35,8 @@ static void fuzz_sequence_read(const uint8_t* data, size_t size)
         fuzz_expect((int64_t)row.load == (int64_t)row.start - (int64_t)row.preload_ms * REEL_SAMPLES_PER_SECOND / 1000,
                     "load time is not the preload ahead of the start");
         fuzz_expect(!(row.flags & ~SEQ_ROW_BARRIER_AFTER), "unknown row flag");
+        const int64_t span = (int64_t)row.end - row.start;
+        fuzz_expect(span >= INT32_MIN && span <= INT32_MAX, "a row's span does not fit the 32-bit clock");
     }
     for (uint32_t i = 0; i < seq.label_count; i++)
         fuzz_expect(seq.labels[i].name[0] && seq.labels[i].row <= seq.row_count, "label names no row");

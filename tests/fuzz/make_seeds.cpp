@@ -3,7 +3,7 @@
 // <folder>/coverage; and sequence and scene-description texts into <folder>/sequence and
 // <folder>/ini; packs made by the pack writer into <folder>/pack; and resource blocks behind a
 // kind byte into <folder>/resource; datapacks into <folder>/mad; glTF models (text and binary)
-// into <folder>/gltf.
+// into <folder>/gltf; scripts with their scene descriptions into <folder>/scenes.
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -267,6 +267,65 @@ static void seeds_resources(int32_t order)
     seeds_resource(REEL_KIND_RAW, "raw", {'a', ',', 'b', '\n', 0}, order);
 }
 
+// ---- scripts played by the engine ----
+
+// The step byte, then the script and up to three descriptions, each with its NUL, separated by
+// the record separator (fuzz_scenes.cpp reads them into a pack as "sequence.csv", "a.ini",
+// "b.ini" and "c.ini").
+static void seeds_scenes(const char* name, uint8_t step, const std::vector<std::string>& texts)
+{
+    std::filesystem::create_directories(seeds_folder + "/scenes");
+    std::vector<uint8_t> input(1, step);
+    for (size_t i = 0; i < texts.size(); i++) {
+        if (i)
+            input.push_back(0x1E);
+        input.insert(input.end(), texts[i].begin(), texts[i].end());
+        input.push_back(0);
+    }
+    seeds_bytes(seeds_folder + "/scenes/" + name, input);
+}
+
+static void seeds_scene_scripts()
+{
+    const std::string header = "start mode,start ref,start ms,preload ms,end mode,end ref,end ms,function,args\n";
+    seeds_scenes("show", 5,
+                 {header + "abs,,0,0,abs,,100,load_sync,end\n"
+                           "abs,,0,0,abs,,3000,music_start,music\n"
+                           "abs,,0,0,abs,,100,video_clut_reset\n"
+                           "abs,,0,0,abs,,100,video_clear,10,14,48\n"
+                           "abs,,0,0,abs,,100,overlay_clear,0\n"
+                           "abs,,0,0,abs,,100,overlay_clut_set,@a.ini\n"
+                           "abs,,0,0,abs,,100,overlay_backbuffer_clear,1,0\n"
+                           "intro:\n"
+                           "abs,,0,0,abs,,1200,overlay_palette_animation,0,rings,0,8\n"
+                           "abs,,400,0,abs,,2800,overlay_clut_set1_pulsate,200,0.25,2,40,40,60,255,255,255\n"
+                           "relend,intro,0,200,relstart,me,1600,overlay_palette_animation,1,plasma,3,8\n"
+                           "barrier,prev_completed\n"
+                           "abs,,1200,0,abs,,2000,video_clut_fade_to_color,0,256,120,40,200\n"
+                           "abs,,2000,0,abs,,2800,overlay_clut_fade_to_color,1,64,255,255,255\n"
+                           "abs,,2000,0,abs,,3000,fade_out_music\n"
+                           "end:\n",
+                  "scene_name = intro_colours\npalettes = [ base ]\n"});
+    seeds_scenes("descriptions", 3,
+                 {header + "abs,,0,0,abs,,500,load_async,later\n"
+                           "abs,,0,0,abs,,2000,music_start,music\n"
+                           "abs,,0,100,abs,,800,overlay_palette_animation,@b.ini\n"
+                           "abs,,0,0,abs,,800,overlay_clear,@c.ini\n"
+                           "later:\n"
+                           "abs,,100,0,relstart,me,900,overlay_clut_set,rings\n"
+                           "abs,,200,0,abs,,1000,video_clear,@a.ini\n"
+                           "abs,,300,0,abs,,400,music_sync,8820\n",
+                  "integers = [ 1 2 3 ]\nfloats = [ 0.5 ]\n",
+                  "integers = [ 2 3 ]\nfloats = [ 4 ]\npalette_animations = [ rings ]\n",
+                  "scene_name = tune\nintegers = [ 3 ]\nblobs = [ music ]\nstencils = [ mask ]\nrle_images = [ logo ]\n"});
+    seeds_scenes("short_spans", 7,
+                 {header + "abs,,0,0,abs,,0,overlay_clear,7\n"
+                           "relend,prev,-5,0,relend,prev,-1,video_clut_reset\n"
+                           "abs,,10,-20,abs,,5,overlay_backbuffer_clear,2,255\n"
+                           "abs,,0,0,abs,,2000,music_start,music\n"
+                           "relend,me,-10,0,abs,,50,overlay_clut_set,base\n"});
+}
+
 int main(int argc, char** argv)
 {
     if (argc != 2) {
@@ -335,5 +394,6 @@ int main(int argc, char** argv)
     std::filesystem::create_directories(seeds_folder + "/gltf");
     seeds_bytes(seeds_folder + "/gltf/sample.gltf", gltf_sample_model(0));
     seeds_bytes(seeds_folder + "/gltf/sample.glb", gltf_sample_model(1));
+    seeds_scene_scripts();
     return 0;
 }
