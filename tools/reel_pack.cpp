@@ -16,6 +16,7 @@
 #include "n3d_io.h"
 #include "reel_fs.h"
 #include "reel_resource.h"
+#include "tool.h"
 
 constexpr uint32_t PACK_MAX_EXTRA_BYTES = 0x7FFFFFFF;
 constexpr uint32_t PACK_MAX_NAME_BYTES = 65534;  // the entry stores the length with its NUL in 16 bits
@@ -35,20 +36,18 @@ struct pack_manifest {
     pack_manifest_entry* entries;
 };
 
-static int pack_usage()
-{
-    fprintf(stderr,
-            "usage: reel_pack [--swapped] MANIFEST OUT.rpk\n"
-            "       reel_pack --list PACK\n"
-            "Builds a pack from MANIFEST, in this machine's byte order or, with --swapped, in the other one;\n"
-            "--list prints a pack's directory: index, kind, name, offset and size of every entry.\n"
-            "A manifest line is  KIND NAME PATH [EXTRA_BYTES]  separated by spaces or tabs, where KIND is a\n"
-            "number from 0 to 9 or one of stencil, texture, palette_animation, palette, rle_image, image,\n"
-            "madpack, font, blob, raw; PATH is relative to the manifest's folder; EXTRA_BYTES zero bytes\n"
-            "(default 0) follow the file's contents. Blank lines and everything from a field starting\n"
-            "with # to the end of the line are ignored. Names and paths cannot contain spaces.\n");
-    return 1;
-}
+static const char PACK_USAGE[] =
+    "usage: reel_pack [--swapped] MANIFEST OUT.rpk\n"
+    "       reel_pack --list PACK\n"
+    "Builds a pack from MANIFEST, in this machine's byte order or, with --swapped, in the other one;\n"
+    "--list prints a pack's directory: index, kind, name, offset and size of every entry.\n"
+    "A manifest line is  KIND NAME PATH [EXTRA_BYTES]  separated by spaces or tabs, where KIND is a\n"
+    "number from 0 to 9 or one of stencil, texture, palette_animation, palette, rle_image, image,\n"
+    "madpack, font, blob, raw; PATH is relative to the manifest's folder; EXTRA_BYTES zero bytes\n"
+    "(default 0) follow the file's contents. Blank lines and everything from a field starting\n"
+    "with # to the end of the line are ignored. Names and paths cannot contain spaces.\n";
+
+static const tool_info PACK_TOOL = {"reel_pack", PACK_USAGE};
 
 [[noreturn]] static void pack_manifest_fail(const pack_manifest* m, uint32_t line, const char* fmt, ...)
     DIAG_PRINTF(3, 4);
@@ -116,8 +115,7 @@ static void pack_read_manifest(pack_manifest* m, xmemarena* arena)
 {
     char* text = file_read_text(m->path, arena);
     if (!text) {
-        fprintf(stderr, "reel_pack: cannot read manifest \"%s\"\n", m->path);
-        exit(1);
+        tool_fail("cannot read manifest \"%s\" (the reason is above)", m->path);
     }
     uint32_t lines = 1;
     for (const char* c = text; *c; c++)
@@ -177,19 +175,15 @@ static void pack_read_manifest(pack_manifest* m, xmemarena* arena)
 static int pack_build(const char* manifest_path, const char* out_path, int32_t order)
 {
     uint64_t manifest_size = 0;
-    if (file_read_all(manifest_path, nullptr, &manifest_size)) {
-        fprintf(stderr, "reel_pack: cannot read manifest \"%s\"\n", manifest_path);
-        return 1;
-    }
+    if (file_read_all(manifest_path, nullptr, &manifest_size))
+        tool_fail("cannot read manifest \"%s\" (the reason is above)", manifest_path);
     // text, one entry record and one joined path per possible line
     const uint64_t lines = manifest_size + 1;
     const uint64_t meta_bytes = 2 * manifest_size + 64 + lines * (sizeof(pack_manifest_entry) + 16) +
                                 lines * (strlen(manifest_path) + 2);
     void* meta_memory = malloc(meta_bytes);
-    if (!meta_memory) {
-        fprintf(stderr, "reel_pack: cannot take %llu bytes for the manifest\n", (unsigned long long)meta_bytes);
-        return 1;
-    }
+    if (!meta_memory)
+        tool_fail("cannot take %llu bytes for the manifest", (unsigned long long)meta_bytes);
     xmemarena meta;
     xmemarena_init(&meta, "manifest_arena", meta_bytes, meta_memory);
     pack_manifest m = {manifest_path, 0, nullptr};
@@ -201,10 +195,8 @@ static int pack_build(const char* manifest_path, const char* out_path, int32_t o
         pack_bytes += m.entries[i].file_size + m.entries[i].extra_bytes + sizeof(reel_fs_node) + 64 +
                       2 * (strlen(m.entries[i].name) + 1) + 24;
     void* pack_memory = malloc(pack_bytes);
-    if (!pack_memory) {
-        fprintf(stderr, "reel_pack: cannot take %llu bytes for the pack\n", (unsigned long long)pack_bytes);
-        return 1;
-    }
+    if (!pack_memory)
+        tool_fail("cannot take %llu bytes for the pack", (unsigned long long)pack_bytes);
     xmemarena arena;
     xmemarena_init(&arena, "pack_arena", pack_bytes, pack_memory);
     reel_fs_writer writer;
@@ -213,12 +205,14 @@ static int pack_build(const char* manifest_path, const char* out_path, int32_t o
         const pack_manifest_entry* e = &m.entries[i];
         reel_fs_pack_add_file(&writer, &arena, e->kind, e->extra_bytes, e->name, e->path);
     }
-    if (reel_fs_pack_end(&writer, out_path, &arena) != 0) {
-        fprintf(stderr, "reel_pack: failed to close \"%s\"\n", out_path);
-        return 1;
-    }
+    // written under a temporary name: a failed write leaves no broken pack behind
+    tool_output out;
+    tool_output_begin(&out, out_path);
+    if (reel_fs_pack_end(&writer, out.temp, &arena) != 0)
+        tool_fail("cannot write \"%s\": %s", out_path, strerror(errno));
     uint64_t written = 0;
-    file_read_all(out_path, nullptr, &written);
+    file_read_all(out.temp, nullptr, &written);
+    tool_output_commit(&out);
     printf("wrote \"%s\": %u entries, %llu bytes, %s byte order\n", out_path, m.count, (unsigned long long)written,
            order == BYTE_ORDER_NATIVE ? "native" : "swapped");
     free(pack_memory);
@@ -229,17 +223,13 @@ static int pack_build(const char* manifest_path, const char* out_path, int32_t o
 static int pack_list(const char* path)
 {
     uint64_t size = 0;
-    if (file_read_all(path, nullptr, &size)) {
-        fprintf(stderr, "reel_pack: cannot read \"%s\"\n", path);
-        return 1;
-    }
+    if (file_read_all(path, nullptr, &size))
+        tool_fail("cannot read \"%s\" (the reason is above)", path);
     // the image, and at most one directory entry per 16 bytes and names no longer than the file
     const uint64_t bytes = 2 * size + (size / 16 + 1) * sizeof(reel_fs_entry) + 256;
     void* memory = malloc(bytes);
-    if (!memory) {
-        fprintf(stderr, "reel_pack: cannot take %llu bytes for \"%s\"\n", (unsigned long long)bytes, path);
-        return 1;
-    }
+    if (!memory)
+        tool_fail("cannot take %llu bytes for \"%s\"", (unsigned long long)bytes, path);
     xmemarena arena;
     xmemarena_init(&arena, "pack_arena", bytes, memory);
     reel_fs_pack pack;
@@ -266,11 +256,12 @@ static int pack_list(const char* path)
 
 int main(int argc, char** argv)
 {
+    tool_begin(&PACK_TOOL, argc, argv);
     if (argc == 3 && strcmp(argv[1], "--list") == 0)
         return pack_list(argv[2]);
     if (argc == 3 && argv[1][0] != '-')
         return pack_build(argv[1], argv[2], BYTE_ORDER_NATIVE);
     if (argc == 4 && strcmp(argv[1], "--swapped") == 0 && argv[2][0] != '-')
         return pack_build(argv[2], argv[3], BYTE_ORDER_SWAPPED);
-    return pack_usage();
+    tool_usage_error(argc < 3 ? "too few arguments" : "unexpected arguments");
 }
