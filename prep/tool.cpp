@@ -184,35 +184,64 @@ void tool_make_dir(const char* path)
     }
 }
 
-void tool_output_begin(tool_output* o, const char* path)
+// Where the bytes for path go first, registered for clean-up: beside the final name, so that
+// the rename stays within one file system, and with its extension, for writers that choose a
+// format by it ("a/show.mp4" -> "a/show.tmp123.mp4"); in $TMPDIR when the path is a device.
+static void tool_output_temp(tool_output* o, const char* path, bool device)
+{
+    const char* dir = getenv("TMPDIR");
+    char base[TOOL_PATH_MAX];
+    snprintf(base, TOOL_PATH_MAX, "%s/%s", dir && dir[0] ? dir : "/tmp", tool_name());
+    const char* name = device ? base : path;
+    const char* slash = strrchr(name, '/');
+    const char* dot = strrchr(name, '.');
+    const size_t stem = dot && dot > (slash ? slash + 1 : name) ? (size_t)(dot - name) : strlen(name);
+    snprintf(o->temp, TOOL_PATH_MAX, "%.*s.tmp%ld%s", (int)stem, name, (long)getpid(), name + stem);
+    o->slot = tool_register(o->temp);
+}
+
+static void tool_output_start(tool_output* o, const char* path, bool by_path)
 {
     memset(o, 0, sizeof(*o));
     o->slot = -1;
     if (!path[0])
         tool_fail("an output file needs a name");
-    if (strlen(path) + 32 >= TOOL_PATH_MAX)
+    if (strlen(path) + 64 >= TOOL_PATH_MAX)
         tool_fail("file name too long: \"%s\"", path);
     snprintf(o->path, TOOL_PATH_MAX, "%s", path);
     struct stat st;
-    if (stat(path, &st) == 0 && S_ISDIR(st.st_mode))
+    const bool exists = stat(path, &st) == 0;
+    if (exists && S_ISDIR(st.st_mode))
         tool_fail("cannot write \"%s\": %s", path, strerror(EISDIR));
-    if (stat(path, &st) == 0 && !S_ISREG(st.st_mode)) {
-        o->direct = 1;  // a device or a pipe: no rename can replace it, and none should
-        snprintf(o->temp, TOOL_PATH_MAX, "%s", path);
+    if (exists && !S_ISREG(st.st_mode)) {
+        // a device or a pipe: no rename can replace it, and none should; a writer that takes
+        // a path writes a temporary file that is copied in at the end
+        o->direct = 1;
+        if (by_path)
+            tool_output_temp(o, path, true);
+        else
+            snprintf(o->temp, TOOL_PATH_MAX, "%s", path);
         return;
     }
-    // beside the final name, so that the rename stays within one file system, and with its
-    // extension, for writers that choose the format by it: "a/show.mp4" -> "a/show.tmp123.mp4"
-    const char* slash = strrchr(path, '/');
-    const char* dot = strrchr(path, '.');
-    const size_t stem = dot && dot > (slash ? slash + 1 : path) ? (size_t)(dot - path) : strlen(path);
-    snprintf(o->temp, TOOL_PATH_MAX, "%.*s.tmp%ld%s", (int)stem, path, (long)getpid(), path + stem);
-    o->slot = tool_register(o->temp);
+    tool_output_temp(o, path, false);
+}
+
+void tool_output_begin(tool_output* o, const char* path)
+{
+    tool_output_start(o, path, true);
+    // a path that cannot be written is said now, with the reason, not by the writer later
+    FILE* probe = fopen(o->temp, "wb");
+    if (!probe) {
+        const int e = errno;
+        tool_unregister(o);
+        tool_fail("cannot write \"%s\": %s", path, strerror(e));
+    }
+    fclose(probe);
 }
 
 void tool_output_open(tool_output* o, const char* path)
 {
-    tool_output_begin(o, path);
+    tool_output_start(o, path, false);
     o->file = fopen(o->temp, "wb");
     if (!o->file) {
         const int e = errno;
@@ -227,6 +256,25 @@ void tool_output_write(tool_output* o, const void* data, size_t bytes)
         tool_fail("cannot write \"%s\": %s", o->path, strerror(errno));
 }
 
+// A temporary file's bytes into the device it was written for.
+static void tool_output_copy(tool_output* o)
+{
+    FILE* in = fopen(o->temp, "rb");
+    FILE* out = in ? fopen(o->path, "wb") : nullptr;
+    if (!in || !out)
+        tool_fail("cannot write \"%s\": %s", o->path, strerror(errno));
+    char buffer[1 << 16];
+    bool ok = true;
+    while (size_t n = fread(buffer, 1, sizeof(buffer), in))
+        ok = ok && fwrite(buffer, 1, n, out) == n;
+    ok = ok && fflush(out) == 0;
+    const int e = errno;
+    fclose(in);
+    if (fclose(out) != 0 || !ok)
+        tool_fail("cannot write \"%s\": %s", o->path, strerror(ok ? errno : e));
+    unlink(o->temp);
+}
+
 void tool_output_commit(tool_output* o)
 {
     if (o->file) {
@@ -237,9 +285,11 @@ void tool_output_commit(tool_output* o)
         if (fclose(f) != 0 || !flushed)
             tool_fail("cannot write \"%s\": %s", o->path, strerror(flushed ? errno : e));
     }
+    if (o->slot < 0)
+        return;  // written in place
     if (o->direct)
-        return;
-    if (rename(o->temp, o->path) != 0)
+        tool_output_copy(o);
+    else if (rename(o->temp, o->path) != 0)
         tool_fail("cannot write \"%s\": %s", o->path, strerror(errno));
     tool_unregister(o);
 }
@@ -249,7 +299,7 @@ void tool_output_abandon(tool_output* o)
     if (o->file)
         fclose(o->file);
     o->file = nullptr;
-    if (!o->direct)
+    if (o->slot >= 0)
         unlink(o->temp);
     tool_unregister(o);
 }

@@ -60,15 +60,17 @@ void tool_make_dir(const char* path);
 struct tool_output {
     FILE* file;                   // open while written through tool_output_write
     char path[TOOL_PATH_MAX];     // the final name
-    char temp[TOOL_PATH_MAX];     // where it is written; equal to path when written directly
-    uint32_t direct;              // 1: path is a device or pipe, written in place
+    char temp[TOOL_PATH_MAX];     // where it is written; equal to path when written in place
+    uint32_t direct;              // 1: path is a device or a pipe, which no rename may replace
     int32_t slot;                 // its entry in the clean-up list, -1 when none
 };
 
-// Chooses the name to write under (o->temp) and registers it for clean-up, without opening
-// it: for writers that take a path.
+// For writers that take a path: chooses the name to write under (o->temp), checks that it can
+// be created (fails with the reason) and registers it for clean-up. For a device the bytes
+// go to a file in $TMPDIR that tool_output_commit copies in.
 void tool_output_begin(tool_output* o, const char* path);
-// tool_output_begin, then opens o->temp for writing (fails with the reason).
+// Opens the file to write through tool_output_write: under a temporary name, or in place for
+// a device or a pipe (so /dev/stdout streams). Fails with the reason.
 void tool_output_open(tool_output* o, const char* path);
 // Writes all bytes or fails with the final path and the system's reason.
 void tool_output_write(tool_output* o, const void* data, size_t bytes);

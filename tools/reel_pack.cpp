@@ -257,11 +257,15 @@ static int pack_list(const char* path)
 int main(int argc, char** argv)
 {
     tool_begin(&PACK_TOOL, argc, argv);
-    if (argc == 3 && strcmp(argv[1], "--list") == 0)
+    const bool list = argc > 1 && strcmp(argv[1], "--list") == 0;
+    const bool swapped = argc > 1 && strcmp(argv[1], "--swapped") == 0;
+    const int wanted = list ? 3 : swapped ? 4 : 3;
+    if (argc != wanted)
+        tool_usage_error(argc < wanted ? "too few arguments" : "too many arguments");
+    for (int i = list || swapped ? 2 : 1; i < argc; i++)
+        if (argv[i][0] == '-')
+            tool_usage_error("unknown option \"%s\"", argv[i]);
+    if (list)
         return pack_list(argv[2]);
-    if (argc == 3 && argv[1][0] != '-')
-        return pack_build(argv[1], argv[2], BYTE_ORDER_NATIVE);
-    if (argc == 4 && strcmp(argv[1], "--swapped") == 0 && argv[2][0] != '-')
-        return pack_build(argv[2], argv[3], BYTE_ORDER_SWAPPED);
-    tool_usage_error(argc < 3 ? "too few arguments" : "unexpected arguments");
+    return pack_build(argv[argc - 2], argv[argc - 1], swapped ? BYTE_ORDER_SWAPPED : BYTE_ORDER_NATIVE);
 }
