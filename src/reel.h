@@ -295,6 +295,7 @@ struct reel_engine {
     n3d_coverage_buffer* stencils;
     uint32_t pack_count;
     reel_fs_pack* packs;
+    const char* pack_folder;  // where the packs are read from; null: REEL_PACK_FOLDER
 };
 
 struct demosys {
