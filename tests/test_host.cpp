@@ -129,23 +129,13 @@ const std::string host_env = "SDL_VIDEODRIVER=offscreen SDL_AUDIODRIVER=dummy ";
 TEST(host_program, started_elsewhere_it_finds_the_packs_by_the_executable)
 {
     const std::string root = host_program_copy("packs_by_executable");
-    const std::string packs = root + "/assets/reel/le";
     // a show of a third of a second: the music starts, fades and ends it
-    std::system(("mkdir -p '" + packs + "'").c_str());
-    tool_fixture_write(root + "/sequence.csv",
-                       "mode,ref,start,preload,mode,ref,end,function,args\n"
-                       "abs,,0,0,abs,,100,music_start,music\n"
-                       "abs,,0,0,abs,,300,fade_out_music\n");
-    tool_fixture_write(root + "/music.bin", std::string(22050, '\0'));
-    tool_fixture_write(root + "/pak0.manifest", "raw sequence.csv sequence.csv 1\nblob music music.bin\n");
-    tool_fixture_write(root + "/empty.manifest", "raw readme sequence.csv 1\n");
-    for (const char* pack : {"pak0.manifest pak0", "empty.manifest pak1", "empty.manifest pak2"}) {
-        const std::string args = pack;
-        const std::string manifest = args.substr(0, args.find(' ')), name = args.substr(args.find(' ') + 1);
-        ASSERT_EQ(tool_fixture_run(root, REEL_TOOLS_DIR "/reel_pack " + manifest + " " + packs + "/" + name + ".rpk")
-                      .status,
-                  0);
-    }
+    ASSERT_EQ(tool_fixture_pack_show(root, REEL_TOOLS_DIR,
+                                     "mode,ref,start,preload,mode,ref,end,function,args\n"
+                                     "abs,,0,0,abs,,100,music_start,music\n"
+                                     "abs,,0,0,abs,,300,fade_out_music\n",
+                                     22050),
+              0);
     const tool_run_result r = tool_fixture_run(root + "/elsewhere", host_env + "../bin/reel");
     EXPECT_EQ(r.status, 0) << r.out << r.err;
     EXPECT_NE(r.out.find("playing the show in "), std::string::npos) << r.out;

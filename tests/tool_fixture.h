@@ -80,3 +80,24 @@ inline tool_run_result tool_fixture_run(const std::string& dir, const std::strin
     unlink(err_path);
     return r;
 }
+
+// A show in dir/assets/reel/le/ made with reel_pack from tools_dir: the script, and
+// `music_bytes` bytes of silent music as the blob "music". Returns 0, or reel_pack's status.
+inline int tool_fixture_pack_show(const std::string& dir, const std::string& tools_dir, const std::string& script,
+                                  size_t music_bytes)
+{
+    const std::string packs = dir + "/assets/reel/le";
+    std::system(("mkdir -p '" + packs + "'").c_str());
+    tool_fixture_write(dir + "/sequence.csv", script);
+    tool_fixture_write(dir + "/music.bin", std::string(music_bytes, '\0'));
+    tool_fixture_write(dir + "/pak0.manifest", "raw sequence.csv sequence.csv 1\nblob music music.bin\n");
+    tool_fixture_write(dir + "/other.manifest", "raw readme sequence.csv 1\n");
+    const char* const manifests[3] = {"pak0.manifest", "other.manifest", "other.manifest"};
+    for (int i = 0; i < 3; i++) {
+        const tool_run_result r = tool_fixture_run(dir, tools_dir + "/reel_pack " + manifests[i] + " '" + packs +
+                                                            "/pak" + std::to_string(i) + ".rpk'");
+        if (r.status != 0)
+            return r.status;
+    }
+    return 0;
+}

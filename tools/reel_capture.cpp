@@ -8,9 +8,11 @@
 //
 // Cadence: the program's loop never sleeps, so it runs many update passes before each render
 // pass, and scenes that act only while few update passes have run (video_clear) never act
-// live. Three update passes per frame is the least cadence at which every scene's render calls
-// see what they see live; more only costs time (scenes that draw in update passes draw each
-// time). One update pass per frame is kept as an option.
+// live. Three update passes per frame (after the engine's init passes, which live are over
+// before the first frame is due) is the least cadence at which every scene's render calls see
+// what they see live: a scene comes into its span in the first update pass after the clock has
+// moved, so it has had three update calls by the render pass. More only costs time (scenes
+// that draw in update passes draw each time). One update pass per frame is kept as an option.
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -372,6 +374,10 @@ int main(int argc, char** argv)
             tool_output_write(&wav, samples, n * 4);  // little-endian in memory on every host we build for
             wav_bytes += n * 4;
         }
+        // the engine's init steps come on top, as live they are done long before the first
+        // frame is due; each step is one pass, so this ends
+        while (!demosys_global.engine.init_done)
+            demosys_update(&demosys_global, &display, keys, nullptr);
         for (uint64_t u = 0; u < opt.updates_per_frame; u++)
             demosys_update(&demosys_global, &display, keys, nullptr);
         demosys_render(&demosys_global, &display, keys, nullptr);
