@@ -122,11 +122,13 @@ void pack_manifest_read(pack_manifest* m, xmemarena* arena)
         memcpy(path + prefix, fields[2], path_bytes);
         e->path = path;
         struct stat st;
-        if (stat(path, &st) != 0)
-            pack_manifest_fail(m, number, "cannot read \"%s\": %s", path, strerror(errno));
-        if (!S_ISREG(st.st_mode))
-            pack_manifest_fail(m, number, "\"%s\" is not a file", path);
-        e->file_size = (uint64_t)st.st_size;
+        if (!m->names_only) {
+            if (stat(path, &st) != 0)
+                pack_manifest_fail(m, number, "cannot read \"%s\": %s", path, strerror(errno));
+            if (!S_ISREG(st.st_mode))
+                pack_manifest_fail(m, number, "\"%s\" is not a file", path);
+            e->file_size = (uint64_t)st.st_size;
+        }
         for (uint32_t i = 0; i < m->count; i++)
             if (m->entries[i].kind == e->kind && strcmp(m->entries[i].name, e->name) == 0)
                 pack_manifest_fail(m, number, "\"%s\" of kind %s is already on line %u", e->name,

@@ -24,9 +24,11 @@ struct pack_manifest {
     const char* path;  // of the manifest itself
     uint32_t count;
     pack_manifest_entry* entries;
+    uint32_t names_only;  // 1: the files need not exist yet (a show's source before its build)
 };
 
-// Reads and checks the whole manifest at m->path: every line's fields, that each file exists,
+// Reads and checks the whole manifest at m->path: every line's fields, that each file exists
+// (unless names_only),
 // and that no kind and name is given twice (the pack would only ever find the first). A
 // mistake ends the program with "<manifest>:<line>: <what>" on standard error and status 1.
 void pack_manifest_read(pack_manifest* m, xmemarena* arena);

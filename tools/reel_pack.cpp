@@ -39,7 +39,7 @@ static int pack_build(const char* manifest_path, const char* out_path, int32_t o
         tool_fail("cannot take %llu bytes for the manifest", (unsigned long long)meta_bytes);
     xmemarena meta;
     xmemarena_init(&meta, "manifest_arena", meta_bytes, meta_memory);
-    pack_manifest m = {manifest_path, 0, nullptr};
+    pack_manifest m = {manifest_path, 0, nullptr, 0};
     pack_manifest_read(&m, &meta);
 
     // file contents with their extra bytes, nodes, name copies and the header image
