@@ -14,8 +14,8 @@ namespace {
 const std::string tools = REEL_TOOLS_DIR;
 const std::string root = REEL_TEST_OUTPUT_DIR;
 
-const char* const tool_programs[] = {"reel_capture", "reel_music", "reel_pack", "reel_rasterpics", "reel_showgen",
-                                     "reel_texdump"};
+const char* const tool_programs[] = {"reel_capture",    "reel_lint",    "reel_music",  "reel_pack",
+                                     "reel_rasterpics", "reel_showgen", "reel_texdump"};
 
 TEST(tool, help_prints_the_usage_on_standard_output_and_touches_nothing)
 {
@@ -46,6 +46,8 @@ const tool_usage_case tool_usage_cases[] = {
     {"reel_capture", "--wav", "--wav needs a value"},
     {"reel_capture", "--video ''", "an empty file or folder name"},
     {"reel_capture", "extra", "unknown argument \"extra\""},
+    {"reel_lint", "a b", "one folder only"},
+    {"reel_lint", "--timeline", "unknown option \"--timeline\""},
     {"reel_music", "", "no output file"},
     {"reel_music", "a.bin b.bin", "only one output file"},
     {"reel_music", "a.bin --beam 33", "--beam needs a whole number from 1 to 32, not \"33\""},
