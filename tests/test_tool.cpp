@@ -7,6 +7,8 @@
 #include <csignal>
 #include <cstring>
 
+#include "bitmap.h"
+#include "memarena.h"
 #include "tool_fixture.h"
 
 namespace {
@@ -112,6 +114,21 @@ TEST(tool, output_folders_are_made_with_their_parents)
     const tool_run_result r = tool_fixture_run(dir, tools + "/reel_showgen made/in/steps");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(tool_fixture_list(dir + "/made/in/steps"), std::vector<std::string>({"base.pal", "plasma.pan", "rings.pan"}));
+}
+
+TEST(tool, reel_texdump_says_which_rule_a_picture_breaks)
+{
+    const std::string dir = tool_fixture_dir(root, "texdump");
+    static uint8_t block[1 << 20];
+    xmemarena arena;
+    xmemarena_init(&arena, "test_tool_png", sizeof(block), block);
+    const bitmap* odd = bitmap_create(&arena, 12, 8, BITMAP_SRGB | BITMAP_CHANNELS_3);
+    tool_save_png(odd, (dir + "/odd.png").c_str(), &arena);
+    const tool_run_result r = tool_fixture_run(dir, tools + "/reel_texdump odd.png out");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.out.find("a texture's width and height must be powers of two, not 12 x 8\n"), std::string::npos)
+        << r.out;
+    EXPECT_NE(r.err.find("see above logs"), std::string::npos) << r.err;
 }
 
 // ---- safe output files, in process ----
