@@ -2,6 +2,7 @@
 // channel conversion, separable filtered downscaling, PNG files through stb, the flare picture.
 #include "bitmap.h"
 
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -335,8 +336,10 @@ bitmap* bitmap_load_png(xmemarena* arena, const char* path, uint32_t channels)
         crash_in("src/bitmap", __LINE__, "bitmap_load_png", "can load 3 or 4 channels (or 0: as the file), not %u\n",
                  (unsigned)channels);
     int w = 0, h = 0, file_channels = 0;
+    errno = 0;
     if (!stbi_info(path, &w, &h, &file_channels)) {
-        printf("bitmap_load_png: cannot load %s: %s\n", path, stbi_failure_reason());
+        // the system's reason when the file would not open, else the decoder's
+        printf("bitmap_load_png: cannot load %s: %s\n", path, errno ? strerror(errno) : stbi_failure_reason());
         return nullptr;
     }
     // grey and grey-alpha files become RGB and RGBA: one or two channels here mean red (and green)

@@ -106,6 +106,10 @@ TEST(tool, failed_writes_name_the_path_and_the_reason_exit_1_and_leave_no_file)
         EXPECT_NE(r.err.find(c.message), std::string::npos) << c.command << "\n" << r.err;
         EXPECT_EQ(tool_fixture_list(dir), std::vector<std::string>({"m"})) << c.command;
     }
+    // "the reason above" is the system's
+    const std::string dir = tool_fixture_dir(root, "failure");
+    EXPECT_EQ(tool_fixture_run(dir, tools + "/reel_texdump missing.png out").out,
+              "bitmap_load_png: cannot load missing.png: No such file or directory\n");
 }
 
 TEST(tool, output_folders_are_made_with_their_parents)
