@@ -422,7 +422,14 @@ const char* lint_label_name(char* text)
     return text;
 }
 
-void lint_row(lint_context* c, lint_line* l, uint32_t* music_syncs, uint32_t* fades)
+// Rows of the functions that start, tie and end the show, counted over the script.
+struct lint_control_rows {
+    uint32_t music_starts;
+    uint32_t music_syncs;
+    uint32_t fades;
+};
+
+void lint_row(lint_context* c, lint_line* l, lint_control_rows* control)
 {
     char* columns[LINT_COLUMNS + 1];
     const uint32_t n = lint_split(l->text, columns, LINT_COLUMNS + 1);
@@ -443,8 +450,9 @@ void lint_row(lint_context* c, lint_line* l, uint32_t* music_syncs, uint32_t* fa
     lint_time_column(c, l->number, columns[3], "preload");
     lint_time_column(c, l->number, columns[6], "end");
     const char* function = lint_word(c, l->number, columns[7], "function");
-    *music_syncs += strcmp(function, "music_sync") == 0;
-    *fades += strcmp(function, "fade_out_music") == 0;
+    control->music_starts += strcmp(function, "music_start") == 0;
+    control->music_syncs += strcmp(function, "music_sync") == 0;
+    control->fades += strcmp(function, "fade_out_music") == 0;
     const reel_scene_binding* binding = lint_binding(function);
     if (!function[0] || !binding) {
         lint_report(c, LINT_SEQUENCE, l->number, "error", "unknown scene function \"%s\"", function);
@@ -486,7 +494,7 @@ void lint_collect_labels(lint_context* c, const char* body)
 void lint_lines(lint_context* c, const char* body, uint32_t* rows)
 {
     lint_line l = {nullptr, 1};
-    uint32_t music_syncs = 0, fades = 0;
+    lint_control_rows control = {0, 0, 0};
     while (lint_next_line(&body, &l, c->arena)) {
         if (l.text[0] == '#' || l.text[0] == 0)
             continue;
@@ -506,12 +514,14 @@ void lint_lines(lint_context* c, const char* body, uint32_t* rows)
                                 "to that one", name, c->labels[i].line);
             continue;
         }
-        lint_row(c, &l, &music_syncs, &fades);
+        lint_row(c, &l, &control);
         *rows += 1;
     }
-    if (music_syncs > 1)
-        lint_report(c, LINT_SEQUENCE, 0, "error", "%u music_sync rows; there can be at most one", music_syncs);
-    if (fades == 0)
+    if (control.music_starts == 0)
+        lint_report(c, LINT_SEQUENCE, 0, "error", "no music_start row: the clock never moves and no row after 0 runs");
+    if (control.music_syncs > 1)
+        lint_report(c, LINT_SEQUENCE, 0, "error", "%u music_sync rows; there can be at most one", control.music_syncs);
+    if (control.fades == 0)
         lint_report(c, LINT_SEQUENCE, 0, "warning",
                     "no fade_out_music row: the show never ends by itself (only Escape ends it)");
 }
@@ -527,6 +537,14 @@ void lint_timeline(lint_context* c, const reel_sequence* seq, bool print)
             show_end = seq->rows[i].end;
     for (uint32_t i = 0; i < seq->row_count; i++) {
         const reel_sequence_row* r = &seq->rows[i];
+        if (strcmp(r->function, "music_start") == 0) {
+            // a scene runs at once in the pass its loading completes, so a load time of 0 is enough
+            if (r->load > 0)
+                lint_report(c, LINT_SEQUENCE, r->line, "error",
+                            "music_start loads at %.3f s, but the clock stays at 0 until the music starts: the "
+                            "show would never begin (give it a preload of at least its start)",
+                            lint_seconds(r->load));
+        }
         if (r->end < r->start)
             lint_report(c, LINT_SEQUENCE, r->line, "error", "%s ends at %.3f s, before it starts at %.3f s", r->function,
                         lint_seconds(r->end), lint_seconds(r->start));

@@ -97,6 +97,8 @@ const lint_case lint_cases[] = {
     {":\nabs,,0,0,abs,,100,overlay_clear,0\n", "sequence.csv:4: error: a label without a name"},
     {"abs,,0,0,abs,,1,music_sync,0\nabs,,0,0,abs,,1,music_sync,0\n",
      "sequence.csv: error: 2 music_sync rows; there can be at most one"},
+    {"abs,,2000,0,abs,,2000,music_sync,88200\n",
+     "sequence.csv:2: error: music_start loads at 2.000 s, but the clock stays at 0 until the music starts"},
     // what only the engine's loader finds comes back as a finding, not as the end of the linter
     {"abs,,0,0,abs,,99999999,overlay_clear,0\n", "sequence.csv: error: the engine refuses it with the message above"},
     {"abs ,, 0,0,abs,,100,overlay_clear x,0\n",
@@ -117,9 +119,10 @@ TEST(lint, a_script_without_an_end_and_broken_descriptions_are_reported)
     lint_fixture f;
     f.description = "scene_name = a\npalettes = [ base nothere ]\nintegers = [ 1 2x ]\nfloats = [ 1.5.1 ]\n"
                     "colour = red\nrle_images = [ x]\n";
-    const std::string out = f.check(std::string(LINT_OPENING) + "abs,,0,0,abs,,100,overlay_clut_set,@scene.ini\n");
+    const std::string out = f.check("abs,,0,0,abs,,100,overlay_clut_set,@scene.ini\n");
     for (const char* finding : {
              "sequence.csv: warning: no fade_out_music row: the show never ends by itself",
+             "sequence.csv: error: no music_start row: the clock never moves and no row after 0 runs",
              "scene.ini:2: error: palette \"nothere\" is in no pack",
              "scene.ini:3: error: integer \"2x\" is not a whole number (the engine reads 2)",
              "scene.ini:4: error: float \"1.5.1\" is not a number (the engine reads 1.5)",
