@@ -233,18 +233,18 @@ void capture_video_begin(capture_video* v, const char* path)
     v->path = path;
     v->stdout_fd = -1;
     capture_need_ffmpeg();
-    char base[TOOL_PATH_MAX];
-    capture_temp_base(base, path);
-    char name[TOOL_PATH_MAX + 16];
-    snprintf(name, sizeof(name), "%s.silent.mkv", base);
-    tool_output_begin(&v->silent, name);
     if (!strcmp(path, "-")) {
         // the video owns standard output; everything the tool and the engine print goes to stderr
         v->stdout_fd = dup(1);
         dup2(2, 1);
     } else {
-        tool_output_begin(&v->final_file, path);
+        tool_output_begin(&v->final_file, path);  // first, so that a path that cannot be written is named
     }
+    char base[TOOL_PATH_MAX];
+    capture_temp_base(base, path);
+    char name[TOOL_PATH_MAX + 16];
+    snprintf(name, sizeof(name), "%s.silent.mkv", base);
+    tool_output_begin(&v->silent, name);
     signal(SIGPIPE, SIG_IGN);  // an encoder that stops shows as a failed write, not a silent death
     int fds[2];
     if (pipe(fds) != 0)
