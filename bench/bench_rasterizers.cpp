@@ -21,6 +21,7 @@
 #include "n3d_convert.h"
 #include "n3d_draw.h"
 #include "n3d_rasterizers.h"
+#include "tool.h"
 #include "vmath.h"
 
 namespace {
@@ -244,10 +245,23 @@ bench_result bench_large(n3d_rasterizer_entry* e, n3d_framecontext* fc, n3d_text
 
 int main(int argc, char** argv)
 {
-    const double seconds = argc > 1 ? atof(argv[1]) : 1.0;
+    static const tool_info bench_tool = {
+        "bench_rasterizers",
+        "usage: bench_rasterizers [SECONDS] [FILTER] [TRIANGLES] [KERNELS]\n"
+        "Times every rasterizer variant whose name contains FILTER on random and on large triangles.\n"
+        "  SECONDS    per variant and workload, more than 0 and at most 600 (default 1)\n"
+        "  TRIANGLES  stop the random workload after this many triangles instead (0: by time)\n"
+        "  KERNELS    0 portable span kernels, 1 AVX2 (default: the best there is)\n"};
+    tool_begin(&bench_tool, argc, argv);
+    if (argc > 5)
+        tool_usage_error("at most four arguments");
+    // a mistyped argument is refused before anything runs, rather than read as 0 or a huge time
+    const double seconds = argc > 1 ? tool_parse_double("SECONDS", argv[1], 1e-3, 600.0) : 1.0;
     const char* filter = argc > 2 ? argv[2] : nullptr;
-    const uint64_t count = argc > 3 ? strtoull(argv[3], nullptr, 10) : 0;
-    const uint32_t wanted = argc > 4 ? (uint32_t)atoi(argv[4]) : N3D_RASTER_KERNELS_AVX2;
+    const uint64_t count = argc > 3 ? tool_parse_u64("TRIANGLES", argv[3], 0, UINT32_MAX) : 0;
+    const uint32_t wanted =
+        argc > 4 ? (uint32_t)tool_parse_u64("KERNELS", argv[4], N3D_RASTER_KERNELS_PORTABLE, N3D_RASTER_KERNELS_AVX2)
+                 : N3D_RASTER_KERNELS_AVX2;
     prof_init();
     static uint8_t block[24u << 20];
     xmemarena arena;

@@ -2,6 +2,7 @@
 // channel conversion, separable filtered downscaling, PNG files through stb, the flare picture.
 #include "bitmap.h"
 
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -335,8 +336,10 @@ bitmap* bitmap_load_png(xmemarena* arena, const char* path, uint32_t channels)
         crash_in("src/bitmap", __LINE__, "bitmap_load_png", "can load 3 or 4 channels (or 0: as the file), not %u\n",
                  (unsigned)channels);
     int w = 0, h = 0, file_channels = 0;
+    errno = 0;
     if (!stbi_info(path, &w, &h, &file_channels)) {
-        printf("bitmap_load_png: cannot load %s: %s\n", path, stbi_failure_reason());
+        // the system's reason when the file would not open, else the decoder's
+        printf("bitmap_load_png: cannot load %s: %s\n", path, errno ? strerror(errno) : stbi_failure_reason());
         return nullptr;
     }
     // grey and grey-alpha files become RGB and RGBA: one or two channels here mean red (and green)
@@ -353,17 +356,22 @@ bitmap* bitmap_load_png(xmemarena* arena, const char* path, uint32_t channels)
     return bm;
 }
 
-uint32_t bitmap_save_png(const bitmap* bm, const char* path, xmemarena* tmp)
+// Writers that take bitmaps of any flags see sRGB with three or four channels, as a PNG viewer expects.
+static const bitmap* bitmap_png_ready(const bitmap* bm, bitmap* converted, xmemarena* arena)
 {
     const uint32_t channels = bitmap_channels(bm->flags, "bitmap_save_png");
+    if ((bm->flags & BITMAP_ENCODING_MASK) == BITMAP_SRGB && channels >= 3)
+        return bm;
+    bitmap_init(converted, arena, bm->width, bm->height, BITMAP_SRGB | BITMAP_CHANNELS_4);
+    bitmap_convert(converted, bm);
+    return converted;
+}
+
+uint32_t bitmap_save_png(const bitmap* bm, const char* path, xmemarena* tmp)
+{
     const uint64_t mark = xmemarena_get_sp(tmp);
-    const bitmap* out = bm;
     bitmap converted;
-    if ((bm->flags & BITMAP_ENCODING_MASK) != BITMAP_SRGB || channels < 3) {  // what a PNG viewer expects
-        bitmap_init(&converted, tmp, bm->width, bm->height, BITMAP_SRGB | BITMAP_CHANNELS_4);
-        bitmap_convert(&converted, bm);
-        out = &converted;
-    }
+    const bitmap* out = bitmap_png_ready(bm, &converted, tmp);
     const int ok = stbi_write_png(path, (int)out->width, (int)out->height,
                                   (int)bitmap_channels(out->flags, "bitmap_save_png"), out->pixels,
                                   (int)out->row_bytes);
@@ -373,6 +381,34 @@ uint32_t bitmap_save_png(const bitmap* bm, const char* path, xmemarena* tmp)
         return 0;
     }
     return 1;
+}
+
+struct bitmap_png_sink {
+    xmemarena* arena;
+    uint8_t* data;
+    uint64_t bytes;
+};
+
+// stb hands over the whole encoded file in one call
+static void bitmap_png_to_arena(void* context, void* data, int size)
+{
+    auto* sink = (bitmap_png_sink*)context;
+    sink->data = (uint8_t*)xmemarena_push(sink->arena, (uint64_t)size);
+    memcpy(sink->data, data, (size_t)size);
+    sink->bytes = (uint64_t)size;
+}
+
+uint8_t* bitmap_encode_png(const bitmap* bm, xmemarena* arena, uint64_t* bytes)
+{
+    bitmap converted;
+    const bitmap* out = bitmap_png_ready(bm, &converted, arena);
+    bitmap_png_sink sink = {arena, nullptr, 0};
+    if (!stbi_write_png_to_func(bitmap_png_to_arena, &sink, (int)out->width, (int)out->height,
+                                (int)bitmap_channels(out->flags, "bitmap_encode_png"), out->pixels,
+                                (int)out->row_bytes))
+        return nullptr;
+    *bytes = sink.bytes;
+    return sink.data;
 }
 
 // ---- the flare ----

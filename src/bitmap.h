@@ -74,6 +74,10 @@ bitmap* bitmap_load_png(xmemarena* arena, const char* path, uint32_t channels);
 // is first converted to four channels in tmp (under a mark). 1 on success; on failure prints
 // why and gives 0.
 uint32_t bitmap_save_png(const bitmap* bm, const char* path, xmemarena* tmp);
+// The same picture encoded as a PNG file's bytes in a block from arena (its size in *bytes),
+// for writers that check every write themselves; any conversion also stays in arena, so take
+// a mark around it. Null when encoding fails.
+uint8_t* bitmap_encode_png(const bitmap* bm, xmemarena* arena, uint64_t* bytes);
 
 // BITMAP_FLARE_SIZE square, four-channel sRGB: white everywhere, alpha (1 - r^2)^4 with r the
 // distance from the centre over half the width, 0 from r = 1 out.

@@ -24,8 +24,8 @@ void log_at(const char* file, int line, const char* fmt, ...) DIAG_PRINTF(3, 4);
 // without the fatal path (no crash line, nothing on standard error).
 [[noreturn]] void diag_exit_stdout(const char* fmt, ...) DIAG_PRINTF(1, 2);
 
-// Fuzz targets only: called after the fatal text is written, in place of exit(1). The hook
-// must not return (a fuzz target longjmps back to its entry to take the next input).
+// Fuzz targets and the script linter only: called after the fatal text is written, in place of
+// exit(1). The hook must not return (they longjmp back to take the next input or finding).
 typedef void diag_fatal_hook_fn();
 void diag_set_fatal_hook(diag_fatal_hook_fn* hook);
 

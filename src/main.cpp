@@ -28,5 +28,6 @@ int main(int argc, char** argv)
         printf("failed init demosys\n");
         return 1;
     }
+    platform_choose_packs(&demosys_global);
     return platform_run(p);
 }

@@ -419,19 +419,22 @@ void n3d_texture_from_bitmap(n3d_texture* texture, xmemarena* arena, xmemarena* 
     const uint32_t min_w = mips ? N3D_CONVERT_MIN_LOG2 : W;
     const uint32_t min_h = mips ? N3D_CONVERT_MIN_LOG2 : H;
 
+    // each broken rule is printed first: they are the "logs above" the fatal message names
     uint32_t ok = 1;
     if (format < N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555 || format > N3D_TEXEL_FORMAT_BUMPMAP)
-        ok = 0;
+        ok = 0, printf("texture format %d is not one of 1 to 4\n", (int)format);
     if (bm->width != (uint64_t)1 << W || bm->height != (uint64_t)1 << H)
-        ok = 0;
+        ok = 0, printf("a texture's width and height must be powers of two, not %u x %u\n", bm->width, bm->height);
     if (bm->width < 4 || bm->height < 4)
-        ok = 0;
+        ok = 0, printf("a texture must be at least 4 x 4, not %u x %u\n", bm->width, bm->height);
     if (swizzle && (bm->width > N3D_SWIZZLE_MAX_SIZE || bm->height > N3D_SWIZZLE_MAX_SIZE))
-        ok = 0;
+        ok = 0, printf("a swizzled texture is at most %u x %u, not %u x %u\n", N3D_SWIZZLE_MAX_SIZE,
+                       N3D_SWIZZLE_MAX_SIZE, bm->width, bm->height);
     if (format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8 && !display_clut)
-        ok = 0;
+        ok = 0, printf("a texture of display indices needs the display's colour table\n");
     if (W + H > N3D_CONVERT_MAX_LOG2_AREA)
-        ok = 0;
+        ok = 0, printf("a texture has at most 2^%u texels, not %u x %u\n", N3D_CONVERT_MAX_LOG2_AREA, bm->width,
+                       bm->height);
     if (!ok)
         crash_in("src/n3d_convert", __LINE__, "n3d_texture_from_bitmap",
                  "cannot create texture, did not meet requirements, see above logs\n");

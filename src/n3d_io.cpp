@@ -2,6 +2,9 @@
 // they take memory, writers in either byte order, file loaders and the whole-file reads.
 #include "n3d_io.h"
 
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -430,8 +433,16 @@ static void n3d_io_print_short_read(uint64_t got, uint64_t expected, const char*
 // Opens path for reading and measures it; null (after a message) when that fails.
 static FILE* n3d_io_open_measured(const char* path, uint64_t* size)
 {
+    // the system's reason goes on its own line before the message
     FILE* f = fopen(path, "rb");
+    struct stat st;
+    if (f && fstat(fileno(f), &st) == 0 && S_ISDIR(st.st_mode)) {
+        fclose(f);
+        f = nullptr;
+        errno = EISDIR;  // a folder opens for reading here but is no file
+    }
     if (!f) {
+        printf("%s: %s\n", path, strerror(errno));
         printf("fopen failed, path: %s\n", path);
         return nullptr;
     }
@@ -461,8 +472,11 @@ static FILE* n3d_io_open_measured(const char* path, uint64_t* size)
 static int32_t n3d_io_read_and_close(FILE* f, void* buffer, uint64_t size, const char* path)
 {
     const size_t got = size ? fread(buffer, 1, (size_t)size, f) : 0;
+    const int error = ferror(f) ? errno : 0;
     fclose(f);
     if (got < size) {
+        if (error)
+            printf("%s: %s\n", path, strerror(error));
         n3d_io_print_short_read(got, size, path);
         return 1;
     }

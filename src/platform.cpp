@@ -1,6 +1,9 @@
 // Host loop arithmetic shared by the SDL host and the tests.
 #include "platform.h"
 
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstring>
 
 platform_rect platform_destination_rect(int32_t window_w, int32_t window_h)
@@ -39,4 +42,42 @@ uint32_t platform_fill_key_table(uint8_t* key_table, const uint8_t* state, int32
             key_table[k] = state[s];
     }
     return 0;
+}
+
+void platform_find_packs(platform_pack_search* search, const char* folder, const char* first_pack,
+                         const char* exe_dir)
+{
+    memset(search, 0, sizeof(*search));
+    search->found = -1;
+    snprintf(search->tried[search->tried_count++], PLATFORM_PATH_MAX, "%s", folder);
+    if (exe_dir) {
+        snprintf(search->tried[search->tried_count++], PLATFORM_PATH_MAX, "%s%s", exe_dir, folder);
+        snprintf(search->tried[search->tried_count++], PLATFORM_PATH_MAX, "%s../%s", exe_dir, folder);
+    }
+    for (uint32_t i = 0; i < search->tried_count; i++) {
+        char path[PLATFORM_PATH_MAX + 64];
+        snprintf(path, sizeof(path), "%s/%s", search->tried[i], first_pack);
+        if (access(path, R_OK) == 0) {
+            search->found = (int32_t)i;
+            return;
+        }
+    }
+}
+
+void platform_frame_stats_add(platform_frame_stats* stats, uint64_t now)
+{
+    const uint64_t ticks = now - stats->last;
+    stats->frames++;
+    stats->ticks_sum += ticks;
+    stats->ticks_worst = ticks > stats->ticks_worst ? ticks : stats->ticks_worst;
+    stats->last = now;
+}
+
+void platform_print_summary(const platform_frame_stats* stats, uint64_t loop_ticks, uint64_t ticks_per_second)
+{
+    const double ms_per_tick = 1000.0 / (double)ticks_per_second;
+    const double mean = stats->frames ? (double)stats->ticks_sum / (double)stats->frames * ms_per_tick : 0.0;
+    printf("played %.2f s: %llu frames presented, frame time mean %.2f ms, worst %.2f ms\n",
+           (double)loop_ticks / (double)ticks_per_second, (unsigned long long)stats->frames, mean,
+           (double)stats->ticks_worst * ms_per_tick);
 }

@@ -41,3 +41,34 @@ static inline bool platform_frame_due(uint64_t now, uint64_t last, uint64_t tick
 {
     return now - last > ticks_per_frame;
 }
+
+// ---- where the packs are, and what a run looked like ----
+
+constexpr uint32_t PLATFORM_PATH_MAX = 4096;
+constexpr uint32_t PLATFORM_PACK_PLACES = 3;
+
+// The folders tried for the show's packs, in order: the pack folder relative to the working
+// folder (where the show has always looked), then beside the executable, then in the
+// executable folder's parent (a build folder inside the repository).
+struct platform_pack_search {
+    char tried[PLATFORM_PACK_PLACES][PLATFORM_PATH_MAX];
+    uint32_t tried_count;
+    int32_t found;  // index into tried of the first folder holding the first pack, -1 for none
+};
+
+// folder: the pack folder ("assets/reel/le"); first_pack: the name of pack 0; exe_dir: the
+// executable's folder ending in '/', or null when unknown (only the working folder is tried).
+void platform_find_packs(platform_pack_search* search, const char* folder, const char* first_pack,
+                         const char* exe_dir);
+
+// Presented frames and the time between them, in performance-counter ticks.
+struct platform_frame_stats {
+    uint64_t frames;
+    uint64_t ticks_sum;
+    uint64_t ticks_worst;
+    uint64_t last;  // tick of the previous frame, or of the loop's start
+};
+
+void platform_frame_stats_add(platform_frame_stats* stats, uint64_t now);
+// "played S s: N frames presented, frame time mean M ms, worst W ms\n" on standard output.
+void platform_print_summary(const platform_frame_stats* stats, uint64_t loop_ticks, uint64_t ticks_per_second);

@@ -156,7 +156,7 @@ static void reel_init_step_packs_and_sequence(reel_engine* e, xmemarena* demo)
     for (uint32_t i = 0; i < REEL_PACK_COUNT; i++) {
         const uint64_t mark = xmemarena_get_sp(e->tmp_arena);
         const char* name = memprintf(e->tmp_arena, "pak%d.rpk", (int)i);
-        const char* path = memprintf(e->tmp_arena, "%s/%s", REEL_PACK_FOLDER, name);
+        const char* path = memprintf(e->tmp_arena, "%s/%s", e->pack_folder ? e->pack_folder : REEL_PACK_FOLDER, name);
         reel_fs_open_file(&e->packs[i], path, e->arena);  // a missing pack is fatal in there
         xmemarena_set_sp(e->tmp_arena, mark);
     }

@@ -324,6 +324,7 @@ struct reel_engine {
     uint32_t pack_count;
     reel_fs_pack* packs;
     reel_greetings greetings;
+    const char* pack_folder;  // where the packs are read from; null: REEL_PACK_FOLDER
 };
 
 struct demosys {

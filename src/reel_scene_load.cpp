@@ -79,8 +79,9 @@ static uint32_t ini_walk_items(char* open, const char* close, const char* key, u
 
 void ini_parse(char* text, const char* file_name, reel_ini_value_fn* on_value, reel_ini_item_fn* on_item, void* user)
 {
+    // a carriage return right before a line feed is a Windows line end, read as a line end
     for (const char* p = text; *p != '\n' && *p != 0; p++)
-        if (*p == '\r')
+        if (*p == '\r' && p[1] != '\n')
             diag_exit("txt contains \\r either bug or unpacked using some tool that converts unix lines to mac.. "
                      "tryp MacZip\n");
 

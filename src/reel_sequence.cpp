@@ -300,10 +300,26 @@ static void seq_apply_music_sync(reel_sequence* seq, const char* file_name)
     }
 }
 
+// Windows line ends: a carriage return right before a line feed is part of the line end, so
+// the text is read without it (in tmp_arena; line numbers do not change).
+static const char* seq_without_crlf(const char* text, xmemarena* tmp_arena)
+{
+    if (!strstr(text, "\r\n"))
+        return text;
+    auto* copy = (char*)xmemarena_push(tmp_arena, strlen(text) + 1);
+    char* out = copy;
+    for (const char* p = text; *p; p++)
+        if (p[0] != '\r' || p[1] != '\n')
+            *out++ = *p;
+    *out = 0;
+    return copy;
+}
+
 void reel_load_sequence(reel_sequence* seq, const char* text, const char* file_name, xmemarena* arena,
                         xmemarena* tmp_arena)
 {
     memset(seq, 0, sizeof(*seq));
+    text = seq_without_crlf(text, tmp_arena);
     const size_t length = strlen(text);
     // every line, the last included, ends with a line feed: that is what bounds the row table
     if (length == 0 || text[length - 1] != '\n')

@@ -30,6 +30,8 @@ uint32_t platform_audio_open()
     desired.callback = audio_callback;
     const SDL_AudioDeviceID device = SDL_OpenAudioDevice(nullptr, 0, &desired, &obtained, 0);
     if (device == 0) {
+        printf("no sound device: %s (SDL_AUDIODRIVER=dummy plays the show without sound)\n", SDL_GetError());
+        fflush(stdout);
         fprintf(stderr, "SDL_OpenAudioDevice failed\n");
         exit(1);
     }
@@ -40,15 +42,38 @@ uint32_t platform_audio_open()
     return device;
 }
 
+// SDL falls back to its offscreen driver when there is no display: the show would play unseen.
+static void platform_report_video_driver()
+{
+    const char* driver = SDL_GetCurrentVideoDriver();
+    if (!driver || strcmp(driver, "offscreen") != 0)
+        return;
+    const char* asked = SDL_getenv("SDL_VIDEODRIVER");
+    if (asked && strcmp(asked, "offscreen") == 0)
+        printf("video: SDL's offscreen driver, as SDL_VIDEODRIVER asks: nothing is shown\n");
+    else
+        printf("video: no display found, so SDL uses its offscreen driver and the show plays unseen "
+               "(run it in a desktop session, or set DISPLAY)\n");
+}
+
 void platform_init(platform* p)
 {
     if (SDL_Init(SDL_INIT_VIDEO | SDL_INIT_AUDIO) != 0) {
+        printf("SDL could not start: %s (SDL_VIDEODRIVER=offscreen and SDL_AUDIODRIVER=dummy run without a "
+               "display and a sound device)\n",
+               SDL_GetError());
+        fflush(stdout);
         fprintf(stderr, "SDL_Init failed\n");
         exit(1);
     }
     xmemarena_init(&p->arena, "platform_arena", PLATFORM_ARENA_SIZE, malloc(PLATFORM_ARENA_SIZE));
     p->audio_device = platform_audio_open();
-    p->window = SDL_CreateWindow("Window", SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, 0, 0,
+    // the desktop's size: a fullscreen window asked for as 0 x 0 comes out 1 x 1 when no
+    // window manager resizes it
+    SDL_DisplayMode desktop;
+    SDL_zero(desktop);
+    SDL_GetDesktopDisplayMode(0, &desktop);
+    p->window = SDL_CreateWindow("Window", SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, desktop.w, desktop.h,
                                  SDL_WINDOW_FULLSCREEN_DESKTOP);
     p->window_surface = SDL_GetWindowSurface(p->window);
     p->composition_surface = SDL_CreateRGBSurfaceWithFormat(0, (int)PLATFORM_FRAMEBUFFER_WIDTH,
@@ -94,6 +119,8 @@ int platform_run(platform* p)
     SDL_SetRelativeMouseMode(relative_mouse);
 
     prof_block_begin(CYCLES_BLOCK_TOTAL);
+    const uint64_t loop_start = SDL_GetPerformanceCounter();
+    platform_frame_stats frame_stats = {0, 0, 0, loop_start};
     bool quit_requested = false;
     while (sys->quit == 0 && !quit_requested) {
         int32_t dx = 0;
@@ -139,15 +166,36 @@ int platform_run(platform* p)
             last = SDL_GetPerformanceCounter();  // a slow frame is not caught up
             demosys_render(sys, &p->display, platform_key_table, &platform_host_record);
             platform_present(p);
+            platform_frame_stats_add(&frame_stats, SDL_GetPerformanceCounter());
         }
     }
-    if (!quit_requested)
-        prof_block_end(CYCLES_BLOCK_TOTAL, "src/sdl2_winmain", __LINE__);
+    // closed on every way out, so that a run ended with Escape has a total to show
+    prof_block_end(CYCLES_BLOCK_TOTAL, "src/sdl2_winmain", __LINE__);
 
     prof_print();
     n3d_profile_report_rasterizers();
+    platform_print_summary(&frame_stats, SDL_GetPerformanceCounter() - loop_start, SDL_GetPerformanceFrequency());
     demosys_shutdown(sys);
     SDL_DestroyWindow(p->window);
     SDL_Quit();
     return 0;
+}
+
+void platform_choose_packs(demosys* sys)
+{
+    platform_report_video_driver();  // said for the show only: the benchmark's output is its table
+    static platform_pack_search search;
+    char* base = SDL_GetBasePath();
+    platform_find_packs(&search, REEL_PACK_FOLDER, "pak0.rpk", base);
+    SDL_free(base);
+    if (search.found < 0) {
+        // the engine then looks where it always has, and its message names the missing pack
+        printf("no show packs (pak0.rpk) in:");
+        for (uint32_t i = 0; i < search.tried_count; i++)
+            printf(" %s%s", search.tried[i], i + 1 < search.tried_count ? "," : "\n");
+        return;
+    }
+    sys->engine.pack_folder = search.tried[search.found];
+    printf("playing the show in %s/ - keys: Escape quits, x pauses, q/e seek 0.1 s, a/d seek 1 s\n",
+           sys->engine.pack_folder);
 }

@@ -33,3 +33,8 @@ extern platform platform_global;
 void platform_init(platform* p);
 int platform_run(platform* p);
 uint32_t platform_audio_open();
+struct demosys;
+// Before the show: says on standard output when SDL plays it unseen (offscreen driver), finds
+// the show's packs (the working folder first, then by the executable), points the engine at
+// them and says where they are and which keys work, or which folders were tried.
+void platform_choose_packs(demosys* sys);

@@ -43,7 +43,7 @@ TEST(host, init_creates_fullscreen_window_surfaces_and_display)
     SDL_Quit();
 }
 
-TEST(host, quit_event_ends_the_loop_without_block_zero)
+TEST(host, quit_event_ends_the_loop_with_block_zero_closed_and_a_summary)
 {
     platform* p = &platform_global;
     platform_init(p);
@@ -55,8 +55,13 @@ TEST(host, quit_event_ends_the_loop_without_block_zero)
     SDL_PushEvent(&quit);
     testing::internal::CaptureStdout();
     EXPECT_EQ(platform_run(p), 0);
-    // block 0 has no hits: an empty table, then the rasterizer report with no blocks hit
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "total cycles: 0.000000\n");
+    // block 0 is closed on every way out, then the rasterizer report and one line for a person
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(out.rfind("[100.00%][hits:           1]", 0), 0u) << out;
+    EXPECT_NE(out.find("[CYCLES_BLOCK_TOTAL]\ntotal cycles: "), std::string::npos) << out;
+    EXPECT_TRUE(testing::internal::RE::PartialMatch(
+        out, "\ntotal cycles: [0-9.]+\nplayed [0-9.]+ s: 0 frames presented, frame time mean 0.00 ms, worst 0.00 ms\n$"))
+        << out;
 }
 
 TEST(host, engine_quit_flag_ends_the_loop_and_prints_block_zero)
@@ -113,4 +118,64 @@ TEST(host, m_toggles_relative_mouse_on_release_until_escape)
     if (relative_supported) {  // the offscreen driver has no relative mode; X11 has
         EXPECT_EQ(host_relative_mode_before_escape, SDL_FALSE);
     }
+}
+
+// ---- the program as a person starts it: where it finds the show ----
+
+#include "tool_fixture.h"
+
+namespace {
+
+const std::string host_root = REEL_TEST_OUTPUT_DIR;
+
+// root/bin/reel, a copy of the program, with nothing else around it.
+std::string host_program_copy(const std::string& name)
+{
+    const std::string root = tool_fixture_dir(host_root, name);
+    std::system(("mkdir -p '" + root + "/bin' '" + root + "/elsewhere' && cp '" REEL_PROGRAM "' '" + root +
+                 "/bin/reel'")
+                    .c_str());
+    return root;
+}
+
+const std::string host_env = "SDL_VIDEODRIVER=offscreen SDL_AUDIODRIVER=dummy ";
+
+}  // namespace
+
+TEST(host_program, started_elsewhere_it_finds_the_packs_by_the_executable)
+{
+    const std::string root = host_program_copy("packs_by_executable");
+    // a show of a third of a second: the music starts, fades and ends it
+    ASSERT_EQ(tool_fixture_pack_show(root, REEL_TOOLS_DIR,
+                                     "mode,ref,start,preload,mode,ref,end,function,args\n"
+                                     "abs,,0,0,abs,,100,music_start,music\n"
+                                     "abs,,0,0,abs,,300,fade_out_music\n",
+                                     22050),
+              0);
+    const tool_run_result r = tool_fixture_run(root + "/elsewhere", host_env + "../bin/reel");
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_NE(r.out.find("playing the show in "), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("/bin/../assets/reel/le/ - keys: Escape quits, x pauses, q/e seek 0.1 s, a/d seek 1 s\n"),
+              std::string::npos)
+        << r.out;
+    EXPECT_TRUE(testing::internal::RE::PartialMatch(r.out, "\nplayed [0-9.]+ s: [0-9]+ frames presented, frame time "
+                                                           "mean [0-9.]+ ms, worst [0-9.]+ ms\n$"))
+        << r.out;
+}
+
+TEST(host_program, without_packs_anywhere_it_names_the_folders_it_tried)
+{
+    const std::string root = host_program_copy("no_packs");
+    const tool_run_result r = tool_fixture_run(root + "/elsewhere", host_env + "../bin/reel");
+    EXPECT_EQ(r.status, 1) << r.out << r.err;
+    char resolved[PATH_MAX];
+    ASSERT_NE(realpath(root.c_str(), resolved), nullptr);
+    const std::string bin = std::string(resolved) + "/bin/";
+    EXPECT_EQ(r.out, "video: SDL's offscreen driver, as SDL_VIDEODRIVER asks: nothing is shown\n"
+                     "no show packs (pak0.rpk) in: assets/reel/le, " +
+                         bin + "assets/reel/le, " + bin +
+                         "../assets/reel/le\n"
+                         "assets/reel/le/pak0.rpk: No such file or directory\n"
+                         "fopen failed, path: assets/reel/le/pak0.rpk\n");
+    EXPECT_NE(r.err.find("failed read \"assets/reel/le/pak0.rpk\"\n"), std::string::npos) << r.err;
 }

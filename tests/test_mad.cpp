@@ -304,7 +304,8 @@ TEST(mad_block, file_load)
 
     testing::internal::CaptureStdout();
     EXPECT_EQ(mad_datapack_file_load(&a.arena, path.c_str()), nullptr);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "fopen failed, path: " + path + "\n");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              path + ": No such file or directory\nfopen failed, path: " + path + "\n");
 }
 
 // ---- lookups ----

@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "platform.h"
 
@@ -63,4 +67,50 @@ TEST(platform, key_table_from_keyboard_state)
     EXPECT_EQ(platform_fill_key_table(table, state, 8, fake_key_from_scancode), 0u);
     EXPECT_EQ(table['q'], 0);
     EXPECT_EQ(table['d'], 1);
+}
+
+TEST(platform, packs_are_looked_for_in_the_working_folder_then_by_the_executable)
+{
+    char old_cwd[4096];
+    ASSERT_NE(getcwd(old_cwd, sizeof(old_cwd)), nullptr);
+    const std::string root = testing::TempDir() + "platform_packs";
+    // which of the three places holds pak0.rpk, and which one must be chosen
+    const struct {
+        const char* holder;  // folder (relative to root) that gets packs/pak0.rpk, or "" for none
+        int32_t found;
+    } cases[] = {{"", -1}, {"cwd", 0}, {"exe", 1}, {".", 2}};
+    for (const auto& c : cases) {
+        std::system(("rm -rf '" + root + "' && mkdir -p '" + root + "/cwd' '" + root + "/exe'").c_str());
+        if (c.holder[0])
+            std::system(("mkdir -p '" + root + "/" + c.holder + "/packs' && touch '" + root + "/" + c.holder +
+                         "/packs/pak0.rpk'")
+                            .c_str());
+        ASSERT_EQ(chdir((root + "/cwd").c_str()), 0);
+        platform_pack_search s;
+        platform_find_packs(&s, "packs", "pak0.rpk", (root + "/exe/").c_str());
+        EXPECT_EQ(s.found, c.found) << c.holder;
+        ASSERT_EQ(s.tried_count, 3u);
+        EXPECT_STREQ(s.tried[0], "packs");
+        EXPECT_EQ(std::string(s.tried[1]), root + "/exe/packs");
+        EXPECT_EQ(std::string(s.tried[2]), root + "/exe/../packs");
+        // without the executable's folder only the working folder is tried
+        platform_find_packs(&s, "packs", "pak0.rpk", nullptr);
+        EXPECT_EQ(s.tried_count, 1u);
+        EXPECT_EQ(s.found, c.found == 0 ? 0 : -1) << c.holder;
+    }
+    ASSERT_EQ(chdir(old_cwd), 0);
+}
+
+TEST(platform, the_summary_gives_the_mean_and_the_worst_frame)
+{
+    platform_frame_stats stats = {0, 0, 0, 1000};
+    for (uint64_t now : {1010u, 1030u, 1060u})  // frames of 10, 20 and 30 ticks
+        platform_frame_stats_add(&stats, now);
+    testing::internal::CaptureStdout();
+    platform_print_summary(&stats, 2500, 1000);
+    const platform_frame_stats none = {0, 0, 0, 0};
+    platform_print_summary(&none, 0, 1000);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "played 2.50 s: 3 frames presented, frame time mean 20.00 ms, worst 30.00 ms\n"
+              "played 0.00 s: 0 frames presented, frame time mean 0.00 ms, worst 0.00 ms\n");
 }

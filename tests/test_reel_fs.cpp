@@ -333,6 +333,10 @@ TEST(reel_pack_tool, bad_manifests_and_arguments_are_reported)
         EXPECT_EQ(status, 1) << text;
         EXPECT_TRUE(testing::internal::RE::PartialMatch(out, testing::internal::RE(message))) << out;
     }
-    for (const char* args : {"", "--list", "--bogus m o", "--list a b"})
-        EXPECT_EQ(run_tool(args).second.rfind("usage: reel_pack", 0), 0u) << args;
+    for (const char* args : {"", "--list", "--bogus m o", "--list a b"}) {
+        const auto [status, out] = run_tool(args);
+        EXPECT_EQ(status, 2) << args;
+        EXPECT_EQ(out.rfind("reel_pack: ", 0), 0u) << args;
+        EXPECT_NE(out.find("\nusage: reel_pack"), std::string::npos) << args;
+    }
 }

@@ -209,13 +209,16 @@ TEST(reel_scene_load, the_description_parser_reads_words_items_and_comments)
     // after line 1 a carriage return is white space
     EXPECT_EQ(parse("first = 1\nkey junk = v\r\n"), (std::vector<std::string>{"first=1", "key=v"}));
     EXPECT_EQ(parse("a = [x # one\n y ]"), (std::vector<std::string>{"a[0/2]=x", "a[1/2]=y"}));
+    // Windows line ends, the first line's included, are line ends
+    EXPECT_EQ(parse("scene_name = a\r\nfloats = [ 1 2 ]\r\nb = c # x\r\n"),
+              (std::vector<std::string>{"scene_name=a", "floats[0/2]=1", "floats[1/2]=2", "b=c"}));
     EXPECT_EQ(parse("a = -1"), std::vector<std::string>{"a="});
     EXPECT_EQ(parse(""), std::vector<std::string>{});
 }
 
 TEST(reel_scene_load, the_description_parser_refuses_what_it_cannot_read)
 {
-    EXPECT_EXIT(parse("a = 1\r\nb = 2\n"), testing::ExitedWithCode(1),
+    EXPECT_EXIT(parse("a = 1\rb = 2\r"), testing::ExitedWithCode(1),
                 test_literal("txt contains \\r either bug or unpacked using some tool that converts unix lines to mac.. tryp "
                         "MacZip\n"));
     EXPECT_EXIT(parse("a = 1\n\nkey"), testing::ExitedWithCode(1),

@@ -98,6 +98,33 @@ TEST(reel_sequence, comments_empty_lines_and_labels_keep_line_numbers_and_name_t
     EXPECT_EQ(s.rows[2].end, 44100);
 }
 
+TEST(reel_sequence, windows_line_ends_read_as_line_ends)
+{
+    seq_fixture unix_text, windows_text;
+    const std::string body = "# the opening\n"
+                             "\n"
+                             "intro:\n"
+                             "abs,,0,0,abs,,1000,music_start,music\n"
+                             "barrier,prev_completed\n"
+                             "relend,intro,0,0,relstart,me,500,overlay_clut_set,base\n";
+    std::string crlf;
+    for (char c : std::string(HEADER) + body)
+        crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
+    const reel_sequence& u = unix_text.load(HEADER + body);
+    const reel_sequence& w = windows_text.load(crlf);
+    ASSERT_EQ(w.row_count, 2u);
+    for (uint32_t i = 0; i < 2; i++) {
+        EXPECT_EQ(w.rows[i].line, u.rows[i].line);
+        EXPECT_STREQ(w.rows[i].function, u.rows[i].function);
+        EXPECT_STREQ(w.rows[i].args, u.rows[i].args);  // no carriage return left at the end
+        EXPECT_EQ(w.rows[i].start, u.rows[i].start);
+        EXPECT_EQ(w.rows[i].end, u.rows[i].end);
+    }
+    EXPECT_EQ(w.rows[0].flags, (uint32_t)SEQ_ROW_BARRIER_AFTER);
+    ASSERT_EQ(w.label_count, 1u);
+    EXPECT_EQ(w.labels[0].line, 4u);
+}
+
 TEST(reel_sequence, a_start_after_its_own_end_resolves_in_the_second_pass)
 {
     seq_fixture f;

@@ -157,16 +157,6 @@ TEST(show_e2e, a_show_without_a_script_says_so)
     EXPECT_NE(out.find("failed open \"sequence.csv\"\n"), std::string::npos) << out;
 }
 
-TEST(show_e2e, capture_help_exits_0_and_wrong_arguments_exit_2)
-{
-    std::string out;
-    EXPECT_EQ(run(tools + "/reel_capture --help", &out), 0);
-    EXPECT_EQ(out.rfind("usage: reel_capture", 0), 0u) << out;
-    EXPECT_EQ(run(tools + "/reel_capture --frames", &out), 2);
-    EXPECT_EQ(run(tools + "/reel_capture --png-every 2 --colour", &out), 2);
-    EXPECT_NE(out.find("reel_capture: unknown option \"--colour\"\nusage:"), std::string::npos) << out;
-}
-
 #ifdef REEL_SHOW_DIR
 #include <algorithm>
 #include <cstring>

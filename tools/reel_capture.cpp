@@ -1,16 +1,27 @@
 // A headless host: plays the show in the current folder exactly like the program does, but
 // deterministically and as fast as it can. Per displayed frame it advances the music player
 // by 1/60 s through the same mixing code as the audio callback (367 or 368 stereo samples, so
-// that 60 frames are exactly 22,050 samples), runs one update pass and one render pass, flips
-// the video plane and composes both planes. It is how tests run whole shows, and how a person
-// makes a video of one (PNG frames and a WAV of the music).
+// that 60 frames are exactly 22,050 samples), runs the update passes of a frame and one render
+// pass, flips the video plane and composes both planes. It is how tests run whole shows, and
+// how a person makes a video of one (a video file through ffmpeg, or PNG frames and a WAV of
+// the music).
 //
-//   reel_capture [--frames N] [--png-every K] [--png-at F]... [--out DIR] [--wav FILE] [--stats]
+// Cadence: the program's loop never sleeps, so it runs many update passes before each render
+// pass, and scenes that act only while few update passes have run (video_clear) never act
+// live. Three update passes per frame (after the engine's init passes, which live are over
+// before the first frame is due) is the least cadence at which every scene's render calls see
+// what they see live: a scene comes into its span in the first update pass after the clock has
+// moved, so it has had three update calls by the render pass. More only costs time (scenes
+// that draw in update passes draw each time). One update pass per frame is kept as an option.
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <sys/stat.h>
 
 #include "bitmap.h"
 #include "diag.h"
@@ -18,6 +29,7 @@
 #include "memarena.h"
 #include "music.h"
 #include "reel.h"
+#include "tool.h"
 
 namespace {
 
@@ -25,84 +37,77 @@ constexpr uint64_t CAPTURE_PLATFORM_ARENA_SIZE = 10ull << 20;
 constexpr uint32_t CAPTURE_FRAMES_PER_SECOND = 60;
 constexpr uint32_t CAPTURE_MAX_PNG_AT = 256;
 constexpr uint32_t CAPTURE_MAX_FRAME_SAMPLES = MUSIC_SAMPLE_RATE / CAPTURE_FRAMES_PER_SECOND + 1;
+constexpr uint64_t CAPTURE_UPDATES_PER_FRAME_DEFAULT = 3;
+constexpr uint64_t CAPTURE_UPDATES_PER_FRAME_MAX = 1000;
+constexpr uint32_t CAPTURE_WAV_HEADER_BYTES = 44;
+constexpr uint64_t CAPTURE_PROGRESS_NS = 500000000;  // progress line twice a second
+constexpr int CAPTURE_EXEC_FAILED = 127;             // the shell's status for a program not found
+
+const char CAPTURE_USAGE[] =
+    "usage: reel_capture [--frames N] [--updates-per-frame N] [--png-every K] [--png-at F]... [--out DIR]\n"
+    "                    [--wav FILE] [--video FILE|-] [--stats]\n"
+    "Plays the show of assets/reel/le/ in the current folder headless, 60 frames per second of music.\n"
+    "  --frames N             stop after N frames (otherwise when the show ends or nothing more can happen)\n"
+    "  --updates-per-frame N  update passes before each render pass, 1 to 1000 (default 3: what the\n"
+    "                         program shows, whose loop runs many update passes per frame)\n"
+    "  --png-every K          write every K-th frame's 640 x 480 composition as DIR/frame_NNNNNN.png\n"
+    "  --png-at F             write frame F (frames count from 0; may be repeated)\n"
+    "  --out DIR              folder for the PNG frames, created if needed (default: the current folder)\n"
+    "  --wav FILE             write the mixed music (22,050 Hz, 16-bit stereo)\n"
+    "  --video FILE           encode a video at 60 fps with the music through ffmpeg (H.264 and AAC;\n"
+    "                         the container follows FILE's extension: .mp4, .mkv, .mov); - writes\n"
+    "                         Matroska to standard output (messages then go to standard error)\n"
+    "  --stats                print the engine's statistics, the per-pass cost and the arenas' use\n"
+    "Progress (frame, show time, speed) goes to standard error while a video is made or when standard\n"
+    "error is a terminal.\n";
+
+const tool_info CAPTURE_TOOL = {"reel_capture", CAPTURE_USAGE};
 
 struct capture_options {
     uint64_t frames;  // 0: until the show quits
+    uint64_t updates_per_frame;
     uint64_t png_every;
     uint64_t png_at[CAPTURE_MAX_PNG_AT];
     uint32_t png_at_count;
     const char* out_dir;
     const char* wav_path;
+    const char* video_path;
     bool stats;
 };
-
-[[noreturn]] void capture_usage(const char* why)
-{
-    // --help: to standard output, status 0; a wrong argument: to standard error, status 2
-    FILE* out = why ? stderr : stdout;
-    if (why)
-        fprintf(stderr, "reel_capture: %s\n", why);
-    fprintf(out,
-            "usage: reel_capture [--frames N] [--png-every K] [--png-at F]... [--out DIR] [--wav FILE] [--stats]\n"
-            "  plays the show of assets/reel/le/ headless, 60 frames per second of music\n"
-            "  --frames N     stop after N frames (otherwise when the show ends or nothing more can happen)\n"
-            "  --png-every K  write every K-th frame's 640 x 480 composition as OUT/frame_NNNNNN.png\n"
-            "  --png-at F     write frame F (frames count from 0; may be repeated)\n"
-            "  --out DIR      folder for the PNG frames (default: the current folder)\n"
-            "  --wav FILE     write the mixed music (22,050 Hz, 16-bit stereo)\n"
-            "  --stats        print the engine's statistics, the per-pass cost and the arenas' use\n");
-    exit(why ? 2 : 0);
-}
-
-uint64_t capture_number(const char* option, const char* text)
-{
-    char* end = nullptr;
-    errno = 0;
-    const unsigned long long v = text ? strtoull(text, &end, 10) : 0;
-    if (!text || !*text || *end || errno || text[0] == '-') {
-        char why[256];
-        snprintf(why, sizeof(why), "%s needs a whole number, got \"%s\"", option, text ? text : "");
-        capture_usage(why);
-    }
-    return (uint64_t)v;
-}
 
 capture_options capture_parse(int argc, char** argv)
 {
     capture_options o;
     memset(&o, 0, sizeof(o));
     o.out_dir = ".";
+    o.updates_per_frame = CAPTURE_UPDATES_PER_FRAME_DEFAULT;
     for (int i = 1; i < argc; i++) {
         const char* a = argv[i];
-        const char* next = i + 1 < argc ? argv[i + 1] : nullptr;
         if (!strcmp(a, "--frames")) {
-            o.frames = capture_number(a, next), i++;
-            if (o.frames == 0)
-                capture_usage("--frames must be at least 1");
+            o.frames = tool_parse_u64(a, tool_option_value(argc, argv, &i), 1, UINT64_MAX);
+        } else if (!strcmp(a, "--updates-per-frame")) {
+            o.updates_per_frame =
+                tool_parse_u64(a, tool_option_value(argc, argv, &i), 1, CAPTURE_UPDATES_PER_FRAME_MAX);
         } else if (!strcmp(a, "--png-every")) {
-            o.png_every = capture_number(a, next), i++;
+            o.png_every = tool_parse_u64(a, tool_option_value(argc, argv, &i), 1, UINT64_MAX);
         } else if (!strcmp(a, "--png-at")) {
             if (o.png_at_count == CAPTURE_MAX_PNG_AT)
-                capture_usage("too many --png-at options");
-            o.png_at[o.png_at_count++] = capture_number(a, next), i++;
+                tool_usage_error("at most %u --png-at options", CAPTURE_MAX_PNG_AT);
+            o.png_at[o.png_at_count++] = tool_parse_u64(a, tool_option_value(argc, argv, &i), 0, UINT64_MAX);
         } else if (!strcmp(a, "--out")) {
-            if (!next)
-                capture_usage("--out needs a folder");
-            o.out_dir = next, i++;
+            o.out_dir = tool_option_value(argc, argv, &i);
         } else if (!strcmp(a, "--wav")) {
-            if (!next)
-                capture_usage("--wav needs a file name");
-            o.wav_path = next, i++;
+            o.wav_path = tool_option_value(argc, argv, &i);
+        } else if (!strcmp(a, "--video")) {
+            o.video_path = tool_option_value(argc, argv, &i);
         } else if (!strcmp(a, "--stats")) {
             o.stats = true;
-        } else if (!strcmp(a, "--help") || !strcmp(a, "-h")) {
-            capture_usage(nullptr);
         } else {
-            char why[256];
-            snprintf(why, sizeof(why), "unknown option \"%s\"", a);
-            capture_usage(why);
+            tool_usage_error("unknown argument \"%s\"", a);
         }
     }
+    if (!o.out_dir[0] || (o.video_path && !o.video_path[0]))
+        tool_usage_error("an empty file or folder name");
     return o;
 }
 
@@ -116,33 +121,27 @@ bool capture_png_due(const capture_options* o, uint64_t frame)
     return false;
 }
 
-void capture_write_u32(FILE* f, uint32_t v)
+void capture_put_u32(uint8_t* p, uint32_t v)
 {
-    const uint8_t b[4] = {(uint8_t)v, (uint8_t)(v >> 8), (uint8_t)(v >> 16), (uint8_t)(v >> 24)};
-    fwrite(b, 1, 4, f);
+    p[0] = (uint8_t)v, p[1] = (uint8_t)(v >> 8), p[2] = (uint8_t)(v >> 16), p[3] = (uint8_t)(v >> 24);
 }
 
-void capture_write_u16(FILE* f, uint16_t v)
-{
-    const uint8_t b[2] = {(uint8_t)v, (uint8_t)(v >> 8)};
-    fwrite(b, 1, 2, f);
-}
+void capture_put_u16(uint8_t* p, uint16_t v) { p[0] = (uint8_t)v, p[1] = (uint8_t)(v >> 8); }
 
 // The RIFF header of 16-bit stereo PCM; the sizes are filled in when the capture ends.
-void capture_wav_header(FILE* f, uint32_t data_bytes)
+void capture_wav_header(uint8_t* h, uint32_t data_bytes)
 {
-    fwrite("RIFF", 1, 4, f);
-    capture_write_u32(f, 36 + data_bytes);
-    fwrite("WAVEfmt ", 1, 8, f);
-    capture_write_u32(f, 16);
-    capture_write_u16(f, 1);  // PCM
-    capture_write_u16(f, (uint16_t)MUSIC_CHANNELS);
-    capture_write_u32(f, MUSIC_SAMPLE_RATE);
-    capture_write_u32(f, MUSIC_SAMPLE_RATE * MUSIC_CHANNELS * 2);
-    capture_write_u16(f, (uint16_t)(MUSIC_CHANNELS * 2));
-    capture_write_u16(f, 16);
-    fwrite("data", 1, 4, f);
-    capture_write_u32(f, data_bytes);
+    memcpy(h, "RIFFxxxxWAVEfmt ", 16);
+    capture_put_u32(h + 4, CAPTURE_WAV_HEADER_BYTES - 8 + data_bytes);
+    capture_put_u32(h + 16, 16);
+    capture_put_u16(h + 20, 1);  // PCM
+    capture_put_u16(h + 22, (uint16_t)MUSIC_CHANNELS);
+    capture_put_u32(h + 24, MUSIC_SAMPLE_RATE);
+    capture_put_u32(h + 28, MUSIC_SAMPLE_RATE * MUSIC_CHANNELS * 2);
+    capture_put_u16(h + 32, (uint16_t)(MUSIC_CHANNELS * 2));
+    capture_put_u16(h + 34, 16);
+    memcpy(h + 36, "data", 4);
+    capture_put_u32(h + 40, data_bytes);
 }
 
 void capture_save_png(const uint32_t* rgba, uint64_t frame, const char* out_dir, xmemarena* tmp)
@@ -155,13 +154,166 @@ void capture_save_png(const uint32_t* rgba, uint64_t frame, const char* out_dir,
             uint8_t* p = bitmap_pixel(bm, x, y);
             p[0] = (uint8_t)(v >> 24), p[1] = (uint8_t)(v >> 16), p[2] = (uint8_t)(v >> 8);
         }
-    char path[4096];
-    snprintf(path, sizeof(path), "%s/frame_%06llu.png", out_dir, (unsigned long long)frame);
-    if (!bitmap_save_png(bm, path, tmp)) {
-        fprintf(stderr, "reel_capture: could not write \"%s\"\n", path);
-        exit(1);
-    }
+    char path[TOOL_PATH_MAX];
+    char name[32];
+    snprintf(name, sizeof(name), "frame_%06llu.png", (unsigned long long)frame);
+    tool_join_path(path, out_dir, name);
+    tool_save_png(bm, path, tmp);
     xmemarena_set_sp(tmp, mark);
+}
+
+// ---- video through ffmpeg ----
+
+// Pass one pipes raw frames into an ffmpeg that encodes them to a silent temporary file; the
+// music is only complete when the show has ended, so pass two muxes it in (copying the video).
+// Two passes never block on each other the way one ffmpeg reading two pipes can.
+struct capture_video {
+    pid_t encoder;
+    FILE* frames;  // the encoder's standard input
+    int stdout_fd;  // where the finished video goes when it is "-"
+    tool_output silent;
+    tool_output final_file;
+    const char* path;
+};
+
+// Runs argv with the given standard input and output (-1: inherited); the child's status 127
+// means the program was not found.
+pid_t capture_spawn(const char* const* argv, int stdin_fd, int stdout_fd, int close_fd)
+{
+    fflush(stdout);
+    fflush(stderr);
+    const pid_t pid = fork();
+    if (pid < 0)
+        tool_fail("cannot start %s: %s", argv[0], strerror(errno));
+    if (pid == 0) {
+        if (stdin_fd >= 0)
+            dup2(stdin_fd, 0);
+        if (stdout_fd >= 0)
+            dup2(stdout_fd, 1);
+        if (close_fd >= 0)
+            close(close_fd);
+        execvp(argv[0], (char* const*)argv);
+        _exit(CAPTURE_EXEC_FAILED);
+    }
+    return pid;
+}
+
+int capture_wait(pid_t pid)
+{
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+void capture_need_ffmpeg()
+{
+    const int null_fd = open("/dev/null", O_WRONLY);
+    const char* const argv[] = {"ffmpeg", "-version", nullptr};
+    const int status = capture_wait(capture_spawn(argv, -1, null_fd, -1));
+    close(null_fd);
+    if (status == CAPTURE_EXEC_FAILED)
+        tool_fail("--video needs ffmpeg, which is not installed (on Debian: sudo apt-get install ffmpeg)");
+}
+
+// Temporary files of the video go beside it, or into $TMPDIR for standard output.
+void capture_temp_base(char* base, const char* path)
+{
+    if (strcmp(path, "-") != 0) {
+        snprintf(base, TOOL_PATH_MAX, "%s", path);
+        return;
+    }
+    const char* dir = getenv("TMPDIR");
+    snprintf(base, TOOL_PATH_MAX, "%s/reel_capture", dir && dir[0] ? dir : "/tmp");
+}
+
+void capture_video_begin(capture_video* v, const char* path)
+{
+    memset(v, 0, sizeof(*v));
+    v->path = path;
+    v->stdout_fd = -1;
+    capture_need_ffmpeg();
+    if (!strcmp(path, "-")) {
+        // the video owns standard output; everything the tool and the engine print goes to stderr
+        v->stdout_fd = dup(1);
+        dup2(2, 1);
+    } else {
+        tool_output_begin(&v->final_file, path);  // first, so that a path that cannot be written is named
+    }
+    char base[TOOL_PATH_MAX];
+    capture_temp_base(base, path);
+    char name[TOOL_PATH_MAX + 16];
+    snprintf(name, sizeof(name), "%s.silent.mkv", base);
+    tool_output_begin(&v->silent, name);
+    signal(SIGPIPE, SIG_IGN);  // an encoder that stops shows as a failed write, not a silent death
+    int fds[2];
+    if (pipe(fds) != 0)
+        tool_fail("cannot make a pipe for ffmpeg: %s", strerror(errno));
+    char size[32];
+    snprintf(size, sizeof(size), "%ux%u", DISPLAY_OUTPUT_WIDTH, DISPLAY_OUTPUT_HEIGHT);
+    char rate[16];
+    snprintf(rate, sizeof(rate), "%u", CAPTURE_FRAMES_PER_SECOND);
+    // the composition's 32-bit values R << 24 | G << 16 | B << 8 | 255 lie in memory as A, B, G, R
+    const char* const argv[] = {"ffmpeg", "-hide_banner", "-loglevel", "error", "-y", "-f", "rawvideo",
+                                "-pixel_format", "abgr", "-video_size", size, "-framerate", rate, "-i", "-",
+                                "-c:v", "libx264", "-preset", "fast", "-crf", "18", "-pix_fmt", "yuv420p",
+                                "-f", "matroska", v->silent.temp, nullptr};
+    v->encoder = capture_spawn(argv, fds[0], -1, fds[1]);
+    close(fds[0]);
+    v->frames = fdopen(fds[1], "wb");
+}
+
+void capture_video_frame(capture_video* v, const uint32_t* rgba)
+{
+    const size_t bytes = (size_t)DISPLAY_OUTPUT_WIDTH * DISPLAY_OUTPUT_HEIGHT * 4;
+    if (fwrite(rgba, 1, bytes, v->frames) != bytes)
+        tool_fail("ffmpeg stopped taking frames (its messages are above)");
+}
+
+void capture_video_end(capture_video* v, const char* wav_path)
+{
+    const bool sent = fclose(v->frames) == 0;
+    v->frames = nullptr;
+    if (capture_wait(v->encoder) != 0 || !sent)
+        tool_fail("ffmpeg could not encode the frames into \"%s\" (its messages are above)", v->silent.temp);
+    const bool to_stdout = v->stdout_fd >= 0;
+    const char* out = to_stdout ? "pipe:1" : v->final_file.temp;
+    const char* const argv[] = {"ffmpeg", "-hide_banner", "-loglevel", "error", "-nostdin", "-y",
+                                "-i", v->silent.temp, "-i", wav_path, "-map", "0:v", "-map", "1:a",
+                                "-c:v", "copy", "-c:a", "aac", "-b:a", "192k",
+                                to_stdout ? "-f" : "-map_metadata", to_stdout ? "matroska" : "-1", out, nullptr};
+    const int status = capture_wait(capture_spawn(argv, -1, v->stdout_fd, -1));
+    tool_output_abandon(&v->silent);
+    if (status != 0)
+        tool_fail("ffmpeg could not write \"%s\" (its messages are above)", v->path);
+    if (!to_stdout)
+        tool_output_commit(&v->final_file);
+}
+
+// ---- progress ----
+
+struct capture_progress {
+    bool shown;
+    bool terminal;
+    uint64_t start_ns;
+    uint64_t last_ns;
+};
+
+void capture_progress_line(capture_progress* p, uint64_t frame, bool last)
+{
+    const uint64_t now = prof_monotonic_ns();
+    if (!last && now - p->last_ns < CAPTURE_PROGRESS_NS)
+        return;
+    if (frame <= CAPTURE_FRAMES_PER_SECOND && !p->shown)
+        return;  // a capture of a second or less says nothing
+    p->last_ns = now;
+    p->shown = true;
+    const double show_s = (double)frame / CAPTURE_FRAMES_PER_SECOND;
+    const double wall_s = (double)(now - p->start_ns) * 1e-9;
+    fprintf(stderr, "%sframe %llu, show time %.1f s, speed %.2fx%s", p->terminal ? "\r" : "",
+            (unsigned long long)frame, show_s, wall_s > 0.0 ? show_s / wall_s : 0.0,
+            last || !p->terminal ? "\n" : "");
+    fflush(stderr);
 }
 
 // Without --frames the capture ends with the show: when the show quits (its fade_out_music row
@@ -169,10 +321,10 @@ void capture_save_png(const uint32_t* rgba, uint64_t frame, const char* out_dir,
 // keeps running until the viewer quits): the clock is past the end of every row and the music
 // has run out, or no music was started after a whole frame of sequencer passes, so the clock
 // stays where it is. Null while the show goes on, else why it is over.
-const char* capture_show_over(bool sequenced_whole_frame)
+const char* capture_show_over()
 {
     const reel_engine* e = &demosys_global.engine;
-    if (!e->init_done || !sequenced_whole_frame)
+    if (!e->init_done)
         return nullptr;
     if (!music_global.started.load(std::memory_order_relaxed))
         return "the script started no music, so the show clock cannot move";
@@ -190,18 +342,28 @@ const char* capture_show_over(bool sequenced_whole_frame)
 
 int main(int argc, char** argv)
 {
+    tool_begin(&CAPTURE_TOOL, argc, argv);
     const capture_options opt = capture_parse(argc, argv);
-    if (opt.png_every || opt.png_at_count) {
-        mkdir(opt.out_dir, 0777);  // an existing folder is fine; a failure shows at the first write
-    }
-    FILE* wav = nullptr;
+    if (opt.png_every || opt.png_at_count)
+        tool_make_dir(opt.out_dir);
+    capture_video video;
+    if (opt.video_path)
+        capture_video_begin(&video, opt.video_path);
+    tool_output wav;  // --wav, or the music a video needs under a temporary name
+    const bool want_wav = opt.wav_path || opt.video_path;
     if (opt.wav_path) {
-        wav = fopen(opt.wav_path, "wb");
-        if (!wav) {
-            fprintf(stderr, "reel_capture: could not create \"%s\"\n", opt.wav_path);
-            return 1;
-        }
-        capture_wav_header(wav, 0);
+        tool_output_open(&wav, opt.wav_path);
+    } else if (opt.video_path) {
+        char name[TOOL_PATH_MAX + 16];
+        char base[TOOL_PATH_MAX];
+        capture_temp_base(base, opt.video_path);
+        snprintf(name, sizeof(name), "%s.music.wav", base);
+        tool_output_open(&wav, name);
+    }
+    uint8_t header[CAPTURE_WAV_HEADER_BYTES];
+    if (want_wav) {
+        capture_wav_header(header, 0);
+        tool_output_write(&wav, header, sizeof(header));
     }
 
     static xmemarena platform_arena;
@@ -209,7 +371,7 @@ int main(int argc, char** argv)
     static display_device display;
     display_init(&display, &platform_arena);
     auto* composed = (uint32_t*)xmemarena_push_align(&platform_arena, DISPLAY_OUTPUT_WIDTH * DISPLAY_OUTPUT_HEIGHT * 4, 64);
-    xmemarena* png_tmp = xmemarena_push_arena(&platform_arena, "capture_png_arena", 2u << 20);
+    xmemarena* png_tmp = xmemarena_push_arena(&platform_arena, "capture_png_arena", 4u << 20);
     prof_init();
     music_reset();
     if (demosys_init(&demosys_global, &display) != 0) {
@@ -217,6 +379,8 @@ int main(int argc, char** argv)
         return 1;
     }
 
+    capture_progress progress = {false, isatty(2) != 0, prof_monotonic_ns(), prof_monotonic_ns()};
+    const bool show_progress = opt.video_path || progress.terminal;
     static uint8_t keys[256];  // nobody presses anything
     int16_t samples[CAPTURE_MAX_FRAME_SAMPLES * 2];
     uint64_t wav_bytes = 0;
@@ -228,31 +392,51 @@ int main(int argc, char** argv)
         const uint64_t n = ((frame + 1) * MUSIC_SAMPLE_RATE) / CAPTURE_FRAMES_PER_SECOND -
                            (frame * MUSIC_SAMPLE_RATE) / CAPTURE_FRAMES_PER_SECOND;
         music_mix(samples, (uint32_t)n);
-        if (wav) {
-            for (uint64_t i = 0; i < n * 2; i++)
-                capture_write_u16(wav, (uint16_t)samples[i]);
+        if (want_wav) {
+            tool_output_write(&wav, samples, n * 4);  // little-endian in memory on every host we build for
             wav_bytes += n * 4;
         }
-        const bool sequenced = demosys_global.engine.init_done != 0;  // both passes of this frame run the script
-        demosys_update(&demosys_global, &display, keys, nullptr);
+        // the engine's init steps come on top, as live they are done long before the first
+        // frame is due; each step is one pass, so this ends
+        while (!demosys_global.engine.init_done)
+            demosys_update(&demosys_global, &display, keys, nullptr);
+        for (uint64_t u = 0; u < opt.updates_per_frame; u++)
+            demosys_update(&demosys_global, &display, keys, nullptr);
         demosys_render(&demosys_global, &display, keys, nullptr);
         display_flip(&display);
         display_output_rgba(&display, composed, DISPLAY_OUTPUT_WIDTH * 4);
         if (capture_png_due(&opt, frame))
             capture_save_png(composed, frame, opt.out_dir, png_tmp);
+        if (opt.video_path)
+            capture_video_frame(&video, composed);
         frame++;
+        if (show_progress)
+            capture_progress_line(&progress, frame, false);
         if (demosys_global.quit)
             break;
-        const char* over = opt.frames ? nullptr : capture_show_over(sequenced);
+        // every frame runs whole frames of sequencer passes (the init steps come before them)
+        const char* over = opt.frames ? nullptr : capture_show_over();
         if (over) {
             printf("capture stops: %s\n", over);
             break;
         }
     }
-    if (wav) {
-        fseek(wav, 0, SEEK_SET);
-        capture_wav_header(wav, (uint32_t)wav_bytes);
-        fclose(wav);
+    if (show_progress)
+        capture_progress_line(&progress, frame, true);
+    if (want_wav) {
+        // a pipe or a device cannot seek: its header keeps the sizes 0, as streamed WAV has
+        capture_wav_header(header, (uint32_t)wav_bytes);
+        if (fseek(wav.file, 0, SEEK_SET) == 0)
+            tool_output_write(&wav, header, sizeof(header));
+    }
+    if (opt.wav_path)
+        tool_output_commit(&wav);
+    if (opt.video_path) {
+        if (!opt.wav_path && fflush(wav.file) != 0)
+            tool_fail("cannot write \"%s\": %s", wav.temp, strerror(errno));
+        capture_video_end(&video, opt.wav_path ? wav.path : wav.temp);
+        if (!opt.wav_path)
+            tool_output_abandon(&wav);
     }
     printf("captured %llu frames (%.2f s of music)%s\n", (unsigned long long)frame, (double)frame / 60.0,
            demosys_global.quit ? ", the show ended" : "");

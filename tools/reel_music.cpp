@@ -6,7 +6,6 @@
 // levels of the music.
 //
 //   reel_music OUT.bin [--wav OUT.wav] [--decoded-wav OUT.wav] [--beam N]
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +16,7 @@
 #include "music.h"
 #include "music_encode.h"
 #include "music_synth.h"
+#include "tool.h"
 
 namespace {
 
@@ -35,60 +35,39 @@ struct music_tool_options {
     uint32_t beam_width;
 };
 
-[[noreturn]] void music_tool_usage(const char* why)
-{
-    if (why)
-        fprintf(stderr, "reel_music: %s\n", why);
-    fprintf(stderr,
-            "usage: reel_music OUT.bin [--wav OUT.wav] [--decoded-wav OUT.wav] [--beam N]\n"
-            "  renders the show's music, encodes it as 4-bit stereo ADPCM at 22,050 Hz and writes the\n"
-            "  stream to OUT.bin (one byte per stereo frame, no header)\n"
-            "  --wav FILE          also write the synthesised music (16-bit stereo WAV)\n"
-            "  --decoded-wav FILE  also write the stream as the player decodes it\n"
-            "  --beam N            paths the encoder keeps, 1 (greedy) to %u (default %u)\n",
-            MUSIC_ENCODE_BEAM_MAX, MUSIC_ENCODE_BEAM_DEFAULT);
-    exit(1);
-}
+const char MUSIC_TOOL_USAGE[] =
+    "usage: reel_music OUT.bin [--wav OUT.wav] [--decoded-wav OUT.wav] [--beam N]\n"
+    "Renders the show's music, encodes it as 4-bit stereo ADPCM at 22,050 Hz and writes the\n"
+    "stream to OUT.bin (one byte per stereo frame, no header).\n"
+    "  --wav FILE          also write the synthesised music (16-bit stereo WAV)\n"
+    "  --decoded-wav FILE  also write the stream as the player decodes it\n"
+    "  --beam N            paths the encoder keeps, 1 (greedy) to 32 (default 8)\n";
+static_assert(MUSIC_ENCODE_BEAM_MAX == 32 && MUSIC_ENCODE_BEAM_DEFAULT == 8, "the usage text names both");
+
+const tool_info MUSIC_TOOL = {"reel_music", MUSIC_TOOL_USAGE};
 
 music_tool_options music_tool_parse(int argc, char** argv)
 {
     music_tool_options o = {nullptr, nullptr, nullptr, MUSIC_ENCODE_BEAM_DEFAULT};
     for (int i = 1; i < argc; i++) {
         const char* a = argv[i];
-        const char* next = i + 1 < argc ? argv[i + 1] : nullptr;
         if (!strcmp(a, "--wav")) {
-            if (!next)
-                music_tool_usage("--wav needs a file name");
-            o.wav_path = next, i++;
+            o.wav_path = tool_option_value(argc, argv, &i);
         } else if (!strcmp(a, "--decoded-wav")) {
-            if (!next)
-                music_tool_usage("--decoded-wav needs a file name");
-            o.decoded_wav_path = next, i++;
+            o.decoded_wav_path = tool_option_value(argc, argv, &i);
         } else if (!strcmp(a, "--beam")) {
-            char* end = nullptr;
-            errno = 0;
-            const long width = next ? strtol(next, &end, 10) : 0;
-            if (!next || !*next || *end || errno || width < 1 || width > (long)MUSIC_ENCODE_BEAM_MAX) {
-                char why[256];
-                snprintf(why, sizeof(why), "--beam needs a whole number from 1 to %u", MUSIC_ENCODE_BEAM_MAX);
-                music_tool_usage(why);
-            }
-            o.beam_width = (uint32_t)width;
-            i++;
-        } else if (!strcmp(a, "--help") || !strcmp(a, "-h")) {
-            music_tool_usage(nullptr);
+            o.beam_width = (uint32_t)tool_parse_u64(a, tool_option_value(argc, argv, &i), MUSIC_ENCODE_BEAM_GREEDY,
+                                                    MUSIC_ENCODE_BEAM_MAX);
         } else if (a[0] == '-') {
-            char why[256];
-            snprintf(why, sizeof(why), "unknown option \"%s\"", a);
-            music_tool_usage(why);
+            tool_usage_error("unknown option \"%s\"", a);
         } else if (o.out_path) {
-            music_tool_usage("only one output file");
+            tool_usage_error("only one output file");
         } else {
             o.out_path = a;
         }
     }
     if (!o.out_path)
-        music_tool_usage("no output file");
+        tool_usage_error("no output file");
     return o;
 }
 
@@ -104,23 +83,8 @@ void music_tool_put_u32(uint8_t* p, uint32_t v)
     music_tool_put_u16(p + 2, (uint16_t)(v >> 16));
 }
 
-bool music_tool_write_file(const char* path, const void* head, size_t head_bytes, const void* data, size_t bytes)
-{
-    FILE* f = fopen(path, "wb");
-    if (!f) {
-        fprintf(stderr, "reel_music: could not create \"%s\"\n", path);
-        return false;
-    }
-    const bool ok = fwrite(head, 1, head_bytes, f) == head_bytes && fwrite(data, 1, bytes, f) == bytes;
-    if (fclose(f) != 0 || !ok) {
-        fprintf(stderr, "reel_music: could not write \"%s\"\n", path);
-        return false;
-    }
-    return true;
-}
-
 // Samples are written as they lie in memory, which is little-endian on every host we build for.
-bool music_tool_write_wav(const char* path, const int16_t* pcm, uint32_t frames)
+void music_tool_write_wav(const char* path, const int16_t* pcm, uint32_t frames)
 {
     const uint32_t data_bytes = frames * MUSIC_TOOL_FRAME_BYTES;
     uint8_t h[MUSIC_TOOL_WAV_HEADER_BYTES];
@@ -136,7 +100,7 @@ bool music_tool_write_wav(const char* path, const int16_t* pcm, uint32_t frames)
     music_tool_put_u16(h + 34, MUSIC_TOOL_BITS);
     memcpy(h + 36, "data", 4);
     music_tool_put_u32(h + 40, data_bytes);
-    return music_tool_write_file(path, h, sizeof(h), pcm, data_bytes);
+    tool_write_file(path, h, sizeof(h), pcm, data_bytes);
 }
 
 double music_tool_dbfs(double level) { return level > 0.0 ? 20.0 * log10(level / MUSIC_TOOL_FULL_SCALE) : -INFINITY; }
@@ -166,6 +130,7 @@ double music_tool_ms_since(uint64_t start_ns)
 
 int main(int argc, char** argv)
 {
+    tool_begin(&MUSIC_TOOL, argc, argv);
     const music_tool_options opt = music_tool_parse(argc, argv);
     const music_synth_song* song = music_synth_show_song();
     const uint32_t frames = music_synth_song_frames(song);
@@ -173,8 +138,7 @@ int main(int argc, char** argv)
     const uint64_t capacity = 2 * pcm_bytes + frames + music_synth_scratch_bytes(song) + 256;
     void* memory = malloc(capacity);
     if (!memory) {
-        fprintf(stderr, "reel_music: no memory for %llu bytes\n", (unsigned long long)capacity);
-        return 1;
+        tool_fail("no memory for %llu bytes", (unsigned long long)capacity);
     }
     xmemarena arena;
     xmemarena_init(&arena, "reel_music", capacity, memory);
@@ -206,14 +170,13 @@ int main(int argc, char** argv)
     music_tool_print_levels("left", pcm, frames);
     music_tool_print_levels("right", pcm + 1, frames);
 
-    bool ok = music_tool_write_file(opt.out_path, "", 0, stream, frames);
-    if (ok && opt.wav_path)
-        ok = music_tool_write_wav(opt.wav_path, pcm, frames);
-    if (ok && opt.decoded_wav_path)
-        ok = music_tool_write_wav(opt.decoded_wav_path, decoded, frames);
-    if (ok)
-        printf("wrote %s%s%s%s%s\n", opt.out_path, opt.wav_path ? ", " : "", opt.wav_path ? opt.wav_path : "",
-               opt.decoded_wav_path ? ", " : "", opt.decoded_wav_path ? opt.decoded_wav_path : "");
+    tool_write_file(opt.out_path, "", 0, stream, frames);
+    if (opt.wav_path)
+        music_tool_write_wav(opt.wav_path, pcm, frames);
+    if (opt.decoded_wav_path)
+        music_tool_write_wav(opt.decoded_wav_path, decoded, frames);
+    printf("wrote %s%s%s%s%s\n", opt.out_path, opt.wav_path ? ", " : "", opt.wav_path ? opt.wav_path : "",
+           opt.decoded_wav_path ? ", " : "", opt.decoded_wav_path ? opt.decoded_wav_path : "");
     free(memory);
-    return ok ? 0 : 1;
+    return 0;
 }

@@ -1,12 +1,8 @@
-// reel_pack: builds a pack file from a manifest, or lists a pack's directory. The manifest
-// names one block per line: its kind, the name the show asks for, the file that holds it and
-// optionally a count of zero bytes to append (1 gives a text its terminating NUL). The files
-// go into the pack as they are: resource files must already be in the byte order the pack
-// is written in.
-#include <sys/stat.h>
+// reel_pack: builds a pack file from a manifest (pack_manifest.h), or lists a pack's directory.
+// The files go into the pack as they are: resource files must already be in the byte order the
+// pack is written in.
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -14,186 +10,37 @@
 #include "diag.h"
 #include "memarena.h"
 #include "n3d_io.h"
+#include "pack_manifest.h"
 #include "reel_fs.h"
 #include "reel_resource.h"
+#include "tool.h"
 
-constexpr uint32_t PACK_MAX_EXTRA_BYTES = 0x7FFFFFFF;
-constexpr uint32_t PACK_MAX_NAME_BYTES = 65534;  // the entry stores the length with its NUL in 16 bits
+static const char PACK_USAGE[] =
+    "usage: reel_pack [--swapped] MANIFEST OUT.rpk\n"
+    "       reel_pack --list PACK\n"
+    "Builds a pack from MANIFEST, in this machine's byte order or, with --swapped, in the other one;\n"
+    "--list prints a pack's directory: index, kind, name, offset and size of every entry.\n"
+    "A manifest line is  KIND NAME PATH [EXTRA_BYTES]  separated by spaces or tabs, where KIND is a\n"
+    "number from 0 to 9 or one of stencil, texture, palette_animation, palette, rle_image, image,\n"
+    "madpack, font, blob, raw; PATH is relative to the manifest's folder; EXTRA_BYTES zero bytes\n"
+    "(default 0) follow the file's contents. Blank lines and everything from a field starting\n"
+    "with # to the end of the line are ignored. Names and paths cannot contain spaces.\n";
 
-struct pack_manifest_entry {
-    uint32_t line;
-    uint32_t kind;
-    uint32_t extra_bytes;
-    const char* name;
-    const char* path;  // the manifest's folder joined with the path as written
-    uint64_t file_size;
-};
-
-struct pack_manifest {
-    const char* path;
-    uint32_t count;
-    pack_manifest_entry* entries;
-};
-
-static int pack_usage()
-{
-    fprintf(stderr,
-            "usage: reel_pack [--swapped] MANIFEST OUT.rpk\n"
-            "       reel_pack --list PACK\n"
-            "Builds a pack from MANIFEST, in this machine's byte order or, with --swapped, in the other one;\n"
-            "--list prints a pack's directory: index, kind, name, offset and size of every entry.\n"
-            "A manifest line is  KIND NAME PATH [EXTRA_BYTES]  separated by spaces or tabs, where KIND is a\n"
-            "number from 0 to 9 or one of stencil, texture, palette_animation, palette, rle_image, image,\n"
-            "madpack, font, blob, raw; PATH is relative to the manifest's folder; EXTRA_BYTES zero bytes\n"
-            "(default 0) follow the file's contents. Blank lines and everything from a field starting\n"
-            "with # to the end of the line are ignored. Names and paths cannot contain spaces.\n");
-    return 1;
-}
-
-[[noreturn]] static void pack_manifest_fail(const pack_manifest* m, uint32_t line, const char* fmt, ...)
-    DIAG_PRINTF(3, 4);
-
-static void pack_manifest_fail(const pack_manifest* m, uint32_t line, const char* fmt, ...)
-{
-    fprintf(stderr, "%s:%u: ", m->path, line);
-    va_list args;
-    va_start(args, fmt);
-    vfprintf(stderr, fmt, args);
-    va_end(args);
-    fputc('\n', stderr);
-    exit(1);
-}
-
-static bool pack_parse_u32(const char* text, uint32_t max, uint32_t* value)
-{
-    if (*text < '0' || *text > '9')
-        return false;
-    errno = 0;
-    char* end = nullptr;
-    const unsigned long long v = strtoull(text, &end, 10);
-    if (errno || *end != 0 || v > max)
-        return false;
-    *value = (uint32_t)v;
-    return true;
-}
-
-static bool pack_parse_kind(const char* text, uint32_t* kind)
-{
-    if (pack_parse_u32(text, REEL_KIND_COUNT - 1, kind))
-        return true;
-    for (uint32_t k = 0; k < REEL_KIND_COUNT; k++) {
-        if (strcmp(text, reel_kind_name(k)) == 0) {
-            *kind = k;
-            return true;
-        }
-    }
-    return false;
-}
-
-// Splits the line in place into at most `max` fields; a field starting with # ends the line.
-static uint32_t pack_split_fields(char* line, char** fields, uint32_t max)
-{
-    uint32_t count = 0;
-    char* p = line;
-    while (true) {
-        while (*p == ' ' || *p == '\t' || *p == '\r')
-            p++;
-        if (*p == 0 || *p == '#')
-            return count;
-        if (count == max)
-            return max + 1;  // too many: the caller reports the line
-        fields[count++] = p;
-        while (*p && *p != ' ' && *p != '\t' && *p != '\r')
-            p++;
-        if (*p)
-            *p++ = 0;
-    }
-}
-
-// Reads and checks the whole manifest before anything is written: every line's fields, that each
-// file exists, and that no kind and name is given twice (the pack would only ever find the first).
-static void pack_read_manifest(pack_manifest* m, xmemarena* arena)
-{
-    char* text = file_read_text(m->path, arena);
-    if (!text) {
-        fprintf(stderr, "reel_pack: cannot read manifest \"%s\"\n", m->path);
-        exit(1);
-    }
-    uint32_t lines = 1;
-    for (const char* c = text; *c; c++)
-        lines += *c == '\n';
-    m->entries = (pack_manifest_entry*)xmemarena_push_align(arena, lines * sizeof(pack_manifest_entry),
-                                                            alignof(pack_manifest_entry));
-    const char* slash = strrchr(m->path, '/');
-    const size_t folder_bytes = slash ? (size_t)(slash - m->path) + 1 : 0;
-
-    char* line = text;
-    for (uint32_t number = 1; line; number++) {
-        char* next = strchr(line, '\n');
-        if (next)
-            *next++ = 0;
-        char* fields[4];
-        const uint32_t n = pack_split_fields(line, fields, 4);
-        line = next;
-        if (n == 0)
-            continue;
-        if (n < 3 || n > 4)
-            pack_manifest_fail(m, number, "expected KIND NAME PATH [EXTRA_BYTES]");
-        pack_manifest_entry* e = &m->entries[m->count];
-        memset(e, 0, sizeof(*e));
-        e->line = number;
-        if (!pack_parse_kind(fields[0], &e->kind))
-            pack_manifest_fail(m, number,
-                               "unknown kind \"%s\" (0 to 9, or stencil, texture, palette_animation, palette, "
-                               "rle_image, image, madpack, font, blob, raw)",
-                               fields[0]);
-        e->name = fields[1];
-        if (strlen(e->name) > PACK_MAX_NAME_BYTES)
-            pack_manifest_fail(m, number, "name of %zu bytes is too long (at most %u)", strlen(e->name),
-                               PACK_MAX_NAME_BYTES);
-        if (n == 4 && !pack_parse_u32(fields[3], PACK_MAX_EXTRA_BYTES, &e->extra_bytes))
-            pack_manifest_fail(m, number, "bad extra byte count \"%s\" (a number from 0 to %u)", fields[3],
-                               PACK_MAX_EXTRA_BYTES);
-        const size_t path_bytes = strlen(fields[2]) + 1;
-        const size_t prefix = fields[2][0] == '/' ? 0 : folder_bytes;
-        char* path = (char*)xmemarena_push(arena, prefix + path_bytes);
-        memcpy(path, m->path, prefix);
-        memcpy(path + prefix, fields[2], path_bytes);
-        e->path = path;
-        struct stat st;
-        if (stat(path, &st) != 0)
-            pack_manifest_fail(m, number, "cannot read \"%s\": %s", path, strerror(errno));
-        if (!S_ISREG(st.st_mode))
-            pack_manifest_fail(m, number, "\"%s\" is not a file", path);
-        e->file_size = (uint64_t)st.st_size;
-        for (uint32_t i = 0; i < m->count; i++)
-            if (m->entries[i].kind == e->kind && strcmp(m->entries[i].name, e->name) == 0)
-                pack_manifest_fail(m, number, "\"%s\" of kind %s is already on line %u", e->name,
-                                   reel_kind_name(e->kind), m->entries[i].line);
-        m->count++;
-    }
-}
+static const tool_info PACK_TOOL = {"reel_pack", PACK_USAGE};
 
 static int pack_build(const char* manifest_path, const char* out_path, int32_t order)
 {
     uint64_t manifest_size = 0;
-    if (file_read_all(manifest_path, nullptr, &manifest_size)) {
-        fprintf(stderr, "reel_pack: cannot read manifest \"%s\"\n", manifest_path);
-        return 1;
-    }
-    // text, one entry record and one joined path per possible line
-    const uint64_t lines = manifest_size + 1;
-    const uint64_t meta_bytes = 2 * manifest_size + 64 + lines * (sizeof(pack_manifest_entry) + 16) +
-                                lines * (strlen(manifest_path) + 2);
+    if (file_read_all(manifest_path, nullptr, &manifest_size))
+        tool_fail("cannot read manifest \"%s\" (the reason is above)", manifest_path);
+    const uint64_t meta_bytes = pack_manifest_arena_bytes(manifest_path, manifest_size);
     void* meta_memory = malloc(meta_bytes);
-    if (!meta_memory) {
-        fprintf(stderr, "reel_pack: cannot take %llu bytes for the manifest\n", (unsigned long long)meta_bytes);
-        return 1;
-    }
+    if (!meta_memory)
+        tool_fail("cannot take %llu bytes for the manifest", (unsigned long long)meta_bytes);
     xmemarena meta;
     xmemarena_init(&meta, "manifest_arena", meta_bytes, meta_memory);
-    pack_manifest m = {manifest_path, 0, nullptr};
-    pack_read_manifest(&m, &meta);
+    pack_manifest m = {manifest_path, 0, nullptr, 0};
+    pack_manifest_read(&m, &meta);
 
     // file contents with their extra bytes, nodes, name copies and the header image
     uint64_t pack_bytes = 64;
@@ -201,10 +48,8 @@ static int pack_build(const char* manifest_path, const char* out_path, int32_t o
         pack_bytes += m.entries[i].file_size + m.entries[i].extra_bytes + sizeof(reel_fs_node) + 64 +
                       2 * (strlen(m.entries[i].name) + 1) + 24;
     void* pack_memory = malloc(pack_bytes);
-    if (!pack_memory) {
-        fprintf(stderr, "reel_pack: cannot take %llu bytes for the pack\n", (unsigned long long)pack_bytes);
-        return 1;
-    }
+    if (!pack_memory)
+        tool_fail("cannot take %llu bytes for the pack", (unsigned long long)pack_bytes);
     xmemarena arena;
     xmemarena_init(&arena, "pack_arena", pack_bytes, pack_memory);
     reel_fs_writer writer;
@@ -213,12 +58,14 @@ static int pack_build(const char* manifest_path, const char* out_path, int32_t o
         const pack_manifest_entry* e = &m.entries[i];
         reel_fs_pack_add_file(&writer, &arena, e->kind, e->extra_bytes, e->name, e->path);
     }
-    if (reel_fs_pack_end(&writer, out_path, &arena) != 0) {
-        fprintf(stderr, "reel_pack: failed to close \"%s\"\n", out_path);
-        return 1;
-    }
+    // written under a temporary name: a failed write leaves no broken pack behind
+    tool_output out;
+    tool_output_begin(&out, out_path);
+    if (reel_fs_pack_end(&writer, out.temp, &arena) != 0)
+        tool_fail("cannot write \"%s\": %s", out_path, strerror(errno));
     uint64_t written = 0;
-    file_read_all(out_path, nullptr, &written);
+    file_read_all(out.temp, nullptr, &written);
+    tool_output_commit(&out);
     printf("wrote \"%s\": %u entries, %llu bytes, %s byte order\n", out_path, m.count, (unsigned long long)written,
            order == BYTE_ORDER_NATIVE ? "native" : "swapped");
     free(pack_memory);
@@ -229,17 +76,13 @@ static int pack_build(const char* manifest_path, const char* out_path, int32_t o
 static int pack_list(const char* path)
 {
     uint64_t size = 0;
-    if (file_read_all(path, nullptr, &size)) {
-        fprintf(stderr, "reel_pack: cannot read \"%s\"\n", path);
-        return 1;
-    }
+    if (file_read_all(path, nullptr, &size))
+        tool_fail("cannot read \"%s\" (the reason is above)", path);
     // the image, and at most one directory entry per 16 bytes and names no longer than the file
     const uint64_t bytes = 2 * size + (size / 16 + 1) * sizeof(reel_fs_entry) + 256;
     void* memory = malloc(bytes);
-    if (!memory) {
-        fprintf(stderr, "reel_pack: cannot take %llu bytes for \"%s\"\n", (unsigned long long)bytes, path);
-        return 1;
-    }
+    if (!memory)
+        tool_fail("cannot take %llu bytes for \"%s\"", (unsigned long long)bytes, path);
     xmemarena arena;
     xmemarena_init(&arena, "pack_arena", bytes, memory);
     reel_fs_pack pack;
@@ -266,11 +109,16 @@ static int pack_list(const char* path)
 
 int main(int argc, char** argv)
 {
-    if (argc == 3 && strcmp(argv[1], "--list") == 0)
+    tool_begin(&PACK_TOOL, argc, argv);
+    const bool list = argc > 1 && strcmp(argv[1], "--list") == 0;
+    const bool swapped = argc > 1 && strcmp(argv[1], "--swapped") == 0;
+    const int wanted = list ? 3 : swapped ? 4 : 3;
+    if (argc != wanted)
+        tool_usage_error(argc < wanted ? "too few arguments" : "too many arguments");
+    for (int i = list || swapped ? 2 : 1; i < argc; i++)
+        if (argv[i][0] == '-')
+            tool_usage_error("unknown option \"%s\"", argv[i]);
+    if (list)
         return pack_list(argv[2]);
-    if (argc == 3 && argv[1][0] != '-')
-        return pack_build(argv[1], argv[2], BYTE_ORDER_NATIVE);
-    if (argc == 4 && strcmp(argv[1], "--swapped") == 0 && argv[2][0] != '-')
-        return pack_build(argv[2], argv[3], BYTE_ORDER_SWAPPED);
-    return pack_usage();
+    return pack_build(argv[argc - 2], argv[argc - 1], swapped ? BYTE_ORDER_SWAPPED : BYTE_ORDER_NATIVE);
 }

@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <sys/stat.h>
 
 #include "bitmap.h"
 #include "n3d.h"
@@ -18,6 +17,7 @@
 #include "n3d_convert.h"
 #include "n3d_draw.h"
 #include "n3d_pipeline.h"
+#include "tool.h"
 #include "vmath.h"
 
 namespace {
@@ -98,8 +98,8 @@ void pics_save(const n3d_framebuffer* fb, const char* path, xmemarena* tmp)
             for (int i = 0; i < 3; i++)
                 p[i] = (uint8_t)(c[i] * 8 + (c[i] & 7));  // 5 to 8 bits as the display widens them
         }
-    if (bitmap_save_png(out, path, tmp))
-        printf("wrote %s\n", path);
+    tool_save_png(out, path, tmp);
+    printf("wrote %s\n", path);
     xmemarena_set_sp(tmp, mark);
 }
 
@@ -107,12 +107,14 @@ void pics_save(const n3d_framebuffer* fb, const char* path, xmemarena* tmp)
 
 int main(int argc, char** argv)
 {
-    if (argc != 2) {
-        fprintf(stderr, "usage: reel_rasterpics OUTDIR\n");
-        return 1;
-    }
-    const char* out_dir = argv[1];
-    mkdir(out_dir, 0777);
+    static const tool_info pics_tool = {"reel_rasterpics",
+                                        "usage: reel_rasterpics OUTDIR\n"
+                                        "Draws a lit, textured torus with every rasterizer variant into\n"
+                                        "OUTDIR/NN_<variant>.png and all of them on OUTDIR/all_variants.png\n"
+                                        "(OUTDIR is created if needed).\n"};
+    tool_begin(&pics_tool, argc, argv);
+    const char* out_dir = tool_one_operand(argc, argv, "output folder");
+    tool_make_dir(out_dir);
 
     static uint8_t block[48u << 20];
     xmemarena arena;
@@ -175,8 +177,10 @@ int main(int argc, char** argv)
         vec3_set(call.camera_position, camera_model[0], camera_model[1], camera_model[2]);
         call.mvp = &mvp;
         const int32_t drawn = phong ? n3d_draw_triangles_phong(&call) : n3d_draw_triangles(&call);
-        char path[1024];
-        snprintf(path, sizeof(path), "%s/%02u_%s.png", out_dir, i, e->name);
+        char name[256];
+        snprintf(name, sizeof(name), "%02u_%s.png", i, e->name);
+        char path[TOOL_PATH_MAX];
+        tool_join_path(path, out_dir, name);
         printf("%-90s %d triangles\n", e->name, drawn);
         pics_save(fc.framebuffer, path, tmp);
         // place it on the contact sheet, four across
@@ -184,8 +188,8 @@ int main(int argc, char** argv)
             memcpy(sheet.framebuffer->pixels + ((i / 4) * PICS_H + y) * sheet.framebuffer->row_bytes + (i % 4) * PICS_W * 2,
                    fc.framebuffer->pixels + y * fc.framebuffer->row_bytes, PICS_W * 2);
     }
-    char path[1024];
-    snprintf(path, sizeof(path), "%s/all_variants.png", out_dir);
+    char path[TOOL_PATH_MAX];
+    tool_join_path(path, out_dir, "all_variants.png");
     pics_save(sheet.framebuffer, path, tmp);
     return 0;
 }

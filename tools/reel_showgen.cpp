@@ -17,6 +17,7 @@
 #include "n3d_io.h"
 #include "reel.h"
 #include "reel_resource.h"
+#include "tool.h"
 
 namespace {
 
@@ -26,6 +27,11 @@ constexpr uint32_t SHOWGEN_GRADIENT_FIRST = 1;
 constexpr uint32_t SHOWGEN_GRADIENT_COUNT = 64;
 constexpr uint32_t SHOWGEN_BEAT_INDEX = 200;
 constexpr uint32_t SHOWGEN_PALETTES = 16;  // one full cycle of the gradient
+
+const char SHOWGEN_USAGE[] =
+    "usage: reel_showgen OUTDIR\n"
+    "Writes the show's palettes and palette animations into OUTDIR (created if needed).\n";
+const tool_info SHOWGEN_TOOL = {"reel_showgen", SHOWGEN_USAGE};
 
 struct showgen_rgb {
     float r, g, b;
@@ -65,14 +71,15 @@ void showgen_cycle_palettes(reel_palette* palettes, xmemarena* arena, const show
     }
 }
 
+// A resource file: the byte-order marker, then the block.
 void showgen_write(const char* dir, const char* file, const uint8_t* begin, const uint8_t* end)
 {
-    char path[4096];
-    snprintf(path, sizeof(path), "%s/%s", dir, file);
-    if (n3d_io_write_file(path, begin, end, BYTE_ORDER_NATIVE) != 0) {
-        fprintf(stderr, "reel_showgen: could not write \"%s\"\n", path);
-        exit(1);
-    }
+    char path[TOOL_PATH_MAX];
+    tool_join_path(path, dir, file);
+    uint8_t marker[4];
+    stream_write_u32(marker, BYTE_ORDER_MARKER, BYTE_ORDER_NATIVE);
+    tool_write_file(path, marker, sizeof(marker), begin, (size_t)(end - begin));
+    printf("wrote %llu bytes to \"%s\"\n", (unsigned long long)(end - begin), path);
 }
 
 void showgen_write_palette(const char* dir, const char* file, const reel_palette* palette, xmemarena* arena)
@@ -168,11 +175,9 @@ void showgen_plasma(const char* dir, xmemarena* arena, const showgen_rgb* keys, 
 
 int main(int argc, char** argv)
 {
-    if (argc != 2) {
-        fprintf(stderr, "usage: reel_showgen OUTDIR\n  writes the show's palettes and palette animations into OUTDIR\n");
-        return 1;
-    }
-    const char* dir = argv[1];
+    tool_begin(&SHOWGEN_TOOL, argc, argv);
+    const char* dir = tool_one_operand(argc, argv, "output folder");
+    tool_make_dir(dir);
     static uint8_t block[8u << 20];
     xmemarena arena;
     xmemarena_init(&arena, "reel_showgen", sizeof(block), block);

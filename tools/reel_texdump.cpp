@@ -3,9 +3,6 @@
 // undone, palettes and display indices looked up, bump texels drawn as a normal map) and the
 // shade table as shades.png (colours down, shades across). `--flare` does the same for the
 // built-in flare in formats 1 and 2, as the rasterizer benchmark converts it.
-#include <sys/stat.h>
-
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +12,7 @@
 #include "memarena.h"
 #include "n3d.h"
 #include "n3d_convert.h"
+#include "tool.h"
 
 // Taken once at start; untouched pages cost nothing, so they are generous enough for 2048 x 2048.
 constexpr uint64_t TEXDUMP_IMAGE_BYTES = 64ull << 20;
@@ -41,52 +39,45 @@ struct texdump_arenas {
     xmemarena tmp;
 };
 
-static int texdump_usage()
-{
-    printf("usage: reel_texdump INPUT.png OUTDIR [--format 1|2|3|4] [--swizzle] [--mips] [--mips-from-full]\n"
-           "                    [--transparent N] [--alpha-threshold F]\n"
-           "       reel_texdump --flare OUTDIR\n"
-           "Converts the picture to a texture and writes each level as OUTDIR/level_w<W>_h<H>.png and the\n"
-           "shade table as OUTDIR/shades.png (colours down, shades across).\n"
-           "  --format 1  8-bit palette of ARGB1555 colours (default)   2  ARGB1555\n"
-           "           3  8-bit display indices, shown through a grey ramp   4  bump map (never swizzled)\n"
-           "  --transparent N      index of pixels whose alpha is below the threshold (formats 1 and 3);\n"
-           "                       texels holding it are drawn transparent\n"
-           "  --alpha-threshold F  default 0.5\n"
-           "--flare converts the built-in flare to formats 1 and 2, swizzled with mips, into\n"
-           "OUTDIR/format1 and OUTDIR/format2, and writes the flare itself as OUTDIR/flare.png.\n");
-    return 1;
-}
+static const char TEXDUMP_USAGE[] =
+    "usage: reel_texdump INPUT.png OUTDIR [--format 1|2|3|4] [--swizzle] [--mips] [--mips-from-full]\n"
+    "                    [--transparent N] [--alpha-threshold F]\n"
+    "       reel_texdump --flare OUTDIR\n"
+    "Converts the picture to a texture and writes each level as OUTDIR/level_w<W>_h<H>.png and the\n"
+    "shade table as OUTDIR/shades.png (colours down, shades across); OUTDIR is created if needed.\n"
+    "The picture's width and height must be powers of two, at least 4 (at most 256 with --swizzle).\n"
+    "  --format 1  8-bit palette of ARGB1555 colours (default)   2  ARGB1555\n"
+    "           3  8-bit display indices, shown through a grey ramp   4  bump map (never swizzled)\n"
+    "  --transparent N      index of pixels whose alpha is below the threshold (formats 1 and 3);\n"
+    "                       texels holding it are drawn transparent\n"
+    "  --alpha-threshold F  default 0.5\n"
+    "--flare converts the built-in flare to formats 1 and 2, swizzled with mips, into\n"
+    "OUTDIR/format1 and OUTDIR/format2, and writes the flare itself as OUTDIR/flare.png.\n";
 
-static int texdump_parse_u32(const char* text, uint32_t* out)
-{
-    char* end = nullptr;
-    errno = 0;
-    const unsigned long long v = strtoull(text, &end, 0);
-    if (errno || end == text || *end || text[0] == '-' || v > 0xFFFFFFFFull)
-        return 0;
-    *out = (uint32_t)v;
-    return 1;
-}
+static const tool_info TEXDUMP_TOOL = {"reel_texdump", TEXDUMP_USAGE};
 
-static int texdump_parse_args(texdump_options* o, int argc, char** argv)
+static void texdump_parse_args(texdump_options* o, int argc, char** argv)
 {
     memset(o, 0, sizeof(*o));
     o->format = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555;
     o->transparent_index = N3D_TRANSPARENT_INDEX_NONE;
     o->alpha_threshold = 0.5f;
-    if (argc == 3 && strcmp(argv[1], "--flare") == 0) {
+    if (argc >= 2 && strcmp(argv[1], "--flare") == 0) {
+        if (argc != 3)
+            tool_usage_error("--flare takes one output folder");
         o->flare = 1;
         o->outdir = argv[2];
-        return 1;
+        return;
     }
-    if (argc < 3 || argv[1][0] == '-' || argv[2][0] == '-')
-        return 0;
+    if (argc < 3)
+        tool_usage_error("needs an input picture and an output folder");
+    for (int i = 1; i < 3; ++i)
+        if (argv[i][0] == '-')
+            tool_usage_error("unknown option \"%s\" where the %s belongs", argv[i], i == 1 ? "input picture" : "output folder");
     o->input = argv[1];
     o->outdir = argv[2];
     for (int i = 3; i < argc; ++i) {
         const char* a = argv[i];
-        const int has_value = i + 1 < argc;
         if (strcmp(a, "--swizzle") == 0) {
             o->swizzle = 1;
         } else if (strcmp(a, "--mips") == 0) {
@@ -94,35 +85,18 @@ static int texdump_parse_args(texdump_options* o, int argc, char** argv)
         } else if (strcmp(a, "--mips-from-full") == 0) {
             o->mips = 1;  // levels from the full size need levels in the first place
             o->mips_from_full = 1;
-        } else if (strcmp(a, "--format") == 0 && has_value) {
-            if (!texdump_parse_u32(argv[++i], &o->format) || o->format < 1 || o->format > 4)
-                return 0;
-        } else if (strcmp(a, "--transparent") == 0 && has_value) {
-            if (!texdump_parse_u32(argv[++i], &o->transparent_index))
-                return 0;
-        } else if (strcmp(a, "--alpha-threshold") == 0 && has_value) {
-            char* end = nullptr;
-            const char* text = argv[++i];
-            o->alpha_threshold = strtof(text, &end);
-            if (end == text || *end || !std::isfinite(o->alpha_threshold))
-                return 0;
+        } else if (strcmp(a, "--format") == 0) {
+            o->format = (N3D_TEXEL_FORMAT)tool_parse_u64(a, tool_option_value(argc, argv, &i), 1, 4);
+        } else if (strcmp(a, "--transparent") == 0) {
+            o->transparent_index = (uint32_t)tool_parse_u64(a, tool_option_value(argc, argv, &i), 0, 255);
+        } else if (strcmp(a, "--alpha-threshold") == 0) {
+            o->alpha_threshold = (float)tool_parse_double(a, tool_option_value(argc, argv, &i), 0.0, 1.0);
         } else {
-            return 0;
+            tool_usage_error("unknown argument \"%s\"", a);
         }
     }
-    if (o->format == N3D_TEXEL_FORMAT_BUMPMAP && o->swizzle) {
-        printf("reel_texdump: bump maps are never swizzled\n");
-        return 0;
-    }
-    return 1;
-}
-
-static int texdump_make_dir(const char* path)
-{
-    if (mkdir(path, 0777) == 0 || errno == EEXIST)
-        return 1;
-    printf("reel_texdump: cannot create %s: %s\n", path, strerror(errno));
-    return 0;
+    if (o->format == N3D_TEXEL_FORMAT_BUMPMAP && o->swizzle)
+        tool_usage_error("bump maps are never swizzled");
 }
 
 static uint8_t texdump_5bit_to_byte(uint32_t v) { return (uint8_t)((v * 255 + 15) / 31); }
@@ -183,21 +157,18 @@ static void texdump_texel_to_rgba(uint8_t* out, const n3d_texture* t, const void
     }
 }
 
-static int texdump_save(const bitmap* bm, const char* dir, const char* name, xmemarena* tmp)
+static void texdump_save(const bitmap* bm, const char* dir, const char* name, xmemarena* tmp)
 {
-    char path[4096];
-    snprintf(path, sizeof path, "%s/%s", dir, name);
-    if (!bitmap_save_png(bm, path, tmp))
-        return 0;
+    char path[TOOL_PATH_MAX];
+    tool_join_path(path, dir, name);
+    tool_save_png(bm, path, tmp);
     printf("wrote %s\n", path);
-    return 1;
 }
 
-static int texdump_write_texture(const n3d_texture* t, const char* dir, const n3d_display_clut* clut,
+static void texdump_write_texture(const n3d_texture* t, const char* dir, const n3d_display_clut* clut,
                                  uint32_t transparent_index, xmemarena* tmp)
 {
-    if (!texdump_make_dir(dir))
-        return 0;
+    tool_make_dir(dir);
     const uint32_t swizzled = t->linear ? 0 : 1;
     for (uint32_t w = t->log2_w; w >= t->min_log2_w && w <= t->log2_w; --w) {
         for (uint32_t h = t->log2_h; h >= t->min_log2_h && h <= t->log2_h; --h) {
@@ -210,14 +181,12 @@ static int texdump_write_texture(const n3d_texture* t, const char* dir, const n3
                                           n3d_texel_index(t->format, w, swizzled, x, y), clut, transparent_index);
             char name[64];
             snprintf(name, sizeof name, "level_w%u_h%u.png", 1u << w, 1u << h);
-            const int ok = texdump_save(out, dir, name, tmp);
+            texdump_save(out, dir, name, tmp);
             xmemarena_set_sp(tmp, mark);
-            if (!ok)
-                return 0;
         }
     }
     if (!t->shade_table)
-        return 1;
+        return;
     const uint64_t mark = xmemarena_get_sp(tmp);
     bitmap* shades = bitmap_create(tmp, t->shades_per_color * TEXDUMP_SHADE_CELL_W,
                                    t->colors_count * TEXDUMP_SHADE_CELL_H, BITMAP_SRGB | BITMAP_CHANNELS_4);
@@ -234,37 +203,32 @@ static int texdump_write_texture(const n3d_texture* t, const char* dir, const n3
                     memcpy(bitmap_pixel(shades, s * TEXDUMP_SHADE_CELL_W + dx, c * TEXDUMP_SHADE_CELL_H + dy), rgba, 4);
         }
     }
-    const int ok = texdump_save(shades, dir, "shades.png", tmp);
+    texdump_save(shades, dir, "shades.png", tmp);
     xmemarena_set_sp(tmp, mark);
-    return ok;
 }
 
-static int texdump_flare(texdump_arenas* a, const char* outdir)
+static void texdump_flare(texdump_arenas* a, const char* outdir)
 {
-    if (!texdump_make_dir(outdir))
-        return 1;
+    tool_make_dir(outdir);
     bitmap* flare = bitmap_create_flare(&a->image);
-    if (!texdump_save(flare, outdir, "flare.png", &a->tmp))
-        return 1;
+    texdump_save(flare, outdir, "flare.png", &a->tmp);
     const N3D_TEXEL_FORMAT formats[2] = {N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555,
                                          N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555};
     for (N3D_TEXEL_FORMAT format : formats) {
         n3d_texture t;
         n3d_texture_from_bitmap(&t, &a->texture, &a->tmp, format, 1, 1, 0, flare, nullptr, N3D_TRANSPARENT_INDEX_NONE,
                                 0.5f);
-        char dir[4096];
+        char dir[TOOL_PATH_MAX];
         snprintf(dir, sizeof dir, "%s/format%u", outdir, (unsigned)format);
-        if (!texdump_write_texture(&t, dir, nullptr, N3D_TRANSPARENT_INDEX_NONE, &a->tmp))
-            return 1;
+        texdump_write_texture(&t, dir, nullptr, N3D_TRANSPARENT_INDEX_NONE, &a->tmp);
     }
-    return 0;
 }
 
 int main(int argc, char** argv)
 {
+    tool_begin(&TEXDUMP_TOOL, argc, argv);
     texdump_options o;
-    if (!texdump_parse_args(&o, argc, argv))
-        return texdump_usage();
+    texdump_parse_args(&o, argc, argv);
     texdump_arenas a;
     void* image_block = malloc(TEXDUMP_IMAGE_BYTES);
     void* texture_block = malloc(TEXDUMP_TEXTURE_BYTES);
@@ -273,32 +237,29 @@ int main(int argc, char** argv)
     xmemarena_init(&a.texture, "texdump_texture", TEXDUMP_TEXTURE_BYTES, texture_block);
     xmemarena_init(&a.tmp, "texdump_tmp", TEXDUMP_TMP_BYTES, tmp_block);
 
-    int status = 0;
     if (o.flare) {
-        status = texdump_flare(&a, o.outdir);
+        texdump_flare(&a, o.outdir);
     } else {
         bitmap* bm = bitmap_load_png(&a.image, o.input, 0);
-        if (!bm) {
-            status = 1;
-        } else {
-            if (o.format == N3D_TEXEL_FORMAT_BUMPMAP)
-                bm->flags &= ~BITMAP_SRGB;  // a normal map's bytes are directions, not sRGB colours
-            uint8_t ramp[256 * 4];
-            for (uint32_t i = 0; i < 256; ++i) {
-                ramp[4 * i + 0] = ramp[4 * i + 1] = ramp[4 * i + 2] = (uint8_t)i;
-                ramp[4 * i + 3] = 255;
-            }
-            const n3d_display_clut grey = {0, 256, ramp};
-            const n3d_display_clut* clut = o.format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8 ? &grey : nullptr;
-            n3d_texture t;
-            n3d_texture_from_bitmap(&t, &a.texture, &a.tmp, o.format, o.swizzle, o.mips, o.mips_from_full, bm, clut,
-                                    o.transparent_index, o.alpha_threshold);
-            if (!texdump_make_dir(o.outdir) || !texdump_write_texture(&t, o.outdir, clut, o.transparent_index, &a.tmp))
-                status = 1;
+        if (!bm)
+            tool_fail("cannot read \"%s\" (the reason is above)", o.input);
+        if (o.format == N3D_TEXEL_FORMAT_BUMPMAP)
+            bm->flags &= ~BITMAP_SRGB;  // a normal map's bytes are directions, not sRGB colours
+        uint8_t ramp[256 * 4];
+        for (uint32_t i = 0; i < 256; ++i) {
+            ramp[4 * i + 0] = ramp[4 * i + 1] = ramp[4 * i + 2] = (uint8_t)i;
+            ramp[4 * i + 3] = 255;
         }
+        const n3d_display_clut grey = {0, 256, ramp};
+        const n3d_display_clut* clut = o.format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8 ? &grey : nullptr;
+        n3d_texture t;
+        n3d_texture_from_bitmap(&t, &a.texture, &a.tmp, o.format, o.swizzle, o.mips, o.mips_from_full, bm, clut,
+                                o.transparent_index, o.alpha_threshold);
+        tool_make_dir(o.outdir);
+        texdump_write_texture(&t, o.outdir, clut, o.transparent_index, &a.tmp);
     }
     free(tmp_block);
     free(texture_block);
     free(image_block);
-    return status;
+    return 0;
 }

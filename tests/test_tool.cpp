@@ -1,0 +1,198 @@
+// The tools' shared manners: every program's --help, its usage errors and its failed writes,
+// run as a person runs them; and the safe output files in process.
+#include "tool.h"
+
+#include <sys/resource.h>
+
+#include <csignal>
+#include <cstring>
+
+#include "bitmap.h"
+#include "memarena.h"
+#include "tool_fixture.h"
+
+namespace {
+
+const std::string tools = REEL_TOOLS_DIR;
+const std::string root = REEL_TEST_OUTPUT_DIR;
+
+const char* const tool_programs[] = {"reel_capture",    "reel_lint",    "reel_music",  "reel_pack",
+                                     "reel_rasterpics", "reel_showgen", "reel_texdump"};
+
+TEST(tool, help_prints_the_usage_on_standard_output_and_touches_nothing)
+{
+    for (const char* program : tool_programs) {
+        const std::string dir = tool_fixture_dir(root, "help");
+        // --help wins wherever it stands, also where a folder name is expected
+        for (const char* args : {" --help", " -h", " out --help"}) {
+            const tool_run_result r = tool_fixture_run(dir, tools + "/" + program + args);
+            EXPECT_EQ(r.status, 0) << program << args << "\n" << r.err;
+            EXPECT_EQ(r.out.rfind(std::string("usage: ") + program, 0), 0u) << program << args << "\n" << r.out;
+            EXPECT_EQ(r.err, "") << program << args;
+        }
+        EXPECT_EQ(tool_fixture_list(dir), std::vector<std::string>()) << program;
+    }
+}
+
+struct tool_usage_case {
+    const char* program;
+    const char* args;
+    const char* message;  // the first line on standard error, after "<program>: "
+};
+
+const tool_usage_case tool_usage_cases[] = {
+    {"reel_capture", "--frames 0", "--frames needs a whole number of at least 1, not \"0\""},
+    {"reel_capture", "--frames 12x", "--frames needs a whole number of at least 1, not \"12x\""},
+    {"reel_capture", "--updates-per-frame 1001", "--updates-per-frame needs a whole number from 1 to 1000, not \"1001\""},
+    {"reel_capture", "--png-every -1", "--png-every needs a whole number of at least 1, not \"-1\""},
+    {"reel_capture", "--wav", "--wav needs a value"},
+    {"reel_capture", "--video ''", "an empty file or folder name"},
+    {"reel_capture", "extra", "unknown argument \"extra\""},
+    {"reel_lint", "a b", "one folder only"},
+    {"reel_lint", "--timeline", "unknown option \"--timeline\""},
+    {"reel_music", "", "no output file"},
+    {"reel_music", "a.bin b.bin", "only one output file"},
+    {"reel_music", "a.bin --beam 33", "--beam needs a whole number from 1 to 32, not \"33\""},
+    {"reel_pack", "", "too few arguments"},
+    {"reel_pack", "--swapped a", "too few arguments"},
+    {"reel_pack", "a b c", "too many arguments"},
+    {"reel_pack", "-x a", "unknown option \"-x\""},
+    {"reel_rasterpics", "", "no output folder"},
+    {"reel_rasterpics", "--out", "unknown option \"--out\""},
+    {"reel_showgen", "a b", "one output folder only"},
+    {"reel_texdump", "in.png", "needs an input picture and an output folder"},
+    {"reel_texdump", "--flare", "--flare takes one output folder"},
+    {"reel_texdump", "in.png out --format 5", "--format needs a whole number from 1 to 4, not \"5\""},
+    {"reel_texdump", "in.png out --alpha-threshold nan", "--alpha-threshold needs a number from 0 to 1, not \"nan\""},
+    {"reel_texdump", "in.png out --format 4 --swizzle", "bump maps are never swizzled"},
+};
+
+TEST(tool, wrong_arguments_give_the_reason_and_the_usage_on_standard_error_and_status_2)
+{
+    for (const tool_usage_case& c : tool_usage_cases) {
+        const std::string dir = tool_fixture_dir(root, "usage");
+        const tool_run_result r = tool_fixture_run(dir, tools + "/" + c.program + " " + c.args);
+        EXPECT_EQ(r.status, 2) << c.program << " " << c.args << "\n" << r.err;
+        EXPECT_EQ(r.out, "") << c.program << " " << c.args;
+        const std::string first = std::string(c.program) + ": " + c.message + "\nusage: " + c.program;
+        EXPECT_EQ(r.err.rfind(first, 0), 0u) << c.program << " " << c.args << "\n" << r.err;
+        EXPECT_EQ(tool_fixture_list(dir), std::vector<std::string>()) << c.program << " " << c.args;
+    }
+}
+
+struct tool_failure_case {
+    const char* command;  // run in an empty folder that holds only the manifest m
+    const char* message;  // a line on standard error
+};
+
+const tool_failure_case tool_failure_cases[] = {
+    {"reel_pack m /dev/full", "reel_pack: cannot write \"/dev/full\": No space left on device\n"},
+    {"reel_pack m no/such/p.rpk", "reel_pack: cannot write \"no/such/p.rpk\": No such file or directory\n"},
+    {"reel_pack m .", "reel_pack: cannot write \".\": Is a directory\n"},
+    {"reel_pack --list missing.rpk", "reel_pack: cannot read \"missing.rpk\" (the reason is above)\n"},
+    {"reel_showgen m/x", "reel_showgen: cannot create folder \"m/x\": \"m\" exists and is not a folder\n"},
+    {"reel_texdump --flare /dev/null", "reel_texdump: cannot create folder \"/dev/null\": \"/dev/null\" exists and is "
+                                       "not a folder\n"},
+    {"reel_texdump missing.png out", "reel_texdump: cannot read \"missing.png\" (the reason is above)\n"},
+};
+
+TEST(tool, failed_writes_name_the_path_and_the_reason_exit_1_and_leave_no_file)
+{
+    for (const tool_failure_case& c : tool_failure_cases) {
+        const std::string dir = tool_fixture_dir(root, "failure");
+        tool_fixture_write(dir + "/m", "raw a m 1\n");
+        const tool_run_result r = tool_fixture_run(dir, tools + "/" + c.command);
+        EXPECT_EQ(r.status, 1) << c.command << "\n" << r.out << r.err;
+        EXPECT_NE(r.err.find(c.message), std::string::npos) << c.command << "\n" << r.err;
+        EXPECT_EQ(tool_fixture_list(dir), std::vector<std::string>({"m"})) << c.command;
+    }
+    // "the reason above" is the system's
+    const std::string dir = tool_fixture_dir(root, "failure");
+    EXPECT_EQ(tool_fixture_run(dir, tools + "/reel_texdump missing.png out").out,
+              "bitmap_load_png: cannot load missing.png: No such file or directory\n");
+}
+
+TEST(tool, output_folders_are_made_with_their_parents)
+{
+    const std::string dir = tool_fixture_dir(root, "folders");
+    const tool_run_result r = tool_fixture_run(dir, tools + "/reel_showgen made/in/steps");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(tool_fixture_list(dir + "/made/in/steps"), std::vector<std::string>({"base.pal", "plasma.pan", "rings.pan"}));
+}
+
+TEST(tool, reel_texdump_says_which_rule_a_picture_breaks)
+{
+    const std::string dir = tool_fixture_dir(root, "texdump");
+    static uint8_t block[1 << 20];
+    xmemarena arena;
+    xmemarena_init(&arena, "test_tool_png", sizeof(block), block);
+    const bitmap* odd = bitmap_create(&arena, 12, 8, BITMAP_SRGB | BITMAP_CHANNELS_3);
+    tool_save_png(odd, (dir + "/odd.png").c_str(), &arena);
+    const tool_run_result r = tool_fixture_run(dir, tools + "/reel_texdump odd.png out");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.out.find("a texture's width and height must be powers of two, not 12 x 8\n"), std::string::npos)
+        << r.out;
+    EXPECT_NE(r.err.find("see above logs"), std::string::npos) << r.err;
+}
+
+// ---- safe output files, in process ----
+
+const tool_info test_tool_info = {"test_tool", "usage: test_tool\n"};
+
+// Writes `bytes` bytes of 'x' to path through a temporary name with file sizes limited to
+// `limit` bytes, so the write fails part of the way (a full disk, as far as the tool can tell).
+void tool_write_limited(const std::string& path, size_t bytes, rlim_t limit)
+{
+    char* argv[] = {(char*)"test_tool", nullptr};
+    tool_begin(&test_tool_info, 1, argv);
+    signal(SIGXFSZ, SIG_IGN);  // the write then fails with EFBIG instead of killing the process
+    const rlimit l = {limit, limit};
+    setrlimit(RLIMIT_FSIZE, &l);
+    const std::string data(bytes, 'x');
+    tool_write_file(path.c_str(), "", 0, data.data(), data.size());
+    exit(0);
+}
+
+TEST(tool, a_failed_write_keeps_the_old_file_and_leaves_no_temporary_one)
+{
+    const std::string dir = tool_fixture_dir(root, "safe");
+    const std::string path = dir + "/out.bin";
+    tool_fixture_write(path, "old");
+    EXPECT_EXIT(tool_write_limited(path, 1 << 20, 4096), testing::ExitedWithCode(1),
+                "test_tool: cannot write \"" + path + "\": File too large\n");
+    EXPECT_EQ(tool_fixture_read(path), "old");
+    EXPECT_EQ(tool_fixture_list(dir), std::vector<std::string>({"out.bin"}));
+    // a write that fits replaces the file whole
+    EXPECT_EXIT(tool_write_limited(path, 1000, 4096), testing::ExitedWithCode(0), "");
+    EXPECT_EQ(tool_fixture_read(path), std::string(1000, 'x'));
+    EXPECT_EQ(tool_fixture_list(dir), std::vector<std::string>({"out.bin"}));
+}
+
+TEST(tool, temporary_names_sit_beside_the_final_one_and_keep_its_extension)
+{
+    char* argv[] = {(char*)"test_tool", nullptr};
+    tool_begin(&test_tool_info, 1, argv);
+    const std::string pid = std::to_string(getpid());
+    const char* tmp = getenv("TMPDIR");
+    const std::string tmp_dir = tmp && tmp[0] ? tmp : "/tmp";
+    const std::string dir = tool_fixture_dir(root, "names");
+    tool_make_dir((dir + "/a.b").c_str());
+    const struct {
+        std::string path;
+        std::string temp;
+    } cases[] = {
+        {dir + "/show.mp4", dir + "/show.tmp" + pid + ".mp4"},
+        {dir + "/a.b/frame", dir + "/a.b/frame.tmp" + pid},
+        {dir + "/.hidden", dir + "/.hidden.tmp" + pid},
+        {"/dev/null", tmp_dir + "/test_tool.tmp" + pid},  // a device gets its bytes copied in at the end
+    };
+    for (const auto& c : cases) {
+        tool_output o;
+        tool_output_begin(&o, c.path.c_str());
+        EXPECT_EQ(std::string(o.temp), c.temp) << c.path;
+        tool_output_abandon(&o);
+    }
+    EXPECT_EQ(tool_fixture_list(dir), std::vector<std::string>({"a.b"}));
+}
+
+}  // namespace
