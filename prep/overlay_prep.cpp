@@ -2,6 +2,8 @@
 // orders, and the careful file writing the preparation tools share.
 #include "overlay_prep.h"
 
+#include "prep_file.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -459,9 +461,8 @@ uint32_t prep_write_resource(const char* path, const uint8_t* begin, const uint8
         unlink(temporary.c_str());
         return 1;
     }
-    if (rename(temporary.c_str(), path) != 0) {
+    if (prep_file_commit(temporary.c_str(), path) != 0) {
         fprintf(stderr, "%s: cannot write %s: %s\n", tool, path, strerror(errno));
-        unlink(temporary.c_str());
         return 1;
     }
     return 0;

@@ -63,6 +63,40 @@ int32_t prep_file_make_dirs(const char* path, char* why, size_t why_size)
     return 0;
 }
 
+int32_t prep_file_commit(const char* temporary, const char* path)
+{
+    struct stat st;
+    if (stat(path, &st) != 0 || S_ISREG(st.st_mode)) {
+        if (rename(temporary, path) == 0)
+            return 0;
+        const int e = errno;
+        unlink(temporary);
+        errno = e;
+        return 1;
+    }
+    FILE* in = fopen(temporary, "rb");
+    FILE* out = in ? fopen(path, "wb") : nullptr;
+    bool ok = in && out;
+    int e = ok ? 0 : errno;
+    char buffer[1 << 16];
+    while (ok && !e) {
+        const size_t n = fread(buffer, 1, sizeof(buffer), in);
+        if (n == 0)
+            break;
+        if (fwrite(buffer, 1, n, out) != n)
+            e = errno ? errno : EIO;
+    }
+    if (out && fflush(out) != 0 && !e)
+        e = errno;
+    if (out && fclose(out) != 0 && !e)
+        e = errno;
+    if (in)
+        fclose(in);
+    unlink(temporary);
+    errno = e;
+    return e ? 1 : 0;
+}
+
 int32_t prep_file_write(const char* path, const void* data, uint64_t size, char* why, size_t why_size)
 {
     const char* slash = strrchr(path, '/');
@@ -81,9 +115,8 @@ int32_t prep_file_write(const char* path, const void* data, uint64_t size, char*
         unlink(temporary.c_str());
         return 1;
     }
-    if (rename(temporary.c_str(), path) != 0) {
+    if (prep_file_commit(temporary.c_str(), path) != 0) {
         snprintf(why, why_size, "%s: %s", path, strerror(errno));
-        unlink(temporary.c_str());
         return 1;
     }
     return 0;

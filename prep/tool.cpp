@@ -1,6 +1,8 @@
 // Command-line manners and safe output files shared by every tool (see tool.h).
 #include "tool.h"
 
+#include "prep_file.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -256,25 +258,6 @@ void tool_output_write(tool_output* o, const void* data, size_t bytes)
         tool_fail("cannot write \"%s\": %s", o->path, strerror(errno));
 }
 
-// A temporary file's bytes into the device it was written for.
-static void tool_output_copy(tool_output* o)
-{
-    FILE* in = fopen(o->temp, "rb");
-    FILE* out = in ? fopen(o->path, "wb") : nullptr;
-    if (!in || !out)
-        tool_fail("cannot write \"%s\": %s", o->path, strerror(errno));
-    char buffer[1 << 16];
-    bool ok = true;
-    while (size_t n = fread(buffer, 1, sizeof(buffer), in))
-        ok = ok && fwrite(buffer, 1, n, out) == n;
-    ok = ok && fflush(out) == 0;
-    const int e = errno;
-    fclose(in);
-    if (fclose(out) != 0 || !ok)
-        tool_fail("cannot write \"%s\": %s", o->path, strerror(ok ? errno : e));
-    unlink(o->temp);
-}
-
 void tool_output_commit(tool_output* o)
 {
     if (o->file) {
@@ -287,10 +270,10 @@ void tool_output_commit(tool_output* o)
     }
     if (o->slot < 0)
         return;  // written in place
-    if (o->direct)
-        tool_output_copy(o);
-    else if (rename(o->temp, o->path) != 0)
+    if (prep_file_commit(o->temp, o->path) != 0) {
+        tool_unregister(o);
         tool_fail("cannot write \"%s\": %s", o->path, strerror(errno));
+    }
     tool_unregister(o);
 }
 

@@ -1,6 +1,8 @@
 // Asset preparation for the video-plane effects (see video_prep.h).
 #include "video_prep.h"
 
+#include "prep_file.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -323,12 +325,10 @@ int32_t video_prep_write_file(const char* path, const uint8_t* begin, const uint
     int saved = ok ? 0 : errno;
     if (fclose(f) != 0 && ok)
         ok = false, saved = errno;
-    if (ok && rename(temporary, path) != 0)
-        ok = false, saved = errno;
     if (!ok) {
         remove(temporary);
         errno = saved;
         return 1;
     }
-    return 0;
+    return prep_file_commit(temporary, path);
 }

@@ -22,6 +22,7 @@
 #include "bitmap.h"
 #include "n3d_convert.h"
 #include "n3d_io.h"
+#include "prep_file.h"
 #include "vmath.h"
 
 namespace {
@@ -311,7 +312,7 @@ int madgen_write(const std::string& path, const void* data, size_t size)
         remove(tmp.c_str());
         return madgen_fail(tmp.c_str());
     }
-    if (rename(tmp.c_str(), path.c_str()) != 0)
+    if (prep_file_commit(tmp.c_str(), path.c_str()) != 0)
         return madgen_fail(path.c_str());
     return 0;
 }
@@ -429,7 +430,7 @@ int main(int argc, char** argv)
         const std::string path = dir + "/" + image_names[i] + ".png";
         bitmap* bm = madgen_image(&arena, i == 2 || i == 3 ? 64 : 128, painters[i]);
         const std::string tmp = path + ".tmp.png";
-        if (!bitmap_save_png(bm, tmp.c_str(), &arena) || rename(tmp.c_str(), path.c_str()) != 0)
+        if (!bitmap_save_png(bm, tmp.c_str(), &arena) || prep_file_commit(tmp.c_str(), path.c_str()) != 0)
             return madgen_fail(path.c_str());
         if (i == 4) {  // the sky, for the special node: direct colour, swizzled, no mips
             n3d_texture sky_texture;
@@ -440,7 +441,7 @@ int main(int argc, char** argv)
             const std::string tmap = dir + "/madpack_sky.tmap";
             const std::string tmap_tmp = tmap + ".tmp";
             if (n3d_io_write_file(tmap_tmp.c_str(), bytes.data(), bytes.data() + bytes.size(), BYTE_ORDER_NATIVE) ||
-                rename(tmap_tmp.c_str(), tmap.c_str()) != 0)
+                prep_file_commit(tmap_tmp.c_str(), tmap.c_str()) != 0)
                 return madgen_fail(tmap.c_str());
         }
     }

@@ -11,6 +11,7 @@
 #include "bitmap.h"
 #include "memarena.h"
 #include "n3d_io.h"
+#include "prep_file.h"
 #include "video_prep.h"
 
 namespace {
@@ -135,11 +136,8 @@ int videoprep_generate(const char* dir, videoprep_arenas* a)
             remove(temporary);
             videoprep_fail("cannot write \"%s\"%s", path, " (see the line above)");
         }
-        if (rename(temporary, path) != 0) {
-            const int saved = errno;
-            remove(temporary);
-            videoprep_fail("cannot write \"%s\": %s", path, strerror(saved));
-        }
+        if (prep_file_commit(temporary, path) != 0)
+            videoprep_fail("cannot write \"%s\": %s", path, strerror(errno));
         xmemarena_set_sp(&a->image, mark);
     }
     return 0;
