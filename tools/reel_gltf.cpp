@@ -135,6 +135,7 @@ int main(int argc, char** argv)
             status = 1;
         } else {
             printf("manifest \"%s/%s.manifest\":\n%s", paths[1], base.c_str(), gltf_import_manifest(&result).c_str());
+            printf("scene row that plays it:\n%s\n", gltf_import_scene_row(&result).c_str());
         }
     }
     free(tmp_memory);
