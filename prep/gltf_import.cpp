@@ -15,6 +15,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <algorithm>
 #include <array>
 #include <map>
 #include <set>
@@ -40,6 +41,7 @@
 
 #include "bitmap.h"
 #include "diag.h"
+#include "mad_anim.h"
 #include "color_quantize.h"
 #include "n3d_convert.h"
 #include "n3d_io.h"
@@ -1370,6 +1372,110 @@ static bool gltf_convert_direct_node(gltf_ctx* c, gltf_out* out)
     return true;
 }
 
+// ---- what the scene needs to play the model as it is ----
+
+// The scene names a camera node, an animation and a special node; a model without them gets
+// its own, each under a name no node or animation of the model has.
+static std::string gltf_unused_name(const std::vector<std::string>& taken, const char* base)
+{
+    std::string name = base;
+    for (uint32_t k = 1; std::find(taken.begin(), taken.end(), name) != taken.end(); k++)
+        name = std::string(base) + "_" + std::to_string(k);
+    return name;
+}
+
+static bool gltf_has_perspective_camera(const tg::Model* m)
+{
+    for (const tg::Node& n : m->nodes)
+        if (n.camera >= 0 && (size_t)n.camera < m->cameras.size() && m->cameras[(size_t)n.camera].type == "perspective")
+            return true;
+    return false;
+}
+
+static void gltf_init_added_node(mad_node* n, char* name)
+{
+    memset(n, 0, sizeof(*n));
+    n->name = name;
+    vec3_set(n->scale, 1, 1, 1);
+    vec4_set(n->rotation, 0, 0, 0, 1);
+    n->children = nullptr;
+}
+
+// The added camera frames the bounding sphere of every mesh vertex at rest, seen from the front,
+// a little right and above (glTF's +y is up, a camera looks down its -z).
+static bool gltf_place_camera(gltf_ctx* c, const gltf_out* out, mad_datapack* d, mad_node* camera_node)
+{
+    const tg::Model* m = c->model;
+    auto* world = gltf_push_array<mat4x4>(c->tmp, d->node_count);
+    mad_compute_world_matrices(world, d, c->tmp);
+    vec3 lo = {FLT_MAX, FLT_MAX, FLT_MAX}, hi = {-FLT_MAX, -FLT_MAX, -FLT_MAX};
+    for (size_t i = 0; i < m->nodes.size(); i++) {
+        if (m->nodes[i].mesh < 0)
+            continue;
+        for (const gltf_out_primitive& p : out->meshes[(size_t)m->nodes[i].mesh])
+            for (uint32_t k = 0; k < p.vertices.count; k++) {
+                const vec4 v = {p.vertices.xyz[k * 3], p.vertices.xyz[k * 3 + 1], p.vertices.xyz[k * 3 + 2], 1};
+                vec4 w;
+                mat4x4_mul_vec4(w, world[i], v);
+                for (int j = 0; j < 3; j++) {
+                    lo[j] = std::min(lo[j], w[j]);
+                    hi[j] = std::max(hi[j], w[j]);
+                }
+            }
+    }
+    vec3 centre = {0, 0, 0};
+    float radius = 1.0f;  // a model without vertices: a unit sphere about the origin
+    if (lo[0] <= hi[0]) {
+        vec3 half;
+        vec3_add(centre, lo, hi);
+        vec3_scale(centre, centre, 0.5f);
+        vec3_sub(half, hi, centre);
+        radius = std::max(vec3_len(half), 1e-3f);
+    }
+    // the whole sphere inside the vertical field of view, and beyond the near plane
+    const float distance = std::max(radius / sinf(GLTF_IMPORT_ADDED_YFOV * 0.5f), radius + 2 * GLTF_IMPORT_MIN_ZNEAR);
+    const vec3 direction_raw = {0.5f, 0.4f, 1.0f};
+    vec3 z, x, y, position;
+    vec3_norm(z, direction_raw);
+    const vec3 up = {0, 1, 0};
+    vec3_mul_cross(x, up, z);
+    vec3_norm(x, x);
+    vec3_mul_cross(y, z, x);
+    vec3_scale(position, z, distance);
+    vec3_add(position, position, centre);
+    const float m16[16] = {x[0], x[1], x[2], 0, y[0], y[1], y[2], 0, z[0], z[1], z[2], 0,
+                           position[0], position[1], position[2], 1};
+    if (!gltf_finite(distance) || !gltf_decompose(c, "the added camera", m16, camera_node))
+        return gltf_fail(c, "the model's bounds are too large to frame with a camera");
+    mad_camera* k = camera_node->camera;
+    memset(k, 0, sizeof(*k));
+    k->yfov = GLTF_IMPORT_ADDED_YFOV;
+    k->persp_a = 4.0f / 3.0f;  // the video plane's 320 x 240
+    k->znear = std::max(GLTF_IMPORT_MIN_ZNEAR, (distance - radius) * 0.5f);
+    k->range_a = (distance + radius) * 2;
+    gltf_note(c, "no perspective camera: added node \"%s\" at (%g, %g, %g), %g from the middle (%g, %g, %g) of the "
+              "model's bounds (radius %g), yfov %g, znear %g", camera_node->name, (double)position[0],
+              (double)position[1], (double)position[2], (double)distance, (double)centre[0], (double)centre[1],
+              (double)centre[2], (double)radius, (double)k->yfov, (double)k->znear);
+    return true;
+}
+
+// A still: one key at 0 s holding nodes[0]'s translation where it stands.
+static void gltf_add_still(gltf_ctx* c, gltf_out* out, const mad_datapack* d, const std::vector<std::string>& taken)
+{
+    gltf_out_animation still;
+    still.name = gltf_unused_name(taken, "reel_still");
+    gltf_out_sampler s;
+    s.interpolation = MAD_INTERPOLATION_LINEAR;
+    s.input = {0.0f};
+    s.output.assign(d->nodes[0].translation, d->nodes[0].translation + 3);
+    still.samplers.push_back(s);
+    still.channels.push_back({0, MAD_PATH_TRANSLATION, 0});
+    out->animations.push_back(still);
+    gltf_note(c, "no animation: added \"%s\", one key at 0 s that holds nodes[0] (\"%s\") where it stands",
+              still.name.c_str(), d->nodes[0].name);
+}
+
 static bool gltf_convert(gltf_ctx* c)
 {
     const tg::Model* m = c->model;
@@ -1379,17 +1485,53 @@ static bool gltf_convert(gltf_ctx* c)
     if (!gltf_convert_materials(c, &out) || !gltf_convert_meshes(c, &out) || !gltf_convert_animations(c, &out) ||
         (c->options->direct_node && !gltf_convert_direct_node(c, &out)))
         return false;
-    d->node_count = (uint32_t)m->nodes.size();
+    // the scene's camera, special and optional nodes (the optional one is the special one: the
+    // scene hides it without a second animation) and its animation
+    const bool add_camera = !gltf_has_perspective_camera(m);
+    const bool add_special = !c->options->direct_node;
+    std::vector<std::string> taken;
+    for (size_t i = 0; i < m->nodes.size(); i++)
+        taken.push_back(gltf_node_name(m, i));
+    for (const gltf_out_animation& a : out.animations)
+        taken.push_back(a.name);
+    const uint32_t model_nodes = (uint32_t)m->nodes.size();
+    d->node_count = model_nodes + add_camera + add_special;
     d->nodes = gltf_push_array<mad_node>(c->arena, d->node_count);
     d->mesh_count = (uint32_t)m->meshes.size();
     d->meshes = gltf_push_array<mad_mesh>(c->arena, d->mesh_count);
     d->skin_count = (uint32_t)m->skins.size();
     d->skins = gltf_push_array<mad_skin>(c->arena, d->skin_count);
-    d->camera_count = (uint32_t)m->cameras.size();
+    d->camera_count = (uint32_t)m->cameras.size() + add_camera;
     d->cameras = gltf_push_array<mad_camera>(c->arena, d->camera_count);
     if (!gltf_convert_nodes(c, &out, d) || !gltf_convert_skins(c, d) || !gltf_convert_cameras(c, d))
         return false;
+    mad_node* special = nullptr;
+    if (add_special) {
+        special = &d->nodes[model_nodes + add_camera];
+        gltf_init_added_node(special, gltf_push_string(c->arena, gltf_unused_name(taken, "reel_special")));
+        gltf_note(c, "no special node given (--direct): added node \"%s\" without a mesh, which the scene draws as "
+                  "nothing", special->name);
+    }
+    if (add_camera) {
+        mad_node* camera = &d->nodes[model_nodes];
+        gltf_init_added_node(camera, gltf_push_string(c->arena, gltf_unused_name(taken, "reel_camera")));
+        camera->camera = &d->cameras[d->camera_count - 1];
+        const uint64_t mark = xmemarena_get_sp(c->tmp);
+        const bool placed = gltf_place_camera(c, &out, d, camera);
+        xmemarena_set_sp(c->tmp, mark);
+        if (!placed)
+            return false;
+    }
+    if (out.animations.empty())
+        gltf_add_still(c, &out, d, taken);
     gltf_assemble(c, &out, d);
+    // the names of the scene row that plays the import
+    gltf_import_result* r = c->result;
+    r->play_animation = d->animations[0].name;
+    for (uint32_t i = 0; i < d->node_count && r->play_camera.empty(); i++)
+        if (d->nodes[i].camera && d->nodes[i].camera->type == 0)
+            r->play_camera = d->nodes[i].name;
+    r->play_special = special ? special->name : c->options->direct_node;
     if (!gltf_convert_textures(c, &out))
         return false;
     // what the scene's draw passes take (every node with a mesh draws each of its primitives)
@@ -1538,6 +1680,12 @@ std::string gltf_import_manifest(const gltf_import_result* result)
     for (const gltf_import_texture& t : result->textures)
         text += "texture " + t.resource + " " + t.resource + "\n";
     return text;
+}
+
+std::string gltf_import_scene_row(const gltf_import_result* r)
+{
+    return "abs,,0,0,abs,,10000,video_madpack," + r->datapack_resource + ",0,1," + r->play_animation + "," +
+           r->play_camera + "," + r->play_special + "," + r->play_special + ",0";
 }
 
 static int gltf_mkdirs(const std::string& dir, std::string* error)

@@ -20,6 +20,14 @@
 //   when the columns are not orthogonal);
 // - a camera's near plane below GLTF_IMPORT_MIN_ZNEAR is moved out to it (the renderer refuses
 //   nearer ones).
+// So that the animated 3D scene plays every model it accepts as it is (it names a camera node,
+// an animation and a special node):
+// - a model without a perspective camera gets a node "reel_camera" with one, framing the bounding
+//   sphere of the mesh vertices at rest from the front, right and above, yfov
+//   GLTF_IMPORT_ADDED_YFOV;
+// - a model without animations gets "reel_still", one key that holds the scene;
+// - without a direct node, an empty node "reel_special" (no mesh: the scene draws it as nothing).
+// An added name that a node or animation of the model already has gets "_1", "_2", ... appended.
 // Every accessor is checked against its buffer view and buffer (offset, stride, count,
 // component type, the end of the data) before a byte of it is read, and every float read must
 // be finite.
@@ -37,6 +45,7 @@
 #include "n3d.h"
 
 constexpr float GLTF_IMPORT_MIN_ZNEAR = 0.25f;
+constexpr float GLTF_IMPORT_ADDED_YFOV = 0.7853982f;  // pi / 4
 constexpr uint32_t GLTF_IMPORT_SPLINE_STEPS = 4;
 constexpr uint32_t GLTF_IMPORT_MAX_TEXTURE_LOG2 = 8;  // swizzled textures are at most 256 x 256
 constexpr uint32_t GLTF_IMPORT_MIN_TEXTURE_LOG2 = 2;
@@ -72,6 +81,9 @@ struct gltf_import_result {
     std::vector<gltf_import_texture> textures;  // texture i belongs to datapack image i
     std::vector<std::string> notes;  // the conversions made, one line each
     uint32_t triangle_count;
+    // the names the scene's row gives to play the import: its first animation, its first node
+    // with a perspective camera, the special node (also the optional one, hidden with one animation)
+    std::string play_animation, play_camera, play_special;
 };
 
 // 0 on success; 1 with *error naming the glTF element. Everything the result points to comes
@@ -98,3 +110,5 @@ int gltf_import_write(const gltf_import_result* result, const char* outdir, cons
                       std::string* error);
 // The manifest text: one line per file written, datapack first.
 std::string gltf_import_manifest(const gltf_import_result* result);
+// A script row that plays the import for ten seconds from the start of the show.
+std::string gltf_import_scene_row(const gltf_import_result* result);

@@ -9,12 +9,14 @@
 #include <unistd.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "bitmap.h"
 #include "color_quantize.h"
 #include "gltf_import.h"
 #include "gltf_sample.h"
@@ -93,6 +95,71 @@ std::string accessor(size_t offset, uint32_t count, const char* type, int compon
            ",\"type\":\"" + type + "\",\"componentType\":" + std::to_string(component) + "}";
 }
 
+// ---- what the scene needs to play a model ----
+
+// A model without camera, animation or special node gets them under names it does not use; the
+// camera frames the bounding sphere of the vertices: the triangle moved by (2, 0, 0) spans
+// (2, 0, 0) to (3, 1, 0), centre (2.5, 0.5, 0), radius sqrt(0.5), so the camera stands
+// radius / sin(pi / 8) from it with the near plane half-way to the sphere.
+TEST(gltf_import, a_plain_model_gets_a_camera_a_still_and_an_empty_special_node)
+{
+    struct example {
+        const char* decoys;  // extra nodes, named as the added ones would be
+        const char* direct;
+        const char* row;
+    };
+    const example examples[] = {
+        {"", nullptr, "video_madpack,m.mad,0,1,reel_still,reel_camera,reel_special,reel_special,0"},
+        {",{\"name\":\"reel_camera\"},{\"name\":\"reel_special\"}", nullptr,
+         "video_madpack,m.mad,0,1,reel_still,reel_camera_1,reel_special_1,reel_special_1,0"},
+        {"", "tri", "video_madpack,m.mad,0,1,reel_still,reel_camera,tri,tri,0"},
+    };
+    for (const example& e : examples) {
+        SCOPED_TRACE(e.row);
+        buffer_builder b;
+        b.floats(TRIANGLE);
+        const std::string json = model(b, accessor(0, 3, "VEC3"),
+                                       "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0}}]}],"
+                                       "\"nodes\":[{\"name\":\"tri\",\"mesh\":0,\"translation\":[2,0,0]}" +
+                                           std::string(e.decoys) + "]");
+        imported m;
+        const gltf_import_options options = {"m", 1024, 1, e.direct};
+        m.status = gltf_import_memory(&m.result, &m.a.arena, &m.a.tmp, (const uint8_t*)json.data(), json.size(), 0,
+                                      "", &options, &m.error);
+        ASSERT_EQ(m.status, 0) << m.error;
+        const std::string row = gltf_import_scene_row(&m.result);
+        EXPECT_EQ(row.substr(row.find("video_madpack")), e.row);
+        mad_datapack* d = &m.result.datapack;
+        const int camera = mad_find_node(d, m.result.play_camera.c_str());
+        const int special = mad_find_node(d, m.result.play_special.c_str());
+        ASSERT_GE(camera, 0);
+        ASSERT_GE(special, 0);
+        EXPECT_EQ(d->nodes[special].mesh == nullptr, e.direct == nullptr);
+        // the still: one key at 0 s holding node 0 where it stands
+        ASSERT_EQ(d->animation_count, 1u);
+        const mad_animation* still = &d->animations[0];
+        ASSERT_EQ(still->channel_count, 1u);
+        EXPECT_EQ(still->channels[0].node, &d->nodes[0]);
+        EXPECT_EQ(still->channels[0].path, (uint32_t)MAD_PATH_TRANSLATION);
+        ASSERT_EQ(still->channels[0].sampler->input_count, 1u);
+        EXPECT_EQ(still->channels[0].sampler->output[0], 2.0f);
+
+        const mad_camera* k = d->nodes[camera].camera;
+        ASSERT_NE(k, nullptr);
+        const float radius = sqrtf(0.5f), distance = radius / sinf(0.3926991f);
+        EXPECT_FLOAT_EQ(k->yfov, 0.7853982f);
+        EXPECT_NEAR(k->znear, (distance - radius) / 2, 1e-5f);
+        std::vector<mat4x4> world(d->node_count);
+        mad_compute_world_matrices(world.data(), d, &m.a.tmp);
+        const mat4x4& w = world[(size_t)camera];
+        const float centre[3] = {2.5f, 0.5f, 0.0f};
+        for (int j = 0; j < 3; j++)  // the camera looks down its -z at the centre, from `distance`
+            EXPECT_NEAR(w[3][j] - distance * w[2][j], centre[j], 1e-4f) << j;
+        EXPECT_NEAR(sqrtf(w[2][0] * w[2][0] + w[2][1] * w[2][1] + w[2][2] * w[2][2]), 1.0f, 1e-5f);
+        EXPECT_GT(w[1][1], 0.5f);  // upright
+    }
+}
+
 // ---- node hierarchy ----
 
 TEST(gltf_import, node_hierarchy_names_and_transforms_follow_the_gltf)
@@ -111,7 +178,7 @@ TEST(gltf_import, node_hierarchy_names_and_transforms_follow_the_gltf)
     import_text(&m, model(b, accessor(0, 3, "VEC3"), rest));
     ASSERT_EQ(m.status, 0) << m.error;
     const mad_datapack* d = &m.result.datapack;
-    ASSERT_EQ(d->node_count, 4u);
+    ASSERT_EQ(d->node_count, 6u);  // and the added camera and special node
     EXPECT_STREQ(d->nodes[0].name, "arm");
     EXPECT_STREQ(d->nodes[3].name, "node3");  // unnamed nodes get their index
     EXPECT_EQ(d->nodes[0].parent, &d->nodes[2]);
@@ -491,8 +558,10 @@ TEST(gltf_import, sample_model_imports_alike_from_text_and_binary)
     mad_datapack_write(a.data(), d, BYTE_ORDER_NATIVE);
     mad_datapack_write(b.data(), &glb.result.datapack, BYTE_ORDER_NATIVE);
     EXPECT_EQ(a, b);
-    EXPECT_EQ(text.result.notes.size(), 0u);  // nothing needed converting
-    ASSERT_EQ(d->node_count, 4u);
+    // nothing needed converting; only a special node was added
+    ASSERT_EQ(text.result.notes.size(), 1u);
+    EXPECT_EQ(text.result.notes[0].find("no special node"), 0u);
+    ASSERT_EQ(d->node_count, 5u);
     EXPECT_EQ(mad_find_node(d, "camera"), 3);
     EXPECT_EQ(d->nodes[3].parent, &d->nodes[0]);
     EXPECT_FLOAT_EQ(d->nodes[3].camera->yfov, 0.8f);
@@ -564,7 +633,7 @@ TEST(gltf_import, simple_skin_sample_keeps_its_joints_weights_and_keys)
     import_sample(&m, "simple_skin/simple_skin.gltf");
     ASSERT_EQ(m.status, 0) << m.error;
     const mad_datapack* d = &m.result.datapack;
-    ASSERT_EQ(d->node_count, 3u);
+    ASSERT_EQ(d->node_count, 5u);  // and the added camera and special node
     EXPECT_EQ(d->nodes[2].parent, &d->nodes[1]);
     EXPECT_FLOAT_EQ(d->nodes[1].translation[1], 1.0f);
     ASSERT_EQ(d->skin_count, 1u);
@@ -625,7 +694,7 @@ TEST(gltf_import, box_textured_samples_write_files_the_engine_reads_back)
         arenas back;
         mad_datapack* d = mad_datapack_file_load(&back.arena, (out + "/sample.mad").c_str());
         ASSERT_NE(d, nullptr);
-        EXPECT_EQ(d->node_count, 2u);
+        EXPECT_EQ(d->node_count, 4u);  // and the added camera and special node
         ASSERT_EQ(d->image_count, 1u);
         EXPECT_EQ(std::string(d->images[0].name) + ".tmap", m.result.textures[0].resource);
         EXPECT_EQ(d->meshes[0].primitives[0].material->base_color_image, &d->images[0]);
@@ -768,6 +837,57 @@ TEST(reel_gltf, every_debian_sample_is_imported_or_refused_for_its_fault)
     }
     pclose(list);
     EXPECT_EQ(files, 46u);
+}
+
+// The four samples the scene must play: each is imported, packed with a script made of the row
+// the tool prints, and played for a few frames; the picture holds more than one colour.
+TEST(reel_gltf, the_named_debian_samples_play_in_the_animated_scene_as_imported)
+{
+    if (!samples_present())
+        GTEST_SKIP() << "assimp-testmodels is not installed (" << SAMPLES << " is missing)";
+    const std::string tool = REEL_GLTF_TOOL, tools = tool.substr(0, tool.rfind('/'));
+    if (!tool_present() || access((tools + "/reel_pack").c_str(), X_OK) || access((tools + "/reel_capture").c_str(), X_OK))
+        GTEST_SKIP() << "reel_gltf, reel_pack and reel_capture are not built beside the tests";
+    for (const char* relative : {"BoxTextured-glTF/BoxTextured.gltf", "BoxTextured-glTF-Binary/BoxTextured.glb",
+                                 "simple_skin/simple_skin.gltf", "cameras/Cameras.gltf"}) {
+        SCOPED_TRACE(relative);
+        char dir[] = "/tmp/test_gltf_play_XXXXXX";
+        ASSERT_NE(mkdtemp(dir), nullptr);
+        const std::string d = dir;
+        // the row is the import's last line; the manifest's paths are made relative to the show
+        const std::string script =
+            "cd '" + d + "' && mkdir -p assets/reel/le && " + tool + " '" + SAMPLES + "/" + relative +
+            "' imported > import.txt && (echo 'start mode,start ref,start ms,preload ms,end mode,end ref,end ms,"
+            "function,args'; tail -n 1 import.txt) > sequence.csv && echo 'raw sequence.csv sequence.csv 1' > p0 && "
+            "sed 's# \\([^ ]*\\)$# imported/\\1#' imported/*.manifest > p1 && : > p2 && " +
+            tools + "/reel_pack p0 assets/reel/le/pak0.rpk && " + tools + "/reel_pack p1 assets/reel/le/pak1.rpk && " +
+            tools + "/reel_pack p2 assets/reel/le/pak2.rpk && " + tools +
+            "/reel_capture --frames 12 --png-at 10 --out frames";
+        const int status = std::system((script + " > log.txt 2>&1").c_str());
+        std::string log;
+        if (FILE* f = fopen((d + "/log.txt").c_str(), "r")) {
+            char buf[4096];
+            while (size_t n = fread(buf, 1, sizeof(buf), f))
+                log.append(buf, n);
+            fclose(f);
+        }
+        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << log;
+        arenas a;
+        const bitmap* frame = bitmap_load_png(&a.arena, (d + "/frames/frame_000010.png").c_str(), 3);
+        ASSERT_NE(frame, nullptr);
+        uint32_t lit = 0;
+        const uint8_t* first = bitmap_pixel(frame, 0, 0);
+        bool flat = true;
+        for (uint32_t y = 0; y < 480; y++)
+            for (uint32_t x = 0; x < 640; x++) {
+                const uint8_t* p = bitmap_pixel(frame, x, y);
+                flat = flat && memcmp(p, first, 3) == 0;
+                lit += p[0] | p[1] | p[2] ? 1 : 0;
+            }
+        EXPECT_FALSE(flat);
+        EXPECT_GT(lit, 640u * 480 / 20) << "the model covers at least a twentieth of the picture";
+        std::system(("rm -rf '" + d + "'").c_str());
+    }
 }
 
 }  // namespace

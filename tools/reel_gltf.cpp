@@ -25,7 +25,10 @@ static const char* const REEL_GLTF_USAGE =
     "draws unlit in its second pass (its special node): its images are written as ARGB1555 copies\n"
     "NAME_<image>_direct.tmap (and NAME_colors_direct.tmap). Conversions the datapack needs\n"
     "(strips and fans to lists, morph targets baked in, splines resampled, ...) are printed as notes;\n"
-    "what cannot be converted is refused with a message naming the glTF element, and exit status 1.\n";
+    "what cannot be converted is refused with a message naming the glTF element, and exit status 1.\n"
+    "A model without a perspective camera gets a node reel_camera framing it, one without animations a\n"
+    "still reel_still, and without --direct an empty special node reel_special; the last line printed\n"
+    "is the script row that plays the import in the animated 3D scene.\n";
 
 static void reel_gltf_print(const char* path, const gltf_import_result* r)
 {
@@ -135,6 +138,7 @@ int main(int argc, char** argv)
             status = 1;
         } else {
             printf("manifest \"%s/%s.manifest\":\n%s", paths[1], base.c_str(), gltf_import_manifest(&result).c_str());
+            printf("scene row that plays it:\n%s\n", gltf_import_scene_row(&result).c_str());
         }
     }
     free(tmp_memory);
