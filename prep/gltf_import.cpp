@@ -46,6 +46,7 @@
 #include "n3d_convert.h"
 #include "n3d_io.h"
 #include "n3d_pipeline.h"
+#include "prep_file.h"
 #include "reel.h"
 
 namespace tg = tinygltf;
@@ -1752,7 +1753,7 @@ int gltf_import_write(const gltf_import_result* result, const char* outdir, cons
         const std::string temp = f + ".tmp";
         if (failed)
             remove(temp.c_str());
-        else if (rename(temp.c_str(), f.c_str()) != 0 && !failed)
+        else if (prep_file_commit(temp.c_str(), f.c_str()) != 0 && !failed)
             failed = (*error = f + ": " + strerror(errno), 1);
     }
     xmemarena_set_sp(tmp, mark);
