@@ -19,16 +19,6 @@
 
 namespace {
 
-struct test_arena {
-    std::vector<uint8_t> memory;
-    xmemarena arena;
-    explicit test_arena(uint64_t capacity = 1u << 20) : memory(capacity + 64)
-    {
-        const uintptr_t aligned = ((uintptr_t)memory.data() + 63) & ~(uintptr_t)63;
-        xmemarena_init(&arena, "test_mad", capacity, (void*)aligned);
-    }
-};
-
 std::vector<uint8_t> write_block(const mad_datapack* d, int32_t order)
 {
     std::vector<uint8_t> bytes(mad_datapack_write_size(d));

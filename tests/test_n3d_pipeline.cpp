@@ -117,32 +117,18 @@ protected:
 
     void make_texture(n3d_texture* t, uint32_t format, void** slot, uint16_t value)
     {
-        memset(t, 0, sizeof(*t));
-        t->format = format;
-        t->log2_w = t->log2_h = t->min_log2_w = t->min_log2_h = 8;
-        t->mips = slot;
+        void* texels;
         if (format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555) {
-            slot[0] = memset(xmemarena_push_align(&arena, 65536, 32), (int)value, 65536);
-            t->colors_count = 256, t->shades_per_color = 32;
-            t->palette = palette, t->shade_table = shades;
+            texels = memset(xmemarena_push_align(&arena, 65536, 32), (int)value, 65536);
         } else {
-            auto* texels = (uint16_t*)xmemarena_push_align(&arena, 65536 * 2, 32);
-            std::fill(texels, texels + 65536, value);
-            slot[0] = texels;
+            texels = xmemarena_push_align(&arena, 65536 * 2, 32);
+            std::fill((uint16_t*)texels, (uint16_t*)texels + 65536, value);
         }
+        test_texture_256(t, format, slot, texels, palette, shades);
     }
 
-    void clear()
-    {
-        n3d_framebuffer_clear(fc.framebuffer);
-        n3d_coverage_buffer_clear(fc.coverage[0]);
-        n3d_zbuffer_clear(fc.zbuffer);
-    }
-
-    uint16_t pixel(int x, int y) const
-    {
-        return ((const uint16_t*)(fc.framebuffer->pixels + y * fc.framebuffer->row_bytes))[x];
-    }
+    void clear() { test_clear_target(&fc); }
+    uint16_t pixel(int x, int y) const { return test_pixel16(&fc, x, y); }
     int drawn_pixels() const
     {
         int n = 0;
