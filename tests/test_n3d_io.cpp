@@ -273,8 +273,6 @@ TEST(n3d_io_death, bad_marker_and_trailing_bytes_in_files)
     test_arena a;
     EXPECT_EXIT(n3d_mesh_file_load(&a.arena, path.c_str()), testing::ExitedWithCode(1),
                 "crash in n3d_mesh_file_load at src/n3d_io:[0-9]+\ninvalid endian marker\\?\n$");
-    EXPECT_EXIT(n3d_texture_file_load(&a.arena, path.c_str()), testing::ExitedWithCode(1),
-                "crash in n3d_texture_file_load at src/n3d_io:[0-9]+\ninvalid endian marker\\?\n$");
     file[0] ^= 0x10;
     file.push_back(0);
     write_bytes(path, file);
@@ -295,7 +293,6 @@ TEST(n3d_io_death, bad_texture_headers)
         const char* message;
     } cases[] = {
         {{0, 1, 2, 2, 2, 2}, "crash in n3d_texture_read at src/n3d_io:[0-9]+\nnot implemented\n$"},
-        {{5, 1, 2, 2, 2, 2}, "[0-9]\nnot implemented\n$"},
         {{4, 0, 2, 2, 2, 2}, "[0-9]\nnot implemented texture format 4\n$"},
         {{2, 2, 2, 2, 2, 2}, "linear flag 2 is neither 0 nor 1"},
         {{2, 0, 9, 2, 9, 2}, "bad log2 sizes 9 x 2 down to 9 x 2 \\(swizzled textures: at most 8"},

@@ -770,21 +770,17 @@ TEST(n3d_rasterizers, spans_split_into_segments_that_wrap_and_a_tail_that_clamps
 TEST(n3d_rasterizers, coverage_read_keeps_covered_pixels_and_write_marks_whole_spans)
 {
     raster_env env;
-    env.clear();
-    // a covered pixel inside the triangle keeps its colour with a coverage-reading variant
     n3d_coverage_buffer* cb = env.fc.coverage[0];
-    cb->bits[(50 * cb->width + 40) / 32] |= 0x80000000u >> (40 % 32);
-    draw_flat(env, 51, at(10, 10), at(100, 20), at(30, 90));
-    EXPECT_EQ(env.pixel(40, 50), 0x8000);
-    EXPECT_NE(env.pixel(41, 50), 0x8000);
-    EXPECT_TRUE(env.covered(41, 50));
-    // the read-only variant leaves coverage alone but still skips covered pixels
-    env.clear();
-    cb->bits[(50 * cb->width + 40) / 32] |= 0x80000000u >> (40 % 32);
-    draw_flat(env, 49, at(10, 10), at(100, 20), at(30, 90));
-    EXPECT_EQ(env.pixel(40, 50), 0x8000);
-    EXPECT_NE(env.pixel(41, 50), 0x8000);
-    EXPECT_FALSE(env.covered(41, 50));
+    // coverage-reading variants keep a covered pixel's colour; the read-only one (49) leaves
+    // coverage alone, the read-write one (51) marks what it draws
+    for (uint32_t flags : {51u, 49u}) {
+        env.clear();
+        cb->bits[(50 * cb->width + 40) / 32] |= 0x80000000u >> (40 % 32);
+        draw_flat(env, flags, at(10, 10), at(100, 20), at(30, 90));
+        EXPECT_EQ(env.pixel(40, 50), 0x8000) << flags;
+        EXPECT_NE(env.pixel(41, 50), 0x8000) << flags;
+        EXPECT_EQ(env.covered(41, 50), flags == 51) << flags;
+    }
     // a write-only variant draws over covered pixels; spans crossing word boundaries set every bit
     env.clear();
     cb->bits[(50 * cb->width + 40) / 32] |= 0x80000000u >> (40 % 32);
