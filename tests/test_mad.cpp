@@ -240,23 +240,15 @@ TEST(mad_block, write_read_write_reproduces_the_block_in_both_orders)
     }
 }
 
-TEST(mad_block, reader_resolves_every_reference)
+// References come back right or the round trip above would write other indices (or refuse a
+// pointer outside the arrays); what a rewrite cannot show is checked here.
+TEST(mad_block, reader_copies_names_and_derives_what_the_block_does_not_hold)
 {
     auto s = make_sample();
     test_arena a;
     const mad_datapack d = read_block(&a.arena, write_block(&s->d, BYTE_ORDER_SWAPPED), BYTE_ORDER_SWAPPED);
-    const mad_node* n = d.nodes;
-    EXPECT_STREQ(n[2].name, "hand");
-    EXPECT_NE(n[2].name, s->nodes[2].name);  // copied, not borrowed
-    EXPECT_TRUE(n[0].mesh == &d.meshes[0] && n[4].mesh == &d.meshes[0] && n[2].mesh == &d.meshes[1]);
-    EXPECT_TRUE(n[3].mesh == nullptr && n[1].skin == &d.skins[0] && n[4].camera == &d.cameras[1]);
-    EXPECT_TRUE(n[0].parent == nullptr && n[3].parent == &n[0] && n[2].parent == &n[1]);
-    EXPECT_TRUE(d.materials[0].base_color_image == &d.images[1] && d.materials[1].base_color_image == nullptr);
-    EXPECT_TRUE(d.meshes[0].primitives[0].material == &d.materials[0] && d.meshes[0].primitives[1].material == nullptr);
-    EXPECT_EQ(d.meshes[0].primitives[1].vertices.joints[4], 1);
-    const mad_animation* idle = &d.animations[1];
-    EXPECT_TRUE(idle->channels[0].node == &n[4] && idle->channels[0].sampler == &idle->samplers[0]);
-
+    EXPECT_STREQ(d.nodes[2].name, "hand");
+    EXPECT_NE(d.nodes[2].name, s->nodes[2].name);  // copied, not borrowed
     // bind matrices are derived: (T(-1, -2, -3) S(2))^-1 = S(1/2) T(1, 2, 3)
     EXPECT_FLOAT_EQ(d.skins[0].bind_matrices[1][3][2], 1.5f);
     EXPECT_FLOAT_EQ(d.skins[0].bind_matrices[1][1][1], 0.5f);
