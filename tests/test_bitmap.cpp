@@ -24,35 +24,28 @@ struct bitmap_arena {
 
 TEST(bitmap, decode_follows_the_encoding_flags)
 {
-    const uint8_t p[4] = {255, 128, 0, 128};
-    const double a = 128 / 255.0;
-    vec4 v;
-    bitmap_decode_pixel(v, p, BITMAP_CHANNELS_4);  // straight, linear: multiply by alpha
-    EXPECT_FLOAT_EQ(v[0], (float)a);
-    EXPECT_FLOAT_EQ(v[1], (float)(a * a));
-    EXPECT_EQ(v[2], 0.0f);
-    EXPECT_FLOAT_EQ(v[3], (float)a);
-    bitmap_decode_pixel(v, p, BITMAP_SRGB | BITMAP_CHANNELS_4);
-    EXPECT_FLOAT_EQ(v[0], (float)a);
-    EXPECT_FLOAT_EQ(v[1], (float)(srgb_to_linear(a) * a));
-    bitmap_decode_pixel(v, p, BITMAP_PREMULTIPLIED | BITMAP_CHANNELS_4);  // taken as it is
-    EXPECT_FLOAT_EQ(v[0], 1.0f);
-    EXPECT_FLOAT_EQ(v[1], (float)a);
-    // premultiplied sRGB: un-premultiply (clamped), decode, premultiply again
-    bitmap_decode_pixel(v, p, BITMAP_SRGB | BITMAP_PREMULTIPLIED | BITMAP_CHANNELS_4);
-    EXPECT_FLOAT_EQ(v[0], (float)a);
-    EXPECT_FLOAT_EQ(v[1], (float)a);
-    const uint8_t clear[4] = {90, 90, 90, 0};
-    bitmap_decode_pixel(v, clear, BITMAP_SRGB | BITMAP_PREMULTIPLIED | BITMAP_CHANNELS_4);
-    EXPECT_EQ(v[0], 0.0f);
-    EXPECT_EQ(v[3], 0.0f);
-    // missing colours are 0, missing alpha is 1
-    const uint8_t red[1] = {255};
-    bitmap_decode_pixel(v, red, BITMAP_SRGB | BITMAP_CHANNELS_1);
-    EXPECT_EQ(v[0], 1.0f);
-    EXPECT_EQ(v[1], 0.0f);
-    EXPECT_EQ(v[2], 0.0f);
-    EXPECT_EQ(v[3], 1.0f);
+    const uint8_t p[4] = {255, 128, 0, 128}, clear[4] = {90, 90, 90, 0}, red[1] = {255};
+    const float a = (float)(128 / 255.0), a2 = (float)(128 / 255.0 * 128 / 255.0);
+    const float srgb_a = (float)(srgb_to_linear(128 / 255.0) * 128 / 255.0);
+    const struct {
+        const uint8_t* pixel;
+        uint32_t flags;
+        vec4 want;
+    } cases[] = {
+        {p, BITMAP_CHANNELS_4, {a, a2, 0, a}},  // straight, linear: multiply by alpha
+        {p, BITMAP_SRGB | BITMAP_CHANNELS_4, {a, srgb_a, 0, a}},
+        {p, BITMAP_PREMULTIPLIED | BITMAP_CHANNELS_4, {1, a, 0, a}},  // taken as it is
+        // premultiplied sRGB: un-premultiply (clamped), decode, premultiply again
+        {p, BITMAP_SRGB | BITMAP_PREMULTIPLIED | BITMAP_CHANNELS_4, {a, a, 0, a}},
+        {clear, BITMAP_SRGB | BITMAP_PREMULTIPLIED | BITMAP_CHANNELS_4, {0, 0, 0, 0}},
+        {red, BITMAP_SRGB | BITMAP_CHANNELS_1, {1, 0, 0, 1}},  // missing colours are 0, missing alpha 1
+    };
+    for (const auto& c : cases) {
+        vec4 v;
+        bitmap_decode_pixel(v, c.pixel, c.flags);
+        for (int k = 0; k < 4; k++)
+            EXPECT_FLOAT_EQ(v[k], c.want[k]) << "flags " << c.flags << " channel " << k;
+    }
 }
 
 TEST(bitmap, encode_inverts_decode_for_every_byte)

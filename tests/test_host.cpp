@@ -43,39 +43,30 @@ TEST(host, init_creates_fullscreen_window_surfaces_and_display)
     SDL_Quit();
 }
 
-TEST(host, quit_event_ends_the_loop_with_block_zero_closed_and_a_summary)
+// Both ways out (a quit event, the engine's quit flag) close block 0, then print the rasterizer
+// report and one line for a person.
+TEST(host, quitting_closes_block_zero_and_prints_a_summary)
 {
     platform* p = &platform_global;
-    platform_init(p);
-    prof_init();
-    memset(&demosys_global, 0, sizeof(demosys_global));
-    SDL_Event quit;
-    SDL_zero(quit);
-    quit.type = SDL_QUIT;
-    SDL_PushEvent(&quit);
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(platform_run(p), 0);
-    // block 0 is closed on every way out, then the rasterizer report and one line for a person
-    const std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(out.rfind("[100.00%][hits:           1]", 0), 0u) << out;
-    EXPECT_NE(out.find("[CYCLES_BLOCK_TOTAL]\ntotal cycles: "), std::string::npos) << out;
-    EXPECT_TRUE(testing::internal::RE::PartialMatch(
-        out, "\ntotal cycles: [0-9.]+\nplayed [0-9.]+ s: 0 frames presented, frame time mean 0.00 ms, worst 0.00 ms\n$"))
-        << out;
-}
-
-TEST(host, engine_quit_flag_ends_the_loop_and_prints_block_zero)
-{
-    platform* p = &platform_global;
-    platform_init(p);
-    prof_init();
-    memset(&demosys_global, 0, sizeof(demosys_global));
-    demosys_global.quit = 1;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(platform_run(p), 0);
-    const std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_NE(out.find("[100.00%][hits:           1]"), std::string::npos) << out;
-    EXPECT_NE(out.find("[CYCLES_BLOCK_TOTAL]\n"), std::string::npos) << out;
+    for (bool by_event : {true, false}) {
+        platform_init(p);
+        prof_init();
+        memset(&demosys_global, 0, sizeof(demosys_global));
+        SDL_Event quit;
+        SDL_zero(quit);
+        quit.type = SDL_QUIT;
+        if (by_event)
+            SDL_PushEvent(&quit);
+        demosys_global.quit = !by_event;
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(platform_run(p), 0);
+        const std::string out = testing::internal::GetCapturedStdout();
+        EXPECT_EQ(out.rfind("[100.00%][hits:           1]", 0), 0u) << out;
+        EXPECT_TRUE(testing::internal::RE::PartialMatch(
+            out, "\\[CYCLES_BLOCK_TOTAL\\]\ntotal cycles: [0-9.]+\nplayed [0-9.]+ s: 0 frames presented, frame time "
+                 "mean 0.00 ms, worst 0.00 ms\n$"))
+            << out;
+    }
 }
 
 namespace {

@@ -19,16 +19,6 @@
 
 namespace {
 
-struct test_arena {
-    std::vector<uint8_t> memory;
-    xmemarena arena;
-    explicit test_arena(uint64_t capacity = 1u << 20) : memory(capacity + 64)
-    {
-        const uintptr_t aligned = ((uintptr_t)memory.data() + 63) & ~(uintptr_t)63;
-        xmemarena_init(&arena, "test_mad", capacity, (void*)aligned);
-    }
-};
-
 std::vector<uint8_t> write_block(const mad_datapack* d, int32_t order)
 {
     std::vector<uint8_t> bytes(mad_datapack_write_size(d));
@@ -250,23 +240,15 @@ TEST(mad_block, write_read_write_reproduces_the_block_in_both_orders)
     }
 }
 
-TEST(mad_block, reader_resolves_every_reference)
+// References come back right or the round trip above would write other indices (or refuse a
+// pointer outside the arrays); what a rewrite cannot show is checked here.
+TEST(mad_block, reader_copies_names_and_derives_what_the_block_does_not_hold)
 {
     auto s = make_sample();
     test_arena a;
     const mad_datapack d = read_block(&a.arena, write_block(&s->d, BYTE_ORDER_SWAPPED), BYTE_ORDER_SWAPPED);
-    const mad_node* n = d.nodes;
-    EXPECT_STREQ(n[2].name, "hand");
-    EXPECT_NE(n[2].name, s->nodes[2].name);  // copied, not borrowed
-    EXPECT_TRUE(n[0].mesh == &d.meshes[0] && n[4].mesh == &d.meshes[0] && n[2].mesh == &d.meshes[1]);
-    EXPECT_TRUE(n[3].mesh == nullptr && n[1].skin == &d.skins[0] && n[4].camera == &d.cameras[1]);
-    EXPECT_TRUE(n[0].parent == nullptr && n[3].parent == &n[0] && n[2].parent == &n[1]);
-    EXPECT_TRUE(d.materials[0].base_color_image == &d.images[1] && d.materials[1].base_color_image == nullptr);
-    EXPECT_TRUE(d.meshes[0].primitives[0].material == &d.materials[0] && d.meshes[0].primitives[1].material == nullptr);
-    EXPECT_EQ(d.meshes[0].primitives[1].vertices.joints[4], 1);
-    const mad_animation* idle = &d.animations[1];
-    EXPECT_TRUE(idle->channels[0].node == &n[4] && idle->channels[0].sampler == &idle->samplers[0]);
-
+    EXPECT_STREQ(d.nodes[2].name, "hand");
+    EXPECT_NE(d.nodes[2].name, s->nodes[2].name);  // copied, not borrowed
     // bind matrices are derived: (T(-1, -2, -3) S(2))^-1 = S(1/2) T(1, 2, 3)
     EXPECT_FLOAT_EQ(d.skins[0].bind_matrices[1][3][2], 1.5f);
     EXPECT_FLOAT_EQ(d.skins[0].bind_matrices[1][1][1], 0.5f);
@@ -346,25 +328,19 @@ TEST(mad_block_death, indices_out_of_range)
     expect_refused(
         {
             {[](auto* f) { f->root_mesh = 2; }, "node[0]: mesh 2 is out of range (1-based, 0 for none; 1 meshes)"},
-            {[](auto* f) { f->leaf_skin = 2; }, "node[1]: skin 2 is out of range (1-based, 0 for none; 1 skins)"},
             {[](auto* f) { f->leaf_camera = 0xFFFFFFFF; }, "node[1]: camera 4294967295 is out of range"},
             {[](auto* f) { f->root_children = {2}; }, "node[0]: child 2 is out of range (0-based; 2 nodes)"},
             {[](auto* f) { f->leaf_parent = 3; }, "node[1]: parent 3 is out of range (1-based, 0 for none; 2 nodes)"},
             {[](auto* f) { f->material_image = 1; },
              "material[0]: base_color_image 1 is out of range (0-based, 0xffffffff for none; 1 images)"},
-            {[](auto* f) { f->primitive_material = 1; }, "mesh[0]: primitive material 1 is out of range"},
             {[](auto* f) { f->joint = 2; }, "skin[0]: joint 2 is out of range (0-based; 2 nodes)"},
             {[](auto* f) { f->channel_node = 2; }, "animation[0]: channel node 2 is out of range (0-based; 2 nodes)"},
-            {[](auto* f) { f->channel_sampler = 1; },
-             "animation[0]: channel sampler 1 is out of range (0-based; 1 samplers)"},
             {[](auto* f) { f->channel_path = 0; },
              "animation[0] channel[0]: path 0 is not 1 (translation), 2 (rotation) or 3 (scale)"},
-            {[](auto* f) { f->channel_path = 4; }, "path 4 is not 1 (translation)"},
             // seven floats are too few for three rotation keys, and a channel needs a key to hold
             {[](auto* f) { f->input_count = 3, f->output_count = 7, f->second_time = 0; },
              "animation[0] channel[0]: sampler[0] has 3 keys and 7 values, but path 2 needs at least one key and 4 "
              "values per key"},
-            {[](auto* f) { f->input_count = 0, f->output_count = 10; }, "sampler[0] has 0 keys and 10 values"},
             {[](auto* f) { f->second_time = -1; }, "animation[0] sampler[0]: key time 1 (-1) is before key time 0 (0)"},
             {[](auto* f) { f->second_time = NAN; }, "key time 1 (nan) is before key time 0 (0)"},
         },
@@ -403,7 +379,6 @@ TEST(mad_block_death, hierarchy_must_be_a_forest_whose_parents_and_children_agre
             {[](auto* f) { f->root_children = {}, f->leaf_children = {1}; },
              "node[1] lists node[1] as a child, but its parent is node[0]"},
             {[](auto* f) { f->root_parent = 2, f->leaf_children = {0}; }, cycle},
-            {[](auto* f) { f->root_children = {0, 1}, f->root_parent = 1; }, cycle},
         },
         "test.mad: ", "\n$");
 }

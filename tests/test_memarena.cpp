@@ -6,25 +6,11 @@
 #include <vector>
 
 #include "memarena.h"
-
-namespace {
-
-// An arena over a 64-byte-aligned block, so alignment cases know the absolute address.
-struct arena_fixture {
-    std::vector<uint8_t> block;
-    xmemarena arena;
-    explicit arena_fixture(uint64_t capacity) : block(capacity + 64)
-    {
-        const uintptr_t aligned = ((uintptr_t)block.data() + 63) & ~(uintptr_t)63;
-        xmemarena_init(&arena, "test_arena", capacity, (void*)aligned);
-    }
-};
-
-}  // namespace
+#include "test_fatal.h"
 
 TEST(memarena, push_fills_to_capacity_and_zero_size_is_null)
 {
-    arena_fixture f(100);
+    test_arena f(100);
     xmemarena* a = &f.arena;
     EXPECT_EQ(xmemarena_push(a, 0), nullptr);
     EXPECT_EQ(a->sp, 0u);
@@ -44,7 +30,7 @@ TEST(memarena, push_fills_to_capacity_and_zero_size_is_null)
 
 TEST(memarena, alignment_is_on_the_absolute_address)
 {
-    arena_fixture f(256);
+    test_arena f(256);
     xmemarena* a = &f.arena;
     a->base += 3;  // base + sp ends in ...3
     a->capacity -= 3;
@@ -61,7 +47,7 @@ TEST(memarena, alignment_is_on_the_absolute_address)
 
 TEST(memarena, marks_zero_fill_and_pop)
 {
-    arena_fixture f(128);
+    test_arena f(128);
     xmemarena* a = &f.arena;
     memset(a->base, 0xAA, 128);
     xmemarena_push(a, 10);
@@ -104,7 +90,7 @@ TEST(memarena_death, refusals_print_their_detail_then_the_fatal_text)
         EXPECT_EXIT(
             {
                 dup2(fileno(stderr), fileno(stdout));
-                arena_fixture f(100);
+                test_arena f(100);
                 c.run(&f.arena);
             },
             testing::ExitedWithCode(1), c.output);

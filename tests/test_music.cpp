@@ -19,6 +19,15 @@ struct music_fixture : testing::Test {
     }
 };
 
+// a stream whose bytes vary, so that every code occurs
+std::vector<uint8_t> varied_stream(size_t size)
+{
+    std::vector<uint8_t> data(size);
+    for (size_t i = 0; i < size; i++)
+        data[i] = (uint8_t)(i * 37 + 11);
+    return data;
+}
+
 // the decoder straight from its definition, to compare whole streams against
 struct reference_decoder {
     int32_t predictor = 0, index = 0;
@@ -83,9 +92,7 @@ TEST_F(music_fixture, clock_stands_until_started_and_ready)
 
 TEST_F(music_fixture, lead_in_then_music_byte_zero)
 {
-    std::vector<uint8_t> data(4000);
-    for (size_t i = 0; i < data.size(); i++)
-        data[i] = (uint8_t)(i * 37 + 11);
+    const std::vector<uint8_t> data = varied_stream(4000);
     music_prepare(1500);
     music_start(data.data(), (uint32_t)data.size(), 0);
     music_seek(1000);
@@ -155,9 +162,7 @@ TEST_F(music_fixture, fade_volume_steps_every_512_samples)
 
 TEST_F(music_fixture, seek_moves_only_the_clock_keeps_the_decoders_and_stops_at_zero)
 {
-    std::vector<uint8_t> data(12000);
-    for (size_t i = 0; i < data.size(); i++)
-        data[i] = (uint8_t)(i * 37 + 11);
+    const std::vector<uint8_t> data = varied_stream(12000);
     music_prepare(0);
     music_start(data.data(), (uint32_t)data.size(), 0);
     mix(100);

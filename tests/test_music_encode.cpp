@@ -191,9 +191,6 @@ namespace {
 const music_synth_instrument sine_tone = {
     .kind = MUSIC_SYNTH_TONE,
     .gain = 0.5f,
-    .pan = 0.0f,
-    .echo_send = 0.0f,
-    .drum = {},
     .tone = {.oscillators = {{MUSIC_SYNTH_WAVE_SINE, 0.0f, 1.0f}, {}, {}},
              .oscillator_count = 1,
              .attack = 0.001f,
@@ -201,29 +198,7 @@ const music_synth_instrument sine_tone = {
              .sustain = 1.0f,
              .release = 0.01f,
              .cutoff_hz = 9000.0f,
-             .cutoff_env_hz = 0.0f,
-             .cutoff_decay = 0.1f,
-             .resonance_q = 0.0f,
-             .vibrato_cents = 0.0f,
-             .vibrato_hz = 0.0f},
-};
-// a burst of noise a few milliseconds long, all of it into the echo
-const music_synth_instrument echoed_click = {
-    .kind = MUSIC_SYNTH_DRUM,
-    .gain = 0.5f,
-    .pan = 0.0f,
-    .echo_send = 1.0f,
-    .drum = {.tone_level = 0.0f,
-             .tone_start_hz = 0.0f,
-             .tone_end_hz = 0.0f,
-             .tone_sweep = 0.0f,
-             .tone_decay = 0.0f,
-             .noise_level = 1.0f,
-             .noise_filter = MUSIC_SYNTH_FILTER_LOW,
-             .noise_hz = 9000.0f,
-             .noise_q = 0.0f,
-             .noise_decay = 0.002f},
-    .tone = {},
+             .cutoff_decay = 0.1f},
 };
 const music_synth_note one_note[] = {{5, 8, 69, 127}};  // A4 from step 5 for two beats
 const music_synth_pattern one_pattern[] = {{one_note, 1}};

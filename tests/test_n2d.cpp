@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "n2d.h"
+#include "test_fatal.h"
 #include "vmath.h"
 
 namespace {
@@ -404,8 +405,6 @@ TEST(n2d_death, every_failed_check_ends_the_process_with_its_message)
         {[&] { n2d_fb_clear_color(&i8argb.fb, 1, 2, 3); }, nullptr, "not implemented\n"},
         {[&] { n2d_fb_i8_and_cb_mask_fill_if_cb0(&bad.fb, &cov.cb, 0, 0, 1, &cb.cb, 0, 4); },
          "n2d_fb_i8_and_cb_mask_fill_if_cb0", "bad N3D_TEXEL_FORMAT 7?\n"},
-        {[&] { n2d_fb_i8_and_cb_mask_copy_if_cb0(&a.fb, &cov.cb, 0, 0, &bad.fb, &cb.cb, 0, 4); },
-         "n2d_fb_i8_and_cb_mask_copy_if_cb0", "bad N3D_TEXEL_FORMAT 7?\n"},
         {[&] { n2d_fb_i8_and_cb_mask_copy_if_cb0(&a.fb, &cov.cb, 0, 0, &argb.fb, &cb.cb, 0, 4); },
          "n2d_fb_i8_and_cb_mask_copy_if_cb0", "src_fb pixels are 2 bytes but dst_fb pixels 1 bytes\n"},
         {[&] { n2d_blit_scaled_index8(&fc_argb, &tex.t, 0, 0, 8, 8, 0, 0, 16, 8, 0, 0, 0, 4); }, printed,
@@ -421,16 +420,11 @@ TEST(n2d_death, every_failed_check_ends_the_process_with_its_message)
          "cb0 and src_fb must have same width and height (32 4 vs 32 2)\n"},
         {[&] { n2d_fb_i8_copy_if_cb1_not_cb0(&i8argb.fb, 0, 0, &a.fb, &cb.cb, &cb.cb, 0, 4); }, printed,
          "dst_fb format must be N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8 (was 1)\n"},
-        {[&] { n2d_fb_i8_copy_if_cb1_not_cb0(&a.fb, 0, 0, &i8argb.fb, &cb.cb, &cb.cb, 0, 4); }, printed,
-         "src_fb format must be N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8 (was 1)\n"},
-        {[&] { n2d_fb_argb1555_copy_if_not_cb0(&argb.fb, 3, 0, &argb.fb, &cb.cb, 0, 4); }, printed, "not impl..\n"},
         // the stencil is compared with the destination, not the source
         {[&] { n2d_fb_argb1555_copy_if_not_cb0(&argb_small.fb, 0, 0, &argb.fb, &cb.cb, 0, 4); }, printed,
          "cb0 and src_fb must have same width and height (32 4 vs 32 2)\n"},
         {[&] { n2d_fb_argb1555_copy_if_not_cb0(&a.fb, 0, 0, &argb.fb, &cb.cb, 0, 4); }, printed,
          "dst_fb format must be N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555 (was 3)\n"},
-        {[&] { n2d_fb_argb1555_copy_if_not_cb0(&argb.fb, 0, 0, &a.fb, &cb.cb, 0, 4); }, printed,
-         "src_fb format must be N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555 (was 3)\n"},
         {[&] { n2d_cb_from_texture_i8_range(&cb.cb, &cb_short.cb, &tex.t, 1, 255, 0, 4); }, printed,
          "cb0 width and height must equal cb1! (32 4 vs 32 2)\n"},
         {[&] { n2d_cb_from_texture_i8_range(&cb.cb, &cov.cb, &argb_tex.t, 1, 255, 0, 4); }, printed,
@@ -439,12 +433,9 @@ TEST(n2d_death, every_failed_check_ends_the_process_with_its_message)
          "swizzled texture not implemented\n"},
     };
     for (const auto& c : checks) {
-        std::string re = c.function == printed ? "^"
-                         : c.function          ? std::string("^crash in ") + c.function + " at src/n2d:[0-9]+\n"
-                                               : "^crash at src/n2d:[0-9]+\n";
-        for (const char* p = c.message; *p; ++p)
-            re += strchr("\\^$.|?*+()[]{}", *p) ? std::string("\\") + *p : std::string(1, *p);
-        re += "$";
+        const std::string re = c.function == printed ? "^" + test_literal(c.message) + "$"
+                               : c.function ? test_fatal(c.function, "src/n2d", c.message)
+                                            : "^crash at src/n2d:[0-9]+\n" + test_literal(c.message) + "$";
         // standard output joins standard error, where the death test looks
         EXPECT_EXIT((fflush(stdout), dup2(fileno(stderr), fileno(stdout)), c.call()), testing::ExitedWithCode(1), re)
             << c.message;

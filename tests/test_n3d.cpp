@@ -7,20 +7,10 @@
 
 #include "diag.h"
 #include "n3d.h"
+#include "test_fatal.h"
 #include "vmath.h"
 
 namespace {
-
-// An arena over a 64-byte-aligned block, pre-filled with 0xAB so that zeroing shows.
-struct test_arena {
-    std::vector<uint8_t> block;
-    xmemarena arena;
-    explicit test_arena(uint64_t capacity) : block(capacity + 64, 0xAB)
-    {
-        const uintptr_t aligned = ((uintptr_t)block.data() + 63) & ~(uintptr_t)63;
-        xmemarena_init(&arena, "test_arena", capacity, (void*)aligned);
-    }
-};
 
 // A framebuffer over caller storage, so that row tails and odd starts can be set up.
 struct test_frame {

@@ -114,20 +114,9 @@ protected:
     }
     void init_texture(n3d_texture* t, uint32_t format, void** mips, void* texels)
     {
-        memset(t, 0, sizeof(*t));
-        t->format = format;
-        t->log2_w = t->log2_h = t->min_log2_w = t->min_log2_h = 8;
-        t->mips = mips;
-        mips[0] = texels;
-        if (format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555)
-            t->colors_count = 256, t->shades_per_color = 32, t->palette = palette, t->shade_table = shades;
+        test_texture_256(t, format, mips, texels, palette, shades);
     }
-    void clear()
-    {
-        n3d_framebuffer_clear(fc.framebuffer);
-        n3d_coverage_buffer_clear(fc.coverage[0]);
-        n3d_zbuffer_clear(fc.zbuffer);
-    }
+    void clear() { test_clear_target(&fc); }
 
     // With the identity mvp clip space is (160 x, 120 y, z, 1): screen (160 x + 160.5, 120 y + 120.5).
     void vertex(float x, float y, float z, float u = 0.0f, float v = 0.0f)
@@ -167,10 +156,7 @@ protected:
         return c;
     }
 
-    uint16_t pixel(int x, int y) const
-    {
-        return ((const uint16_t*)(fc.framebuffer->pixels + y * fc.framebuffer->row_bytes))[x];
-    }
+    uint16_t pixel(int x, int y) const { return test_pixel16(&fc, x, y); }
 };
 
 using n3d_draw_death = n3d_draw;

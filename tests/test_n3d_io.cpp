@@ -11,36 +11,9 @@
 #include <vector>
 
 #include "n3d_io.h"
+#include "test_fatal.h"
 
 namespace {
-
-struct test_arena {
-    std::vector<uint8_t> memory;
-    xmemarena arena;
-    explicit test_arena(uint64_t capacity = 1u << 20) : memory(capacity + 64)
-    {
-        const uintptr_t aligned = ((uintptr_t)memory.data() + 63) & ~(uintptr_t)63;
-        xmemarena_init(&arena, "test_io", capacity, (void*)aligned);
-    }
-};
-
-// This program's own folder, removed at exit by the process that made it (not by death-test children).
-struct temp_folder {
-    pid_t owner = getpid();
-    std::string path = "/tmp/reel_test_n3d_io_" + std::to_string(owner);
-    temp_folder() { mkdir(path.c_str(), 0700); }
-    ~temp_folder()
-    {
-        if (getpid() == owner)
-            std::filesystem::remove_all(path);
-    }
-};
-
-std::string temp_path(const char* name)
-{
-    static temp_folder folder;
-    return folder.path + "/" + name;
-}
 
 void write_bytes(const std::string& path, const std::vector<uint8_t>& bytes)
 {
@@ -166,7 +139,7 @@ TEST(n3d_io, mesh_flags_sizes_and_file_round_trip_in_both_orders)
             stream_read_u32(&flags, file.data() + 4, order);
             EXPECT_EQ(flags, c.flags);
 
-            const std::string path = temp_path("round.mesh");
+            const std::string path = test_temp_path("round.mesh");
             write_bytes(path, file);
             test_arena a;
             testing::internal::CaptureStdout();
@@ -236,7 +209,7 @@ TEST(n3d_io, coverage_mask_words_and_round_trip)
 
 TEST(n3d_io, whole_file_reads)
 {
-    const std::string missing = temp_path("missing.bin");
+    const std::string missing = test_temp_path("missing.bin");
     uint64_t size = 77;
     testing::internal::CaptureStdout();
     EXPECT_EQ(file_read_all(missing.c_str(), nullptr, &size), 1);
@@ -248,7 +221,7 @@ TEST(n3d_io, whole_file_reads)
     EXPECT_EQ(size, 77u);
     EXPECT_EQ(a.arena.sp, 0u);
 
-    const std::string path = temp_path("five.bin");
+    const std::string path = test_temp_path("five.bin");
     const uint8_t five[] = {'h', 'e', 'l', 'l', 'o'};
     testing::internal::CaptureStdout();
     ASSERT_EQ(n3d_io_write_file(path.c_str(), five, five + 5, BYTE_ORDER_SWAPPED), 0);
@@ -273,7 +246,7 @@ TEST(n3d_io, whole_file_reads)
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "/tmp: Is a directory\nfopen failed, path: /tmp\n: No such file or directory\nfopen failed, path: \n");
     EXPECT_EQ(a.arena.sp, sp);
-    EXPECT_EQ(n3d_io_write_file(temp_path("no/such/dir").c_str(), five, five + 5, BYTE_ORDER_NATIVE), 1);
+    EXPECT_EQ(n3d_io_write_file(test_temp_path("no/such/dir").c_str(), five, five + 5, BYTE_ORDER_NATIVE), 1);
 }
 
 // ---- damaged blocks ----
@@ -294,14 +267,12 @@ TEST(n3d_io_death, bad_marker_and_trailing_bytes_in_files)
     mesh_storage m;
     make_mesh(&m, 1, 3);
     std::vector<uint8_t> file = mesh_file(&m.v, BYTE_ORDER_NATIVE);
-    const std::string path = temp_path("bad.mesh");
+    const std::string path = test_temp_path("bad.mesh");
     file[0] ^= 0x10;
     write_bytes(path, file);
     test_arena a;
     EXPECT_EXIT(n3d_mesh_file_load(&a.arena, path.c_str()), testing::ExitedWithCode(1),
                 "crash in n3d_mesh_file_load at src/n3d_io:[0-9]+\ninvalid endian marker\\?\n$");
-    EXPECT_EXIT(n3d_texture_file_load(&a.arena, path.c_str()), testing::ExitedWithCode(1),
-                "crash in n3d_texture_file_load at src/n3d_io:[0-9]+\ninvalid endian marker\\?\n$");
     file[0] ^= 0x10;
     file.push_back(0);
     write_bytes(path, file);
@@ -322,7 +293,6 @@ TEST(n3d_io_death, bad_texture_headers)
         const char* message;
     } cases[] = {
         {{0, 1, 2, 2, 2, 2}, "crash in n3d_texture_read at src/n3d_io:[0-9]+\nnot implemented\n$"},
-        {{5, 1, 2, 2, 2, 2}, "[0-9]\nnot implemented\n$"},
         {{4, 0, 2, 2, 2, 2}, "[0-9]\nnot implemented texture format 4\n$"},
         {{2, 2, 2, 2, 2, 2}, "linear flag 2 is neither 0 nor 1"},
         {{2, 0, 9, 2, 9, 2}, "bad log2 sizes 9 x 2 down to 9 x 2 \\(swizzled textures: at most 8"},

@@ -11,6 +11,7 @@
 #include "n3d.h"
 #include "n3d_draw.h"
 #include "n3d_rasterizers.h"
+#include "test_fatal.h"
 #include "vmath.h"
 
 namespace {
@@ -73,29 +74,10 @@ struct raster_env {
     }
     void init_texture(n3d_texture* t, uint32_t format, void** mips, void* texels)
     {
-        memset(t, 0, sizeof(*t));
-        t->format = format;
-        t->log2_w = t->log2_h = t->min_log2_w = t->min_log2_h = 8;
-        t->mips = mips;
-        mips[0] = texels;
-        if (format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555) {
-            t->colors_count = 256;
-            t->shades_per_color = 32;
-            t->palette = palette;
-            t->shade_table = shades;
-        }
+        test_texture_256(t, format, mips, texels, palette, shades);
     }
-    void clear()
-    {
-        n3d_framebuffer_clear(fc.framebuffer);
-        n3d_coverage_buffer_clear(fc.coverage[0]);
-        n3d_zbuffer_clear(fc.zbuffer);
-    }
-    void clear_pixels_only() { n3d_framebuffer_clear(fc.framebuffer); }
-    uint16_t pixel(int x, int y) const
-    {
-        return ((const uint16_t*)(fc.framebuffer->pixels + y * fc.framebuffer->row_bytes))[x];
-    }
+    void clear() { test_clear_target(&fc); }
+    uint16_t pixel(int x, int y) const { return test_pixel16(&fc, x, y); }
     bool covered(int x, int y) const
     {
         const n3d_coverage_buffer* cb = fc.coverage[0];
@@ -298,36 +280,6 @@ TEST(n3d_rasterizers, floor_division_and_modulo)
     EXPECT_EXIT(n3d_floor_mod(1, 0), testing::ExitedWithCode(1), "B oh dear!\n");
 }
 
-TEST(n3d_rasterizers, rotate_and_mask_numbers_bits_from_the_top)
-{
-    EXPECT_EQ(n3d_mask_msb(0, 31), 0xFFFFFFFFu);
-    EXPECT_EQ(n3d_mask_msb(0, 0), 0x80000000u);
-    EXPECT_EQ(n3d_mask_msb(31, 31), 1u);
-    EXPECT_EQ(n3d_mask_msb(30, 1), 0xC0000003u);  // wraps around
-    EXPECT_EQ(rotate_and_mask(0x12345678, 4, 0, 31), 0x23456781u);
-    EXPECT_EQ(rotate_and_mask(0x80000001, 1, 31, 31), 1u);
-    EXPECT_EQ(rotate_and_insert(0xFFFF0000, 0xAB, 8, 16, 23), 0xFFFFAB00u);
-}
-
-TEST(n3d_rasterizers, packed_coordinate_addresses_the_swizzled_layout)
-{
-    for (uint32_t v = 0; v < 256; v++)
-        for (uint32_t u = 0; u < 256; u++) {
-            const uint32_t w = n3d_pack_uv(u << 4 | (u & 15), v << 4 | (v & 15));
-            ASSERT_EQ(n3d_packed_index8(w), n3d_swizzle(u, v)) << u << "," << v;
-        }
-    // stepping crosses the gap and wraps u at 256, for positive and negative steps
-    uint32_t w = n3d_pack_uv(250 << 4, 3 << 4);
-    const uint32_t step = n3d_pack_uv_step(3 << 4, 1 << 4);
-    w = (w + step) & ~N3D_PACKED_GAP_MASK;
-    EXPECT_EQ(n3d_packed_index8(w), n3d_swizzle(253, 4));
-    w = (w + step) & ~N3D_PACKED_GAP_MASK;
-    EXPECT_EQ(n3d_packed_index8(w), n3d_swizzle(0, 5));
-    const uint32_t back = n3d_pack_uv_step((uint32_t)(-5 << 4), (uint32_t)(-1 << 4));
-    w = (w + back) & ~N3D_PACKED_GAP_MASK;
-    EXPECT_EQ(n3d_packed_index8(w), n3d_swizzle(251, 4));
-}
-
 TEST(n3d_rasterizers, reciprocal_tables)
 {
     std::vector<uint8_t> block(4096);
@@ -353,11 +305,8 @@ TEST(n3d_rasterizers, registry_holds_fifteen_variants_in_order)
     raster_env env;
     static const uint32_t flags[15] = {336, 80, 81, 48, 50, 51, 49, 179, 178, 190, 1214, 176, 208, 210, 466};
     ASSERT_EQ(n3d_rasterizer_table_count, 15u);
-    for (uint32_t i = 0; i < 15; i++) {
+    for (uint32_t i = 0; i < 15; i++)
         EXPECT_EQ(n3d_rasterizer_table[i].flags, flags[i]);
-        EXPECT_EQ(n3d_rasterizer_table[i].attribute_count, (flags[i] & 128) ? 4u : 2u);
-        EXPECT_STREQ(n3d_rasterizer_table[i].block_names[3], "inner_scanline");
-    }
     EXPECT_STREQ(n3d_rasterizer_table[10].name,
                  "n3d_render_triangle_v8_phong_argb1555_t0i8argb1555_covrw01_zbuffrw11_wip_rsqr_large_spans");
 }
@@ -821,21 +770,17 @@ TEST(n3d_rasterizers, spans_split_into_segments_that_wrap_and_a_tail_that_clamps
 TEST(n3d_rasterizers, coverage_read_keeps_covered_pixels_and_write_marks_whole_spans)
 {
     raster_env env;
-    env.clear();
-    // a covered pixel inside the triangle keeps its colour with a coverage-reading variant
     n3d_coverage_buffer* cb = env.fc.coverage[0];
-    cb->bits[(50 * cb->width + 40) / 32] |= 0x80000000u >> (40 % 32);
-    draw_flat(env, 51, at(10, 10), at(100, 20), at(30, 90));
-    EXPECT_EQ(env.pixel(40, 50), 0x8000);
-    EXPECT_NE(env.pixel(41, 50), 0x8000);
-    EXPECT_TRUE(env.covered(41, 50));
-    // the read-only variant leaves coverage alone but still skips covered pixels
-    env.clear();
-    cb->bits[(50 * cb->width + 40) / 32] |= 0x80000000u >> (40 % 32);
-    draw_flat(env, 49, at(10, 10), at(100, 20), at(30, 90));
-    EXPECT_EQ(env.pixel(40, 50), 0x8000);
-    EXPECT_NE(env.pixel(41, 50), 0x8000);
-    EXPECT_FALSE(env.covered(41, 50));
+    // coverage-reading variants keep a covered pixel's colour; the read-only one (49) leaves
+    // coverage alone, the read-write one (51) marks what it draws
+    for (uint32_t flags : {51u, 49u}) {
+        env.clear();
+        cb->bits[(50 * cb->width + 40) / 32] |= 0x80000000u >> (40 % 32);
+        draw_flat(env, flags, at(10, 10), at(100, 20), at(30, 90));
+        EXPECT_EQ(env.pixel(40, 50), 0x8000) << flags;
+        EXPECT_NE(env.pixel(41, 50), 0x8000) << flags;
+        EXPECT_EQ(env.covered(41, 50), flags == 51) << flags;
+    }
     // a write-only variant draws over covered pixels; spans crossing word boundaries set every bit
     env.clear();
     cb->bits[(50 * cb->width + 40) / 32] |= 0x80000000u >> (40 % 32);
@@ -853,27 +798,25 @@ TEST(n3d_rasterizers, depth_test_with_lazily_cleared_blocks)
 {
     raster_env env;
     env.clear();
-    const uint32_t depth = 190;
+    auto square = [&](float x, float size, float uv, float w) {
+        return draw_flat(env, 190, at(x, x, uv, uv, w), at(x + size, x, uv, uv, w), at(x, x + size, uv, uv, w));
+    };
     // far (w = 2): the blocks are invalid after the clear, so it passes everywhere
-    EXPECT_EQ(draw_flat(env, depth, at(10, 10, 0.5f, 0.5f, 2.0f), at(200, 10, 0.5f, 0.5f, 2.0f),
-                        at(10, 200, 0.5f, 0.5f, 2.0f)),
-              1);
-    const uint16_t far_pixel = env.pixel(50, 50);
-    EXPECT_NE(far_pixel, 0x8000);
+    EXPECT_EQ(square(10, 190, 0.5f, 2.0f), 1);
+    EXPECT_NE(env.pixel(50, 50), 0x8000);
     EXPECT_EQ(env.fc.zbuffer->values[50 * 320 + 50], 4096);  // iw 0.5 * 8192
     // nearer (w = 1) wins; an equal depth does not; farther (w = 4) loses
-    env.clear_pixels_only();
-    draw_flat(env, depth, at(40, 40, 0.1f, 0.1f, 1.0f), at(80, 40, 0.1f, 0.1f, 1.0f), at(40, 80, 0.1f, 0.1f, 1.0f));
+    n3d_framebuffer_clear(env.fc.framebuffer);
+    square(40, 40, 0.1f, 1.0f);
     EXPECT_NE(env.pixel(50, 50), 0x8000);
     EXPECT_EQ(env.fc.zbuffer->values[50 * 320 + 50], 8192);
-    env.clear_pixels_only();
-    draw_flat(env, depth, at(40, 40, 0.9f, 0.9f, 1.0f), at(80, 40, 0.9f, 0.9f, 1.0f), at(40, 80, 0.9f, 0.9f, 1.0f));
-    EXPECT_EQ(env.pixel(50, 50), 0x8000);
-    draw_flat(env, depth, at(40, 40, 0.9f, 0.9f, 4.0f), at(80, 40, 0.9f, 0.9f, 4.0f), at(40, 80, 0.9f, 0.9f, 4.0f));
+    n3d_framebuffer_clear(env.fc.framebuffer);
+    square(40, 40, 0.9f, 1.0f);
+    square(40, 40, 0.9f, 4.0f);
     EXPECT_EQ(env.pixel(50, 50), 0x8000);
     // after the depth clear the farthest triangle passes again: stale values do not count
     n3d_zbuffer_clear(env.fc.zbuffer);
-    draw_flat(env, depth, at(40, 40, 0.9f, 0.9f, 4.0f), at(80, 40, 0.9f, 0.9f, 4.0f), at(40, 80, 0.9f, 0.9f, 4.0f));
+    square(40, 40, 0.9f, 4.0f);
     EXPECT_NE(env.pixel(50, 50), 0x8000);
     EXPECT_EQ(env.fc.zbuffer->values[50 * 320 + 50], 2048);
 }
@@ -882,18 +825,15 @@ TEST(n3d_rasterizers, triangles_too_deep_for_the_reciprocal_table_are_skipped)
 {
     raster_env env;
     env.clear();
+    auto draw = [&](uint32_t flags, float far_w) {
+        return draw_flat(env, flags, at(10, 10), at(100, 10, 0.5f, 0.5f, far_w), at(10, 100));
+    };
     // farthest iw below 3/30 of the nearest: index < 3, rejected with result 0, nothing drawn
-    EXPECT_EQ(draw_flat(env, 80, at(10, 10, 0.5f, 0.5f, 1.0f), at(100, 10, 0.5f, 0.5f, 11.0f),
-                        at(10, 100, 0.5f, 0.5f, 1.0f)),
-              0);
+    EXPECT_EQ(draw(80, 11.0f), 0);
     for (int y = 0; y < 240; y++)
         for (int x = 0; x < 320; x++)
             ASSERT_FALSE(env.covered(x, y));
     // just inside the range it is drawn; the affine variant has no such rule
-    EXPECT_EQ(draw_flat(env, 80, at(10, 10, 0.5f, 0.5f, 1.0f), at(100, 10, 0.5f, 0.5f, 9.0f),
-                        at(10, 100, 0.5f, 0.5f, 1.0f)),
-              1);
-    EXPECT_EQ(draw_flat(env, 336, at(10, 10, 0.5f, 0.5f, 1.0f), at(100, 10, 0.5f, 0.5f, 11.0f),
-                        at(10, 100, 0.5f, 0.5f, 1.0f)),
-              1);
+    EXPECT_EQ(draw(80, 9.0f), 1);
+    EXPECT_EQ(draw(336, 11.0f), 1);
 }

@@ -14,21 +14,11 @@
 #include "mad.h"
 #include "n3d_io.h"
 #include "reel_resource.h"
+#include "test_fatal.h"
 
 namespace {
 
 using bytes = std::vector<uint8_t>;
-
-struct temp_folder {
-    pid_t owner = getpid();
-    std::string path = "/tmp/reel_test_reel_resource_" + std::to_string(owner);
-    temp_folder() { mkdir(path.c_str(), 0700); }
-    ~temp_folder()
-    {
-        if (getpid() == owner)
-            std::filesystem::remove_all(path);
-    }
-};
 
 struct pack_input {
     uint32_t kind;
@@ -55,21 +45,20 @@ struct test_engine {
     // Packs the inputs with the pack writer (through files) and opens the pack as the next one.
     void add_pack(int32_t order, const std::vector<pack_input>& inputs)
     {
-        static temp_folder folder;
         bytes writer_memory(1u << 20);
         xmemarena writer_arena;
         xmemarena_init(&writer_arena, "writer", writer_memory.size(), writer_memory.data());
         reel_fs_writer writer;
         reel_fs_pack_begin(&writer, order);
         for (size_t i = 0; i < inputs.size(); i++) {
-            const std::string path = folder.path + "/in" + std::to_string(i);
+            const std::string path = test_temp_path("in" + std::to_string(i));
             FILE* f = fopen(path.c_str(), "wb");
             fwrite(inputs[i].contents.data(), 1, inputs[i].contents.size(), f);
             fclose(f);
             reel_fs_pack_add_file(&writer, &writer_arena, inputs[i].kind, inputs[i].extra, inputs[i].name.c_str(),
                                   path.c_str());
         }
-        const std::string pack_path = folder.path + "/pak.rpk";
+        const std::string pack_path = test_temp_path("pak.rpk");
         testing::internal::CaptureStdout();
         reel_fs_pack_end(&writer, pack_path.c_str(), &writer_arena);
         testing::internal::GetCapturedStdout();

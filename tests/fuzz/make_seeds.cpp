@@ -31,6 +31,15 @@ static void seeds_write(const char* kind, const std::string& name, const std::ve
     }
 }
 
+static void seeds_bytes(const std::string& path, const std::vector<uint8_t>& bytes)
+{
+    FILE* f = fopen(path.c_str(), "wb");
+    if (!f || fwrite(bytes.data(), 1, bytes.size(), f) != bytes.size() || fclose(f) != 0) {
+        fprintf(stderr, "cannot write %s\n", path.c_str());
+        exit(1);
+    }
+}
+
 static void seeds_mesh(uint32_t mask, uint32_t count, int32_t order)
 {
     std::vector<float> floats(count * 4);
@@ -153,26 +162,11 @@ static void seeds_mad(bool empty, int32_t order)
 // A text as it is stored in a pack: the bytes alone, no marker.
 static void seeds_text(const char* kind, const char* name, const char* text)
 {
-    const std::string folder = seeds_folder + "/" + kind;
-    std::filesystem::create_directories(folder);
-    const std::string path = folder + "/" + name;
-    FILE* f = fopen(path.c_str(), "wb");
-    if (!f || fwrite(text, 1, strlen(text), f) != strlen(text) || fclose(f) != 0) {
-        fprintf(stderr, "cannot write %s\n", path.c_str());
-        exit(1);
-    }
+    std::filesystem::create_directories(seeds_folder + "/" + kind);
+    seeds_bytes(seeds_folder + "/" + kind + "/" + name, std::vector<uint8_t>(text, text + strlen(text)));
 }
 
 // ---- packs and resources ----
-
-static void seeds_bytes(const std::string& path, const std::vector<uint8_t>& bytes)
-{
-    FILE* f = fopen(path.c_str(), "wb");
-    if (!f || fwrite(bytes.data(), 1, bytes.size(), f) != bytes.size() || fclose(f) != 0) {
-        fprintf(stderr, "cannot write %s\n", path.c_str());
-        exit(1);
-    }
-}
 
 // A pack of the given kinds and contents, written by the pack writer into <folder>/pack; odd
 // entries get one extra byte.
