@@ -496,19 +496,4 @@ TEST_F(madpack_fixture, generated_example_imports_and_covers_the_screen)
     EXPECT_NE(frames[0], frames[1]) << "the moon shows with the second animation";
 }
 
-TEST(madpack_generator, answers_like_a_unix_tool)
-{
-    const std::string tool = std::string(REEL_TOOLS_DIR) + "/reel_madgen";
-    const std::string blocked = std::string(REEL_TEST_OUTPUT_DIR) + "/a_file";
-    ASSERT_EQ(system(("mkdir -p " + std::string(REEL_TEST_OUTPUT_DIR) + " && touch " + blocked).c_str()), 0);
-    const struct {
-        std::string args;
-        int status;
-    } cases[] = {{"--help", 0}, {"", 2}, {"one two", 2}, {"--bogus", 2}, {blocked + "/below", 1}};
-    for (const auto& c : cases) {
-        const int status = system((tool + " " + c.args + " > /dev/null 2>&1").c_str());
-        EXPECT_EQ(WEXITSTATUS(status), c.status) << c.args;
-    }
-}
-
 }  // namespace
