@@ -13,6 +13,7 @@
 
 #include "music.h"
 #include "reel.h"
+#include "tool_fixture.h"
 
 namespace {
 
@@ -23,15 +24,9 @@ const char* const SCRIPT_HEADER = "start mode,ref,ms,preload,end mode,ref,ms,fun
 void make_show(const std::string& dir, const std::string& script)
 {
     std::system(("rm -rf '" + dir + "' && mkdir -p '" + dir + "/assets/reel/le'").c_str());
-    const std::string seq = dir + "/sequence.csv";
-    FILE* f = fopen(seq.c_str(), "wb");
-    fwrite(script.data(), 1, script.size(), f);
-    fclose(f);
-    const std::string music = dir + "/music.bin";
-    f = fopen(music.c_str(), "wb");
-    for (int i = 0; i < 44100; i++)
-        fputc(0x17, f);
-    fclose(f);
+    const std::string seq = dir + "/sequence.csv", music = dir + "/music.bin";
+    tool_fixture_write(seq, script);
+    tool_fixture_write(music, std::string(44100, 0x17));
     static std::vector<uint8_t> block(4 << 20);
     xmemarena arena;
     xmemarena_init(&arena, "pack_writer", block.size(), block.data());
