@@ -75,6 +75,16 @@ std::vector<std::string> parse(const std::string& text)
 
 TEST(reel_scene_load, a_row_binds_to_the_first_table_row_its_function_name_begins)
 {
+    const char* const order[] = {
+        "load_sync", "load_async", "music_start", "music_sync", "overlay_load_progress", "overlay_stencil_animation",
+        "overlay_rle_image", "overlay_clear", "overlay_backbuffer_clear", "overlay_stencil_set",
+        "overlay_clut_fade_to_color", "overlay_clut_set", "overlay_heal", "overlay_scale", "overlay_stroke",
+        "overlay_palette_animation", "overlay_starfield", "overlay_clut_set1_pulsate", "fade_out_music",
+        "video_clut_reset", "video_clut_fade_to_color", "video_clear", "video_tunnel", "video_bumpmap",
+        "video_background", "video_madpack", "video_madpack_greets"};
+    ASSERT_EQ(reel_scene_table_count, std::size(order));
+    for (uint32_t i = 0; i < reel_scene_table_count; i++)
+        EXPECT_STREQ(reel_scene_table[i].name, order[i]);
     const struct {
         const char* function;
         const char* expected;
@@ -83,7 +93,10 @@ TEST(reel_scene_load, a_row_binds_to_the_first_table_row_its_function_name_begin
         {"music_s", "music_start"},  // both begin so: the earlier row wins
         {"load", "load_sync"},
         {"overlay_clut_set", "overlay_clut_set"},  // not overlay_clut_set1_pulsate, which comes later
+        {"overlay_clut_set1", "overlay_clut_set1_pulsate"},
         {"video_clut", "video_clut_reset"},
+        {"video_cl", "video_clut_reset"},
+        {"video_clea", "video_clear"},
     };
     for (const auto& c : cases) {
         const reel_scene_binding* expected = table_row(c.expected);

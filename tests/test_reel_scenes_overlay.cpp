@@ -1,7 +1,7 @@
 // Overlay scenes driven pass by pass as the sequencer calls them: where and when run-length
 // images and stencils land, the stencil animation's frame and bob, heal, the scale's size and
 // interlace parity, the progress bar, the stroke over its span, the starfield scene's set-up,
-// the fatal checks of arguments and bindings, and the scene table rows.
+// and the fatal checks of arguments and bindings.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -376,41 +376,4 @@ TEST_F(overlay_fixture, numbers_outside_their_ranges_and_missing_bindings_are_fa
         EXPECT_EXIT(pass(REEL_PASS_UPDATE, 0.0f), testing::ExitedWithCode(1), c.message) << c.function;
     }
 }
-
-// ---- the table ----
-
-TEST_F(overlay_fixture, rows_keep_the_table_order)
-{
-    const struct {
-        const char* name;
-        reel_scene_run_fn* run;
-        bool parser;
-    } order[] = {
-        {"music_sync", scene_music_sync, true},
-        {"overlay_load_progress", scene_overlay_load_progress, false},
-        {"overlay_stencil_animation", scene_overlay_stencil_animation, false},
-        {"overlay_rle_image", scene_overlay_rle_image, true},
-        {"overlay_clear", scene_overlay_clear, true},
-        {"overlay_backbuffer_clear", scene_overlay_backbuffer_clear, true},
-        {"overlay_stencil_set", scene_overlay_stencil_set, true},
-        {"overlay_clut_fade_to_color", scene_overlay_clut_fade_to_color, true},
-        {"overlay_clut_set", scene_overlay_clut_set, true},
-        {"overlay_heal", scene_overlay_heal, true},
-        {"overlay_scale", scene_overlay_scale, true},
-        {"overlay_stroke", scene_overlay_stroke, true},
-        {"overlay_palette_animation", scene_overlay_palette_animation, true},
-        {"overlay_starfield", scene_overlay_starfield, true},
-        {"overlay_clut_set1_pulsate", scene_overlay_clut_set1_pulsate, true},
-        {"fade_out_music", scene_fade_out_music, true},
-    };
-    int64_t previous = -1;
-    for (const auto& o : order) {
-        const int64_t at = scene_table_row(o.name);
-        ASSERT_GT(at, previous) << o.name;
-        EXPECT_EQ(reel_scene_table[at].run, o.run) << o.name;
-        EXPECT_EQ(reel_scene_table[at].parse_args != nullptr, o.parser) << o.name;
-        previous = at;
-    }
-}
-
 }  // namespace
