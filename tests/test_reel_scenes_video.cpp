@@ -30,11 +30,7 @@ struct video_fixture : scene_fixture {
         const n3d_framebuffer& t = engine.tunnel_table;
         return ((const uint16_t*)(t.pixels + (y + 120) * t.row_bytes))[x + 160];
     }
-    bool covered(int32_t x, int32_t y)
-    {
-        const n3d_coverage_buffer* cb = ctx.video->coverage[0];
-        return (cb->bits[(y * cb->width + x) / 32] >> (31 - (y * cb->width + x) % 32)) & 1;
-    }
+    bool covered(int32_t x, int32_t y) { return scene_coverage_bit(ctx.video->coverage[0], x, y); }
 };
 
 // ---- tunnel ----
