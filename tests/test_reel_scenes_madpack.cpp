@@ -471,7 +471,7 @@ TEST_F(madpack_fixture, generated_example_imports_and_covers_the_screen)
     ASSERT_EQ(system((std::string(REEL_TOOLS_DIR) + "/reel_madgen " + dir + " > /dev/null").c_str()), 0);
     gltf_import_result imported;
     std::string error;
-    const gltf_import_options options = {"madpack", 4096, 1};
+    const gltf_import_options options = {"madpack", 4096, 1, nullptr};
     ASSERT_EQ(gltf_import_file(&imported, engine.arena, engine.tmp_arena, (dir + "/madpack.gltf").c_str(), &options,
                                &error),
               0)
