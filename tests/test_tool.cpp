@@ -24,23 +24,19 @@ const char* const prep_programs[] = {"reel_gltf",       "reel_fontmake", "reel_v
 
 TEST(tool, help_prints_the_usage_on_standard_output_and_touches_nothing)
 {
-    for (const char* program : tool_programs) {
+    std::vector<std::pair<std::string, std::vector<const char*>>> runs;
+    for (const char* program : tool_programs)  // --help wins wherever it stands, also where a folder name is expected
+        runs.push_back({program, {" --help", " -h", " out --help"}});
+    for (const char* program : prep_programs)
+        runs.push_back({program, {" --help"}});
+    for (const auto& [program, all_args] : runs) {
         const std::string dir = tool_fixture_dir(root, "help");
-        // --help wins wherever it stands, also where a folder name is expected
-        for (const char* args : {" --help", " -h", " out --help"}) {
+        for (const char* args : all_args) {
             const tool_run_result r = tool_fixture_run(dir, tools + "/" + program + args);
             EXPECT_EQ(r.status, 0) << program << args << "\n" << r.err;
-            EXPECT_EQ(r.out.rfind(std::string("usage: ") + program, 0), 0u) << program << args << "\n" << r.out;
+            EXPECT_EQ(r.out.rfind("usage: " + program, 0), 0u) << program << args << "\n" << r.out;
             EXPECT_EQ(r.err, "") << program << args;
         }
-        EXPECT_EQ(tool_fixture_list(dir), std::vector<std::string>()) << program;
-    }
-    for (const char* program : prep_programs) {
-        const std::string dir = tool_fixture_dir(root, "help");
-        const tool_run_result r = tool_fixture_run(dir, tools + "/" + program + " --help");
-        EXPECT_EQ(r.status, 0) << program << "\n" << r.err;
-        EXPECT_EQ(r.out.rfind(std::string("usage: ") + program, 0), 0u) << program << "\n" << r.out;
-        EXPECT_EQ(r.err, "") << program;
         EXPECT_EQ(tool_fixture_list(dir), std::vector<std::string>()) << program;
     }
 }
