@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <vector>
@@ -30,6 +31,16 @@ struct scene_test_image {
     scene_test_image(const scene_test_image&) = delete;
     uint8_t& texel(uint32_t x, uint32_t y) { return texels[((size_t)y << image.texture.log2_w) + x]; }
 };
+
+// Bit (x, y) of a coverage buffer, and how many of n bytes differ from v.
+inline uint32_t scene_coverage_bit(const n3d_coverage_buffer* cb, int32_t x, int32_t y)
+{
+    return (cb->bits[y * (cb->width / 32) + x / 32] >> (31 - x % 32)) & 1;
+}
+inline uint32_t scene_count_not(const uint8_t* p, size_t n, uint8_t v)
+{
+    return (uint32_t)std::count_if(p, p + n, [v](uint8_t b) { return b != v; });
+}
 
 // The row of the scene table with this name, or -1.
 inline int64_t scene_table_row(const char* name)

@@ -1,21 +1,13 @@
 // The font maker against DejaVu Sans (Debian's fonts-dejavu-core): glyph boxes, offsets and
 // advances from the font's own numbers (units per em 2048, hhea ascender 1901 and descender
 // -483, and each glyph's advance and outline box), stencils against the threshold, the block
-// read back in both byte orders, refusal of damaged fonts and options, and the tool's manners.
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
+// read back in both byte orders, refusal of damaged fonts and options, and the tool's output.
 #include <cmath>
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <vector>
 
 #include "font_make.h"
 #include "reel_resource.h"
+#include "tool_fixture.h"
 
 namespace {
 
@@ -24,8 +16,8 @@ constexpr double DEJAVU_HEIGHT_UNITS = 1901 + 483;  // ascender - descender: wha
 
 std::vector<uint8_t> read_file(const char* path)
 {
-    std::ifstream f(path, std::ios::binary);
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(f), {});
+    const std::string bytes = tool_fixture_read(path);
+    return std::vector<uint8_t>(bytes.begin(), bytes.end());
 }
 
 struct maker : testing::Test {
@@ -191,60 +183,19 @@ TEST_F(maker, damaged_fonts_and_options_out_of_range_are_refused_with_a_reason)
 
 // ---- the tool ----
 
-struct tool_run {
-    int status;
-    std::string out, err;
-};
-
-// tests are built in <build>/tests, tools in <build>
-tool_run run_fontmake(const std::string& args)
+TEST_F(maker, tool_writes_the_same_file_into_a_new_folder)
 {
-    const std::filesystem::path build = std::filesystem::canonical("/proc/self/exe").parent_path().parent_path();
-    const std::string err_path = std::filesystem::temp_directory_path() / ("fontmake_err_" + std::to_string(getpid()));
-    FILE* p = popen((build.string() + "/reel_fontmake " + args + " 2>" + err_path).c_str(), "r");
-    tool_run r = {-1, "", ""};
-    char buffer[4096];
-    for (size_t got; p && (got = fread(buffer, 1, sizeof(buffer), p)) > 0;)
-        r.out.append(buffer, got);
-    const int status = p ? pclose(p) : -1;
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    const std::vector<uint8_t> err = read_file(err_path.c_str());
-    r.err.assign(err.begin(), err.end());
-    std::filesystem::remove(err_path);
-    return r;
-}
-
-TEST_F(maker, tool_writes_into_a_new_folder_and_behaves_like_a_unix_tool)
-{
-    const std::filesystem::path dir = std::filesystem::temp_directory_path() / ("fontmake_" + std::to_string(getpid()));
-    std::filesystem::remove_all(dir);
-    const std::string out = (dir / "fonts/deep/g.fnt").string();
-
-    tool_run r = run_fontmake(std::string("--first 65 --last 0x5A ") + DEJAVU + " 18 " + out);
+    const std::string dir = tool_fixture_dir(REEL_TEST_OUTPUT_DIR, "tool");
+    const tool_run_result r =
+        tool_fixture_run(dir, std::string(REEL_TOOLS_DIR) + "/reel_fontmake --first 65 --last 0x5A " + DEJAVU +
+                                  " 18 fonts/deep/g.fnt");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("characters 65 to 90 at 18 pixels"), std::string::npos) << r.out;
     ASSERT_EQ(make(dejavu, {18, 65, 90, 1}), 0);
     uint64_t size = 0;
     const uint8_t* expected = font_make_file(&font, &arena, BYTE_ORDER_NATIVE, &size);
-    EXPECT_EQ(read_file(out.c_str()), std::vector<uint8_t>(expected, expected + size));
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir / "fonts/deep"), {}), 1) << "no temporary left";
-
-    r = run_fontmake("--help");
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out.rfind("usage: reel_fontmake", 0), 0u);
-    for (const char* args : {"", "--first", "--bogus a 1 b", "a 0 b", "a x b", "--last 256 a 8 b", "a 8 b c"}) {
-        r = run_fontmake(args);
-        EXPECT_EQ(r.status, 2) << args;
-        EXPECT_NE(r.err.find("usage: reel_fontmake"), std::string::npos) << args;
-        EXPECT_EQ(r.out, "") << args;
-    }
-    r = run_fontmake((dir / "missing.ttf").string() + " 18 " + (dir / "x.fnt").string());
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "reel_fontmake: " + (dir / "missing.ttf").string() + ": No such file or directory\n");
-    r = run_fontmake(std::string(DEJAVU) + " 18 " + out + "/below_a_file.fnt");
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "reel_fontmake: " + out + ": Not a directory\n");
-    std::filesystem::remove_all(dir);
+    EXPECT_EQ(tool_fixture_read(dir + "/fonts/deep/g.fnt"), std::string((const char*)expected, size));
+    EXPECT_EQ(tool_fixture_list(dir + "/fonts/deep"), std::vector<std::string>({"g.fnt"})) << "no temporary left";
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // The glTF importer: models written here as glTF text (node hierarchy, animation keys, skin
 // weights, conversions and refusals, each checked against the glTF's own numbers), the Debian
 // sample models when assimp-testmodels is installed, the files written and read back by the
-// engine's own readers, and the tool's command line.
+// engine's own readers, and every sample run through the tool.
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -24,6 +24,7 @@
 #include "mad_anim.h"
 #include "n3d_convert.h"
 #include "n3d_io.h"
+#include "tool_fixture.h"
 
 namespace {
 
@@ -612,11 +613,7 @@ TEST(gltf_import, the_direct_node_gets_argb1555_copies_of_its_images)
 
 // ---- the Debian sample models ----
 
-bool samples_present()
-{
-    struct stat st;
-    return stat(SAMPLES, &st) == 0;
-}
+bool samples_present() { return tool_fixture_exists(SAMPLES); }
 
 void import_sample(imported* m, const char* relative)
 {
@@ -686,9 +683,7 @@ TEST(gltf_import, box_textured_samples_write_files_the_engine_reads_back)
         EXPECT_EQ(t->log2_w, 8u);  // 211 is nearer 256 than 128
         EXPECT_EQ(t->log2_h, 8u);
 
-        char dir[] = "/tmp/test_gltf_XXXXXX";
-        ASSERT_NE(mkdtemp(dir), nullptr);
-        const std::string out = std::string(dir) + "/out/sub";  // two folders to create
+        const std::string out = tool_fixture_dir(REEL_TEST_OUTPUT_DIR, "box") + "/out/sub";  // two folders to create
         std::string error;
         ASSERT_EQ(gltf_import_write(&m.result, out.c_str(), "sample", &m.a.tmp, &error), 0) << error;
         arenas back;
@@ -701,15 +696,9 @@ TEST(gltf_import, box_textured_samples_write_files_the_engine_reads_back)
         n3d_texture* tex = n3d_texture_file_load(&back.arena, (out + "/" + m.result.textures[0].resource).c_str());
         ASSERT_NE(tex, nullptr);
         EXPECT_EQ(n3d_textures_dbg_cmp(tex, t), 1u);
-        FILE* f = fopen((out + "/sample.manifest").c_str(), "rb");
-        ASSERT_NE(f, nullptr);
-        char text[256] = {};
-        EXPECT_GT(fread(text, 1, sizeof(text) - 1, f), 0u);
-        fclose(f);
-        EXPECT_EQ(std::string(text), gltf_import_manifest(&m.result));
-        EXPECT_EQ(std::string(text).rfind("madpack sample.mad sample.mad\ntexture ", 0), 0u);
-        std::string cleanup = std::string("rm -rf ") + dir;
-        EXPECT_EQ(system(cleanup.c_str()), 0);
+        const std::string text = tool_fixture_read(out + "/sample.manifest");
+        EXPECT_EQ(text, gltf_import_manifest(&m.result));
+        EXPECT_EQ(text.rfind("madpack sample.mad sample.mad\ntexture ", 0), 0u);
     }
 }
 
@@ -739,56 +728,7 @@ TEST(color_quantize, few_colours_come_back_exactly_and_many_are_split_by_weight)
 
 // ---- the tool ----
 
-struct tool_run {
-    int status;
-    std::string out, err;
-};
-
-// Runs the tool in a fresh folder; OUTDIR in args becomes a folder inside it.
-tool_run run_tool(std::string args)
-{
-    char dir[] = "/tmp/test_gltf_tool_XXXXXX";
-    EXPECT_NE(mkdtemp(dir), nullptr);
-    const size_t at = args.find("OUTDIR");
-    if (at != std::string::npos)
-        args.replace(at, 6, std::string(dir) + "/outdir");
-    const std::string o = std::string(dir) + "/out", e = std::string(dir) + "/err";
-    const std::string cmd = std::string(REEL_GLTF_TOOL) + " " + args + " >" + o + " 2>" + e;
-    const int raw = system(cmd.c_str());
-    auto slurp = [](const std::string& path) {
-        std::string text;
-        FILE* f = fopen(path.c_str(), "rb");
-        char block[4096];
-        size_t got;
-        while (f && (got = fread(block, 1, sizeof(block), f)) > 0)
-            text.append(block, got);
-        if (f)
-            fclose(f);
-        return text;
-    };
-    tool_run r = {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(o), slurp(e)};
-    const std::string cleanup = std::string("rm -rf ") + dir;
-    EXPECT_EQ(system(cleanup.c_str()), 0);
-    return r;
-}
-
 bool tool_present() { return access(REEL_GLTF_TOOL, X_OK) == 0; }
-
-TEST(reel_gltf, command_line_follows_the_unix_conventions)
-{
-    if (!tool_present())
-        GTEST_SKIP() << "reel_gltf is not built beside the tests";
-    const tool_run help = run_tool("--help");
-    EXPECT_EQ(help.status, 0);
-    EXPECT_EQ(help.out.rfind("usage: reel_gltf", 0), 0u);
-    const tool_run wrong = run_tool("only_one_argument");
-    EXPECT_EQ(wrong.status, 2);
-    EXPECT_EQ(wrong.err.rfind("usage: reel_gltf", 0), 0u);
-    EXPECT_EQ(run_tool("--bogus a b").status, 2);
-    const tool_run missing = run_tool("/nonexistent/model.gltf /tmp/unused_outdir");
-    EXPECT_EQ(missing.status, 1);
-    EXPECT_EQ(missing.err, "reel_gltf: /nonexistent/model.gltf: cannot open: No such file or directory\n");
-}
 
 // Every glTF file of the Debian package is imported (status 0) or refused (status 1, with
 // a message naming what is wrong); the broken ones on purpose are refused for their fault.
@@ -824,7 +764,8 @@ TEST(reel_gltf, every_debian_sample_is_imported_or_refused_for_its_fault)
         const refusal* expect = nullptr;
         for (const refusal& r : refused)
             expect = relative == r.file ? &r : expect;
-        const tool_run run = run_tool("'" + path + "' OUTDIR");
+        const std::string dir = tool_fixture_dir(REEL_TEST_OUTPUT_DIR, "gltf_samples");
+        const tool_run_result run = tool_fixture_run(dir, std::string(REEL_GLTF_TOOL) + " '" + path + "' out");
         files++;
         if (expect) {
             EXPECT_EQ(run.status, 1) << relative;

@@ -1,19 +1,11 @@
 // Asset preparation for the overlay effects: indexed PNGs written and read back, RGBA pictures
 // mapped onto a palette, textures, stencils and stroke orders made from index pictures, and
-// both tools used as a person uses them (usage, wrong arguments, unreadable input, a missing
-// output folder) with their output read back by the engine's resource readers.
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <string>
-#include <vector>
-
+// both tools' output read back by the engine's resource readers.
 #include "bitmap.h"
 #include "n3d_io.h"
 #include "overlay_prep.h"
 #include "reel_resource.h"
+#include "tool_fixture.h"
 
 namespace {
 
@@ -22,19 +14,15 @@ typedef std::vector<uint8_t> bytes;
 struct prep_fixture : testing::Test {
     std::vector<uint8_t> memory = std::vector<uint8_t>(64u << 20);
     xmemarena arena;
-    std::string dir = std::string(REEL_TEST_OUTPUT_DIR) + "/" + testing::UnitTest::GetInstance()->current_test_info()->name();
-    prep_fixture()
-    {
-        xmemarena_init(&arena, "test", memory.size(), memory.data());
-        std::system(("rm -rf '" + dir + "' && mkdir -p '" + dir + "'").c_str());
-    }
+    std::string dir =
+        tool_fixture_dir(REEL_TEST_OUTPUT_DIR, testing::UnitTest::GetInstance()->current_test_info()->name());
+    prep_fixture() { xmemarena_init(&arena, "test", memory.size(), memory.data()); }
     // 3 colours: transparent black, opaque red, opaque blue
     bytes entries = {0, 0, 0, 0, 255, 0, 0, 255, 0, 0, 255, 255};
     prep_index_picture picture(uint32_t w, uint32_t h, bytes& pixels)
     {
         return {w, h, pixels.data(), {0, 3, entries.data()}, 0};
     }
-    int run(const std::string& command) { return WEXITSTATUS(std::system((command + " >/dev/null 2>&1").c_str())); }
 };
 
 TEST_F(prep_fixture, indexed_png_written_and_read_back_keeps_indices_palette_and_key)
@@ -152,55 +140,28 @@ TEST_F(prep_fixture, stroke_orders_follow_a_path_and_walk_a_shape)
     EXPECT_EQ(order[1], 0);
 }
 
-TEST_F(prep_fixture, tools_behave_like_unix_tools)
+TEST_F(prep_fixture, tools_write_files_the_engine_reads_back_into_new_folders)
 {
-    const std::string overlay = std::string(REEL_TOOLS_DIR) + "/reel_overlayprep";
-    const std::string stroke = std::string(REEL_TOOLS_DIR) + "/reel_strokeprep";
-    EXPECT_EQ(run(overlay + " --help"), 0);
-    EXPECT_EQ(run(stroke + " --help"), 0);
-    EXPECT_EQ(run(overlay), 2);
-    EXPECT_EQ(run(overlay + " sprite in.png out"), 2) << "an unknown kind";
-    EXPECT_EQ(run(stroke + " out --path \"0,0 9,9\""), 2) << "a path needs a size";
-    EXPECT_EQ(run(overlay + " image '" + dir + "/missing.png' '" + dir + "/x.img'"), 1);
-    const std::string errors = dir + "/errors.txt";
-    std::system((overlay + " image '" + dir + "/missing.png' x 2>'" + errors + "'").c_str());
-    std::vector<uint8_t> text(4096);
-    uint64_t size = 0;
-    file_read_all(errors.c_str(), nullptr, &size);
-    file_read_all(errors.c_str(), text.data(), &size);
-    EXPECT_NE(std::string((char*)text.data(), size).find("missing.png: No such file or directory"), std::string::npos);
-
+    const std::string tools = std::string(REEL_TOOLS_DIR);
     bytes pixels = {1, 1, 0, 2, 2, 2, 0, 0};
     const prep_index_picture p = picture(4, 2, pixels);
     ASSERT_TRUE(prep_save_indexed_png(&p, (dir + "/in.png").c_str(), &arena));
-    const std::string out = dir + "/new/folder/logo.rle";
-    ASSERT_EQ(run(overlay + " rle_image '" + dir + "/in.png' '" + out + "'"), 0);
-    ASSERT_EQ(run(stroke + " '" + dir + "/pen.img' --path \"2,2 30,2\" --size 40x5"), 0);
-    const struct {
-        std::string path;
-        bytes body;
-    } files[] = {{out, {4, 0, 0, 0, 2, 0, 0, 0, 10, 0, 0, 0, 2, 1, 128, 1, 1, 2, 2, 2, 128, 2}}};
-    for (const auto& f : files) {
-        bytes data(64);
-        size = 0;
-        ASSERT_EQ(file_read_all(f.path.c_str(), nullptr, &size), 0);
-        ASSERT_EQ(size, 4 + f.body.size());
-        file_read_all(f.path.c_str(), data.data(), &size);
-        EXPECT_EQ(bytes(data.begin() + 4, data.begin() + size), f.body);  // little-endian host
-    }
-    uint64_t pen_size = 0;
-    ASSERT_EQ(file_read_all((dir + "/pen.img").c_str(), nullptr, &pen_size), 0);
-    bytes pen(pen_size);
-    file_read_all((dir + "/pen.img").c_str(), pen.data(), &pen_size);
+    ASSERT_EQ(tool_fixture_run(dir, tools + "/reel_overlayprep rle_image in.png new/folder/logo.rle").status, 0);
+    ASSERT_EQ(tool_fixture_run(dir, tools + "/reel_strokeprep pen.img --path \"2,2 30,2\" --size 40x5").status, 0);
+    const std::string rle = tool_fixture_read(dir + "/new/folder/logo.rle");
+    ASSERT_GE(rle.size(), 4u);
+    EXPECT_EQ(bytes(rle.begin() + 4, rle.end()),  // little-endian host
+              bytes({4, 0, 0, 0, 2, 0, 0, 0, 10, 0, 0, 0, 2, 1, 128, 1, 1, 2, 2, 2, 128, 2}));
+    const std::string pen = tool_fixture_read(dir + "/pen.img");
+    ASSERT_GE(pen.size(), 4u);
     stream_cursor cur;
-    stream_cursor_init(&cur, pen.data() + 4, pen.size() - 4, BYTE_ORDER_NATIVE, "pen.img");
+    stream_cursor_init(&cur, (const uint8_t*)pen.data() + 4, pen.size() - 4, BYTE_ORDER_NATIVE, "pen.img");
     reel_image image;
     reel_image_read(&arena, &image, &cur, 0);
     EXPECT_EQ(image.width, 40u);
     EXPECT_EQ(image.texture.log2_w, 6u);
     EXPECT_EQ(((uint8_t*)image.texture.mips[0])[2 * 64 + 2], 1 + (uint32_t)(254.0f * 0.5f / 28.0f));
-    struct stat st;
-    EXPECT_NE(stat((out + ".tmp").c_str(), &st), 0);
+    EXPECT_EQ(tool_fixture_list(dir + "/new/folder"), std::vector<std::string>({"logo.rle"}));
 }
 
 }  // namespace

@@ -295,49 +295,4 @@ TEST_F(clut_fixture, numbers_outside_a_table_or_the_back_buffers_are_fatal)
     EXPECT_EXIT(pass(REEL_PASS_UPDATE, 0.0f), testing::ExitedWithCode(1), "fade of 100 entries from 200");
 }
 
-// ---- the table ----
-
-TEST_F(clut_fixture, rows_keep_the_table_order_and_bind_by_prefix)
-{
-    const struct {
-        const char* name;
-        reel_scene_run_fn* run;
-    } order[] = {
-        {"music_sync", scene_music_sync},
-        {"overlay_clear", scene_overlay_clear},
-        {"overlay_backbuffer_clear", scene_overlay_backbuffer_clear},
-        {"overlay_clut_fade_to_color", scene_overlay_clut_fade_to_color},
-        {"overlay_clut_set", scene_overlay_clut_set},
-        {"overlay_palette_animation", scene_overlay_palette_animation},
-        {"overlay_clut_set1_pulsate", scene_overlay_clut_set1_pulsate},
-        {"fade_out_music", scene_fade_out_music},
-        {"video_clut_reset", scene_video_clut_reset},  // the one row here without a parser
-        {"video_clut_fade_to_color", scene_video_clut_fade_to_color},
-        {"video_clear", scene_video_clear},
-    };
-    int64_t previous = -1;
-    for (const auto& o : order) {
-        const int64_t at = scene_table_row(o.name);
-        ASSERT_GT(at, previous) << o.name;
-        EXPECT_EQ(reel_scene_table[at].run, o.run) << o.name;
-        EXPECT_EQ(reel_scene_table[at].parse_args == nullptr, o.run == scene_video_clut_reset) << o.name;
-        previous = at;
-    }
-
-    const struct {
-        const char* function;
-        reel_scene_run_fn* run;
-    } prefixes[] = {
-        {"overlay_clut_set", scene_overlay_clut_set},
-        {"overlay_clut_set1", scene_overlay_clut_set1_pulsate},
-        {"video_clut", scene_video_clut_reset},
-        {"video_cl", scene_video_clut_reset},
-        {"video_clea", scene_video_clear},
-    };
-    for (const auto& p : prefixes) {
-        load(p.function, nullptr);
-        EXPECT_EQ(scene.run, p.run) << p.function;
-    }
-}
-
 }  // namespace

@@ -1,7 +1,7 @@
 // Overlay scenes driven pass by pass as the sequencer calls them: where and when run-length
 // images and stencils land, the stencil animation's frame and bob, heal, the scale's size and
 // interlace parity, the progress bar, the stroke over its span, the starfield scene's set-up,
-// the fatal checks of arguments and bindings, and the scene table rows.
+// and the fatal checks of arguments and bindings.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -17,17 +17,9 @@ namespace {
 typedef std::vector<uint8_t> bytes;
 typedef scene_fixture overlay_fixture;
 
-uint32_t bit(const n3d_coverage_buffer* cb, int32_t x, int32_t y)
-{
-    return (cb->bits[y * (cb->width / 32) + x / 32] >> (31 - x % 32)) & 1;
-}
 void set_bit(n3d_coverage_buffer* cb, int32_t x, int32_t y)
 {
     cb->bits[y * (cb->width / 32) + x / 32] |= 0x80000000u >> (x % 32);
-}
-uint32_t count_not(const uint8_t* p, size_t n, uint8_t v)
-{
-    return (uint32_t)std::count_if(p, p + n, [v](uint8_t b) { return b != v; });
 }
 
 // A 640 x 480 stencil with rows [y0, y1) set in columns [x0, x1).
@@ -69,11 +61,11 @@ TEST_F(overlay_fixture, rle_image_lands_once_at_its_progress_between_start_and_e
         pass(REEL_PASS_RENDER, c.since);
         const uint8_t* second = overlay_framebuffer.pixels + (c.y + 1) * 640 + std::max(c.x, 0);
         EXPECT_EQ(bytes(second, second + c.row.size()), c.row) << c.args;
-        EXPECT_EQ(count_not(overlay_framebuffer.pixels, 640 * 480, 0), c.row.size()) << c.args;
+        EXPECT_EQ(scene_count_not(overlay_framebuffer.pixels, 640 * 480, 0), c.row.size()) << c.args;
         n3d_framebuffer_clear(&overlay_framebuffer);
         pass(REEL_PASS_RENDER, c.since);
         end_call(REEL_PASS_RENDER);
-        EXPECT_EQ(count_not(overlay_framebuffer.pixels, 640 * 480, 0), 0u) << "drawn in the first render call only";
+        EXPECT_EQ(scene_count_not(overlay_framebuffer.pixels, 640 * 480, 0), 0u) << "drawn in the first render call only";
     }
     load("overlay_rle_image", "logo,0,9,637,0,637,0");
     pass(REEL_PASS_UPDATE, 0.0f);
@@ -89,16 +81,16 @@ TEST_F(overlay_fixture, stencil_set_copies_its_stencil_into_the_slot_once)
     memset(stencils[2].bits, 0xFF, 640 / 8 * 480);
     load("overlay_stencil_set", "2,tile,100,200");
     pass(REEL_PASS_UPDATE, 0.0f);
-    EXPECT_EQ(bit(&stencils[2], 100, 200), 1u) << "render calls only";
+    EXPECT_EQ(scene_coverage_bit(&stencils[2], 100, 200), 1u) << "render calls only";
     pass(REEL_PASS_RENDER, 0.0f);
-    EXPECT_EQ(bit(&stencils[2], 100, 200), 0u);
-    EXPECT_EQ(bit(&stencils[2], 101, 200), 1u);
-    EXPECT_EQ(bit(&stencils[2], 99, 200), 1u) << "outside the stencil the slot keeps its bits";
-    EXPECT_EQ(count_not((const uint8_t*)stencils[2].bits, 640 / 8 * 480, 0xFF), 1u);
-    EXPECT_EQ(count_not((const uint8_t*)stencils[1].bits, 640 / 8 * 480, 0), 0u);
+    EXPECT_EQ(scene_coverage_bit(&stencils[2], 100, 200), 0u);
+    EXPECT_EQ(scene_coverage_bit(&stencils[2], 101, 200), 1u);
+    EXPECT_EQ(scene_coverage_bit(&stencils[2], 99, 200), 1u) << "outside the stencil the slot keeps its bits";
+    EXPECT_EQ(scene_count_not((const uint8_t*)stencils[2].bits, 640 / 8 * 480, 0xFF), 1u);
+    EXPECT_EQ(scene_count_not((const uint8_t*)stencils[1].bits, 640 / 8 * 480, 0), 0u);
     memset(stencils[2].bits, 0xFF, 640 / 8 * 480);
     pass(REEL_PASS_RENDER, 1.0f);
-    EXPECT_EQ(bit(&stencils[2], 100, 200), 1u) << "only the first render call";
+    EXPECT_EQ(scene_coverage_bit(&stencils[2], 100, 200), 1u) << "only the first render call";
 }
 
 TEST_F(overlay_fixture, stencil_animation_cycles_stencils_and_bobs_ten_rows_a_second)
@@ -128,7 +120,7 @@ TEST_F(overlay_fixture, stencil_animation_cycles_stencils_and_bobs_ten_rows_a_se
         for (int32_t y = 0; y < 480; y++) {
             const bool in = y >= c.first_row && y < c.first_row + 5;
             ASSERT_EQ(overlay_framebuffer.pixels[y * 640 + 320], in ? 44 : 0) << c.since << " row " << y;
-            ASSERT_EQ(bit(overlay.coverage[0], 639, y), in ? 1u : 0u) << c.since << " row " << y;
+            ASSERT_EQ(scene_coverage_bit(overlay.coverage[0], 639, y), in ? 1u : 0u) << c.since << " row " << y;
         }
     }
 }
@@ -144,13 +136,13 @@ TEST_F(overlay_fixture, heal_restores_what_was_drawn_last_frame_and_not_this_one
     set_bit(overlay.coverage[1], 10, 10), set_bit(overlay.coverage[1], 11, 10), set_bit(overlay.coverage[1], 600, 470);
     set_bit(overlay.coverage[0], 11, 10), set_bit(overlay.coverage[0], 12, 10);
     pass(REEL_PASS_UPDATE, 0.0f);
-    EXPECT_EQ(count_not(overlay_framebuffer.pixels, 640 * 480, 9), 0u) << "render calls only";
+    EXPECT_EQ(scene_count_not(overlay_framebuffer.pixels, 640 * 480, 9), 0u) << "render calls only";
     pass(REEL_PASS_RENDER, 0.0f);
     EXPECT_EQ(overlay_framebuffer.pixels[10 * 640 + 10], 66);
     EXPECT_EQ(overlay_framebuffer.pixels[470 * 640 + 600], 66);
     EXPECT_EQ(overlay_framebuffer.pixels[10 * 640 + 11], 9) << "drawn again this frame";
     EXPECT_EQ(overlay_framebuffer.pixels[10 * 640 + 12], 9) << "new this frame";
-    EXPECT_EQ(count_not(overlay_framebuffer.pixels, 640 * 480, 9), 2u);
+    EXPECT_EQ(scene_count_not(overlay_framebuffer.pixels, 640 * 480, 9), 2u);
 }
 
 // ---- scale ----
@@ -175,7 +167,7 @@ TEST_F(overlay_fixture, scale_grows_about_the_centre_and_interlaces_alternate_ro
         load("overlay_scale", c.args, 4.0f);
         pass(REEL_PASS_UPDATE, c.since);
         pass(REEL_PASS_RENDER, c.since);
-        EXPECT_EQ(count_not(overlay_framebuffer.pixels, 640 * 480, 0), (uint32_t)(c.size * c.size)) << c.args;
+        EXPECT_EQ(scene_count_not(overlay_framebuffer.pixels, 640 * 480, 0), (uint32_t)(c.size * c.size)) << c.args;
         EXPECT_EQ(overlay_framebuffer.pixels[c.y0 * 640 + c.x0], 3) << c.args;
         EXPECT_EQ(overlay_framebuffer.pixels[(c.y0 + c.size - 1) * 640 + c.x0 + c.size - 1], 3) << c.args;
     }
@@ -189,7 +181,7 @@ TEST_F(overlay_fixture, scale_grows_about_the_centre_and_interlaces_alternate_ro
         for (int32_t y = 208; y < 272; y++) {
             const bool written = (y & 1) != (int32_t)(call & 1);
             ASSERT_EQ(overlay_framebuffer.pixels[y * 640 + 300], written ? 3 : 0) << call << " row " << y;
-            ASSERT_EQ(bit(overlay.coverage[0], 300, y), 1u) << call << " row " << y;
+            ASSERT_EQ(scene_coverage_bit(overlay.coverage[0], 300, y), 1u) << call << " row " << y;
         }
     }
 }
@@ -286,7 +278,7 @@ TEST_F(overlay_fixture, stroke_draws_holds_erases_and_restores_everything_at_its
         memset(overlay_framebuffer.pixels, 0, 640 * 480);
         pass(REEL_PASS_RENDER, c.since);
         EXPECT_EQ(shown(), (std::pair{c.drawn, c.restored})) << c.since;
-        EXPECT_EQ(count_not(overlay_framebuffer.pixels, 640 * 480, 0), c.drawn + c.restored) << c.since;
+        EXPECT_EQ(scene_count_not(overlay_framebuffer.pixels, 640 * 480, 0), c.drawn + c.restored) << c.since;
     }
     memset(overlay_framebuffer.pixels, 0, 640 * 480);
     scene.since_start_seconds = 1.0f;
@@ -297,7 +289,7 @@ TEST_F(overlay_fixture, stroke_draws_holds_erases_and_restores_everything_at_its
     pass(REEL_PASS_UPDATE, 0.0f);
     memset(overlay_framebuffer.pixels, 0, 640 * 480);
     pass(REEL_PASS_RENDER, 2.5f);
-    EXPECT_EQ(count_not(overlay_framebuffer.pixels, 32, 200), 1u);
+    EXPECT_EQ(scene_count_not(overlay_framebuffer.pixels, 32, 200), 1u);
 }
 
 // ---- starfield scene ----
@@ -316,7 +308,7 @@ TEST_F(overlay_fixture, starfield_scene_sets_up_from_its_arguments_and_flies_for
     EXPECT_EQ(sf->stencil, nullptr);
     pass(REEL_PASS_RENDER, 2.5f);
     EXPECT_EQ(sf->camera[2], 2.0f);
-    const uint32_t drawn = count_not(overlay_framebuffer.pixels, 640 * 480, 0);
+    const uint32_t drawn = scene_count_not(overlay_framebuffer.pixels, 640 * 480, 0);
     EXPECT_GT(drawn, 100u) << "stars the camera passed are respawned this frame and drawn from the next";
     for (uint32_t i = 0; i < 640 * 480; i++)
         ASSERT_TRUE(overlay_framebuffer.pixels[i] == 0 || (overlay_framebuffer.pixels[i] >= 16 && overlay_framebuffer.pixels[i] < 48));
@@ -347,70 +339,29 @@ TEST_F(overlay_fixture, numbers_outside_their_ranges_and_missing_bindings_are_fa
         const char* function;
         const char* args;
         const char* message;
-    } parse_cases[] = {
+        bool at_load;  // found in the scene's load call, not by its parser
+    } cases[] = {
         {"overlay_starfield", "-1,0,20000,stars,0,0,0,31,0,0",
-         "crash in scene_overlay_starfield_parse_args at src/reel_scenes:[0-9]+\nmax stars is set to 16384\n"},
-        {"overlay_starfield", "-1,0,0,stars,0,0,0,31,0,0", "star count 0 is not at least 1 \\(sequence line 12\\)"},
-        {"overlay_starfield", "3,0,10,stars,0,0,0,31,0,0", "stencil slot 3 is not one of the 3 overlay stencil slots"},
-        {"overlay_starfield", "-1,0,10,none,0,0,0,31,0,0", "starfield palette has no entries"},
-        {"overlay_stencil_set", "-2,tile,0,0", "stencil slot -2 is not one of the 3"},
-        {"overlay_heal", "3", "crash in scene_overlay_heal_parse_args.*\nback buffer 3 is not one of the 3 overlay back buffers"},
-        {"overlay_stroke", "7,pen,1,1,1,0,0,0", "back buffer 7 is not one of the 3"},
-    };
-    for (const auto& c : parse_cases)
-        EXPECT_EXIT(load(c.function, c.args), testing::ExitedWithCode(1), c.message) << c.args;
-
-    const struct {
-        const char* function;
-        const char* args;
-        const char* message;
-    } load_cases[] = {
+         "crash in scene_overlay_starfield_parse_args at src/reel_scenes:[0-9]+\nmax stars is set to 16384\n", false},
+        {"overlay_starfield", "-1,0,0,stars,0,0,0,31,0,0", "star count 0 is not at least 1 \\(sequence line 12\\)", false},
+        {"overlay_starfield", "3,0,10,stars,0,0,0,31,0,0", "stencil slot 3 is not one of the 3 overlay stencil slots", false},
+        {"overlay_starfield", "-1,0,10,none,0,0,0,31,0,0", "starfield palette has no entries", false},
+        {"overlay_stencil_set", "-2,tile,0,0", "stencil slot -2 is not one of the 3", false},
+        {"overlay_heal", "3", "crash in scene_overlay_heal_parse_args.*\nback buffer 3 is not one of the 3 overlay back buffers", false},
+        {"overlay_stroke", "7,pen,1,1,1,0,0,0", "back buffer 7 is not one of the 3", false},
         {"overlay_starfield", "-1,small,10,stars,0,0,0,31,0,0",
-         "threshold image of 256 x 256 texels does not cover the 640 x 480 overlay"},
-        {"overlay_starfield", "-1,0,10,stars,0,0,16,40,0,0", "but has 25 levels\n"},
-        {"overlay_stencil_animation", nullptr, "needs 1 floats, has 0 \\(sequence line 12\\)"},
-        {"overlay_load_progress", nullptr, "crash in scene_overlay_load_progress.*\nneeds 7 integers, has 0"},
+         "threshold image of 256 x 256 texels does not cover the 640 x 480 overlay", true},
+        {"overlay_starfield", "-1,0,10,stars,0,0,16,40,0,0", "but has 25 levels\n", true},
+        {"overlay_stencil_animation", nullptr, "needs 1 floats, has 0 \\(sequence line 12\\)", true},
+        {"overlay_load_progress", nullptr, "crash in scene_overlay_load_progress.*\nneeds 7 integers, has 0", true},
     };
-    for (const auto& c : load_cases) {
-        load(c.function, c.args);
-        EXPECT_EXIT(pass(REEL_PASS_UPDATE, 0.0f), testing::ExitedWithCode(1), c.message) << c.function;
+    for (const auto& c : cases) {
+        auto run = [&] {
+            load(c.function, c.args);
+            if (c.at_load)
+                pass(REEL_PASS_UPDATE, 0.0f);
+        };
+        EXPECT_EXIT(run(), testing::ExitedWithCode(1), c.message) << c.function << " " << (c.args ? c.args : "");
     }
 }
-
-// ---- the table ----
-
-TEST_F(overlay_fixture, rows_keep_the_table_order)
-{
-    const struct {
-        const char* name;
-        reel_scene_run_fn* run;
-        bool parser;
-    } order[] = {
-        {"music_sync", scene_music_sync, true},
-        {"overlay_load_progress", scene_overlay_load_progress, false},
-        {"overlay_stencil_animation", scene_overlay_stencil_animation, false},
-        {"overlay_rle_image", scene_overlay_rle_image, true},
-        {"overlay_clear", scene_overlay_clear, true},
-        {"overlay_backbuffer_clear", scene_overlay_backbuffer_clear, true},
-        {"overlay_stencil_set", scene_overlay_stencil_set, true},
-        {"overlay_clut_fade_to_color", scene_overlay_clut_fade_to_color, true},
-        {"overlay_clut_set", scene_overlay_clut_set, true},
-        {"overlay_heal", scene_overlay_heal, true},
-        {"overlay_scale", scene_overlay_scale, true},
-        {"overlay_stroke", scene_overlay_stroke, true},
-        {"overlay_palette_animation", scene_overlay_palette_animation, true},
-        {"overlay_starfield", scene_overlay_starfield, true},
-        {"overlay_clut_set1_pulsate", scene_overlay_clut_set1_pulsate, true},
-        {"fade_out_music", scene_fade_out_music, true},
-    };
-    int64_t previous = -1;
-    for (const auto& o : order) {
-        const int64_t at = scene_table_row(o.name);
-        ASSERT_GT(at, previous) << o.name;
-        EXPECT_EQ(reel_scene_table[at].run, o.run) << o.name;
-        EXPECT_EQ(reel_scene_table[at].parse_args != nullptr, o.parser) << o.name;
-        previous = at;
-    }
-}
-
 }  // namespace

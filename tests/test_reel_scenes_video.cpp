@@ -30,11 +30,7 @@ struct video_fixture : scene_fixture {
         const n3d_framebuffer& t = engine.tunnel_table;
         return ((const uint16_t*)(t.pixels + (y + 120) * t.row_bytes))[x + 160];
     }
-    bool covered(int32_t x, int32_t y)
-    {
-        const n3d_coverage_buffer* cb = ctx.video->coverage[0];
-        return (cb->bits[(y * cb->width + x) / 32] >> (31 - (y * cb->width + x) % 32)) & 1;
-    }
+    bool covered(int32_t x, int32_t y) { return scene_coverage_bit(ctx.video->coverage[0], x, y); }
 };
 
 // ---- tunnel ----
@@ -228,24 +224,6 @@ TEST_F(background_fixture, it_refuses_swizzled_textures_and_viewports_outside_th
     wall->format = 7;
     EXPECT_EXIT(pass(REEL_PASS_UPDATE, 0.0f), testing::ExitedWithCode(1),
                 "crash in scene_video_background at src/reel_scenes:[0-9]+\nbad N3D_TEXEL_FORMAT 7\\?\n");
-}
-
-// ---- the table ----
-
-TEST_F(video_fixture, the_three_rows_follow_video_clear_in_the_table)
-{
-    const reel_scene_run_fn* order[] = {scene_video_clear, scene_video_tunnel, scene_video_bumpmap,
-                                        scene_video_background};
-    int64_t previous = -1;
-    for (const reel_scene_run_fn* run : order) {
-        int64_t at = -1;
-        for (uint32_t i = 0; i < reel_scene_table_count; i++)
-            if (reel_scene_table[i].run == run)
-                at = i;
-        ASSERT_GT(at, previous);
-        EXPECT_NE(reel_scene_table[at].parse_args, nullptr);
-        previous = at;
-    }
 }
 
 }  // namespace

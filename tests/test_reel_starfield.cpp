@@ -22,17 +22,8 @@ struct starfield_fixture : scene_fixture {
         reel_starfield_init_i8(&sf, log2_stars, stars(), 1, 640, 480, &palette, first, last, &demo);
     }
     uint8_t pixel(int32_t x, int32_t y) const { return overlay_framebuffer.pixels[y * 640 + x]; }
-    uint32_t covered(int32_t x, int32_t y) const
-    {
-        return (overlay.coverage[0]->bits[y * 20 + x / 32] >> (31 - x % 32)) & 1;
-    }
-    uint32_t drawn() const
-    {
-        uint32_t n = 0;
-        for (uint32_t i = 0; i < 640 * 480; i++)
-            n += overlay_framebuffer.pixels[i] != 0;
-        return n;
-    }
+    uint32_t covered(int32_t x, int32_t y) const { return scene_coverage_bit(overlay.coverage[0], x, y); }
+    uint32_t drawn() const { return scene_count_not(overlay_framebuffer.pixels, 640 * 480, 0); }
 };
 
 TEST_F(starfield_fixture, set_up_values_and_level_counts)

@@ -3,16 +3,10 @@
 // is compared sample for sample with the music decoder, through the fade to silence.
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "music.h"
+#include "tool_fixture.h"
 
 namespace {
 
@@ -20,50 +14,36 @@ const std::string tools = REEL_TOOLS_DIR;
 
 std::string e2e_dir(const char* name)
 {
-    const std::string dir = std::string(REEL_TEST_OUTPUT_DIR) + "/" + name;
-    std::system(("rm -rf '" + dir + "' && mkdir -p '" + dir + "/assets/reel/le'").c_str());
+    const std::string dir = tool_fixture_dir(REEL_TEST_OUTPUT_DIR, name);
+    std::system(("mkdir -p '" + dir + "/assets/reel/le'").c_str());
     return dir;
-}
-
-void write_file(const std::string& path, const std::string& bytes)
-{
-    std::ofstream f(path, std::ios::binary);
-    f << bytes;
 }
 
 std::vector<uint8_t> read_file(const std::string& path)
 {
-    std::ifstream f(path, std::ios::binary);
-    return std::vector<uint8_t>((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+    const std::string bytes = tool_fixture_read(path);
+    return std::vector<uint8_t>(bytes.begin(), bytes.end());
 }
 
-int run(const std::string& command, std::string* output = nullptr)
+// A tool of the build run in dir, both its streams in *output; a sanitizer's report exits with
+// 86, not with the 1 of the fatal path.
+int run(const std::string& dir, const std::string& command, std::string* output)
 {
-    FILE* p = popen((command + " 2>&1").c_str(), "r");
-    if (!p)
-        return -1;
-    char buf[4096];
-    std::string out;
-    while (size_t n = fread(buf, 1, sizeof(buf), p))
-        out.append(buf, n);
-    const int status = pclose(p);
-    if (output)
-        *output = out;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    const tool_run_result r = tool_fixture_run(dir, "ASAN_OPTIONS=\"${ASAN_OPTIONS:+$ASAN_OPTIONS:}exitcode=86\" "
+                                                    "UBSAN_OPTIONS=\"${UBSAN_OPTIONS:+$UBSAN_OPTIONS:}exitcode=86\" " +
+                                                        tools + "/" + command);
+    *output = r.out + r.err;
+    return r.status;
 }
 
 // Packs the three pack files of a show folder from their manifests.
 void pack_show(const std::string& dir, const std::string manifests[3])
 {
     for (int i = 0; i < 3; i++) {
-        const std::string manifest = dir + "/pak" + std::to_string(i) + ".manifest";
-        write_file(manifest, manifests[i]);
+        const std::string n = std::to_string(i), manifest = "pak" + n + ".manifest";
+        tool_fixture_write(dir + "/" + manifest, manifests[i]);
         std::string out;
-        ASSERT_EQ(run(tools + "/reel_pack '" + manifest + "' '" + dir + "/assets/reel/le/pak" + std::to_string(i) +
-                          ".rpk'",
-                      &out),
-                  0)
-            << out;
+        ASSERT_EQ(run(dir, "reel_pack " + manifest + " assets/reel/le/pak" + n + ".rpk", &out), 0) << out;
     }
 }
 
@@ -77,26 +57,22 @@ TEST(show_e2e, a_packed_show_plays_to_its_end_with_the_music_decoded_exactly)
     uint32_t seed = 99;
     for (uint8_t& b : music)
         b = (uint8_t)((seed = seed * 1664525u + 1013904223u) >> 24);
-    write_file(dir + "/music.bin", std::string(music.begin(), music.end()));
-    write_file(dir + "/sequence.csv",
+    tool_fixture_write(dir + "/music.bin", std::string(music.begin(), music.end()));
+    tool_fixture_write(dir + "/sequence.csv",
                "start mode,start ref,start ms,preload ms,end mode,end ref,end ms,function,args\n"
                "abs,,0,0,abs,,6000,music_start,music\n"
                "abs,,2000,0,abs,,6000,fade_out_music\n");
-    write_file(dir + "/readme.txt", "pack 1 holds nothing the show uses\n");
+    tool_fixture_write(dir + "/readme.txt", "pack 1 holds nothing the show uses\n");
     // the script in pack 0, a decoy in pack 1, the music in pack 2
     const std::string manifests[3] = {"raw sequence.csv sequence.csv 1\n", "raw readme readme.txt 1\n",
                                       "# kind name path extra bytes\nblob music music.bin\n"};
     pack_show(dir, manifests);
 
     std::string out;
-    ASSERT_EQ(run("cd '" + dir + "' && " + tools + "/reel_capture --png-every 120 --out frames --wav music.wav", &out),
-              0)
-        << out;
+    ASSERT_EQ(run(dir, "reel_capture --png-every 120 --out frames --wav music.wav", &out), 0) << out;
     EXPECT_NE(out.find("the show ended"), std::string::npos) << out;
-    for (const char* frame : {"frames/frame_000000.png", "frames/frame_000120.png", "frames/frame_000240.png"}) {
-        struct stat st;
-        EXPECT_EQ(stat((dir + "/" + frame).c_str(), &st), 0) << frame;
-    }
+    for (const char* frame : {"frames/frame_000000.png", "frames/frame_000120.png", "frames/frame_000240.png"})
+        EXPECT_TRUE(tool_fixture_exists(dir + "/" + frame)) << frame;
 
     const std::vector<uint8_t> wav = read_file(dir + "/music.wav");
     ASSERT_GT(wav.size(), 44u);
@@ -148,12 +124,12 @@ TEST(show_e2e, a_packed_show_plays_to_its_end_with_the_music_decoded_exactly)
 TEST(show_e2e, a_show_without_a_script_says_so)
 {
     const std::string dir = e2e_dir("no_script");
-    write_file(dir + "/readme.txt", "x\n");
+    tool_fixture_write(dir + "/readme.txt", "x\n");
     const std::string manifests[3] = {"raw readme readme.txt 1\n", "raw readme readme.txt 1\n",
                                       "raw readme readme.txt 1\n"};
     pack_show(dir, manifests);
     std::string out;
-    EXPECT_EQ(run("cd '" + dir + "' && " + tools + "/reel_capture --frames 5", &out), 1);
+    EXPECT_EQ(run(dir, "reel_capture --frames 5", &out), 1);
     EXPECT_NE(out.find("failed open \"sequence.csv\"\n"), std::string::npos) << out;
 }
 
@@ -166,11 +142,9 @@ TEST(show_e2e, a_show_without_a_script_says_so)
 // The show of this repository, as the build packs it, played to its end.
 TEST(show_e2e, the_show_plays_to_its_end_with_moving_pictures_and_music)
 {
-    const std::string out_dir = std::string(REEL_TEST_OUTPUT_DIR) + "/show_frames";
-    std::system(("rm -rf '" + out_dir + "'").c_str());
+    const std::string out_dir = tool_fixture_dir(REEL_TEST_OUTPUT_DIR, "show_frames");
     std::string out;
-    ASSERT_EQ(run("cd '" REEL_SHOW_DIR "' && " + tools + "/reel_capture --png-every 60 --out '" + out_dir +
-                      "' --wav '" + out_dir + "/show.wav'",
+    ASSERT_EQ(run(REEL_SHOW_DIR, "reel_capture --png-every 60 --out '" + out_dir + "' --wav '" + out_dir + "/show.wav'",
                   &out),
               0)
         << out;
@@ -184,8 +158,7 @@ TEST(show_e2e, the_show_plays_to_its_end_with_moving_pictures_and_music)
     for (int f = 0;; f += 60) {
         char path[4096];
         snprintf(path, sizeof(path), "%s/frame_%06d.png", out_dir.c_str(), f);
-        struct stat st;
-        if (stat(path, &st) != 0)
+        if (!tool_fixture_exists(path))
             break;
         frames.push_back(bitmap_load_png(&arena, path, 3));
         ASSERT_NE(frames.back(), nullptr);
@@ -215,36 +188,27 @@ static int edited_show(const std::string& dir, const char* file, const std::stri
     const std::string source = std::string(REEL_SHOW_DIR) + "/show/";
     int edited_line = 0;
     for (const char* name : {"sequence.csv", "intro.ini", "greetings.ini", "pak0.manifest"}) {
-        const std::vector<uint8_t> bytes = read_file(source + name);
-        std::istringstream in(std::string(bytes.begin(), bytes.end()));
+        std::istringstream in(tool_fixture_read(source + name));
         std::string text, l;
         for (int n = 1; std::getline(in, l); n++) {
             if (!strcmp(name, file) && l == line)
                 edited_line = n, l = edit;
             text += l + "\n";
         }
-        write_file(dir + "/" + name, text);
+        tool_fixture_write(dir + "/" + name, text);
     }
     EXPECT_NE(edited_line, 0) << "no line \"" << line << "\" in show/" << file;
     std::string out;
-    EXPECT_EQ(run("cd '" + dir + "' && " + tools + "/reel_pack pak0.manifest assets/reel/le/pak0.rpk", &out), 0) << out;
+    EXPECT_EQ(run(dir, "reel_pack pak0.manifest assets/reel/le/pak0.rpk", &out), 0) << out;
     for (const char* pack : {"pak1.rpk", "pak2.rpk"})
         std::system(("cp '" REEL_SHOW_DIR "/assets/reel/le/" + std::string(pack) + "' '" + dir + "/assets/reel/le/'")
                         .c_str());
     return edited_line;
 }
 
-// reel_capture in dir; a sanitizer's report exits with 86, not with the 1 of the fatal path.
-static int capture(const std::string& dir, const std::string& arguments, std::string* out)
-{
-    return run("cd '" + dir + "' && ASAN_OPTIONS=\"${ASAN_OPTIONS:+$ASAN_OPTIONS:}exitcode=86\" "
-               "UBSAN_OPTIONS=\"${UBSAN_OPTIONS:+$UBSAN_OPTIONS:}exitcode=86\" " + tools + "/reel_capture " + arguments,
-               out);
-}
-
 TEST(show_e2e, one_line_edits_of_the_script_end_with_a_message_and_never_a_crash)
 {
-    const std::string intro_bytes = std::to_string(read_file(REEL_SHOW_DIR "/show/intro.ini").size());
+    const std::string intro_bytes = std::to_string(tool_fixture_read(REEL_SHOW_DIR "/show/intro.ini").size());
     const struct {
         const char* file;
         const char* line;
@@ -294,7 +258,7 @@ TEST(show_e2e, one_line_edits_of_the_script_end_with_a_message_and_never_a_crash
         const std::string dir = e2e_dir(("edit_" + std::to_string(n++)).c_str());
         const int line = edited_show(dir, c.file, c.line, c.edit);
         std::string out;
-        const int status = capture(dir, *c.frames ? std::string("--frames ") + c.frames : "", &out);
+        const int status = run(dir, std::string("reel_capture ") + (*c.frames ? std::string("--frames ") + c.frames : ""), &out);
         EXPECT_EQ(status, c.status) << c.edit << "\n" << out;
         for (const std::string& m : c.messages) {
             char expected[512];
@@ -329,9 +293,9 @@ TEST(show_e2e, damaged_packs_end_the_show_with_a_message_or_not_at_all)
             for (const char* p : {"pak0.rpk", "pak1.rpk", "pak2.rpk"})
                 std::system(("cp '" REEL_SHOW_DIR "/assets/reel/le/" + std::string(p) + "' '" + dir +
                              "/assets/reel/le/'").c_str());
-            write_file(dir + "/assets/reel/le/" + name, std::string(damaged[i].begin(), damaged[i].end()));
+            tool_fixture_write(dir + "/assets/reel/le/" + name, std::string(damaged[i].begin(), damaged[i].end()));
             std::string out;
-            const int status = capture(dir, "--frames 20", &out);
+            const int status = run(dir, "reel_capture --frames 20", &out);
             SCOPED_TRACE(name + (i < std::size(truncations) ? " truncated" : " flipped") + " case " + std::to_string(i));
             ASSERT_TRUE(status == 0 || status == 1) << "status " << status << "\n" << out;
             if (status == 1) {  // the fatal path says what it refused
@@ -349,11 +313,9 @@ TEST(show_e2e, damaged_packs_end_the_show_with_a_message_or_not_at_all)
 // reel_gltf): the still stays as it was rendered while the panel's text moves, on its grid.
 TEST(show_e2e, greetings_example_scrolls_text_over_a_still_that_stays)
 {
-    const std::string out_dir = std::string(REEL_TEST_OUTPUT_DIR) + "/greetings_frames";
-    std::system(("rm -rf '" + out_dir + "'").c_str());
+    const std::string out_dir = tool_fixture_dir(REEL_TEST_OUTPUT_DIR, "greetings_frames");
     std::string out;
-    ASSERT_EQ(run("cd '" REEL_GREETINGS_EXAMPLE_DIR "' && " + tools + "/reel_capture --frames 320 --png-at 30 " +
-                      "--png-at 300 --out '" + out_dir + "'",
+    ASSERT_EQ(run(REEL_GREETINGS_EXAMPLE_DIR, "reel_capture --frames 320 --png-at 30 --png-at 300 --out '" + out_dir + "'",
                   &out),
               0)
         << out;

@@ -18,16 +18,23 @@ const std::string root = REEL_TEST_OUTPUT_DIR;
 
 const char* const tool_programs[] = {"reel_capture",    "reel_lint",    "reel_music",  "reel_pack",
                                      "reel_rasterpics", "reel_showgen", "reel_texdump"};
+// the preparation tools, which know --help only as the first argument
+const char* const prep_programs[] = {"reel_gltf",       "reel_fontmake", "reel_videoprep", "reel_overlayprep",
+                                     "reel_strokeprep", "reel_madgen",   "reel_overlaygen"};
 
 TEST(tool, help_prints_the_usage_on_standard_output_and_touches_nothing)
 {
-    for (const char* program : tool_programs) {
+    std::vector<std::pair<std::string, std::vector<const char*>>> runs;
+    for (const char* program : tool_programs)  // --help wins wherever it stands, also where a folder name is expected
+        runs.push_back({program, {" --help", " -h", " out --help"}});
+    for (const char* program : prep_programs)
+        runs.push_back({program, {" --help"}});
+    for (const auto& [program, all_args] : runs) {
         const std::string dir = tool_fixture_dir(root, "help");
-        // --help wins wherever it stands, also where a folder name is expected
-        for (const char* args : {" --help", " -h", " out --help"}) {
+        for (const char* args : all_args) {
             const tool_run_result r = tool_fixture_run(dir, tools + "/" + program + args);
             EXPECT_EQ(r.status, 0) << program << args << "\n" << r.err;
-            EXPECT_EQ(r.out.rfind(std::string("usage: ") + program, 0), 0u) << program << args << "\n" << r.out;
+            EXPECT_EQ(r.out.rfind("usage: " + program, 0), 0u) << program << args << "\n" << r.out;
             EXPECT_EQ(r.err, "") << program << args;
         }
         EXPECT_EQ(tool_fixture_list(dir), std::vector<std::string>()) << program;
@@ -37,7 +44,7 @@ TEST(tool, help_prints_the_usage_on_standard_output_and_touches_nothing)
 struct tool_usage_case {
     const char* program;
     const char* args;
-    const char* message;  // the first line on standard error, after "<program>: "
+    const char* message;  // the first line on standard error, after "<program>: "; "" when the usage comes first
 };
 
 const tool_usage_case tool_usage_cases[] = {
@@ -65,6 +72,24 @@ const tool_usage_case tool_usage_cases[] = {
     {"reel_texdump", "in.png out --format 5", "--format needs a whole number from 1 to 4, not \"5\""},
     {"reel_texdump", "in.png out --alpha-threshold nan", "--alpha-threshold needs a number from 0 to 1, not \"nan\""},
     {"reel_texdump", "in.png out --format 4 --swizzle", "bump maps are never swizzled"},
+    {"reel_gltf", "only_one_argument", ""},
+    {"reel_gltf", "--bogus a b", ""},
+    {"reel_fontmake", "", "needs FONT, PIXELS and OUT.fnt"},
+    {"reel_fontmake", "--first", "--first needs a whole number"},
+    {"reel_fontmake", "a 0 b", "PIXELS \"0\" is not from 1 to 1024"},
+    {"reel_fontmake", "--last 256 a 8 b", "--first and --last must give a range within 0 to 255"},
+    {"reel_fontmake", "a 8 b c", "one argument too many: \"c\""},
+    {"reel_videoprep", "colormap", "missing arguments"},
+    {"reel_videoprep", "paint a.png b.tmap", "unknown command"},
+    {"reel_videoprep", "bump --strength -1 a.png b.tmap", "--strength takes a number above 0"},
+    {"reel_videoprep", "stencil --normals a.png b.stencil", "unknown option for this command"},
+    {"reel_overlayprep", "", ""},
+    {"reel_overlayprep", "sprite in.png out", ""},
+    {"reel_strokeprep", "out --path \"0,0 9,9\"", ""},
+    {"reel_madgen", "", ""},
+    {"reel_madgen", "one two", ""},
+    {"reel_madgen", "--bogus", ""},
+    {"reel_overlaygen", "a b", ""},
 };
 
 TEST(tool, wrong_arguments_give_the_reason_and_the_usage_on_standard_error_and_status_2)
@@ -74,7 +99,8 @@ TEST(tool, wrong_arguments_give_the_reason_and_the_usage_on_standard_error_and_s
         const tool_run_result r = tool_fixture_run(dir, tools + "/" + c.program + " " + c.args);
         EXPECT_EQ(r.status, 2) << c.program << " " << c.args << "\n" << r.err;
         EXPECT_EQ(r.out, "") << c.program << " " << c.args;
-        const std::string first = std::string(c.program) + ": " + c.message + "\nusage: " + c.program;
+        const std::string usage = std::string("usage: ") + c.program;
+        const std::string first = c.message[0] ? std::string(c.program) + ": " + c.message + "\n" + usage : usage;
         EXPECT_EQ(r.err.rfind(first, 0), 0u) << c.program << " " << c.args << "\n" << r.err;
         EXPECT_EQ(tool_fixture_list(dir), std::vector<std::string>()) << c.program << " " << c.args;
     }
@@ -94,6 +120,12 @@ const tool_failure_case tool_failure_cases[] = {
     {"reel_texdump --flare /dev/null", "reel_texdump: cannot create folder \"/dev/null\": \"/dev/null\" exists and is "
                                        "not a folder\n"},
     {"reel_texdump missing.png out", "reel_texdump: cannot read \"missing.png\" (the reason is above)\n"},
+    {"reel_gltf missing.gltf out", "reel_gltf: missing.gltf: cannot open: No such file or directory\n"},
+    {"reel_fontmake missing.ttf 18 x.fnt", "reel_fontmake: missing.ttf: No such file or directory\n"},
+    {"reel_videoprep colormap missing.png o.tmap", "reel_videoprep: cannot read \"missing.png\": No such file or directory\n"},
+    {"reel_overlayprep image missing.png x", "reel_overlayprep: missing.png: No such file or directory\n"},
+    {"reel_madgen m/below", "reel_madgen: m/below: Not a directory\n"},
+    {"reel_overlaygen m/below", "cannot write m/below/badge.png: Not a directory\n"},
 };
 
 TEST(tool, failed_writes_name_the_path_and_the_reason_exit_1_and_leave_no_file)

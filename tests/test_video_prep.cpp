@@ -1,14 +1,9 @@
 // Asset preparation for the video-plane effects: what each conversion makes of pictures with
-// known pixels, what it refuses, the file writer, and the tool's exit statuses and messages.
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <cstdlib>
+// known pixels, what it refuses, the file writer, and the tool's resources read back.
 #include <cstring>
-#include <string>
-#include <vector>
 
 #include "n3d_io.h"
+#include "tool_fixture.h"
 #include "video_prep.h"
 
 namespace {
@@ -127,8 +122,7 @@ TEST_F(video_prep_fixture, stencils_set_bright_opaque_pixels_leftmost_first)
 
 TEST_F(video_prep_fixture, files_get_the_marker_and_new_folders_and_nothing_half_written)
 {
-    const std::string dir = std::string(REEL_TEST_OUTPUT_DIR) + "/write";
-    std::system(("rm -rf '" + dir + "'").c_str());
+    const std::string dir = tool_fixture_dir(REEL_TEST_OUTPUT_DIR, "write");
     const uint8_t block[3] = {1, 2, 3};
     const std::string path = dir + "/a/b/block.bin";
     ASSERT_EQ(video_prep_write_file(path.c_str(), block, block + 3), 0);
@@ -145,59 +139,16 @@ TEST_F(video_prep_fixture, files_get_the_marker_and_new_folders_and_nothing_half
     errno = 0;
     EXPECT_EQ(video_prep_write_file((path + "/inside.bin").c_str(), block, block + 3), 1);
     EXPECT_EQ(errno, ENOTDIR);
-    EXPECT_NE(std::system(("ls '" + dir + "/a/b' | grep -q tmp").c_str()), 0);
+    EXPECT_EQ(tool_fixture_list(dir + "/a/b"), std::vector<std::string>({"block.bin"}));
 }
 
 // ---- the tool ----
 
-struct tool_result {
-    int status;
-    std::string out, err;
-};
-
-tool_result run_tool(const std::string& args)
-{
-    const std::string dir = std::string(REEL_TEST_OUTPUT_DIR);
-    std::system(("mkdir -p '" + dir + "'").c_str());
-    const std::string command = std::string(REEL_TOOLS_DIR) + "/reel_videoprep " + args + " >'" + dir +
-                                "/out.txt' 2>'" + dir + "/err.txt'";
-    const int raw = std::system(command.c_str());
-    auto slurp = [](const std::string& p) {
-        std::string s;
-        if (FILE* f = fopen(p.c_str(), "rb")) {
-            char buf[4096];
-            size_t n;
-            while ((n = fread(buf, 1, sizeof(buf), f)) > 0)
-                s.append(buf, n);
-            fclose(f);
-        }
-        return s;
-    };
-    return {WEXITSTATUS(raw), slurp(dir + "/out.txt"), slurp(dir + "/err.txt")};
-}
-
-TEST(video_prep_tool, help_usage_errors_and_failures_exit_0_2_and_1)
-{
-    tool_result r = run_tool("--help");
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out.rfind("usage: reel_videoprep colormap IN.png OUT.tmap\n", 0), 0u);
-    EXPECT_EQ(r.err, "");
-    for (const char* args : {"", "colormap", "paint a.png b.tmap", "bump --strength -1 a.png b.tmap",
-                             "stencil --normals a.png b.stencil", "background a.png"}) {
-        r = run_tool(args);
-        EXPECT_EQ(r.status, 2) << args;
-        EXPECT_NE(r.err.find("usage: reel_videoprep"), std::string::npos) << args;
-    }
-    r = run_tool("colormap /nonexistent/in.png out.tmap");
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "reel_videoprep: cannot read \"/nonexistent/in.png\": No such file or directory\n");
-}
-
 TEST(video_prep_tool, generated_pictures_become_resources_in_new_folders)
 {
-    const std::string dir = std::string(REEL_TEST_OUTPUT_DIR) + "/tool";
-    std::system(("rm -rf '" + dir + "'").c_str());
-    ASSERT_EQ(run_tool("generate '" + dir + "/pictures'").status, 0);
+    const std::string dir = tool_fixture_dir(REEL_TEST_OUTPUT_DIR, "tool");
+    const std::string tool = std::string(REEL_TOOLS_DIR) + "/reel_videoprep ";
+    ASSERT_EQ(tool_fixture_run(dir, tool + "generate pictures").status, 0);
     const struct {
         const char* args;
         int status;
@@ -209,14 +160,8 @@ TEST(video_prep_tool, generated_pictures_become_resources_in_new_folders)
         {"stencil pictures/window.png made/window.stencil", 0},
         {"background pictures/tunnel.png made/no.tmap", 1},
     };
-    for (const auto& s : steps) {
-        std::string args = s.args;
-        const size_t space = args.find(' ');
-        const size_t second = args.find(' ', space + 1);
-        args = args.substr(0, space) + " '" + dir + "/" + args.substr(space + 1, second - space - 1) + "' '" + dir +
-               "/" + args.substr(second + 1) + "'";
-        EXPECT_EQ(run_tool(args).status, s.status) << s.args;
-    }
+    for (const auto& s : steps)
+        EXPECT_EQ(tool_fixture_run(dir, tool + s.args).status, s.status) << s.args;
     std::vector<uint8_t> block(4u << 20);
     xmemarena a;
     xmemarena_init(&a, "read", block.size(), block.data());
@@ -224,8 +169,7 @@ TEST(video_prep_tool, generated_pictures_become_resources_in_new_folders)
     ASSERT_NE(map, nullptr);
     EXPECT_EQ(map->log2_w, 8u);
     EXPECT_EQ(map->format, (uint32_t)N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555);
-    struct stat st;
-    EXPECT_NE(stat((dir + "/made/no.tmap").c_str(), &st), 0);
+    EXPECT_FALSE(tool_fixture_exists(dir + "/made/no.tmap"));
 }
 
 }  // namespace

@@ -22,9 +22,5 @@ static void fuzz_coverage_read(const uint8_t* data, size_t size)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    xmemarena_reset(&fuzz_global.arena);
-    if (setjmp(fuzz_global.resume))
-        return 0;  // the reader refused the input with a fatal message
-    fuzz_coverage_read(data, size);
-    return 0;
+    return fuzz_run(fuzz_coverage_read, data, size);
 }

@@ -62,6 +62,15 @@ static inline const uint8_t* fuzz_shifted_copy(const uint8_t* data, size_t size)
     return previous + 1;
 }
 
+// One input through a reader that refuses damaged data through the fatal path, on an empty arena.
+static inline int fuzz_run(void (*read)(const uint8_t*, size_t), const uint8_t* data, size_t size)
+{
+    xmemarena_reset(&fuzz_global.arena);
+    if (setjmp(fuzz_global.resume) == 0)
+        read(data, size);
+    return 0;
+}
+
 // A target with more to set up defines FUZZ_OWN_INITIALIZE and calls fuzz_init from its own.
 #ifndef FUZZ_OWN_INITIALIZE
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)

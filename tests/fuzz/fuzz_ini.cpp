@@ -45,10 +45,4 @@ static void fuzz_ini_read(const uint8_t* data, size_t size)
     fuzz_expect(memcmp(text, data, size) == 0 && text[size] == 0, "the parser left the text changed");
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
-{
-    if (setjmp(fuzz_global.resume))
-        return 0;  // the parser refused the text with a fatal message
-    fuzz_ini_read(data, size);
-    return 0;
-}
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) { return fuzz_run(fuzz_ini_read, data, size); }

@@ -29,11 +29,4 @@ static void fuzz_mesh_read(const uint8_t* data, size_t size)
     fuzz_expect(memcmp(out + 4, data + 8, consumed - 4) == 0, "vertices do not write back to the bytes read");
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
-{
-    xmemarena_reset(&fuzz_global.arena);
-    if (setjmp(fuzz_global.resume))
-        return 0;  // the reader refused the input with a fatal message
-    fuzz_mesh_read(data, size);
-    return 0;
-}
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) { return fuzz_run(fuzz_mesh_read, data, size); }

@@ -26,11 +26,4 @@ static void fuzz_pack_read(const uint8_t* data, size_t size)
     }
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
-{
-    xmemarena_reset(&fuzz_global.arena);
-    if (setjmp(fuzz_global.resume))
-        return 0;  // the reader refused the input with a fatal message
-    fuzz_pack_read(data, size);
-    return 0;
-}
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) { return fuzz_run(fuzz_pack_read, data, size); }

@@ -84,9 +84,5 @@ static void fuzz_resource_load(const uint8_t* data, size_t size)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    xmemarena_reset(&fuzz_global.arena);
-    if (setjmp(fuzz_global.resume))
-        return 0;  // the loader refused the input with a fatal message
-    fuzz_resource_load(data, size);
-    return 0;
+    return fuzz_run(fuzz_resource_load, data, size);
 }

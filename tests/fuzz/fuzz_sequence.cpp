@@ -49,9 +49,5 @@ static void fuzz_sequence_read(const uint8_t* data, size_t size)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    xmemarena_reset(&fuzz_global.arena);
-    if (setjmp(fuzz_global.resume))
-        return 0;  // the loader refused the script with a fatal message
-    fuzz_sequence_read(data, size);
-    return 0;
+    return fuzz_run(fuzz_sequence_read, data, size);
 }
