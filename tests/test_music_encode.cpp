@@ -191,6 +191,9 @@ namespace {
 const music_synth_instrument sine_tone = {
     .kind = MUSIC_SYNTH_TONE,
     .gain = 0.5f,
+    .pan = 0.0f,
+    .echo_send = 0.0f,
+    .drum = {},
     .tone = {.oscillators = {{MUSIC_SYNTH_WAVE_SINE, 0.0f, 1.0f}, {}, {}},
              .oscillator_count = 1,
              .attack = 0.001f,
@@ -198,7 +201,11 @@ const music_synth_instrument sine_tone = {
              .sustain = 1.0f,
              .release = 0.01f,
              .cutoff_hz = 9000.0f,
-             .cutoff_decay = 0.1f},
+             .cutoff_env_hz = 0.0f,
+             .cutoff_decay = 0.1f,
+             .resonance_q = 0.0f,
+             .vibrato_cents = 0.0f,
+             .vibrato_hz = 0.0f},
 };
 const music_synth_note one_note[] = {{5, 8, 69, 127}};  // A4 from step 5 for two beats
 const music_synth_pattern one_pattern[] = {{one_note, 1}};
