@@ -290,8 +290,7 @@ TEST_F(clut_fixture, numbers_outside_a_table_or_the_back_buffers_are_fatal)
     load("overlay_backbuffer_clear", nullptr);
     EXPECT_EXIT(pass(REEL_PASS_RENDER, 0.0f), testing::ExitedWithCode(1), "needs 2 integers, has 0 \\(sequence line 12\\)");
     int32_t fade[5] = {200, 100, 0, 0, 0};
-    load("video_clut_fade_to_color", nullptr);
-    scene.integer_count = 5, scene.integers = fade;
+    load("video_clut_fade_to_color", nullptr, 9.0f, [&] { scene.integer_count = 5, scene.integers = fade; });
     EXPECT_EXIT(pass(REEL_PASS_UPDATE, 0.0f), testing::ExitedWithCode(1), "fade of 100 entries from 200");
 }
 
@@ -335,7 +334,8 @@ TEST_F(clut_fixture, rows_keep_the_table_order_and_bind_by_prefix)
         {"video_clea", scene_video_clear},
     };
     for (const auto& p : prefixes) {
-        load(p.function, nullptr);
+        // counts as a description would bind them: loading checks them, no run reads them here
+        load(p.function, nullptr, 9.0f, [&] { scene.integer_count = 7, scene.float_count = 2, scene.palette_count = 1; });
         EXPECT_EQ(scene.run, p.run) << p.function;
     }
 }

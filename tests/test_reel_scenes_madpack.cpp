@@ -457,7 +457,7 @@ TEST_F(madpack_fixture, special_node_without_material_in_a_datapack_without_text
 
 TEST_F(madpack_fixture, a_row_without_argument_text_is_fatal_at_its_first_call)
 {
-    load("video_madpack", nullptr);
+    load("video_madpack", nullptr, 9.0f, [&] { scene.madpack_count = 1, scene.float_count = 2; });  // a description
     EXPECT_EXIT(pass(REEL_PASS_UPDATE, 0.0f), testing::ExitedWithCode(1), "needs its argument text");
 }
 
