@@ -15,14 +15,22 @@
 
 namespace {
 
-constexpr uint32_t LINT_ARGS_MAX = 9;
+constexpr uint32_t LINT_ARGS_MAX = 13;
 constexpr uint32_t LINT_COLUMNS = 8;  // before the argument text
 constexpr uint32_t LINT_SCENE_CADENCE = 1;       // acts only while few update passes have run
 constexpr uint32_t LINT_SCENE_IGNORES_TEXT = 2;  // its parser reads nothing
 constexpr double LINT_SAMPLES_PER_SECOND = 22050.0;
 const char* const LINT_SEQUENCE = "sequence.csv";
 
-enum lint_arg_type : uint32_t { LINT_ARG_INT, LINT_ARG_FLOAT, LINT_ARG_LABEL, LINT_ARG_RESOURCE };
+enum lint_arg_type : uint32_t {
+    LINT_ARG_INT,
+    LINT_ARG_FLOAT,
+    LINT_ARG_LABEL,
+    LINT_ARG_RESOURCE,
+    LINT_ARG_RESOURCE_OR_0,  // "0" stands for none
+    LINT_ARG_COLOUR,         // #rrggbbaa
+    LINT_ARG_NAME,           // a node or animation of a datapack: the linter does not open datapacks
+};
 
 struct lint_arg {
     const char* name;
@@ -36,6 +44,11 @@ constexpr lint_arg lint_byte(const char* name) { return {name, LINT_ARG_INT, 0, 
 constexpr lint_arg lint_float(const char* name) { return {name, LINT_ARG_FLOAT, 0, 0, 0}; }
 constexpr lint_arg lint_label(const char* name) { return {name, LINT_ARG_LABEL, 0, 0, 0}; }
 constexpr lint_arg lint_res(const char* name, uint32_t kind) { return {name, LINT_ARG_RESOURCE, 0, 0, kind}; }
+constexpr lint_arg lint_res_or_0(const char* name, uint32_t kind) { return {name, LINT_ARG_RESOURCE_OR_0, 0, 0, kind}; }
+constexpr lint_arg lint_colour(const char* name) { return {name, LINT_ARG_COLOUR, 0, 0, 0}; }
+constexpr lint_arg lint_name(const char* name) { return {name, LINT_ARG_NAME, 0, 0, 0}; }
+constexpr lint_arg lint_pos(const char* name) { return lint_int(name, INT32_MIN, INT32_MAX); }
+constexpr lint_arg lint_flag(const char* name) { return lint_int(name, 0, 1); }
 
 // The argument text of each scene function, as its parser reads it. Keep in step with the
 // parsers in src/reel_scenes*.cpp and with docs/scripts.md.
@@ -47,6 +60,12 @@ struct lint_scene_args {
 };
 
 constexpr int64_t LINT_LAST_BACKBUFFER = REEL_BACKBUFFER_COUNT - 1;
+constexpr int64_t LINT_LAST_STENCIL_SLOT = REEL_STENCIL_COUNT - 1;
+// video_madpack and video_madpack_greets read the same text
+#define LINT_MADPACK_ARGS                                                                                              \
+    {lint_res("datapack", REEL_KIND_MADPACK), lint_float("time offset in seconds"), lint_float("time speed"),          \
+     lint_name("animation"), lint_name("camera node"), lint_name("special node"), lint_name("optional node"),          \
+     lint_name("second animation or 0")}
 
 const lint_scene_args lint_scenes[] = {
     {"load_sync", 0, 1, {lint_label("label of the first row not to load")}},
@@ -80,7 +99,55 @@ const lint_scene_args lint_scenes[] = {
      {lint_int("first entry", 0, 255), lint_int("count", 0, 256), lint_byte("red"), lint_byte("green"),
       lint_byte("blue")}},
     {"video_clear", LINT_SCENE_CADENCE, 3, {lint_byte("red"), lint_byte("green"), lint_byte("blue")}},
+    {"overlay_rle_image",
+     0,
+     7,
+     {lint_res("rle image", REEL_KIND_RLE_IMAGE), lint_flag("single colour"), lint_byte("colour index"),
+      lint_pos("start x"), lint_pos("start y"), lint_pos("end x"), lint_pos("end y")}},
+    {"overlay_stencil_set",
+     0,
+     4,
+     {lint_int("stencil slot", 0, LINT_LAST_STENCIL_SLOT), lint_res("stencil", REEL_KIND_STENCIL), lint_pos("x"),
+      lint_pos("y")}},
+    {"overlay_heal", 0, 1, {lint_int("back buffer", 0, LINT_LAST_BACKBUFFER)}},
+    {"overlay_scale",
+     0,
+     8,
+     {lint_res("texture", REEL_KIND_TEXTURE), lint_flag("interlace"), lint_pos("x offset"), lint_pos("y offset"),
+      lint_pos("start width"), lint_pos("start height"), lint_pos("end width"), lint_pos("end height")}},
+    {"overlay_stroke",
+     0,
+     8,
+     {lint_int("back buffer", 0, LINT_LAST_BACKBUFFER), lint_res("image", REEL_KIND_IMAGE),
+      lint_float("fade-in seconds"), lint_float("fade-out seconds"), lint_byte("colour index"), lint_flag("origin"),
+      lint_pos("x offset"), lint_pos("y offset")}},
+    {"overlay_starfield",
+     0,
+     10,
+     {lint_int("stencil slot or -1", -1, LINT_LAST_STENCIL_SLOT), lint_res_or_0("threshold image", REEL_KIND_IMAGE),
+      lint_int("star count", 1, REEL_STAR_COUNT), lint_res("palette", REEL_KIND_PALETTE), lint_float("yaw"),
+      lint_float("pitch"), lint_pos("first level"), lint_pos("last level"), lint_pos("x offset"),
+      lint_pos("y offset")}},
+    {"video_tunnel",
+     0,
+     3,
+     {lint_res("texture", REEL_KIND_TEXTURE), lint_float("distance speed"), lint_float("angle speed")}},
+    {"video_bumpmap",
+     0,
+     13,
+     {lint_res("colour texture", REEL_KIND_TEXTURE), lint_res("bump texture", REEL_KIND_TEXTURE),
+      lint_res("stencil", REEL_KIND_STENCIL), lint_float("metallic"), lint_float("roughness"), lint_colour("emission"),
+      lint_colour("ambient"), lint_colour("light colour"), lint_colour("highlight colour"), lint_pos("start x"),
+      lint_pos("start y"), lint_pos("end x"), lint_pos("end y")}},
+    {"video_background",
+     0,
+     5,
+     {lint_res("texture", REEL_KIND_TEXTURE), lint_int("start x", 0, INT32_MAX), lint_int("start y", 0, INT32_MAX),
+      lint_int("end x", 0, INT32_MAX), lint_int("end y", 0, INT32_MAX)}},
+    {"video_madpack", 0, 8, LINT_MADPACK_ARGS},
+    {"video_madpack_greets", 0, 8, LINT_MADPACK_ARGS},
 };
+#undef LINT_MADPACK_ARGS
 
 // Description keys that bind resources, in the order the engine compares them.
 const struct {
@@ -168,6 +235,12 @@ bool lint_is_int(const char* text, int64_t* value)
             return false;
     *value = strtoll(text, nullptr, 10);
     return *value >= INT32_MIN && *value <= INT32_MAX;
+}
+
+// As the engine reads a colour: '#' and four bytes of two hex digits, nothing after.
+bool lint_is_colour(const char* text)
+{
+    return text[0] == '#' && strlen(text) == 9 && strspn(text + 1, "0123456789abcdefABCDEF") == 8;
 }
 
 bool lint_is_float(const char* text)
@@ -261,8 +334,16 @@ void lint_argument(lint_context* c, uint32_t line, const char* function, const l
             lint_report(c, LINT_SEQUENCE, line, "error", "%s argument %u: no label \"%s\" in the script", function,
                         number, text);
         break;
+    case LINT_ARG_COLOUR:
+        if (!lint_is_colour(text))
+            lint_report(c, LINT_SEQUENCE, line, "error", "%s argument %u (%s) \"%s\" is not a colour #rrggbbaa",
+                        function, number, a->name, text);
+        break;
+    case LINT_ARG_NAME:
+        break;
+    case LINT_ARG_RESOURCE_OR_0:
     case LINT_ARG_RESOURCE:
-        if (!lint_find(c->show, a->kind, text))
+        if (!(a->type == LINT_ARG_RESOURCE_OR_0 && strcmp(text, "0") == 0) && !lint_find(c->show, a->kind, text))
             lint_report(c, LINT_SEQUENCE, line, "error", "%s argument %u: %s \"%s\" is in no pack", function, number,
                         reel_kind_name(a->kind), text);
         break;

@@ -78,6 +78,8 @@ const lint_case lint_cases[] = {
      "sequence.csv:4: warning: overlay_clear takes 1 arguments; the rest \"5\" is ignored"},
     {"abs,,0,0,abs,,100,video_clut_fade_to_color,0,256\n",
      "sequence.csv:4: error: video_clut_fade_to_color needs 5 arguments, has 2: red is missing"},
+    {"abs,,0,0,abs,,100,video_bumpmap,t,b,s,0,0,#000000ff,#00000,#0,#0,0,0,0,0\n",
+     "sequence.csv:4: error: video_bumpmap argument 7 (ambient) \"#00000\" is not a colour #rrggbbaa"},
     {"abs,,0,0,abs,,100,overlay_clut_set,base2\n",
      "sequence.csv:4: error: overlay_clut_set argument 1: palette \"base2\" is in no pack"},
     {"abs,,0,0,abs,,100,load_sync,later\n", "sequence.csv:4: error: load_sync argument 1: no label \"later\" in the script"},
