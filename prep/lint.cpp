@@ -124,7 +124,7 @@ const lint_scene_args lint_scenes[] = {
     {"overlay_starfield",
      0,
      10,
-     {lint_int("stencil slot or -1", -1, LINT_LAST_STENCIL_SLOT), lint_res_or_0("threshold image", REEL_KIND_IMAGE),
+     {lint_int("stencil slot or -1", -1, LINT_LAST_STENCIL_SLOT), lint_res_or_0("threshold image or 0", REEL_KIND_IMAGE),
       lint_int("star count", 1, REEL_STAR_COUNT), lint_res("palette", REEL_KIND_PALETTE), lint_float("yaw"),
       lint_float("pitch"), lint_pos("first level"), lint_pos("last level"), lint_pos("x offset"),
       lint_pos("y offset")}},

@@ -88,9 +88,8 @@ void scene_overlay_rle_image_parse_args(reel_scene* scene, reel_parse_context* c
 
 void scene_overlay_rle_image(reel_scene* scene, reel_run_context* ctx)
 {
-    if (!scene->load_complete && ctx->pass == REEL_PASS_UPDATE) {
+    if (!scene->load_complete && ctx->pass == REEL_PASS_UPDATE)
         scene->load_complete = 1;
-    }
     if (!scene->ready || ctx->pass != REEL_PASS_RENDER || !scene->first_render)
         return;
     const int32_t* v = scene->integers;
@@ -349,9 +348,8 @@ void scene_overlay_scale_parse_args(reel_scene* scene, reel_parse_context* ctx)
 
 void scene_overlay_scale(reel_scene* scene, reel_run_context* ctx)
 {
-    if (!scene->load_complete && ctx->pass == REEL_PASS_UPDATE) {
+    if (!scene->load_complete && ctx->pass == REEL_PASS_UPDATE)
         scene->load_complete = 1;
-    }
     if (!scene->ready || ctx->pass != REEL_PASS_RENDER)
         return;
     reel_overlay_scale_state* state = reel_scene_state<reel_overlay_scale_state>(scene);
