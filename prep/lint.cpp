@@ -149,14 +149,32 @@ const lint_scene_args lint_scenes[] = {
 };
 #undef LINT_MADPACK_ARGS
 
-// Description keys that bind resources, in the order the engine compares them.
+// Description list keys in the order the engine compares them, with the binding each fills
+// (numbers have no resource kind). Madpacks, colours, fonts and blobs come only from arguments.
+constexpr uint32_t LINT_NUMBERS = REEL_KIND_COUNT;
 const struct {
     const char* key;
     uint32_t kind;
-} lint_ini_resource_keys[] = {
-    {"palette_animations", REEL_KIND_PALETTE_ANIMATION}, {"palettes", REEL_KIND_PALETTE},
-    {"rle_images", REEL_KIND_RLE_IMAGE},                 {"images", REEL_KIND_IMAGE},
-    {"stencils", REEL_KIND_STENCIL},                     {"textures", REEL_KIND_TEXTURE},
+    uint8_t reel_scene_needs::*need;
+} lint_ini_keys[] = {
+    {"palette_animations", REEL_KIND_PALETTE_ANIMATION, &reel_scene_needs::palette_animations},
+    {"palettes", REEL_KIND_PALETTE, &reel_scene_needs::palettes},
+    {"rle_images", REEL_KIND_RLE_IMAGE, &reel_scene_needs::rle_images},
+    {"images", REEL_KIND_IMAGE, &reel_scene_needs::images},
+    {"stencils", REEL_KIND_STENCIL, &reel_scene_needs::stencils},
+    {"textures", REEL_KIND_TEXTURE, &reel_scene_needs::textures},
+    {"integers", LINT_NUMBERS, &reel_scene_needs::integers},
+    {"floats", LINT_NUMBERS, &reel_scene_needs::floats},
+};
+constexpr uint32_t LINT_INI_KEYS = sizeof(lint_ini_keys) / sizeof(lint_ini_keys[0]);
+const struct {
+    const char* name;
+    uint8_t reel_scene_needs::*need;
+} lint_argument_only_bindings[] = {
+    {"madpacks", &reel_scene_needs::madpacks},
+    {"colours", &reel_scene_needs::colours},
+    {"fonts", &reel_scene_needs::fonts},
+    {"blobs", &reel_scene_needs::blobs},
 };
 
 struct lint_label_entry {
@@ -174,6 +192,7 @@ struct lint_context {
     // the description being read, for the callbacks
     const char* ini_name;
     const char* ini_text;
+    uint32_t ini_counts[LINT_INI_KEYS];  // entries bound per key (a later list replaces an earlier)
 };
 
 void lint_report(lint_context* c, const char* file, uint32_t line, const char* level, const char* fmt, ...)
@@ -407,27 +426,45 @@ void lint_ini_item(const char* key, uint32_t key_length, const char* item, uint3
     const uint32_t line = lint_ini_line(c, item);
     if (strchr(item, ']'))
         lint_report(c, c->ini_name, line, "error", "item \"%s\" holds the closing bracket: put a space before ]", item);
-    for (const auto& k : lint_ini_resource_keys) {
-        if (strncmp(k.key, key, key_length) != 0)
-            continue;
-        if (strcmp(k.key, key) != 0 && index == 0)
-            lint_report(c, c->ini_name, line, "warning", "key \"%s\" is read as \"%s\"", key, k.key);
-        if (!lint_find(c->show, k.kind, item))
-            lint_report(c, c->ini_name, line, "error", "%s \"%s\" is in no pack", reel_kind_name(k.kind), item);
+    uint32_t which = 0;
+    while (which < LINT_INI_KEYS && strncmp(lint_ini_keys[which].key, key, key_length) != 0)
+        which++;
+    if (which == LINT_INI_KEYS) {
+        if (index == 0)
+            lint_report(c, c->ini_name, line, "warning", "unknown array key \"%s\" is skipped", key);
         return;
     }
+    const auto& k = lint_ini_keys[which];
+    if (index == 0) {
+        c->ini_counts[which] = count;
+        if (k.kind != LINT_NUMBERS && strcmp(k.key, key) != 0)
+            lint_report(c, c->ini_name, line, "warning", "key \"%s\" is read as \"%s\"", key, k.key);
+    }
     int64_t value = 0;
-    if (strncmp("integers", key, key_length) == 0) {
+    if (k.kind != LINT_NUMBERS) {
+        if (!lint_find(c->show, k.kind, item))
+            lint_report(c, c->ini_name, line, "error", "%s \"%s\" is in no pack", reel_kind_name(k.kind), item);
+    } else if (k.need == &reel_scene_needs::integers) {
         if (!lint_is_int(item, &value))
             lint_report(c, c->ini_name, line, "error", "integer \"%s\" is not a whole number (the engine reads %d)",
                         item, atoi(item));
-    } else if (strncmp("floats", key, key_length) == 0) {
-        if (!lint_is_float(item))
-            lint_report(c, c->ini_name, line, "error", "float \"%s\" is not a number (the engine reads %g)", item,
-                        atof(item));
-    } else if (index == 0) {
-        lint_report(c, c->ini_name, line, "warning", "unknown array key \"%s\" is skipped", key);
+    } else if (!lint_is_float(item)) {
+        lint_report(c, c->ini_name, line, "error", "float \"%s\" is not a number (the engine reads %g)", item,
+                    atof(item));
     }
+}
+
+// The description replaces the argument text: it must bind every entry the scene reads.
+void lint_description_needs(lint_context* c, uint32_t line, const reel_scene_binding* binding, const char* name)
+{
+    for (uint32_t i = 0; i < LINT_INI_KEYS; i++)
+        if (c->ini_counts[i] < binding->needs.*lint_ini_keys[i].need)
+            lint_report(c, LINT_SEQUENCE, line, "error", "%s reads %u %s, description \"%s\" binds %u", binding->name,
+                        binding->needs.*lint_ini_keys[i].need, lint_ini_keys[i].key, name, c->ini_counts[i]);
+    for (const auto& b : lint_argument_only_bindings)
+        if (binding->needs.*b.need)
+            lint_report(c, LINT_SEQUENCE, line, "error", "%s reads %s, which only its arguments give, not a description",
+                        binding->name, b.name);
 }
 
 jmp_buf lint_fatal_jump;
@@ -452,7 +489,7 @@ bool lint_engine_run(lint_context* c, const char* file, F&& reader)
     return true;
 }
 
-void lint_description(lint_context* c, uint32_t line, const char* name)
+void lint_description(lint_context* c, uint32_t line, const reel_scene_binding* binding, const char* name)
 {
     const lint_resource* r = lint_find(c->show, REEL_KIND_RAW, name);
     if (!r || !r->text) {
@@ -465,7 +502,9 @@ void lint_description(lint_context* c, uint32_t line, const char* name)
     memcpy(text, r->text, length + 1);
     c->ini_name = name;
     c->ini_text = text;
-    lint_engine_run(c, name, [&] { ini_parse(text, name, lint_ini_value, lint_ini_item, c); });
+    memset(c->ini_counts, 0, sizeof(c->ini_counts));
+    if (lint_engine_run(c, name, [&] { ini_parse(text, name, lint_ini_value, lint_ini_item, c); }))
+        lint_description_needs(c, line, binding, name);
     xmemarena_set_sp(c->arena, mark);
 }
 
@@ -552,7 +591,7 @@ void lint_row(lint_context* c, lint_line* l, lint_control_rows* control)
         return;
     char* args = columns[LINT_COLUMNS];
     if (args[0] == '@')
-        lint_description(c, l->number, args + 1);
+        lint_description(c, l->number, binding, args + 1);
     else
         lint_arguments(c, l->number, function, binding, args);
 }
