@@ -40,24 +40,17 @@ void grant_needs(reel_scene* s, const reel_scene_needs& n)
     s->madpack_count = n.madpacks, s->colour_count = n.colours, s->font_count = n.fonts, s->blob_count = n.blobs;
 }
 
-// Each binding's name in loading's messages, with its count and its need.
+// Each binding's name in loading's messages, with its need.
 const struct {
     const char* name;
-    uint32_t reel_scene::*count;
     uint8_t reel_scene_needs::*need;
 } need_fields[] = {
-    {"integers", &reel_scene::integer_count, &reel_scene_needs::integers},
-    {"floats", &reel_scene::float_count, &reel_scene_needs::floats},
-    {"palettes", &reel_scene::palette_count, &reel_scene_needs::palettes},
-    {"rle_images", &reel_scene::rle_image_count, &reel_scene_needs::rle_images},
-    {"images", &reel_scene::image_count, &reel_scene_needs::images},
-    {"stencils", &reel_scene::stencil_count, &reel_scene_needs::stencils},
-    {"textures", &reel_scene::texture_count, &reel_scene_needs::textures},
-    {"palette_animations", &reel_scene::palette_animation_count, &reel_scene_needs::palette_animations},
-    {"madpacks", &reel_scene::madpack_count, &reel_scene_needs::madpacks},
-    {"colours", &reel_scene::colour_count, &reel_scene_needs::colours},
-    {"fonts", &reel_scene::font_count, &reel_scene_needs::fonts},
-    {"blobs", &reel_scene::blob_count, &reel_scene_needs::blobs},
+    {"integers", &reel_scene_needs::integers},     {"floats", &reel_scene_needs::floats},
+    {"palettes", &reel_scene_needs::palettes},     {"rle_images", &reel_scene_needs::rle_images},
+    {"images", &reel_scene_needs::images},         {"stencils", &reel_scene_needs::stencils},
+    {"textures", &reel_scene_needs::textures},     {"palette_animations", &reel_scene_needs::palette_animations},
+    {"madpacks", &reel_scene_needs::madpacks},     {"colours", &reel_scene_needs::colours},
+    {"fonts", &reel_scene_needs::fonts},           {"blobs", &reel_scene_needs::blobs},
 };
 
 // What ini_parse hands to its callbacks, checked for the NUL it promises while the call lasts.
@@ -200,8 +193,9 @@ TEST(reel_scene_load, a_description_short_of_a_binding_the_scene_reads_is_fatal)
             scene_engine f;
             char text[] = "# binds nothing\n";
             f.add(REEL_KIND_RAW, "d.ini", text);
-            grant_needs(&f.scene, r.needs);
-            f.scene.*field.count = need - 1;
+            reel_scene_needs one_short = r.needs;
+            one_short.*field.need = (uint8_t)(need - 1);
+            grant_needs(&f.scene, one_short);
             reel_sequence_row row = script_row(r.scene, "@d.ini");
             EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &row), testing::ExitedWithCode(1),
                         test_literal("scene \"" + std::string(r.scene) + "\" on line 7 reads " + std::to_string(need) +
