@@ -124,7 +124,8 @@ const lint_scene_args lint_scenes[] = {
     {"overlay_starfield",
      0,
      10,
-     {lint_int("stencil slot or -1", -1, LINT_LAST_STENCIL_SLOT), lint_res_or_0("threshold image or 0", REEL_KIND_IMAGE),
+     {lint_int("stencil slot or -1", -1, LINT_LAST_STENCIL_SLOT),
+      lint_res_or_0("threshold image or 0", REEL_KIND_IMAGE),
       lint_int("star count", 1, REEL_STAR_COUNT), lint_res("palette", REEL_KIND_PALETTE), lint_float("yaw"),
       lint_float("pitch"), lint_pos("first level"), lint_pos("last level"), lint_pos("x offset"),
       lint_pos("y offset")}},
@@ -463,8 +464,8 @@ void lint_description_needs(lint_context* c, uint32_t line, const reel_scene_bin
                         binding->needs.*lint_ini_keys[i].need, lint_ini_keys[i].key, name, c->ini_counts[i]);
     for (const auto& b : lint_argument_only_bindings)
         if (binding->needs.*b.need)
-            lint_report(c, LINT_SEQUENCE, line, "error", "%s reads %s, which only its arguments give, not a description",
-                        binding->name, b.name);
+            lint_report(c, LINT_SEQUENCE, line, "error",
+                        "%s reads %s, which only its arguments give, not a description", binding->name, b.name);
 }
 
 jmp_buf lint_fatal_jump;
