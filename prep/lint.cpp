@@ -15,14 +15,22 @@
 
 namespace {
 
-constexpr uint32_t LINT_ARGS_MAX = 9;
+constexpr uint32_t LINT_ARGS_MAX = 13;
 constexpr uint32_t LINT_COLUMNS = 8;  // before the argument text
 constexpr uint32_t LINT_SCENE_CADENCE = 1;       // acts only while few update passes have run
 constexpr uint32_t LINT_SCENE_IGNORES_TEXT = 2;  // its parser reads nothing
 constexpr double LINT_SAMPLES_PER_SECOND = 22050.0;
 const char* const LINT_SEQUENCE = "sequence.csv";
 
-enum lint_arg_type : uint32_t { LINT_ARG_INT, LINT_ARG_FLOAT, LINT_ARG_LABEL, LINT_ARG_RESOURCE };
+enum lint_arg_type : uint32_t {
+    LINT_ARG_INT,
+    LINT_ARG_FLOAT,
+    LINT_ARG_LABEL,
+    LINT_ARG_RESOURCE,
+    LINT_ARG_RESOURCE_OR_0,  // "0" stands for none
+    LINT_ARG_COLOUR,         // #rrggbbaa
+    LINT_ARG_NAME,           // a node or animation of a datapack: the linter does not open datapacks
+};
 
 struct lint_arg {
     const char* name;
@@ -36,6 +44,11 @@ constexpr lint_arg lint_byte(const char* name) { return {name, LINT_ARG_INT, 0, 
 constexpr lint_arg lint_float(const char* name) { return {name, LINT_ARG_FLOAT, 0, 0, 0}; }
 constexpr lint_arg lint_label(const char* name) { return {name, LINT_ARG_LABEL, 0, 0, 0}; }
 constexpr lint_arg lint_res(const char* name, uint32_t kind) { return {name, LINT_ARG_RESOURCE, 0, 0, kind}; }
+constexpr lint_arg lint_res_or_0(const char* name, uint32_t kind) { return {name, LINT_ARG_RESOURCE_OR_0, 0, 0, kind}; }
+constexpr lint_arg lint_colour(const char* name) { return {name, LINT_ARG_COLOUR, 0, 0, 0}; }
+constexpr lint_arg lint_name(const char* name) { return {name, LINT_ARG_NAME, 0, 0, 0}; }
+constexpr lint_arg lint_pos(const char* name) { return lint_int(name, INT32_MIN, INT32_MAX); }
+constexpr lint_arg lint_flag(const char* name) { return lint_int(name, 0, 1); }
 
 // The argument text of each scene function, as its parser reads it. Keep in step with the
 // parsers in src/reel_scenes*.cpp and with docs/scripts.md.
@@ -47,6 +60,12 @@ struct lint_scene_args {
 };
 
 constexpr int64_t LINT_LAST_BACKBUFFER = REEL_BACKBUFFER_COUNT - 1;
+constexpr int64_t LINT_LAST_STENCIL_SLOT = REEL_STENCIL_COUNT - 1;
+// video_madpack and video_madpack_greets read the same text
+#define LINT_MADPACK_ARGS                                                                                              \
+    {lint_res("datapack", REEL_KIND_MADPACK), lint_float("time offset in seconds"), lint_float("time speed"),          \
+     lint_name("animation"), lint_name("camera node"), lint_name("special node"), lint_name("optional node"),          \
+     lint_name("second animation or 0")}
 
 const lint_scene_args lint_scenes[] = {
     {"load_sync", 0, 1, {lint_label("label of the first row not to load")}},
@@ -80,16 +99,83 @@ const lint_scene_args lint_scenes[] = {
      {lint_int("first entry", 0, 255), lint_int("count", 0, 256), lint_byte("red"), lint_byte("green"),
       lint_byte("blue")}},
     {"video_clear", LINT_SCENE_CADENCE, 3, {lint_byte("red"), lint_byte("green"), lint_byte("blue")}},
+    {"overlay_rle_image",
+     0,
+     7,
+     {lint_res("rle image", REEL_KIND_RLE_IMAGE), lint_flag("single colour"), lint_byte("colour index"),
+      lint_pos("start x"), lint_pos("start y"), lint_pos("end x"), lint_pos("end y")}},
+    {"overlay_stencil_set",
+     0,
+     4,
+     {lint_int("stencil slot", 0, LINT_LAST_STENCIL_SLOT), lint_res("stencil", REEL_KIND_STENCIL), lint_pos("x"),
+      lint_pos("y")}},
+    {"overlay_heal", 0, 1, {lint_int("back buffer", 0, LINT_LAST_BACKBUFFER)}},
+    {"overlay_scale",
+     0,
+     8,
+     {lint_res("texture", REEL_KIND_TEXTURE), lint_flag("interlace"), lint_pos("x offset"), lint_pos("y offset"),
+      lint_pos("start width"), lint_pos("start height"), lint_pos("end width"), lint_pos("end height")}},
+    {"overlay_stroke",
+     0,
+     8,
+     {lint_int("back buffer", 0, LINT_LAST_BACKBUFFER), lint_res("image", REEL_KIND_IMAGE),
+      lint_float("fade-in seconds"), lint_float("fade-out seconds"), lint_byte("colour index"), lint_flag("origin"),
+      lint_pos("x offset"), lint_pos("y offset")}},
+    {"overlay_starfield",
+     0,
+     10,
+     {lint_int("stencil slot or -1", -1, LINT_LAST_STENCIL_SLOT),
+      lint_res_or_0("threshold image or 0", REEL_KIND_IMAGE),
+      lint_int("star count", 1, REEL_STAR_COUNT), lint_res("palette", REEL_KIND_PALETTE), lint_float("yaw"),
+      lint_float("pitch"), lint_pos("first level"), lint_pos("last level"), lint_pos("x offset"),
+      lint_pos("y offset")}},
+    {"video_tunnel",
+     0,
+     3,
+     {lint_res("texture", REEL_KIND_TEXTURE), lint_float("distance speed"), lint_float("angle speed")}},
+    {"video_bumpmap",
+     0,
+     13,
+     {lint_res("colour texture", REEL_KIND_TEXTURE), lint_res("bump texture", REEL_KIND_TEXTURE),
+      lint_res("stencil", REEL_KIND_STENCIL), lint_float("metallic"), lint_float("roughness"), lint_colour("emission"),
+      lint_colour("ambient"), lint_colour("light colour"), lint_colour("highlight colour"), lint_pos("start x"),
+      lint_pos("start y"), lint_pos("end x"), lint_pos("end y")}},
+    {"video_background",
+     0,
+     5,
+     {lint_res("texture", REEL_KIND_TEXTURE), lint_int("start x", 0, INT32_MAX), lint_int("start y", 0, INT32_MAX),
+      lint_int("end x", 0, INT32_MAX), lint_int("end y", 0, INT32_MAX)}},
+    {"video_madpack", 0, 8, LINT_MADPACK_ARGS},
+    {"video_madpack_greets", 0, 8, LINT_MADPACK_ARGS},
 };
+#undef LINT_MADPACK_ARGS
 
-// Description keys that bind resources, in the order the engine compares them.
+// Description list keys in the order the engine compares them, with the binding each fills
+// (numbers have no resource kind). Madpacks, colours, fonts and blobs come only from arguments.
+constexpr uint32_t LINT_NUMBERS = REEL_KIND_COUNT;
 const struct {
     const char* key;
     uint32_t kind;
-} lint_ini_resource_keys[] = {
-    {"palette_animations", REEL_KIND_PALETTE_ANIMATION}, {"palettes", REEL_KIND_PALETTE},
-    {"rle_images", REEL_KIND_RLE_IMAGE},                 {"images", REEL_KIND_IMAGE},
-    {"stencils", REEL_KIND_STENCIL},                     {"textures", REEL_KIND_TEXTURE},
+    uint8_t reel_scene_needs::*need;
+} lint_ini_keys[] = {
+    {"palette_animations", REEL_KIND_PALETTE_ANIMATION, &reel_scene_needs::palette_animations},
+    {"palettes", REEL_KIND_PALETTE, &reel_scene_needs::palettes},
+    {"rle_images", REEL_KIND_RLE_IMAGE, &reel_scene_needs::rle_images},
+    {"images", REEL_KIND_IMAGE, &reel_scene_needs::images},
+    {"stencils", REEL_KIND_STENCIL, &reel_scene_needs::stencils},
+    {"textures", REEL_KIND_TEXTURE, &reel_scene_needs::textures},
+    {"integers", LINT_NUMBERS, &reel_scene_needs::integers},
+    {"floats", LINT_NUMBERS, &reel_scene_needs::floats},
+};
+constexpr uint32_t LINT_INI_KEYS = sizeof(lint_ini_keys) / sizeof(lint_ini_keys[0]);
+const struct {
+    const char* name;
+    uint8_t reel_scene_needs::*need;
+} lint_argument_only_bindings[] = {
+    {"madpacks", &reel_scene_needs::madpacks},
+    {"colours", &reel_scene_needs::colours},
+    {"fonts", &reel_scene_needs::fonts},
+    {"blobs", &reel_scene_needs::blobs},
 };
 
 struct lint_label_entry {
@@ -107,6 +193,7 @@ struct lint_context {
     // the description being read, for the callbacks
     const char* ini_name;
     const char* ini_text;
+    uint32_t ini_counts[LINT_INI_KEYS];  // entries bound per key (a later list replaces an earlier)
 };
 
 void lint_report(lint_context* c, const char* file, uint32_t line, const char* level, const char* fmt, ...)
@@ -168,6 +255,12 @@ bool lint_is_int(const char* text, int64_t* value)
             return false;
     *value = strtoll(text, nullptr, 10);
     return *value >= INT32_MIN && *value <= INT32_MAX;
+}
+
+// As the engine reads a colour: '#' and four bytes of two hex digits, nothing after.
+bool lint_is_colour(const char* text)
+{
+    return text[0] == '#' && strlen(text) == 9 && strspn(text + 1, "0123456789abcdefABCDEF") == 8;
 }
 
 bool lint_is_float(const char* text)
@@ -261,8 +354,16 @@ void lint_argument(lint_context* c, uint32_t line, const char* function, const l
             lint_report(c, LINT_SEQUENCE, line, "error", "%s argument %u: no label \"%s\" in the script", function,
                         number, text);
         break;
+    case LINT_ARG_COLOUR:
+        if (!lint_is_colour(text))
+            lint_report(c, LINT_SEQUENCE, line, "error", "%s argument %u (%s) \"%s\" is not a colour #rrggbbaa",
+                        function, number, a->name, text);
+        break;
+    case LINT_ARG_NAME:
+        break;
+    case LINT_ARG_RESOURCE_OR_0:
     case LINT_ARG_RESOURCE:
-        if (!lint_find(c->show, a->kind, text))
+        if (!(a->type == LINT_ARG_RESOURCE_OR_0 && strcmp(text, "0") == 0) && !lint_find(c->show, a->kind, text))
             lint_report(c, LINT_SEQUENCE, line, "error", "%s argument %u: %s \"%s\" is in no pack", function, number,
                         reel_kind_name(a->kind), text);
         break;
@@ -326,27 +427,45 @@ void lint_ini_item(const char* key, uint32_t key_length, const char* item, uint3
     const uint32_t line = lint_ini_line(c, item);
     if (strchr(item, ']'))
         lint_report(c, c->ini_name, line, "error", "item \"%s\" holds the closing bracket: put a space before ]", item);
-    for (const auto& k : lint_ini_resource_keys) {
-        if (strncmp(k.key, key, key_length) != 0)
-            continue;
-        if (strcmp(k.key, key) != 0 && index == 0)
-            lint_report(c, c->ini_name, line, "warning", "key \"%s\" is read as \"%s\"", key, k.key);
-        if (!lint_find(c->show, k.kind, item))
-            lint_report(c, c->ini_name, line, "error", "%s \"%s\" is in no pack", reel_kind_name(k.kind), item);
+    uint32_t which = 0;
+    while (which < LINT_INI_KEYS && strncmp(lint_ini_keys[which].key, key, key_length) != 0)
+        which++;
+    if (which == LINT_INI_KEYS) {
+        if (index == 0)
+            lint_report(c, c->ini_name, line, "warning", "unknown array key \"%s\" is skipped", key);
         return;
     }
+    const auto& k = lint_ini_keys[which];
+    if (index == 0) {
+        c->ini_counts[which] = count;
+        if (k.kind != LINT_NUMBERS && strcmp(k.key, key) != 0)
+            lint_report(c, c->ini_name, line, "warning", "key \"%s\" is read as \"%s\"", key, k.key);
+    }
     int64_t value = 0;
-    if (strncmp("integers", key, key_length) == 0) {
+    if (k.kind != LINT_NUMBERS) {
+        if (!lint_find(c->show, k.kind, item))
+            lint_report(c, c->ini_name, line, "error", "%s \"%s\" is in no pack", reel_kind_name(k.kind), item);
+    } else if (k.need == &reel_scene_needs::integers) {
         if (!lint_is_int(item, &value))
             lint_report(c, c->ini_name, line, "error", "integer \"%s\" is not a whole number (the engine reads %d)",
                         item, atoi(item));
-    } else if (strncmp("floats", key, key_length) == 0) {
-        if (!lint_is_float(item))
-            lint_report(c, c->ini_name, line, "error", "float \"%s\" is not a number (the engine reads %g)", item,
-                        atof(item));
-    } else if (index == 0) {
-        lint_report(c, c->ini_name, line, "warning", "unknown array key \"%s\" is skipped", key);
+    } else if (!lint_is_float(item)) {
+        lint_report(c, c->ini_name, line, "error", "float \"%s\" is not a number (the engine reads %g)", item,
+                    atof(item));
     }
+}
+
+// The description replaces the argument text: it must bind every entry the scene reads.
+void lint_description_needs(lint_context* c, uint32_t line, const reel_scene_binding* binding, const char* name)
+{
+    for (uint32_t i = 0; i < LINT_INI_KEYS; i++)
+        if (c->ini_counts[i] < binding->needs.*lint_ini_keys[i].need)
+            lint_report(c, LINT_SEQUENCE, line, "error", "%s reads %u %s, description \"%s\" binds %u", binding->name,
+                        binding->needs.*lint_ini_keys[i].need, lint_ini_keys[i].key, name, c->ini_counts[i]);
+    for (const auto& b : lint_argument_only_bindings)
+        if (binding->needs.*b.need)
+            lint_report(c, LINT_SEQUENCE, line, "error",
+                        "%s reads %s, which only its arguments give, not a description", binding->name, b.name);
 }
 
 jmp_buf lint_fatal_jump;
@@ -371,7 +490,7 @@ bool lint_engine_run(lint_context* c, const char* file, F&& reader)
     return true;
 }
 
-void lint_description(lint_context* c, uint32_t line, const char* name)
+void lint_description(lint_context* c, uint32_t line, const reel_scene_binding* binding, const char* name)
 {
     const lint_resource* r = lint_find(c->show, REEL_KIND_RAW, name);
     if (!r || !r->text) {
@@ -384,7 +503,9 @@ void lint_description(lint_context* c, uint32_t line, const char* name)
     memcpy(text, r->text, length + 1);
     c->ini_name = name;
     c->ini_text = text;
-    lint_engine_run(c, name, [&] { ini_parse(text, name, lint_ini_value, lint_ini_item, c); });
+    memset(c->ini_counts, 0, sizeof(c->ini_counts));
+    if (lint_engine_run(c, name, [&] { ini_parse(text, name, lint_ini_value, lint_ini_item, c); }))
+        lint_description_needs(c, line, binding, name);
     xmemarena_set_sp(c->arena, mark);
 }
 
@@ -471,7 +592,7 @@ void lint_row(lint_context* c, lint_line* l, lint_control_rows* control)
         return;
     char* args = columns[LINT_COLUMNS];
     if (args[0] == '@')
-        lint_description(c, l->number, args + 1);
+        lint_description(c, l->number, binding, args + 1);
     else
         lint_arguments(c, l->number, function, binding, args);
 }

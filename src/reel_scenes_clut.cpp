@@ -67,15 +67,6 @@ static void reel_clut_store_integers(reel_scene* scene, xmemarena* arena, const 
 
 static int reel_clut_line(const reel_sequence_row* row) { return row ? (int)row->line : 0; }
 
-// A scene bound by a description may lack values its run function reads.
-static void reel_clut_need(const char* function, const reel_sequence_row* row, const char* what, uint32_t have,
-                           uint32_t need)
-{
-    if (have < need)
-        crash_in(REEL_CLUT_FILE, __LINE__, function, "needs %u %s, has %u (sequence line %d)\n", need, what, have,
-                 reel_clut_line(row));
-}
-
 static void reel_clut_check_backbuffer(const char* function, const reel_sequence_row* row, int32_t number,
                                        uint32_t backbuffer_count)
 {
@@ -89,7 +80,6 @@ static void reel_clut_check_backbuffer(const char* function, const reel_sequence
 // entries that do not exist, and the hooks would copy past the end of the table.
 static void reel_clut_check_fade(const char* function, const reel_scene* scene, const reel_sequence_row* row)
 {
-    reel_clut_need(function, row, "integers", scene->integer_count, 5);
     const int64_t first = scene->integers[0];
     const int64_t count = scene->integers[1];
     if (first < 0 || count < 0 || first + count > (int64_t)DISPLAY_CLUT_ENTRIES)
@@ -100,8 +90,6 @@ static void reel_clut_check_fade(const char* function, const reel_scene* scene, 
 
 static void reel_clut_check_pulsate(const char* function, const reel_scene* scene, const reel_sequence_row* row)
 {
-    reel_clut_need(function, row, "integers", scene->integer_count, 7);
-    reel_clut_need(function, row, "floats", scene->float_count, 2);
     const int32_t index = scene->integers[0];
     if (index < 0 || (uint32_t)index >= DISPLAY_CLUT_ENTRIES)
         crash_in(REEL_CLUT_FILE, __LINE__, function,
@@ -114,9 +102,6 @@ static void reel_clut_check_pulsate(const char* function, const reel_scene* scen
 static void reel_clut_check_palette_animation(const char* function, const reel_scene* scene,
                                               const reel_sequence_row* row, uint32_t backbuffer_count)
 {
-    reel_clut_need(function, row, "integers", scene->integer_count, 2);
-    reel_clut_need(function, row, "floats", scene->float_count, 1);
-    reel_clut_need(function, row, "palette animations", scene->palette_animation_count, 1);
     reel_clut_check_backbuffer(function, row, scene->integers[0], backbuffer_count);
     const int32_t mode = scene->integers[1];
     if (mode < REEL_PALETTE_ANIMATION_LOOP || mode > REEL_PALETTE_ANIMATION_FORTH_AND_BACK)
@@ -141,8 +126,6 @@ void scene_video_clear_parse_args(reel_scene* scene, reel_parse_context* ctx)
 
 void scene_video_clear(reel_scene* scene, reel_run_context* ctx)
 {
-    if (!scene->load_complete)
-        reel_clut_need("scene_video_clear", ctx->row, "integers", scene->integer_count, 3);
     scene->load_complete = 1;
     if (!scene->ready || ctx->pass != REEL_PASS_RENDER)
         return;
@@ -173,8 +156,6 @@ void scene_overlay_clear_parse_args(reel_scene* scene, reel_parse_context* ctx)
 
 void scene_overlay_clear(reel_scene* scene, reel_run_context* ctx)
 {
-    if (!scene->load_complete)
-        reel_clut_need("scene_overlay_clear", ctx->row, "integers", scene->integer_count, 1);
     scene->load_complete = 1;
     if (!scene->ready || ctx->pass != REEL_PASS_RENDER || !scene->first_render)
         return;
@@ -194,7 +175,6 @@ void scene_overlay_backbuffer_clear_parse_args(reel_scene* scene, reel_parse_con
 void scene_overlay_backbuffer_clear(reel_scene* scene, reel_run_context* ctx)
 {
     if (!scene->load_complete) {
-        reel_clut_need("scene_overlay_backbuffer_clear", ctx->row, "integers", scene->integer_count, 2);
         reel_clut_check_backbuffer("scene_overlay_backbuffer_clear", ctx->row, scene->integers[0],
                                    ctx->backbuffer_count);
     }
@@ -219,8 +199,6 @@ void scene_overlay_clut_set_parse_args(reel_scene* scene, reel_parse_context* ct
 
 void scene_overlay_clut_set(reel_scene* scene, reel_run_context* ctx)
 {
-    if (!scene->load_complete)
-        reel_clut_need("scene_overlay_clut_set", ctx->row, "palettes", scene->palette_count, 1);
     scene->load_complete = 1;
     if (!scene->ready || ctx->pass != REEL_PASS_RENDER || !scene->first_render)
         return;

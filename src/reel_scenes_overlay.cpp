@@ -50,15 +50,6 @@ static void reel_overlay_parse_integers(reel_scene* scene, reel_parse_context* c
 
 static int reel_overlay_line(const reel_sequence_row* row) { return row ? (int)row->line : 0; }
 
-// A scene bound by a description may lack values its run function reads.
-static void reel_overlay_need(const char* function, const reel_sequence_row* row, const char* what, uint32_t have,
-                              uint32_t need)
-{
-    if (have < need)
-        crash_in(REEL_OVERLAY_FILE, __LINE__, function, "needs %u %s, has %u (sequence line %d)\n", need, what, have,
-                 reel_overlay_line(row));
-}
-
 // Back buffer and stencil slot numbers beyond the engine's are refused, not wrapped.
 static void reel_overlay_check_index(const char* function, const reel_sequence_row* row, const char* what,
                                      int32_t number, uint32_t count)
@@ -97,11 +88,8 @@ void scene_overlay_rle_image_parse_args(reel_scene* scene, reel_parse_context* c
 
 void scene_overlay_rle_image(reel_scene* scene, reel_run_context* ctx)
 {
-    if (!scene->load_complete && ctx->pass == REEL_PASS_UPDATE) {
-        reel_overlay_need("scene_overlay_rle_image", ctx->row, "integers", scene->integer_count, 6);
-        reel_overlay_need("scene_overlay_rle_image", ctx->row, "rle images", scene->rle_image_count, 1);
+    if (!scene->load_complete && ctx->pass == REEL_PASS_UPDATE)
         scene->load_complete = 1;
-    }
     if (!scene->ready || ctx->pass != REEL_PASS_RENDER || !scene->first_render)
         return;
     const int32_t* v = scene->integers;
@@ -130,8 +118,6 @@ void scene_overlay_stencil_set_parse_args(reel_scene* scene, reel_parse_context*
 void scene_overlay_stencil_set(reel_scene* scene, reel_run_context* ctx)
 {
     if (!scene->load_complete) {
-        reel_overlay_need("scene_overlay_stencil_set", ctx->row, "integers", scene->integer_count, 3);
-        reel_overlay_need("scene_overlay_stencil_set", ctx->row, "stencils", scene->stencil_count, 1);
         reel_overlay_check_index("scene_overlay_stencil_set", ctx->row, "stencil slot", scene->integers[0],
                                  ctx->stencil_count);
     }
@@ -145,11 +131,6 @@ void scene_overlay_stencil_set(reel_scene* scene, reel_run_context* ctx)
 
 void scene_overlay_stencil_animation(reel_scene* scene, reel_run_context* ctx)
 {
-    if (!scene->load_complete) {
-        reel_overlay_need("scene_overlay_stencil_animation", ctx->row, "floats", scene->float_count, 1);
-        reel_overlay_need("scene_overlay_stencil_animation", ctx->row, "integers", scene->integer_count, 1);
-        reel_overlay_need("scene_overlay_stencil_animation", ctx->row, "stencils", scene->stencil_count, 1);
-    }
     scene->load_complete = 1;
     if (!scene->ready || ctx->pass != REEL_PASS_RENDER)
         return;
@@ -177,10 +158,6 @@ struct reel_overlay_starfield_state {
 static void reel_overlay_check_starfield(const char* function, const reel_scene* scene, const reel_sequence_row* row,
                                          uint32_t stencil_count, uint32_t star_limit)
 {
-    reel_overlay_need(function, row, "integers", scene->integer_count, 6);
-    reel_overlay_need(function, row, "floats", scene->float_count, 2);
-    reel_overlay_need(function, row, "palettes", scene->palette_count, 1);
-    reel_overlay_need(function, row, "images", scene->image_count, 1);
     const int32_t slot = scene->integers[0];
     if (slot != -1)
         reel_overlay_check_index(function, row, "stencil slot", slot, stencil_count);
@@ -281,14 +258,6 @@ struct reel_overlay_stroke_state {
 };
 }  // namespace
 
-static void reel_overlay_check_backbuffer_scene(const char* function, const reel_scene* scene,
-                                                const reel_sequence_row* row, uint32_t integers,
-                                                uint32_t backbuffer_count)
-{
-    reel_overlay_need(function, row, "integers", scene->integer_count, integers);
-    reel_overlay_check_index(function, row, "back buffer", scene->integers[0], backbuffer_count);
-}
-
 void scene_overlay_stroke_parse_args(reel_scene* scene, reel_parse_context* ctx)
 {
     const char* cursor = ctx->row->args;
@@ -298,7 +267,8 @@ void scene_overlay_stroke_parse_args(reel_scene* scene, reel_parse_context* ctx)
     floats[0] = parse_arg_float(&cursor, ctx->row);          // fade-in seconds
     floats[1] = parse_arg_float(&cursor, ctx->row);          // fade-out seconds
     reel_overlay_parse_integers(scene, ctx, &cursor, 1, 4);  // colour, origin flag, x offset, y offset
-    reel_overlay_check_backbuffer_scene("scene_overlay_stroke_parse_args", scene, ctx->row, 5, REEL_BACKBUFFER_COUNT);
+    reel_overlay_check_index("scene_overlay_stroke_parse_args", ctx->row, "back buffer", scene->integers[0],
+                             REEL_BACKBUFFER_COUNT);
     reel_overlay_slots(&scene->images, &scene->image_count, ctx->arena, 1)[0] = reel_load_image(ctx->engine, name);
 }
 
@@ -306,9 +276,8 @@ void scene_overlay_stroke(reel_scene* scene, reel_run_context* ctx)
 {
     reel_overlay_stroke_state* state = reel_scene_state<reel_overlay_stroke_state>(scene);
     if (!scene->load_complete && ctx->pass == REEL_PASS_UPDATE) {
-        reel_overlay_check_backbuffer_scene("scene_overlay_stroke", scene, ctx->row, 5, ctx->backbuffer_count);
-        reel_overlay_need("scene_overlay_stroke", ctx->row, "floats", scene->float_count, 2);
-        reel_overlay_need("scene_overlay_stroke", ctx->row, "images", scene->image_count, 1);
+        reel_overlay_check_index("scene_overlay_stroke", ctx->row, "back buffer", scene->integers[0],
+                                 ctx->backbuffer_count);
         state->stroke = (reel_stroke*)xmemarena_push_record(ctx->arena, sizeof(reel_stroke));
         reel_stroke_init(state->stroke, scene->images[0], ctx->arena);
         scene->load_complete = 1;
@@ -343,13 +312,15 @@ void scene_overlay_heal_parse_args(reel_scene* scene, reel_parse_context* ctx)
 {
     const char* cursor = ctx->row->args;
     reel_overlay_parse_integers(scene, ctx, &cursor, 0, 1);
-    reel_overlay_check_backbuffer_scene("scene_overlay_heal_parse_args", scene, ctx->row, 1, REEL_BACKBUFFER_COUNT);
+    reel_overlay_check_index("scene_overlay_heal_parse_args", ctx->row, "back buffer", scene->integers[0],
+                             REEL_BACKBUFFER_COUNT);
 }
 
 void scene_overlay_heal(reel_scene* scene, reel_run_context* ctx)
 {
     if (!scene->load_complete)
-        reel_overlay_check_backbuffer_scene("scene_overlay_heal", scene, ctx->row, 1, ctx->backbuffer_count);
+        reel_overlay_check_index("scene_overlay_heal", ctx->row, "back buffer", scene->integers[0],
+                                 ctx->backbuffer_count);
     scene->load_complete = 1;
     if (!scene->ready || ctx->pass != REEL_PASS_RENDER)
         return;
@@ -377,11 +348,8 @@ void scene_overlay_scale_parse_args(reel_scene* scene, reel_parse_context* ctx)
 
 void scene_overlay_scale(reel_scene* scene, reel_run_context* ctx)
 {
-    if (!scene->load_complete && ctx->pass == REEL_PASS_UPDATE) {
-        reel_overlay_need("scene_overlay_scale", ctx->row, "integers", scene->integer_count, 7);
-        reel_overlay_need("scene_overlay_scale", ctx->row, "textures", scene->texture_count, 1);
+    if (!scene->load_complete && ctx->pass == REEL_PASS_UPDATE)
         scene->load_complete = 1;
-    }
     if (!scene->ready || ctx->pass != REEL_PASS_RENDER)
         return;
     reel_overlay_scale_state* state = reel_scene_state<reel_overlay_scale_state>(scene);
@@ -433,11 +401,6 @@ static uint8_t reel_overlay_nearest_index(const reel_palette* palette, const int
 static void reel_overlay_check_progress(const reel_scene* scene, const reel_run_context* ctx)
 {
     const char* function = "scene_overlay_load_progress";
-    reel_overlay_need(function, ctx->row, "integers", scene->integer_count, 7);
-    reel_overlay_need(function, ctx->row, "floats", scene->float_count, 1);
-    reel_overlay_need(function, ctx->row, "palettes", scene->palette_count, 1);
-    // the frame is taken modulo the number of images: none is refused
-    reel_overlay_need(function, ctx->row, "images", scene->image_count, 1);
     if (scene->palettes[0]->count == 0)
         crash_in(REEL_OVERLAY_FILE, __LINE__, function, "bar palette has no entries (sequence line %d)\n",
                  reel_overlay_line(ctx->row));

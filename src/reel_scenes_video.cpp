@@ -30,23 +30,12 @@ static T* reel_video_array(T** array, uint32_t* have, uint32_t count, xmemarena*
     return *array;
 }
 
-// A scene bound by a description may lack values its run function reads.
-static void reel_video_need(const char* function, const reel_sequence_row* row, const char* what, uint32_t have,
-                            uint32_t need)
-{
-    if (have < need)
-        crash_in(REEL_VIDEO_FILE, __LINE__, function, "needs %u %s, has %u (sequence line %d)\n", need, what, have,
-                 row ? (int)row->line : 0);
-}
-
 static float reel_video_clamp01(float t) { return t > 0.0f ? (t < 1.0f ? t : 1.0f) : 0.0f; }
 
 // ---- tunnel ----
 
 static void reel_video_tunnel_check(const char* function, const reel_scene* scene, const reel_sequence_row* row)
 {
-    reel_video_need(function, row, "textures", scene->texture_count, 1);
-    reel_video_need(function, row, "floats", scene->float_count, 2);
     reel_tunnel_check_color_map(scene->textures[0]);
 }
 
@@ -90,11 +79,6 @@ void scene_video_tunnel(reel_scene* scene, reel_run_context* ctx)
 
 static void reel_video_bumpmap_check(const char* function, const reel_scene* scene, const reel_sequence_row* row)
 {
-    reel_video_need(function, row, "textures", scene->texture_count, 2);
-    reel_video_need(function, row, "stencils", scene->stencil_count, 1);
-    reel_video_need(function, row, "floats", scene->float_count, 2);
-    reel_video_need(function, row, "colours", scene->colour_count, REEL_BUMPMAP_COLOURS);
-    reel_video_need(function, row, "integers", scene->integer_count, 4);
     reel_bumpmap_check_textures(scene->textures[1], scene->textures[0]);
 }
 
@@ -175,8 +159,6 @@ void scene_video_bumpmap(reel_scene* scene, reel_run_context* ctx)
 static void reel_video_background_check(const char* function, const reel_scene* scene, const reel_sequence_row* row,
                                         int32_t view_w, int32_t view_h)
 {
-    reel_video_need(function, row, "textures", scene->texture_count, 1);
-    reel_video_need(function, row, "integers", scene->integer_count, 4);
     const n3d_texture* t = scene->textures[0];
     if (!t->linear)
         crash_in(REEL_VIDEO_FILE, __LINE__, function, "swizzled not supported for video background texture\n");

@@ -34,6 +34,19 @@ void grant_needs(reel_scene* s, const reel_scene_needs& n)
     s->madpack_count = n.madpacks, s->colour_count = n.colours, s->font_count = n.fonts, s->blob_count = n.blobs;
 }
 
+// Each binding's name in loading's messages, with its need.
+const struct {
+    const char* name;
+    uint8_t reel_scene_needs::*need;
+} need_fields[] = {
+    {"integers", &reel_scene_needs::integers},     {"floats", &reel_scene_needs::floats},
+    {"palettes", &reel_scene_needs::palettes},     {"rle_images", &reel_scene_needs::rle_images},
+    {"images", &reel_scene_needs::images},         {"stencils", &reel_scene_needs::stencils},
+    {"textures", &reel_scene_needs::textures},     {"palette_animations", &reel_scene_needs::palette_animations},
+    {"madpacks", &reel_scene_needs::madpacks},     {"colours", &reel_scene_needs::colours},
+    {"fonts", &reel_scene_needs::fonts},           {"blobs", &reel_scene_needs::blobs},
+};
+
 // What ini_parse hands to its callbacks, checked for the NUL it promises while the call lasts.
 struct ini_record {
     std::vector<std::string> calls;
@@ -137,6 +150,63 @@ TEST(reel_scene_load, argument_text_goes_to_the_parser_and_a_loaded_scene_is_lef
     EXPECT_EQ(f.scene.run, table_row("music_sync")->run);
     EXPECT_STREQ(r.args, "22050");
     EXPECT_EQ(xmemarena_get_sp(f.engine.tmp_arena), 0u);
+}
+
+// What each scene's run function reads, bound through a description that binds nothing: one
+// entry short of one binding (a different binding from row to row) is refused before the run.
+TEST(reel_scene_load, a_description_short_of_a_binding_the_scene_reads_is_fatal)
+{
+    const struct {
+        const char* scene;
+        reel_scene_needs needs;
+    } reads[] = {
+        {"overlay_load_progress", {.integers = 7, .floats = 1, .palettes = 1, .images = 1}},
+        {"overlay_stencil_animation", {.integers = 1, .floats = 1, .stencils = 1}},
+        {"overlay_rle_image", {.integers = 6, .rle_images = 1}},
+        {"overlay_clear", {.integers = 1}},
+        {"overlay_backbuffer_clear", {.integers = 2}},
+        {"overlay_stencil_set", {.integers = 3, .stencils = 1}},
+        {"overlay_clut_fade_to_color", {.integers = 5}},
+        {"overlay_clut_set", {.palettes = 1}},
+        {"overlay_heal", {.integers = 1}},
+        {"overlay_scale", {.integers = 7, .textures = 1}},
+        {"overlay_stroke", {.integers = 5, .floats = 2, .images = 1}},
+        {"overlay_palette_animation", {.integers = 2, .floats = 1, .palette_animations = 1}},
+        {"overlay_starfield", {.integers = 6, .floats = 2, .palettes = 1, .images = 1}},
+        {"overlay_clut_set1_pulsate", {.integers = 7, .floats = 2}},
+        {"video_clut_fade_to_color", {.integers = 5}},
+        {"video_clear", {.integers = 3}},
+        {"video_tunnel", {.floats = 2, .textures = 1}},
+        {"video_bumpmap", {.integers = 4, .floats = 2, .stencils = 1, .textures = 2, .colours = 4}},
+        {"video_background", {.integers = 4, .textures = 1}},
+        {"video_madpack", {.floats = 2, .madpacks = 1}},
+        {"video_madpack_greets", {.floats = 2, .madpacks = 1, .fonts = 1}},
+    };
+    uint32_t turn = 0;
+    for (const auto& r : reads) {
+        ASSERT_NE(table_row(r.scene), nullptr) << r.scene;
+        uint32_t asked = 0;
+        for (const auto& field : need_fields)
+            asked += r.needs.*field.need != 0;
+        ASSERT_GT(asked, 0u);
+        uint32_t pick = turn++ % asked;
+        for (const auto& field : need_fields) {
+            const uint32_t need = r.needs.*field.need;
+            EXPECT_EQ(need, table_row(r.scene)->needs.*field.need) << r.scene << " " << field.name;
+            if (need == 0 || pick-- != 0)
+                continue;
+            scene_engine f;
+            char text[] = "# binds nothing\n";
+            f.add(REEL_KIND_RAW, "d.ini", text);
+            reel_scene_needs one_short = r.needs;
+            one_short.*field.need = (uint8_t)(need - 1);
+            grant_needs(&f.scene, one_short);
+            reel_sequence_row row = script_row(r.scene, "@d.ini");
+            EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &row), testing::ExitedWithCode(1),
+                        test_literal("scene \"" + std::string(r.scene) + "\" on line 7 reads " + std::to_string(need) +
+                                     " " + field.name + ", it was given " + std::to_string(need - 1) + "\n"));
+        }
+    }
 }
 
 TEST(reel_scene_load, a_description_binds_names_numbers_and_resources)

@@ -287,11 +287,8 @@ TEST_F(clut_fixture, numbers_outside_a_table_or_the_back_buffers_are_fatal)
     load("overlay_clut_fade_to_color", "0,256,0,0,0");  // the whole table is fine
 
     // values a scene description bound meet the same checks in the scene's load call
-    load("overlay_backbuffer_clear", nullptr);
-    EXPECT_EXIT(pass(REEL_PASS_RENDER, 0.0f), testing::ExitedWithCode(1), "needs 2 integers, has 0 \\(sequence line 12\\)");
     int32_t fade[5] = {200, 100, 0, 0, 0};
-    load("video_clut_fade_to_color", nullptr);
-    scene.integer_count = 5, scene.integers = fade;
+    load("video_clut_fade_to_color", nullptr, 9.0f, [&] { scene.integer_count = 5, scene.integers = fade; });
     EXPECT_EXIT(pass(REEL_PASS_UPDATE, 0.0f), testing::ExitedWithCode(1), "fade of 100 entries from 200");
 }
 

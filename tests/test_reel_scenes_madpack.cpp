@@ -435,8 +435,11 @@ TEST_F(madpack_fixture, missing_or_wrong_textures_end_the_process_with_their_mes
              f->load("video_madpack", ARGS);
          },
          "scene_video_madpack(.|\n)*failed get texture!\n", false},
-        {"no argument text", [](madpack_fixture* f) { f->load("video_madpack", nullptr); }, "needs its argument text",
-         false},
+        {"no argument text",  // bound by a description: what it can bind, but no node tables
+         [](madpack_fixture* f) {
+             f->load("video_madpack", nullptr, 9.0f, [f] { f->scene.madpack_count = 1, f->scene.float_count = 2; });
+         },
+         "needs its argument text", false},
     };
     for (const auto& c : cases) {
         auto run = [&] {

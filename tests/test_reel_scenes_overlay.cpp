@@ -352,8 +352,6 @@ TEST_F(overlay_fixture, numbers_outside_their_ranges_and_missing_bindings_are_fa
         {"overlay_starfield", "-1,small,10,stars,0,0,0,31,0,0",
          "threshold image of 256 x 256 texels does not cover the 640 x 480 overlay", true},
         {"overlay_starfield", "-1,0,10,stars,0,0,16,40,0,0", "but has 25 levels\n", true},
-        {"overlay_stencil_animation", nullptr, "needs 1 floats, has 0 \\(sequence line 12\\)", true},
-        {"overlay_load_progress", nullptr, "crash in scene_overlay_load_progress.*\nneeds 7 integers, has 0", true},
     };
     for (const auto& c : cases) {
         auto run = [&] {
