@@ -16,8 +16,8 @@ namespace {
 const std::string tools = REEL_TOOLS_DIR;
 const std::string root = REEL_TEST_OUTPUT_DIR;
 
-const char* const tool_programs[] = {"reel_capture",    "reel_lint",    "reel_music",  "reel_pack",
-                                     "reel_rasterpics", "reel_showgen", "reel_texdump"};
+const char* const tool_programs[] = {"reel_capture", "reel_lint",    "reel_music",   "reel_pack",
+                                     "reel_rasterpics", "reel_showgen", "reel_texdump", "reel_videoprep"};
 
 TEST(tool, help_prints_the_usage_on_standard_output_and_touches_nothing)
 {
@@ -65,6 +65,13 @@ const tool_usage_case tool_usage_cases[] = {
     {"reel_texdump", "in.png out --format 5", "--format needs a whole number from 1 to 4, not \"5\""},
     {"reel_texdump", "in.png out --alpha-threshold nan", "--alpha-threshold needs a number from 0 to 1, not \"nan\""},
     {"reel_texdump", "in.png out --format 4 --swizzle", "bump maps are never swizzled"},
+    {"reel_videoprep", "", "missing arguments"},
+    {"reel_videoprep", "paint a.png b.tmap", "unknown command \"paint\""},
+    {"reel_videoprep", "bump --strength 0 a.png b.tmap", "--strength needs a number from 0.001 to 1000, not \"0\""},
+    {"reel_videoprep", "stencil --threshold 256 a.png b", "--threshold needs a number from 1 to 255, not \"256\""},
+    {"reel_videoprep", "stencil --normals a.png b", "stencil takes no option \"--normals\""},
+    {"reel_videoprep", "background a.png", "expected IN.png OUT"},
+    {"reel_videoprep", "generate a b", "generate takes one folder"},
 };
 
 TEST(tool, wrong_arguments_give_the_reason_and_the_usage_on_standard_error_and_status_2)
@@ -81,10 +88,11 @@ TEST(tool, wrong_arguments_give_the_reason_and_the_usage_on_standard_error_and_s
 }
 
 struct tool_failure_case {
-    const char* command;  // run in an empty folder that holds only the manifest m
+    const char* command;
     const char* message;  // a line on standard error
 };
 
+// run in an empty folder that holds only the manifest m and the 256 x 256 picture in.png
 const tool_failure_case tool_failure_cases[] = {
     {"reel_pack m /dev/full", "reel_pack: cannot write \"/dev/full\": No space left on device\n"},
     {"reel_pack m no/such/p.rpk", "reel_pack: cannot write \"no/such/p.rpk\": No such file or directory\n"},
@@ -94,17 +102,32 @@ const tool_failure_case tool_failure_cases[] = {
     {"reel_texdump --flare /dev/null", "reel_texdump: cannot create folder \"/dev/null\": \"/dev/null\" exists and is "
                                        "not a folder\n"},
     {"reel_texdump missing.png out", "reel_texdump: cannot read \"missing.png\" (the reason is above)\n"},
+    {"reel_videoprep colormap in.png /dev/full", "reel_videoprep: cannot write \"/dev/full\": No space left on device\n"},
+    {"reel_videoprep colormap in.png m/a.tmap", "reel_videoprep: cannot create folder \"m\": \"m\" exists and is not a "
+                                                "folder\n"},
+    {"reel_videoprep colormap missing.png a.tmap", "reel_videoprep: cannot read \"missing.png\": No such file or "
+                                                   "directory\n"},
+    {"reel_videoprep generate m/x", "reel_videoprep: cannot create folder \"m/x\": \"m\" exists and is not a folder\n"},
 };
 
 TEST(tool, failed_writes_name_the_path_and_the_reason_exit_1_and_leave_no_file)
 {
+    static uint8_t block[1 << 20];
+    xmemarena arena;
+    xmemarena_init(&arena, "test_tool_failure", sizeof(block), block);
+    const bitmap* picture = bitmap_create(&arena, 256, 256, BITMAP_SRGB | BITMAP_CHANNELS_4);
+    struct stat device;
+    ASSERT_EQ(stat("/dev/full", &device), 0);
     for (const tool_failure_case& c : tool_failure_cases) {
         const std::string dir = tool_fixture_dir(root, "failure");
         tool_fixture_write(dir + "/m", "raw a m 1\n");
+        tool_save_png(picture, (dir + "/in.png").c_str(), &arena);
         const tool_run_result r = tool_fixture_run(dir, tools + "/" + c.command);
         EXPECT_EQ(r.status, 1) << c.command << "\n" << r.out << r.err;
         EXPECT_NE(r.err.find(c.message), std::string::npos) << c.command << "\n" << r.err;
-        EXPECT_EQ(tool_fixture_list(dir), std::vector<std::string>({"m"})) << c.command;
+        EXPECT_EQ(tool_fixture_list(dir), std::vector<std::string>({"in.png", "m"})) << c.command;
+        struct stat st;
+        EXPECT_TRUE(stat("/dev/full", &st) == 0 && S_ISCHR(st.st_mode) && st.st_rdev == device.st_rdev) << c.command;
     }
     // "the reason above" is the system's
     const std::string dir = tool_fixture_dir(root, "failure");

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "n3d_io.h"
+#include "tool_fixture.h"
 #include "video_prep.h"
 
 namespace {
@@ -125,78 +126,16 @@ TEST_F(video_prep_fixture, stencils_set_bright_opaque_pixels_leftmost_first)
     EXPECT_NE(video_prep_stencil(&stencil, &arena, picture(48, 2, RGBA, {0, 0, 0, 255}), 128), nullptr);
 }
 
-TEST_F(video_prep_fixture, files_get_the_marker_and_new_folders_and_nothing_half_written)
+// ---- the tool (its --help, usage errors and failures are in test_tool) ----
+
+tool_run_result run_tool(const std::string& args)
 {
-    const std::string dir = std::string(REEL_TEST_OUTPUT_DIR) + "/write";
-    std::system(("rm -rf '" + dir + "'").c_str());
-    const uint8_t block[3] = {1, 2, 3};
-    const std::string path = dir + "/a/b/block.bin";
-    ASSERT_EQ(video_prep_write_file(path.c_str(), block, block + 3), 0);
-    uint8_t read[8] = {};
-    uint64_t size = 0;
-    ASSERT_EQ(file_read_all(path.c_str(), nullptr, &size), 0);
-    ASSERT_EQ(size, 7u);
-    ASSERT_EQ(file_read_all(path.c_str(), read, &size), 0);
-    const uint32_t marker = BYTE_ORDER_MARKER;
-    EXPECT_EQ(memcmp(read, &marker, 4), 0);
-    EXPECT_EQ(memcmp(read + 4, block, 3), 0);
-
-    // a file where a folder should be: refused with the system's reason, nothing left behind
-    errno = 0;
-    EXPECT_EQ(video_prep_write_file((path + "/inside.bin").c_str(), block, block + 3), 1);
-    EXPECT_EQ(errno, ENOTDIR);
-    EXPECT_NE(std::system(("ls '" + dir + "/a/b' | grep -q tmp").c_str()), 0);
-}
-
-// ---- the tool ----
-
-struct tool_result {
-    int status;
-    std::string out, err;
-};
-
-tool_result run_tool(const std::string& args)
-{
-    const std::string dir = std::string(REEL_TEST_OUTPUT_DIR);
-    std::system(("mkdir -p '" + dir + "'").c_str());
-    const std::string command = std::string(REEL_TOOLS_DIR) + "/reel_videoprep " + args + " >'" + dir +
-                                "/out.txt' 2>'" + dir + "/err.txt'";
-    const int raw = std::system(command.c_str());
-    auto slurp = [](const std::string& p) {
-        std::string s;
-        if (FILE* f = fopen(p.c_str(), "rb")) {
-            char buf[4096];
-            size_t n;
-            while ((n = fread(buf, 1, sizeof(buf), f)) > 0)
-                s.append(buf, n);
-            fclose(f);
-        }
-        return s;
-    };
-    return {WEXITSTATUS(raw), slurp(dir + "/out.txt"), slurp(dir + "/err.txt")};
-}
-
-TEST(video_prep_tool, help_usage_errors_and_failures_exit_0_2_and_1)
-{
-    tool_result r = run_tool("--help");
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out.rfind("usage: reel_videoprep colormap IN.png OUT.tmap\n", 0), 0u);
-    EXPECT_EQ(r.err, "");
-    for (const char* args : {"", "colormap", "paint a.png b.tmap", "bump --strength -1 a.png b.tmap",
-                             "stencil --normals a.png b.stencil", "background a.png"}) {
-        r = run_tool(args);
-        EXPECT_EQ(r.status, 2) << args;
-        EXPECT_NE(r.err.find("usage: reel_videoprep"), std::string::npos) << args;
-    }
-    r = run_tool("colormap /nonexistent/in.png out.tmap");
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "reel_videoprep: cannot read \"/nonexistent/in.png\": No such file or directory\n");
+    return tool_fixture_run("/", std::string(REEL_TOOLS_DIR) + "/reel_videoprep " + args);
 }
 
 TEST(video_prep_tool, generated_pictures_become_resources_in_new_folders)
 {
-    const std::string dir = std::string(REEL_TEST_OUTPUT_DIR) + "/tool";
-    std::system(("rm -rf '" + dir + "'").c_str());
+    const std::string dir = tool_fixture_dir(REEL_TEST_OUTPUT_DIR, "tool");
     ASSERT_EQ(run_tool("generate '" + dir + "/pictures'").status, 0);
     const struct {
         const char* args;
