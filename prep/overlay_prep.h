@@ -60,8 +60,3 @@ void prep_stroke_from_shape(uint8_t* texels, const uint8_t* shape, uint32_t widt
 // without compression: what a person or another tool opens to see or edit the indices. 1 on
 // success; 0 after a message naming the path and the system's reason on standard error.
 uint32_t prep_save_indexed_png(const prep_index_picture* picture, const char* path, xmemarena* scratch_arena);
-
-// Writes a resource file (marker and block, this machine's byte order) through a temporary
-// name and a rename, creating the folder when it is missing. 0, or 1 after a message naming the
-// path and the system's reason on standard error.
-uint32_t prep_write_resource(const char* path, const uint8_t* begin, const uint8_t* end, const char* tool);

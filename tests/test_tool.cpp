@@ -17,7 +17,7 @@ const std::string tools = REEL_TOOLS_DIR;
 const std::string root = REEL_TEST_OUTPUT_DIR;
 
 const char* const tool_programs[] = {"reel_capture", "reel_lint",    "reel_music",   "reel_pack",
-                                     "reel_rasterpics", "reel_showgen", "reel_texdump", "reel_videoprep"};
+                                     "reel_rasterpics", "reel_showgen", "reel_texdump", "reel_videoprep", "reel_overlayprep", "reel_strokeprep"};
 
 TEST(tool, help_prints_the_usage_on_standard_output_and_touches_nothing)
 {
@@ -72,6 +72,21 @@ const tool_usage_case tool_usage_cases[] = {
     {"reel_videoprep", "stencil --normals a.png b", "stencil takes no option \"--normals\""},
     {"reel_videoprep", "background a.png", "expected IN.png OUT"},
     {"reel_videoprep", "generate a b", "generate takes one folder"},
+    {"reel_overlayprep", "", "needs KIND, INPUT.png and OUTPUT"},
+    {"reel_overlayprep", "sprite in.png out", "unknown kind \"sprite\""},
+    {"reel_overlayprep", "image in.png out extra", "one argument too many: \"extra\""},
+    {"reel_overlayprep", "image in.png out --key 256", "--key needs a whole number from 0 to 255, not \"256\""},
+    {"reel_overlayprep", "image in.png out --first", "--first needs a value"},
+    {"reel_overlayprep", "image in.png out --mip", "unknown option \"--mip\""},
+    {"reel_strokeprep", "--grey in.png", "no OUTPUT"},
+    {"reel_strokeprep", "a b --grey in.png", "one OUTPUT only, not also \"b\""},
+    {"reel_strokeprep", "out --grey in.png --picture in.png", "needs one of --path, --picture and --grey"},
+    {"reel_strokeprep", "out --path \"0,0 9,9\"", "--path and --size go together"},
+    {"reel_strokeprep", "out --path \"0,0 9\" --size 9x9", "--path needs from 1 to 4096 points \"X,Y X,Y ...\""},
+    {"reel_strokeprep", "out --path 0,0 --size 9x0", "--size needs WxH with sides from 1 to 4096, not \"9x0\""},
+    {"reel_strokeprep", "out --path 0,0 --size 9x9 --radius 0", "--radius needs a number from 0.01 to 999, not \"0\""},
+    {"reel_strokeprep", "out --grey in.png --start 1,1", "--start goes with --picture only"},
+    {"reel_strokeprep", "out --picture in.png --start 1", "--start needs X,Y, not \"1\""},
 };
 
 TEST(tool, wrong_arguments_give_the_reason_and_the_usage_on_standard_error_and_status_2)
@@ -92,7 +107,7 @@ struct tool_failure_case {
     const char* message;  // a line on standard error
 };
 
-// run in an empty folder that holds only the manifest m and the 256 x 256 picture in.png
+// run in an empty folder that holds only the manifest m and the black 32 x 8 picture in.png
 const tool_failure_case tool_failure_cases[] = {
     {"reel_pack m /dev/full", "reel_pack: cannot write \"/dev/full\": No space left on device\n"},
     {"reel_pack m no/such/p.rpk", "reel_pack: cannot write \"no/such/p.rpk\": No such file or directory\n"},
@@ -102,12 +117,22 @@ const tool_failure_case tool_failure_cases[] = {
     {"reel_texdump --flare /dev/null", "reel_texdump: cannot create folder \"/dev/null\": \"/dev/null\" exists and is "
                                        "not a folder\n"},
     {"reel_texdump missing.png out", "reel_texdump: cannot read \"missing.png\" (the reason is above)\n"},
-    {"reel_videoprep colormap in.png /dev/full", "reel_videoprep: cannot write \"/dev/full\": No space left on device\n"},
-    {"reel_videoprep colormap in.png m/a.tmap", "reel_videoprep: cannot create folder \"m\": \"m\" exists and is not a "
+    {"reel_videoprep stencil in.png /dev/full", "reel_videoprep: cannot write \"/dev/full\": No space left on device\n"},
+    {"reel_videoprep stencil in.png m/a.tmap", "reel_videoprep: cannot create folder \"m\": \"m\" exists and is not a "
                                                 "folder\n"},
-    {"reel_videoprep colormap missing.png a.tmap", "reel_videoprep: cannot read \"missing.png\": No such file or "
+    {"reel_videoprep stencil missing.png a.tmap", "reel_videoprep: cannot read \"missing.png\": No such file or "
                                                    "directory\n"},
     {"reel_videoprep generate m/x", "reel_videoprep: cannot create folder \"m/x\": \"m\" exists and is not a folder\n"},
+    {"reel_overlayprep stencil in.png /dev/full --palette in.png", "reel_overlayprep: cannot write \"/dev/full\": No "
+                                                                   "space left on device\n"},
+    {"reel_overlayprep stencil in.png m/s --palette in.png", "reel_overlayprep: cannot create folder \"m\": \"m\" "
+                                                             "exists and is not a folder\n"},
+    {"reel_overlayprep image missing.png x.img", "reel_overlayprep: missing.png: No such file or directory\n"},
+    {"reel_strokeprep /dev/full --grey in.png", "reel_strokeprep: cannot write \"/dev/full\": No space left on device\n"},
+    {"reel_strokeprep m/s --grey in.png", "reel_strokeprep: cannot create folder \"m\": \"m\" exists and is not a "
+                                          "folder\n"},
+    {"reel_strokeprep x.img --picture missing.png", "reel_strokeprep: cannot read \"missing.png\": No such file or "
+                                                    "directory\n"},
 };
 
 TEST(tool, failed_writes_name_the_path_and_the_reason_exit_1_and_leave_no_file)
@@ -115,7 +140,8 @@ TEST(tool, failed_writes_name_the_path_and_the_reason_exit_1_and_leave_no_file)
     static uint8_t block[1 << 20];
     xmemarena arena;
     xmemarena_init(&arena, "test_tool_failure", sizeof(block), block);
-    const bitmap* picture = bitmap_create(&arena, 256, 256, BITMAP_SRGB | BITMAP_CHANNELS_4);
+    bitmap* picture = bitmap_create(&arena, 32, 8, BITMAP_SRGB | BITMAP_CHANNELS_4);
+    memset(picture->pixels, 0, (size_t)picture->row_bytes * picture->height);
     struct stat device;
     ASSERT_EQ(stat("/dev/full", &device), 0);
     for (const tool_failure_case& c : tool_failure_cases) {
