@@ -14,6 +14,7 @@
 #include "n3d_io.h"
 #include "overlay_prep.h"
 #include "reel_resource.h"
+#include "tool.h"
 
 namespace {
 
@@ -37,6 +38,13 @@ struct prep_fixture : testing::Test {
     int run(const std::string& command) { return WEXITSTATUS(std::system((command + " >/dev/null 2>&1").c_str())); }
 };
 
+void save_indexed_png(const prep_index_picture* p, const std::string& path, xmemarena* arena)
+{
+    uint64_t size = 0;
+    const uint8_t* png = prep_encode_indexed_png(p, arena, &size);
+    tool_write_file(path.c_str(), png, size, nullptr, 0);
+}
+
 TEST_F(prep_fixture, indexed_png_written_and_read_back_keeps_indices_palette_and_key)
 {
     bytes pixels(7 * 3);
@@ -44,7 +52,7 @@ TEST_F(prep_fixture, indexed_png_written_and_read_back_keeps_indices_palette_and
         pixels[i] = (uint8_t)(i * 5 % 3);
     const prep_index_picture written = picture(7, 3, pixels);
     const std::string path = dir + "/indexed.png";
-    ASSERT_TRUE(prep_save_indexed_png(&written, path.c_str(), &arena));
+    save_indexed_png(&written, path, &arena);
     prep_index_picture read;
     const char* why = nullptr;
     ASSERT_TRUE(prep_load_indexed_png(&read, &arena, path.c_str(), &why)) << why;
@@ -159,7 +167,7 @@ TEST_F(prep_fixture, tools_write_resources_into_new_folders)
     const std::string stroke = std::string(REEL_TOOLS_DIR) + "/reel_strokeprep";
     bytes pixels = {1, 1, 0, 2, 2, 2, 0, 0};
     const prep_index_picture p = picture(4, 2, pixels);
-    ASSERT_TRUE(prep_save_indexed_png(&p, (dir + "/in.png").c_str(), &arena));
+    save_indexed_png(&p, (dir + "/in.png"), &arena);
     const std::string out = dir + "/new/folder/logo.rle";
     ASSERT_EQ(run(overlay + " rle_image '" + dir + "/in.png' '" + out + "'"), 0);
     ASSERT_EQ(run(stroke + " '" + dir + "/pen.img' --path \"2,2 30,2\" --size 40x5"), 0);

@@ -17,7 +17,7 @@ const std::string tools = REEL_TOOLS_DIR;
 const std::string root = REEL_TEST_OUTPUT_DIR;
 
 const char* const tool_programs[] = {"reel_capture", "reel_lint",    "reel_music",   "reel_pack",
-                                     "reel_rasterpics", "reel_showgen", "reel_texdump", "reel_videoprep", "reel_overlayprep", "reel_strokeprep"};
+                                     "reel_rasterpics", "reel_showgen", "reel_texdump", "reel_videoprep", "reel_overlayprep", "reel_strokeprep", "reel_overlaygen"};
 
 TEST(tool, help_prints_the_usage_on_standard_output_and_touches_nothing)
 {
@@ -87,6 +87,9 @@ const tool_usage_case tool_usage_cases[] = {
     {"reel_strokeprep", "out --path 0,0 --size 9x9 --radius 0", "--radius needs a number from 0.01 to 999, not \"0\""},
     {"reel_strokeprep", "out --grey in.png --start 1,1", "--start goes with --picture only"},
     {"reel_strokeprep", "out --picture in.png --start 1", "--start needs X,Y, not \"1\""},
+    {"reel_overlaygen", "", "no output folder"},
+    {"reel_overlaygen", "a b", "one output folder only"},
+    {"reel_overlaygen", "-x", "unknown option \"-x\""},
 };
 
 TEST(tool, wrong_arguments_give_the_reason_and_the_usage_on_standard_error_and_status_2)
@@ -131,6 +134,7 @@ const tool_failure_case tool_failure_cases[] = {
     {"reel_strokeprep /dev/full --grey in.png", "reel_strokeprep: cannot write \"/dev/full\": No space left on device\n"},
     {"reel_strokeprep m/s --grey in.png", "reel_strokeprep: cannot create folder \"m\": \"m\" exists and is not a "
                                           "folder\n"},
+    {"reel_overlaygen m/x", "reel_overlaygen: cannot create folder \"m/x\": \"m\" exists and is not a folder\n"},
     {"reel_strokeprep x.img --picture missing.png", "reel_strokeprep: cannot read \"missing.png\": No such file or "
                                                     "directory\n"},
 };
