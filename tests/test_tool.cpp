@@ -17,7 +17,8 @@ const std::string tools = REEL_TOOLS_DIR;
 const std::string root = REEL_TEST_OUTPUT_DIR;
 
 const char* const tool_programs[] = {"reel_capture", "reel_lint",    "reel_music",   "reel_pack",
-                                     "reel_rasterpics", "reel_showgen", "reel_texdump", "reel_videoprep", "reel_overlayprep", "reel_strokeprep", "reel_overlaygen"};
+                                     "reel_rasterpics", "reel_showgen", "reel_texdump", "reel_videoprep", "reel_overlayprep", "reel_strokeprep", "reel_overlaygen",
+                                     "reel_madgen"};
 
 TEST(tool, help_prints_the_usage_on_standard_output_and_touches_nothing)
 {
@@ -90,6 +91,9 @@ const tool_usage_case tool_usage_cases[] = {
     {"reel_overlaygen", "", "no output folder"},
     {"reel_overlaygen", "a b", "one output folder only"},
     {"reel_overlaygen", "-x", "unknown option \"-x\""},
+    {"reel_madgen", "", "no output folder"},
+    {"reel_madgen", "a b", "one output folder only"},
+    {"reel_madgen", "--bogus", "unknown option \"--bogus\""},
 };
 
 TEST(tool, wrong_arguments_give_the_reason_and_the_usage_on_standard_error_and_status_2)
@@ -135,6 +139,7 @@ const tool_failure_case tool_failure_cases[] = {
     {"reel_strokeprep m/s --grey in.png", "reel_strokeprep: cannot create folder \"m\": \"m\" exists and is not a "
                                           "folder\n"},
     {"reel_overlaygen m/x", "reel_overlaygen: cannot create folder \"m/x\": \"m\" exists and is not a folder\n"},
+    {"reel_madgen m/x", "reel_madgen: cannot create folder \"m/x\": \"m\" exists and is not a folder\n"},
     {"reel_strokeprep x.img --picture missing.png", "reel_strokeprep: cannot read \"missing.png\": No such file or "
                                                     "directory\n"},
 };
