@@ -214,7 +214,7 @@ tool_run run_fontmake(const std::string& args)
     return r;
 }
 
-TEST_F(maker, tool_writes_into_a_new_folder_and_behaves_like_a_unix_tool)
+TEST_F(maker, tool_writes_into_a_new_folder_and_reports_failed_writes)
 {
     const std::filesystem::path dir = std::filesystem::temp_directory_path() / ("fontmake_" + std::to_string(getpid()));
     std::filesystem::remove_all(dir);
@@ -229,21 +229,13 @@ TEST_F(maker, tool_writes_into_a_new_folder_and_behaves_like_a_unix_tool)
     EXPECT_EQ(read_file(out.c_str()), std::vector<uint8_t>(expected, expected + size));
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir / "fonts/deep"), {}), 1) << "no temporary left";
 
-    r = run_fontmake("--help");
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out.rfind("usage: reel_fontmake", 0), 0u);
-    for (const char* args : {"", "--first", "--bogus a 1 b", "a 0 b", "a x b", "--last 256 a 8 b", "a 8 b c"}) {
-        r = run_fontmake(args);
-        EXPECT_EQ(r.status, 2) << args;
-        EXPECT_NE(r.err.find("usage: reel_fontmake"), std::string::npos) << args;
-        EXPECT_EQ(r.out, "") << args;
-    }
-    r = run_fontmake((dir / "missing.ttf").string() + " 18 " + (dir / "x.fnt").string());
+    // (--help, usage errors and unreadable fonts are in test_tool's table; these need a font)
+    r = run_fontmake(std::string(DEJAVU) + " 18 /dev/full");
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "reel_fontmake: " + (dir / "missing.ttf").string() + ": No such file or directory\n");
+    EXPECT_EQ(r.err, "reel_fontmake: cannot write \"/dev/full\": No space left on device\n");
     r = run_fontmake(std::string(DEJAVU) + " 18 " + out + "/below_a_file.fnt");
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "reel_fontmake: " + out + ": Not a directory\n");
+    EXPECT_EQ(r.err, "reel_fontmake: cannot create folder \"" + out + "\": \"" + out + "\" exists and is not a folder\n");
     std::filesystem::remove_all(dir);
 }
 

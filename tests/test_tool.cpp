@@ -18,7 +18,7 @@ const std::string root = REEL_TEST_OUTPUT_DIR;
 
 const char* const tool_programs[] = {"reel_capture", "reel_lint",    "reel_music",   "reel_pack",
                                      "reel_rasterpics", "reel_showgen", "reel_texdump", "reel_videoprep", "reel_overlayprep", "reel_strokeprep", "reel_overlaygen",
-                                     "reel_madgen"};
+                                     "reel_madgen", "reel_fontmake"};
 
 TEST(tool, help_prints_the_usage_on_standard_output_and_touches_nothing)
 {
@@ -94,6 +94,14 @@ const tool_usage_case tool_usage_cases[] = {
     {"reel_madgen", "", "no output folder"},
     {"reel_madgen", "a b", "one output folder only"},
     {"reel_madgen", "--bogus", "unknown option \"--bogus\""},
+    {"reel_fontmake", "", "needs FONT, PIXELS and OUT.fnt"},
+    {"reel_fontmake", "--first", "--first needs a value"},
+    {"reel_fontmake", "--bogus a 1 b", "unknown option \"--bogus\""},
+    {"reel_fontmake", "a 0 b", "PIXELS needs a whole number from 1 to 1024, not \"0\""},
+    {"reel_fontmake", "--last 0x100 a 8 b", "--last needs a whole number from 0 to 255, not \"0x100\""},
+    {"reel_fontmake", "--first 66 --last 65 a 8 b", "--first 66 is after --last 65"},
+    {"reel_fontmake", "--threshold 0 a 8 b", "--threshold needs a whole number from 1 to 255, not \"0\""},
+    {"reel_fontmake", "a 8 b c", "one argument too many: \"c\""},
 };
 
 TEST(tool, wrong_arguments_give_the_reason_and_the_usage_on_standard_error_and_status_2)
@@ -140,6 +148,7 @@ const tool_failure_case tool_failure_cases[] = {
                                           "folder\n"},
     {"reel_overlaygen m/x", "reel_overlaygen: cannot create folder \"m/x\": \"m\" exists and is not a folder\n"},
     {"reel_madgen m/x", "reel_madgen: cannot create folder \"m/x\": \"m\" exists and is not a folder\n"},
+    {"reel_fontmake missing.ttf 18 x.fnt", "reel_fontmake: missing.ttf: No such file or directory\n"},
     {"reel_strokeprep x.img --picture missing.png", "reel_strokeprep: cannot read \"missing.png\": No such file or "
                                                     "directory\n"},
 };
