@@ -366,21 +366,20 @@ static uint8_t* prep_png_chunk(uint8_t* p, const char* type, const uint8_t* body
     return prep_put_be32(p + 4 + length, crc);
 }
 
-uint32_t prep_save_indexed_png(const prep_index_picture* picture, const char* path, xmemarena* scratch_arena)
+uint8_t* prep_encode_indexed_png(const prep_index_picture* picture, xmemarena* arena, uint64_t* bytes)
 {
-    const uint64_t mark = xmemarena_get_sp(scratch_arena);
     const uint32_t w = picture->width, h = picture->height;
     const uint64_t raw_size = (uint64_t)(w + 1) * h;  // a filter byte (0, none) before every row
     constexpr uint32_t STORED_BLOCK = 65535;
     const uint64_t blocks = raw_size / STORED_BLOCK + 1;
     const uint64_t zlib_size = 2 + raw_size + 5 * blocks + 4;
-    auto* out = (uint8_t*)xmemarena_push(scratch_arena, zlib_size + 8 + 25 + 12 + 256 * 3 + 12 + 256 + 12 + 12 + 12);
-    auto* raw = (uint8_t*)xmemarena_push(scratch_arena, raw_size);
+    auto* out = (uint8_t*)xmemarena_push(arena, zlib_size + 8 + 25 + 12 + 256 * 3 + 12 + 256 + 12 + 12 + 12);
+    auto* raw = (uint8_t*)xmemarena_push(arena, raw_size);
     for (uint32_t y = 0; y < h; y++) {
         raw[(uint64_t)y * (w + 1)] = 0;
         memcpy(raw + (uint64_t)y * (w + 1) + 1, picture->pixels + (uint64_t)y * w, w);
     }
-    auto* zlib = (uint8_t*)xmemarena_push(scratch_arena, zlib_size);
+    auto* zlib = (uint8_t*)xmemarena_push(arena, zlib_size);
     uint8_t* z = zlib;
     *z++ = 0x78, *z++ = 0x01;  // deflate, 32 KiB window, no preset dictionary
     uint32_t a = 1, b = 0;     // Adler-32 of the raw bytes
@@ -418,52 +417,6 @@ uint32_t prep_save_indexed_png(const prep_index_picture* picture, const char* pa
     p = prep_png_chunk(p, "IDAT", zlib, (uint32_t)(z - zlib));
     p = prep_png_chunk(p, "IEND", nullptr, 0);
 
-    errno = 0;
-    FILE* f = fopen(path, "wb");
-    const bool ok = f && fwrite(out, 1, (size_t)(p - out), f) == (size_t)(p - out);
-    const int saved = errno ? errno : EIO;
-    const bool closed = f && fclose(f) == 0;
-    xmemarena_set_sp(scratch_arena, mark);
-    if (!ok || !closed) {
-        fprintf(stderr, "prep_save_indexed_png: cannot write %s: %s\n", path, strerror(ok ? errno : saved));
-        return 0;
-    }
-    return 1;
-}
-
-static uint32_t prep_make_folders(const std::string& path)
-{
-    for (size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
-        const std::string folder = path.substr(0, slash);
-        if (mkdir(folder.c_str(), 0777) != 0 && errno != EEXIST)
-            return 0;
-    }
-    return 1;
-}
-
-uint32_t prep_write_resource(const char* path, const uint8_t* begin, const uint8_t* end, const char* tool)
-{
-    const std::string target = path;
-    const std::string temporary = target + ".tmp" + std::to_string(getpid());
-    if (!prep_make_folders(target)) {
-        fprintf(stderr, "%s: cannot create the folder of %s: %s\n", tool, path, strerror(errno));
-        return 1;
-    }
-    uint8_t marker[4];
-    stream_write_u32(marker, BYTE_ORDER_MARKER, BYTE_ORDER_NATIVE);
-    const size_t size = (size_t)(end - begin);
-    errno = 0;
-    FILE* f = fopen(temporary.c_str(), "wb");
-    const bool written = f && fwrite(marker, 1, 4, f) == 4 && fwrite(begin, 1, size, f) == size;
-    const int saved = errno ? errno : EIO;
-    if (!f || fclose(f) != 0 || !written) {
-        fprintf(stderr, "%s: cannot write %s: %s\n", tool, path, strerror(f && written ? errno : saved));
-        unlink(temporary.c_str());
-        return 1;
-    }
-    if (prep_file_commit(temporary.c_str(), path) != 0) {
-        fprintf(stderr, "%s: cannot write %s: %s\n", tool, path, strerror(errno));
-        return 1;
-    }
-    return 0;
+    *bytes = (uint64_t)(p - out);
+    return out;
 }

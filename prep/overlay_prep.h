@@ -56,12 +56,7 @@ void prep_stroke_from_path(uint8_t* texels, uint32_t width, uint32_t height, con
 void prep_stroke_from_shape(uint8_t* texels, const uint8_t* shape, uint32_t width, uint32_t height, uint32_t start_x,
                             uint32_t start_y, xmemarena* scratch_arena);
 
-// Writes the picture as an indexed PNG (PLTE, and tRNS when an entry is not opaque), stored
-// without compression: what a person or another tool opens to see or edit the indices. 1 on
-// success; 0 after a message naming the path and the system's reason on standard error.
-uint32_t prep_save_indexed_png(const prep_index_picture* picture, const char* path, xmemarena* scratch_arena);
-
-// Writes a resource file (marker and block, this machine's byte order) through a temporary
-// name and a rename, creating the folder when it is missing. 0, or 1 after a message naming the
-// path and the system's reason on standard error.
-uint32_t prep_write_resource(const char* path, const uint8_t* begin, const uint8_t* end, const char* tool);
+// The picture as an indexed PNG file's bytes (PLTE, and tRNS when an entry is not opaque),
+// stored without compression: what a person or another tool opens to see or edit the indices.
+// The file and its scratch come from arena; *bytes is the file's size.
+uint8_t* prep_encode_indexed_png(const prep_index_picture* picture, xmemarena* arena, uint64_t* bytes);

@@ -1,5 +1,5 @@
-// Files for the asset-preparation tools: whole-file reads, folder creation and writes that
-// become visible only when complete.
+// Files for the asset-preparation tools: whole-file reads and the step that gives a complete
+// temporary file its final name.
 #include "prep_file.h"
 
 #include <sys/stat.h>
@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <string>
 
 uint8_t* prep_file_read(const char* path, xmemarena* arena, uint64_t* size, char* why, size_t why_size)
 {
@@ -43,26 +42,6 @@ uint8_t* prep_file_read(const char* path, xmemarena* arena, uint64_t* size, char
     return data;
 }
 
-int32_t prep_file_make_dirs(const char* path, char* why, size_t why_size)
-{
-    std::string p = path;
-    for (size_t i = 1; i <= p.size(); i++) {
-        if (i < p.size() && p[i] != '/')
-            continue;
-        const std::string part = p.substr(0, i);
-        struct stat st;
-        if (mkdir(part.c_str(), 0777) != 0 && errno != EEXIST) {
-            snprintf(why, why_size, "%s: %s", part.c_str(), strerror(errno));
-            return 1;
-        }
-        if (stat(part.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
-            snprintf(why, why_size, "%s: %s", part.c_str(), strerror(ENOTDIR));
-            return 1;
-        }
-    }
-    return 0;
-}
-
 int32_t prep_file_commit(const char* temporary, const char* path)
 {
     struct stat st;
@@ -95,29 +74,4 @@ int32_t prep_file_commit(const char* temporary, const char* path)
     unlink(temporary);
     errno = e;
     return e ? 1 : 0;
-}
-
-int32_t prep_file_write(const char* path, const void* data, uint64_t size, char* why, size_t why_size)
-{
-    const char* slash = strrchr(path, '/');
-    if (slash && slash != path && prep_file_make_dirs(std::string(path, (size_t)(slash - path)).c_str(), why, why_size))
-        return 1;
-    const std::string temporary = std::string(path) + ".tmp-" + std::to_string((long)getpid());
-    FILE* f = fopen(temporary.c_str(), "wb");
-    if (!f) {
-        snprintf(why, why_size, "%s: %s", temporary.c_str(), strerror(errno));
-        return 1;
-    }
-    const bool written = fwrite(data, 1, (size_t)size, f) == size;
-    const int write_error = errno;
-    if (fclose(f) != 0 || !written) {
-        snprintf(why, why_size, "%s: %s", temporary.c_str(), strerror(written ? errno : write_error));
-        unlink(temporary.c_str());
-        return 1;
-    }
-    if (prep_file_commit(temporary.c_str(), path) != 0) {
-        snprintf(why, why_size, "%s: %s", path, strerror(errno));
-        return 1;
-    }
-    return 0;
 }

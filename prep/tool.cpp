@@ -186,6 +186,19 @@ void tool_make_dir(const char* path)
     }
 }
 
+void tool_make_parent_dir(const char* path)
+{
+    const char* slash = strrchr(path, '/');
+    if (!slash || slash == path)
+        return;
+    char dir[TOOL_PATH_MAX];
+    if ((size_t)(slash - path) >= TOOL_PATH_MAX)
+        tool_fail("folder name too long: \"%s\"", path);
+    memcpy(dir, path, (size_t)(slash - path));
+    dir[slash - path] = 0;
+    tool_make_dir(dir);
+}
+
 // Where the bytes for path go first, registered for clean-up: beside the final name, so that
 // the rename stays within one file system, and with its extension, for writers that choose a
 // format by it ("a/show.mp4" -> "a/show.tmp123.mp4"); in $TMPDIR when the path is a device.
@@ -294,6 +307,13 @@ void tool_write_file(const char* path, const void* head, size_t head_bytes, cons
     tool_output_write(&o, head, head_bytes);
     tool_output_write(&o, data, bytes);
     tool_output_commit(&o);
+}
+
+void tool_write_resource(const char* path, const void* block, size_t bytes)
+{
+    const uint32_t marker = BYTE_ORDER_MARKER;  // in this machine's order, as the block is
+    tool_make_parent_dir(path);
+    tool_write_file(path, &marker, sizeof(marker), block, bytes);
 }
 
 void tool_save_png(const bitmap* bm, const char* path, xmemarena* tmp)

@@ -55,6 +55,8 @@ void tool_join_path(char* out, const char* dir, const char* name);
 // Creates the folder and its parents; an existing folder is fine. Fails (status 1) with the
 // path and the system's reason.
 void tool_make_dir(const char* path);
+// Creates the folder that holds the file `path` names, with its parents ("a/b/c.png": "a/b").
+void tool_make_parent_dir(const char* path);
 
 // One output file on its way to its final name.
 struct tool_output {
@@ -81,5 +83,8 @@ void tool_output_abandon(tool_output* o);
 
 // The whole file at once: head then data.
 void tool_write_file(const char* path, const void* head, size_t head_bytes, const void* data, size_t bytes);
+// A resource file, its folder created: the byte-order marker in this machine's order, then the
+// block.
+void tool_write_resource(const char* path, const void* block, size_t bytes);
 // The picture as a PNG, through a temporary name; fails with the path and the reason.
 void tool_save_png(const bitmap* bm, const char* path, xmemarena* tmp);

@@ -1,10 +1,7 @@
 // Asset preparation for the video-plane effects (see video_prep.h).
 #include "video_prep.h"
 
-#include "prep_file.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cmath>
@@ -286,49 +283,4 @@ bitmap* video_prep_make_landscape(xmemarena* arena)
             video_prep_put(bm, x, y, c);
         }
     return bm;
-}
-
-// ---- files ----
-
-int32_t video_prep_make_parents(const char* path)
-{
-    char folder[4096];
-    const size_t n = strlen(path);
-    if (n >= sizeof(folder)) {
-        errno = ENAMETOOLONG;
-        return 1;
-    }
-    memcpy(folder, path, n + 1);
-    for (char* p = folder + 1; *p; p++) {
-        if (*p != '/')
-            continue;
-        *p = 0;
-        if (mkdir(folder, 0777) != 0 && errno != EEXIST)
-            return 1;
-        *p = '/';
-    }
-    return 0;
-}
-
-int32_t video_prep_write_file(const char* path, const uint8_t* begin, const uint8_t* end)
-{
-    if (video_prep_make_parents(path) != 0)
-        return 1;
-    char temporary[4200];
-    snprintf(temporary, sizeof(temporary), "%s.tmp%ld", path, (long)getpid());
-    FILE* f = fopen(temporary, "wb");
-    if (!f)
-        return 1;
-    const uint32_t marker = BYTE_ORDER_MARKER;  // in the machine's order: the block is too
-    const size_t size = (size_t)(end - begin);
-    bool ok = fwrite(&marker, sizeof(marker), 1, f) == 1 && fwrite(begin, 1, size, f) == size;
-    int saved = ok ? 0 : errno;
-    if (fclose(f) != 0 && ok)
-        ok = false, saved = errno;
-    if (!ok) {
-        remove(temporary);
-        errno = saved;
-        return 1;
-    }
-    return prep_file_commit(temporary, path);
 }

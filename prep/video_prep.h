@@ -58,13 +58,3 @@ bitmap* video_prep_make_tile_colors(xmemarena* arena);
 bitmap* video_prep_make_window_picture(xmemarena* arena);
 // 1024 x 512 landscape: sky, sun, three ranges of hills and a checkered ground.
 bitmap* video_prep_make_landscape(xmemarena* arena);
-
-// ---- files ----
-
-// Creates every missing folder on the way to the file `path` names (not the file). 0 on success,
-// else 1 with errno set.
-int32_t video_prep_make_parents(const char* path);
-
-// Writes the byte-order marker and the block to `path` through a temporary file renamed into
-// place, creating missing folders. 0 on success; otherwise errno is set and nothing is left.
-int32_t video_prep_write_file(const char* path, const uint8_t* begin, const uint8_t* end);

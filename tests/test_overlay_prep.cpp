@@ -5,6 +5,7 @@
 #include "n3d_io.h"
 #include "overlay_prep.h"
 #include "reel_resource.h"
+#include "tool.h"
 #include "tool_fixture.h"
 
 namespace {
@@ -25,6 +26,13 @@ struct prep_fixture : testing::Test {
     }
 };
 
+void save_indexed_png(const prep_index_picture* p, const std::string& path, xmemarena* arena)
+{
+    uint64_t size = 0;
+    const uint8_t* png = prep_encode_indexed_png(p, arena, &size);
+    tool_write_file(path.c_str(), png, size, nullptr, 0);
+}
+
 TEST_F(prep_fixture, indexed_png_written_and_read_back_keeps_indices_palette_and_key)
 {
     bytes pixels(7 * 3);
@@ -32,7 +40,7 @@ TEST_F(prep_fixture, indexed_png_written_and_read_back_keeps_indices_palette_and
         pixels[i] = (uint8_t)(i * 5 % 3);
     const prep_index_picture written = picture(7, 3, pixels);
     const std::string path = dir + "/indexed.png";
-    ASSERT_TRUE(prep_save_indexed_png(&written, path.c_str(), &arena));
+    save_indexed_png(&written, path, &arena);
     prep_index_picture read;
     const char* why = nullptr;
     ASSERT_TRUE(prep_load_indexed_png(&read, &arena, path.c_str(), &why)) << why;
@@ -145,7 +153,7 @@ TEST_F(prep_fixture, tools_write_files_the_engine_reads_back_into_new_folders)
     const std::string tools = std::string(REEL_TOOLS_DIR);
     bytes pixels = {1, 1, 0, 2, 2, 2, 0, 0};
     const prep_index_picture p = picture(4, 2, pixels);
-    ASSERT_TRUE(prep_save_indexed_png(&p, (dir + "/in.png").c_str(), &arena));
+    save_indexed_png(&p, dir + "/in.png", &arena);
     ASSERT_EQ(tool_fixture_run(dir, tools + "/reel_overlayprep rle_image in.png new/folder/logo.rle").status, 0);
     ASSERT_EQ(tool_fixture_run(dir, tools + "/reel_strokeprep pen.img --path \"2,2 30,2\" --size 40x5").status, 0);
     const std::string rle = tool_fixture_read(dir + "/new/folder/logo.rle");

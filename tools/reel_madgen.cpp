@@ -6,12 +6,9 @@
 // palette textures like any other glTF; the sky's texture, which the special node needs as
 // direct colour, is written here too, under the name the import gives it, for a later pack.
 //
-//   reel_madgen OUTDIR
+//   reel_madgen OUTDIR   (the folder is created)
 // writes OUTDIR/madpack.gltf, OUTDIR/madpack.bin, the PNG images the model names and
 // OUTDIR/madpack_sky.tmap (ARGB1555, swizzled).
-#include <sys/stat.h>
-
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -22,7 +19,7 @@
 #include "bitmap.h"
 #include "n3d_convert.h"
 #include "n3d_io.h"
-#include "prep_file.h"
+#include "tool.h"
 #include "vmath.h"
 
 namespace {
@@ -294,54 +291,27 @@ void madgen_paint_sky(uint8_t* p, float u, float v)
     p[2] = (uint8_t)fminf(255.0f, 110 + 90 * up + 20 * glow);
 }
 
-int madgen_fail(const char* path)
-{
-    fprintf(stderr, "reel_madgen: %s: %s\n", path, strerror(errno));
-    return 1;
-}
+const tool_info MADGEN_TOOL = {
+    "reel_madgen", "usage: reel_madgen OUTDIR\n"
+                   "Writes the animated 3D example as a glTF model: OUTDIR/madpack.gltf, OUTDIR/madpack.bin,\n"
+                   "its PNG images, and OUTDIR/madpack_sky.tmap (the sky as a direct-colour texture).\n"
+                   "OUTDIR is created when it does not exist.\n"};
 
-// Writes the bytes under a temporary name and renames them into place.
-int madgen_write(const std::string& path, const void* data, size_t size)
+// dir/name, for the tool's messages and writes.
+std::string madgen_path(const char* dir, const std::string& name)
 {
-    const std::string tmp = path + ".tmp";
-    FILE* f = fopen(tmp.c_str(), "wb");
-    if (!f)
-        return madgen_fail(tmp.c_str());
-    const bool written = fwrite(data, 1, size, f) == size;
-    if (fclose(f) != 0 || !written) {
-        remove(tmp.c_str());
-        return madgen_fail(tmp.c_str());
-    }
-    if (prep_file_commit(tmp.c_str(), path.c_str()) != 0)
-        return madgen_fail(path.c_str());
-    return 0;
-}
-
-int madgen_usage(FILE* out)
-{
-    fprintf(out, "usage: reel_madgen OUTDIR\n"
-                 "Writes the animated 3D example as a glTF model: OUTDIR/madpack.gltf, OUTDIR/madpack.bin,\n"
-                 "its PNG images, and OUTDIR/madpack_sky.tmap (the sky as a direct-colour texture).\n");
-    return out == stdout ? 0 : 2;
+    char path[TOOL_PATH_MAX];
+    tool_join_path(path, dir, name.c_str());
+    return path;
 }
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc == 2 && strcmp(argv[1], "--help") == 0)
-        return madgen_usage(stdout);
-    if (argc != 2 || argv[1][0] == '-')
-        return madgen_usage(stderr);
-    const std::string dir = argv[1];
-    // the folder and any missing parents
-    for (size_t slash = dir.find('/', 1); ; slash = dir.find('/', slash + 1)) {
-        const std::string part = dir.substr(0, slash);
-        if (mkdir(part.c_str(), 0777) != 0 && errno != EEXIST)
-            return madgen_fail(part.c_str());
-        if (slash == std::string::npos)
-            break;
-    }
+    tool_begin(&MADGEN_TOOL, argc, argv);
+    const char* dir = tool_one_operand(argc, argv, "output folder");
+    tool_make_dir(dir);
 
     madgen_model m;
     m.gltf = {{"asset", {{"version", "2.0"}, {"generator", "reel_madgen"}}}, {"scene", 0}};
@@ -427,29 +397,21 @@ int main(int argc, char** argv)
     xmemarena_init(&arena, "reel_madgen", sizeof(block), block);
     xmemarena_init(&tmp_arena, "reel_madgen_tmp", sizeof(tmp_block), tmp_block);
     for (uint32_t i = 0; i < 5; i++) {
-        const std::string path = dir + "/" + image_names[i] + ".png";
         bitmap* bm = madgen_image(&arena, i == 2 || i == 3 ? 64 : 128, painters[i]);
-        const std::string tmp = path + ".tmp.png";
-        if (!bitmap_save_png(bm, tmp.c_str(), &arena) || prep_file_commit(tmp.c_str(), path.c_str()) != 0)
-            return madgen_fail(path.c_str());
+        tool_save_png(bm, madgen_path(dir, std::string(image_names[i]) + ".png").c_str(), &arena);
         if (i == 4) {  // the sky, for the special node: direct colour, swizzled, no mips
             n3d_texture sky_texture;
             n3d_texture_from_bitmap(&sky_texture, &arena, &tmp_arena, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 1, 0, 0,
                                     bm, nullptr, N3D_TRANSPARENT_INDEX_NONE, 0.5f);
             std::vector<uint8_t> bytes(n3d_texture_write_size(&sky_texture));
             n3d_texture_write(bytes.data(), &sky_texture, BYTE_ORDER_NATIVE);
-            const std::string tmap = dir + "/madpack_sky.tmap";
-            const std::string tmap_tmp = tmap + ".tmp";
-            if (n3d_io_write_file(tmap_tmp.c_str(), bytes.data(), bytes.data() + bytes.size(), BYTE_ORDER_NATIVE) ||
-                prep_file_commit(tmap_tmp.c_str(), tmap.c_str()) != 0)
-                return madgen_fail(tmap.c_str());
+            tool_write_resource(madgen_path(dir, "madpack_sky.tmap").c_str(), bytes.data(), bytes.size());
         }
     }
     const std::string text = m.gltf.dump(1);
-    if (madgen_write(dir + "/madpack.bin", m.bin.data(), m.bin.size()) ||
-        madgen_write(dir + "/madpack.gltf", text.data(), text.size()))
-        return 1;
-    printf("reel_madgen: wrote %s/madpack.gltf (%zu triangles, %u keys per channel) and its images\n", dir.c_str(),
+    tool_write_file(madgen_path(dir, "madpack.bin").c_str(), m.bin.data(), m.bin.size(), nullptr, 0);
+    tool_write_file(madgen_path(dir, "madpack.gltf").c_str(), text.data(), text.size(), nullptr, 0);
+    printf("reel_madgen: wrote %s/madpack.gltf (%zu triangles, %u keys per channel) and its images\n", dir,
            (ground.position.size() + totem.position.size() + crate.position.size() + moon.position.size() +
             sky.position.size()) / 9,
            MADGEN_KEYS);

@@ -3,7 +3,7 @@
 // disc mask, a ball, four progress-head frames) and an RGBA spiral for the stroke maker. The
 // examples turn them into resources with reel_overlayprep and reel_strokeprep.
 //
-//   reel_overlaygen OUTDIR
+//   reel_overlaygen OUTDIR   (the folder is created)
 //
 // Palette plan: 0 transparent; 1 to 15 a warm gradient (the badge); 16 to 47 a ramp from black
 // through blue to white (stars, the ball); 48 white, 49 cyan, 50 lime; 51 to 63 greys.
@@ -15,6 +15,7 @@
 
 #include "bitmap.h"
 #include "overlay_prep.h"
+#include "tool.h"
 
 namespace {
 
@@ -61,9 +62,18 @@ struct gen_picture {
     uint8_t& at(uint32_t x, uint32_t y) { return pixels[(size_t)y * p.width + x]; }
 };
 
-bool gen_save(gen_picture& g, const std::string& dir, const char* name, xmemarena* arena)
+const tool_info GEN_TOOL = {"reel_overlaygen", "usage: reel_overlaygen OUTDIR\n"
+                                                "  draws the overlay examples' pictures into OUTDIR (created)\n"};
+
+void gen_save(const gen_picture& g, const char* dir, const std::string& name, xmemarena* arena)
 {
-    return prep_save_indexed_png(&g.p, (dir + "/" + name).c_str(), arena) != 0;
+    char path[TOOL_PATH_MAX];
+    tool_join_path(path, dir, name.c_str());
+    const uint64_t mark = xmemarena_get_sp(arena);
+    uint64_t bytes = 0;
+    const uint8_t* png = prep_encode_indexed_png(&g.p, arena, &bytes);
+    tool_write_file(path, png, bytes, nullptr, 0);
+    xmemarena_set_sp(arena, mark);
 }
 
 // A rounded badge: a light rim, diagonal stripes of the warm gradient inside, transparent outside.
@@ -89,25 +99,18 @@ void gen_badge(gen_picture& g)
 
 int main(int argc, char** argv)
 {
-    if (argc == 2 && strcmp(argv[1], "--help") == 0) {
-        printf("usage: reel_overlaygen OUTDIR\n  draws the overlay examples' pictures into OUTDIR\n");
-        return 0;
-    }
-    if (argc != 2) {
-        fprintf(stderr, "usage: reel_overlaygen OUTDIR\n  draws the overlay examples' pictures into OUTDIR\n");
-        return 2;
-    }
-    const std::string dir = argv[1];
+    tool_begin(&GEN_TOOL, argc, argv);
+    const char* dir = tool_one_operand(argc, argv, "output folder");
+    tool_make_dir(dir);
     std::vector<uint8_t> memory(64u << 20);
     xmemarena arena;
     xmemarena_init(&arena, "reel_overlaygen", memory.size(), memory.data());
     uint8_t palette[GEN_COLOURS * 4];
     gen_palette(palette);
-    bool ok = true;
 
     gen_picture badge(224, 96, palette);
     gen_badge(badge);
-    ok &= gen_save(badge, dir, "badge.png", &arena);
+    gen_save(badge, dir, "badge.png", &arena);
 
     for (uint32_t i = 0; i < 4; i++) {  // a sine band a quarter turn further each frame
         gen_picture wave(GEN_W, GEN_H, palette);
@@ -116,14 +119,14 @@ int main(int argc, char** argv)
             for (uint32_t y = 0; y < GEN_H; y++)
                 wave.at(x, y) = fabsf((float)y - c) < 14.0f ? 1 : 0;
         }
-        ok &= gen_save(wave, dir, ("wave" + std::to_string(i) + ".png").c_str(), &arena);
+        gen_save(wave, dir, "wave" + std::to_string(i) + ".png", &arena);
     }
 
     gen_picture mask(GEN_W, GEN_H, palette);
     for (uint32_t y = 0; y < GEN_H; y++)
         for (uint32_t x = 0; x < GEN_W; x++)
             mask.at(x, y) = hypotf((float)x - 320.0f, (float)y - 240.0f) < 130.0f ? 1 : 0;
-    ok &= gen_save(mask, dir, "mask.png", &arena);
+    gen_save(mask, dir, "mask.png", &arena);
 
     gen_picture ball(128, 128, palette);
     for (uint32_t y = 0; y < 128; y++)
@@ -134,7 +137,7 @@ int main(int argc, char** argv)
             const float light = fmaxf(0.0f, -0.4f * dx - 0.5f * dy + 0.77f * sqrtf(1.0f - d2));
             ball.at(x, y) = (uint8_t)(17 + (uint32_t)fminf(30.0f, light * 31.0f));
         }
-    ok &= gen_save(ball, dir, "ball.png", &arena);
+    gen_save(ball, dir, "ball.png", &arena);
 
     for (uint32_t f = 0; f < 4; f++) {  // a dot with a white wedge turning a quarter each frame
         gen_picture head(16, 16, palette);
@@ -146,7 +149,7 @@ int main(int argc, char** argv)
                 const float a = atan2f(dy, dx) - (float)f * GEN_PI / 2.0f;
                 head.at(x, y) = cosf(a) > 0.7f ? 48 : 49;
             }
-        ok &= gen_save(head, dir, ("head" + std::to_string(f) + ".png").c_str(), &arena);
+        gen_save(head, dir, "head" + std::to_string(f) + ".png", &arena);
     }
 
     bitmap* spiral = bitmap_create(&arena, 256, 256, BITMAP_SRGB | BITMAP_CHANNELS_4);
@@ -158,6 +161,8 @@ int main(int argc, char** argv)
             if (r < 120.0f && along < 0.35f)
                 memset(bitmap_pixel(spiral, x, y), 255, 4);
         }
-    ok &= bitmap_save_png(spiral, (dir + "/spiral.png").c_str(), &arena) != 0;
-    return ok ? 0 : 1;
+    char path[TOOL_PATH_MAX];
+    tool_join_path(path, dir, "spiral.png");
+    tool_save_png(spiral, path, &arena);
+    return 0;
 }

@@ -2,7 +2,6 @@
 // run-length image, an image, a linear index8 texture, a stencil or a palette. The picture is
 // an indexed PNG, whose palette indices are used as they are, or any PNG mapped onto the
 // palette of another file with --palette.
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,6 +10,7 @@
 #include "n3d_io.h"
 #include "overlay_prep.h"
 #include "reel_resource.h"
+#include "tool.h"
 
 namespace {
 
@@ -32,28 +32,7 @@ const char* const OVERLAYPREP_USAGE =
     "  --first N  the first colour-table index of a palette (default 0)\n"
     "  --mips     reduced levels for a texture\n";
 
-int overlayprep_usage(FILE* out, int status)
-{
-    fputs(OVERLAYPREP_USAGE, out);
-    return status;
-}
-
-bool overlayprep_index(const char* text, uint32_t max, uint32_t* value)
-{
-    char* end = nullptr;
-    errno = 0;
-    const unsigned long v = strtoul(text, &end, 10);
-    if (errno || end == text || *end || text[0] == '-' || v > max)
-        return false;
-    *value = (uint32_t)v;
-    return true;
-}
-
-int overlayprep_fail(const char* path, const char* why)
-{
-    fprintf(stderr, "reel_overlayprep: %s: %s\n", path, why);
-    return 1;
-}
+const tool_info OVERLAYPREP_TOOL = {"reel_overlayprep", OVERLAYPREP_USAGE};
 
 // The block for `kind` in a buffer from arena; false for an unknown kind.
 bool overlayprep_block(std::vector<uint8_t>* block, const char* kind, const prep_index_picture* picture,
@@ -93,36 +72,35 @@ bool overlayprep_block(std::vector<uint8_t>* block, const char* kind, const prep
 
 int main(int argc, char** argv)
 {
-    for (int i = 1; i < argc; i++)
-        if (strcmp(argv[i], "--help") == 0)
-            return overlayprep_usage(stdout, 0);
+    tool_begin(&OVERLAYPREP_TOOL, argc, argv);
     const char* positional[3] = {};
     uint32_t positional_count = 0, key = PREP_NO_KEY, first = 0, mips = 0;
     const char* palette_path = nullptr;
     for (int i = 1; i < argc; i++) {
         const char* a = argv[i];
-        const bool has_value = i + 1 < argc;
-        if (strcmp(a, "--palette") == 0 && has_value)
-            palette_path = argv[++i];
-        else if (strcmp(a, "--key") == 0 && has_value) {
-            if (!overlayprep_index(argv[++i], 255, &key))
-                return overlayprep_usage(stderr, 2);
-        } else if (strcmp(a, "--first") == 0 && has_value) {
-            if (!overlayprep_index(argv[++i], 255, &first))
-                return overlayprep_usage(stderr, 2);
-        } else if (strcmp(a, "--mips") == 0)
+        if (strcmp(a, "--palette") == 0)
+            palette_path = tool_option_value(argc, argv, &i);
+        else if (strcmp(a, "--key") == 0)
+            key = (uint32_t)tool_parse_u64(a, tool_option_value(argc, argv, &i), 0, 255);
+        else if (strcmp(a, "--first") == 0)
+            first = (uint32_t)tool_parse_u64(a, tool_option_value(argc, argv, &i), 0, 255);
+        else if (strcmp(a, "--mips") == 0)
             mips = 1;
-        else if (a[0] == '-' || positional_count == 3)
-            return overlayprep_usage(stderr, 2);
+        else if (a[0] == '-')
+            tool_usage_error("unknown option \"%s\"", a);
+        else if (positional_count == 3)
+            tool_usage_error("one argument too many: \"%s\"", a);
         else
             positional[positional_count++] = a;
     }
+    if (positional_count != 3)
+        tool_usage_error("needs KIND, INPUT.png and OUTPUT");
     static const char* const kinds[] = {"rle_image", "image", "texture", "stencil", "palette"};
     bool known = false;
     for (const char* k : kinds)
-        known |= positional_count > 0 && strcmp(positional[0], k) == 0;
-    if (positional_count != 3 || !known)
-        return overlayprep_usage(stderr, 2);
+        known |= strcmp(positional[0], k) == 0;
+    if (!known)
+        tool_usage_error("unknown kind \"%s\"", positional[0]);
     const char* kind = positional[0];
     const char* input = positional[1];
     const char* output = positional[2];
@@ -135,12 +113,12 @@ int main(int argc, char** argv)
     if (palette_path) {
         reel_palette palette;
         if (!prep_png_palette(&palette, &arena, palette_path, &why))
-            return overlayprep_fail(palette_path, why);
+            tool_fail("%s: %s", palette_path, why);
         if (!prep_load_png_with_palette(&picture, &arena, input, &palette, key != PREP_NO_KEY ? key : 0, &why))
-            return overlayprep_fail(input, why);
+            tool_fail("%s: %s", input, why);
     } else {
         if (!prep_load_indexed_png(&picture, &arena, input, &why))
-            return overlayprep_fail(input, why);
+            tool_fail("%s: %s", input, why);
         if (key != PREP_NO_KEY)
             picture.key = key;
     }
@@ -148,8 +126,7 @@ int main(int argc, char** argv)
         picture.key = 0;  // no transparent entry: index 0, the overlay's transparent index
     std::vector<uint8_t> block;
     overlayprep_block(&block, kind, &picture, first, mips, &arena);
-    if (prep_write_resource(output, block.data(), block.data() + block.size(), "reel_overlayprep") != 0)
-        return 1;
+    tool_write_resource(output, block.data(), block.size());
     printf("%s: %s of %u x %u from %s\n", output, kind, picture.width, picture.height, input);
     return 0;
 }

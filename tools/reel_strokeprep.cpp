@@ -11,6 +11,7 @@
 #include "bitmap.h"
 #include "overlay_prep.h"
 #include "reel_resource.h"
+#include "tool.h"
 
 namespace {
 
@@ -32,11 +33,7 @@ const char* const STROKEPREP_USAGE =
     "  --grey     INPUT's grey values (the red channel) are the order as they are\n"
     "The texture is at least 32 texels wide, as the stroke's masks need.\n";
 
-int strokeprep_usage(FILE* out, int status)
-{
-    fputs(STROKEPREP_USAGE, out);
-    return status;
-}
+const tool_info STROKEPREP_TOOL = {"reel_strokeprep", STROKEPREP_USAGE};
 
 bool strokeprep_pair(const char* text, char separator, float* a, float* b)
 {
@@ -71,49 +68,52 @@ bool strokeprep_points(const char* text, std::vector<float>* points)
 
 int main(int argc, char** argv)
 {
-    for (int i = 1; i < argc; i++)
-        if (strcmp(argv[i], "--help") == 0)
-            return strokeprep_usage(stdout, 0);
+    tool_begin(&STROKEPREP_TOOL, argc, argv);
     const char *output = nullptr, *path = nullptr, *size = nullptr, *picture = nullptr, *grey = nullptr,
                *start = nullptr;
     float radius = 3.0f;
     for (int i = 1; i < argc; i++) {
         const char* a = argv[i];
-        const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
         const char** slot = strcmp(a, "--path") == 0      ? &path
                             : strcmp(a, "--size") == 0    ? &size
                             : strcmp(a, "--picture") == 0 ? &picture
                             : strcmp(a, "--grey") == 0    ? &grey
                             : strcmp(a, "--start") == 0   ? &start
                                                           : nullptr;
-        if (slot && value) {
-            *slot = value, i++;
-        } else if (strcmp(a, "--radius") == 0 && value) {
-            char* end = nullptr;
-            radius = strtof(value, &end);
-            if (end == value || *end || !(radius > 0.0f && radius < 1000.0f))
-                return strokeprep_usage(stderr, 2);
-            i++;
-        } else if (a[0] != '-' && !output) {
+        if (slot)
+            *slot = tool_option_value(argc, argv, &i);
+        else if (strcmp(a, "--radius") == 0)
+            radius = (float)tool_parse_double(a, tool_option_value(argc, argv, &i), 0.01, 999.0);
+        else if (a[0] == '-')
+            tool_usage_error("unknown option \"%s\"", a);
+        else if (output)
+            tool_usage_error("one OUTPUT only, not also \"%s\"", a);
+        else
             output = a;
-        } else {
-            return strokeprep_usage(stderr, 2);
-        }
     }
-    const int sources = (path != nullptr) + (picture != nullptr) + (grey != nullptr);
-    if (!output || sources != 1 || (path && !size) || (!path && size) || (start && !picture))
-        return strokeprep_usage(stderr, 2);
+    if (!output)
+        tool_usage_error("no OUTPUT");
+    if ((path != nullptr) + (picture != nullptr) + (grey != nullptr) != 1)
+        tool_usage_error("needs one of --path, --picture and --grey");
+    if (!path != !size)
+        tool_usage_error("--path and --size go together");
+    float w = 0, h = 0, sx = -1, sy = -1;
+    std::vector<float> points;
+    if (size && (!strokeprep_pair(size, 'x', &w, &h) ||
+                 !(w >= 1 && w <= STROKEPREP_MAX_SIDE && h >= 1 && h <= STROKEPREP_MAX_SIDE)))
+        tool_usage_error("--size needs WxH with sides from 1 to %u, not \"%s\"", STROKEPREP_MAX_SIDE, size);
+    if (path && !strokeprep_points(path, &points))
+        tool_usage_error("--path needs from 1 to %u points \"X,Y X,Y ...\"", STROKEPREP_MAX_POINTS);
+    if (start && !picture)
+        tool_usage_error("--start goes with --picture only");
+    if (start && (!strokeprep_pair(start, ',', &sx, &sy) || sx < 0 || sy < 0))
+        tool_usage_error("--start needs X,Y, not \"%s\"", start);
 
     std::vector<uint8_t> memory(STROKEPREP_ARENA_BYTES);
     xmemarena arena;
     xmemarena_init(&arena, "reel_strokeprep", memory.size(), memory.data());
     prep_index_picture order = {};
     if (path) {
-        float w, h;
-        std::vector<float> points;
-        if (!strokeprep_pair(size, 'x', &w, &h) || !(w >= 1 && w <= STROKEPREP_MAX_SIDE && h >= 1 &&
-                                                     h <= STROKEPREP_MAX_SIDE) || !strokeprep_points(path, &points))
-            return strokeprep_usage(stderr, 2);
         order.width = (uint32_t)w, order.height = (uint32_t)h;
         order.pixels = (uint8_t*)xmemarena_push(&arena, (uint64_t)order.width * order.height);
         prep_stroke_from_path(order.pixels, order.width, order.height, points.data(), (uint32_t)points.size() / 2,
@@ -121,14 +121,10 @@ int main(int argc, char** argv)
     } else {
         const char* input = picture ? picture : grey;
         bitmap* bm = bitmap_load_png(&arena, input, 4);
-        if (!bm) {
-            fprintf(stderr, "reel_strokeprep: %s: %s\n", input, errno ? strerror(errno) : "cannot be decoded as a PNG");
-            return 1;
-        }
-        if (bm->width > STROKEPREP_MAX_SIDE || bm->height > STROKEPREP_MAX_SIDE) {
-            fprintf(stderr, "reel_strokeprep: %s: larger than %u a side\n", input, STROKEPREP_MAX_SIDE);
-            return 1;
-        }
+        if (!bm)
+            tool_fail("cannot read \"%s\": %s", input, errno ? strerror(errno) : "not a PNG this tool reads");
+        if (bm->width > STROKEPREP_MAX_SIDE || bm->height > STROKEPREP_MAX_SIDE)
+            tool_fail("\"%s\" is larger than %u a side", input, STROKEPREP_MAX_SIDE);
         order.width = bm->width, order.height = bm->height;
         order.pixels = (uint8_t*)xmemarena_push(&arena, (uint64_t)order.width * order.height);
         for (uint32_t y = 0; y < bm->height; y++)
@@ -137,9 +133,6 @@ int main(int argc, char** argv)
                 order.pixels[y * bm->width + x] = grey ? p[0] : (p[3] >= STROKEPREP_SHAPE_ALPHA);
             }
         if (picture) {
-            float sx = -1, sy = -1;
-            if (start && (!strokeprep_pair(start, ',', &sx, &sy) || sx < 0 || sy < 0))
-                return strokeprep_usage(stderr, 2);
             auto* shape = (uint8_t*)xmemarena_push(&arena, (uint64_t)order.width * order.height);
             memcpy(shape, order.pixels, (size_t)order.width * order.height);
             prep_stroke_from_shape(order.pixels, shape, order.width, order.height, start ? (uint32_t)sx : UINT32_MAX,
@@ -151,8 +144,7 @@ int main(int argc, char** argv)
     prep_texture_from_indices(&image.texture, &arena, &order, PREP_STROKE_MIN_WIDTH, 0);
     std::vector<uint8_t> block(reel_image_write_size(&image));
     reel_image_write(block.data(), &image, BYTE_ORDER_NATIVE);
-    if (prep_write_resource(output, block.data(), block.data() + block.size(), "reel_strokeprep") != 0)
-        return 1;
+    tool_write_resource(output, block.data(), block.size());
     printf("%s: stroke image of %u x %u\n", output, order.width, order.height);
     return 0;
 }

@@ -6,12 +6,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <unistd.h>
 
 #include "bitmap.h"
 #include "memarena.h"
 #include "n3d_io.h"
-#include "prep_file.h"
+#include "tool.h"
 #include "video_prep.h"
 
 namespace {
@@ -44,25 +43,11 @@ const char* const VIDEOPREP_USAGE =
     "Texture and stencil files are what the pack manifests name as kinds texture and stencil.\n"
     "Sides must be powers of two (4 to 4096) except for stencils and colour maps.\n";
 
-[[noreturn]] void videoprep_usage_error(const char* why)
-{
-    fprintf(stderr, "reel_videoprep: %s\n%s", why, VIDEOPREP_USAGE);
-    exit(2);
-}
-
-[[noreturn]] void videoprep_fail(const char* fmt, const char* path, const char* reason)
-{
-    fprintf(stderr, "reel_videoprep: ");
-    fprintf(stderr, fmt, path, reason);
-    fputc('\n', stderr);
-    exit(1);
-}
+const tool_info VIDEOPREP_TOOL = {"reel_videoprep", VIDEOPREP_USAGE};
 
 [[noreturn]] void videoprep_refuse(const char* path, const bitmap* picture, const char* what, const char* why)
 {
-    fprintf(stderr, "reel_videoprep: \"%s\" (%u x %u) cannot become %s: %s\n", path, picture->width,
-            picture->height, what, why);
-    exit(1);
+    tool_fail("\"%s\" (%u x %u) cannot become %s: %s", path, picture->width, picture->height, what, why);
 }
 
 struct videoprep_arenas {
@@ -74,10 +59,8 @@ videoprep_arenas videoprep_memory;
 void videoprep_arena(xmemarena* arena, const char* name, uint64_t size)
 {
     void* memory = malloc(size);
-    if (!memory) {
-        fprintf(stderr, "reel_videoprep: cannot take %llu bytes of memory\n", (unsigned long long)size);
-        exit(1);
-    }
+    if (!memory)
+        tool_fail("cannot take %llu bytes of memory", (unsigned long long)size);
     xmemarena_init(arena, name, size, memory);
 }
 
@@ -86,33 +69,18 @@ bitmap* videoprep_load(xmemarena* arena, const char* path)
 {
     FILE* f = fopen(path, "rb");
     if (!f)
-        videoprep_fail("cannot read \"%s\": %s", path, strerror(errno));
+        tool_fail("cannot read \"%s\": %s", path, strerror(errno));
     fclose(f);
     bitmap* bm = bitmap_load_png(arena, path, 4);
     if (!bm)
-        videoprep_fail("\"%s\" is not a picture this tool can read%s", path, " (see the line above)");
+        tool_fail("\"%s\" is not a picture this tool can read (see the line above)", path);
     return bm;
-}
-
-void videoprep_write_block(const char* path, const uint8_t* begin, const uint8_t* end)
-{
-    if (video_prep_write_file(path, begin, end) != 0)
-        videoprep_fail("cannot write \"%s\": %s", path, strerror(errno));
 }
 
 void videoprep_write_texture(const char* path, const n3d_texture* texture, xmemarena* arena)
 {
     auto* block = (uint8_t*)xmemarena_push(arena, n3d_texture_write_size(texture));
-    videoprep_write_block(path, block, n3d_texture_write(block, texture, BYTE_ORDER_NATIVE));
-}
-
-// A number from text with nothing after it; false when it is not one.
-bool videoprep_parse_float(const char* text, float* value)
-{
-    char* end = nullptr;
-    errno = 0;
-    *value = strtof(text, &end);
-    return errno == 0 && end != text && *end == 0;
+    tool_write_resource(path, block, (size_t)(n3d_texture_write(block, texture, BYTE_ORDER_NATIVE) - block));
 }
 
 int videoprep_generate(const char* dir, videoprep_arenas* a)
@@ -125,19 +93,12 @@ int videoprep_generate(const char* dir, videoprep_arenas* a)
         {"tiles_height.png", video_prep_make_tile_heights}, {"window.png", video_prep_make_window_picture},
         {"landscape.png", video_prep_make_landscape},
     };
+    tool_make_dir(dir);
     for (const auto& p : pictures) {
-        char path[4096], temporary[4200];
-        snprintf(path, sizeof(path), "%s/%s", dir, p.name);
-        snprintf(temporary, sizeof(temporary), "%s.tmp%ld.png", path, (long)getpid());
-        if (video_prep_make_parents(path) != 0)
-            videoprep_fail("cannot make the folder of \"%s\": %s", path, strerror(errno));
+        char path[TOOL_PATH_MAX];
+        tool_join_path(path, dir, p.name);
         const uint64_t mark = xmemarena_get_sp(&a->image);
-        if (!bitmap_save_png(p.make(&a->image), temporary, &a->tmp)) {
-            remove(temporary);
-            videoprep_fail("cannot write \"%s\"%s", path, " (see the line above)");
-        }
-        if (prep_file_commit(temporary, path) != 0)
-            videoprep_fail("cannot write \"%s\": %s", path, strerror(errno));
+        tool_save_png(p.make(&a->image), path, &a->tmp);
         xmemarena_set_sp(&a->image, mark);
     }
     return 0;
@@ -147,12 +108,9 @@ int videoprep_generate(const char* dir, videoprep_arenas* a)
 
 int main(int argc, char** argv)
 {
-    if (argc == 2 && strcmp(argv[1], "--help") == 0) {
-        fputs(VIDEOPREP_USAGE, stdout);
-        return 0;
-    }
+    tool_begin(&VIDEOPREP_TOOL, argc, argv);
     if (argc < 3)
-        videoprep_usage_error("missing arguments");
+        tool_usage_error("missing arguments");
     const char* command = argv[1];
     videoprep_arenas& a = videoprep_memory;
     videoprep_arena(&a.image, "videoprep_image", VIDEOPREP_IMAGE_BYTES);
@@ -160,7 +118,7 @@ int main(int argc, char** argv)
     videoprep_arena(&a.tmp, "videoprep_tmp", VIDEOPREP_TMP_BYTES);
     if (strcmp(command, "generate") == 0) {
         if (argc != 3)
-            videoprep_usage_error("generate takes one folder");
+            tool_usage_error("generate takes one folder");
         return videoprep_generate(argv[2], &a);
     }
 
@@ -169,7 +127,7 @@ int main(int argc, char** argv)
     for (const char* c : commands)
         known = known || strcmp(command, c) == 0;
     if (!known)
-        videoprep_usage_error("unknown command");
+        tool_usage_error("unknown command \"%s\"", command);
 
     // options, then IN and OUT
     float strength = VIDEO_PREP_BUMP_STRENGTH, threshold = (float)VIDEO_PREP_STENCIL_THRESHOLD;
@@ -177,20 +135,19 @@ int main(int argc, char** argv)
     int i = 2;
     for (; i < argc && strncmp(argv[i], "--", 2) == 0; i++) {
         const bool bump = strcmp(command, "bump") == 0, stencil = strcmp(command, "stencil") == 0;
-        if (bump && strcmp(argv[i], "--normals") == 0)
+        const char* option = argv[i];
+        if (bump && strcmp(option, "--normals") == 0) {
             normals = true;
-        else if (bump && strcmp(argv[i], "--strength") == 0 && i + 1 < argc) {
-            if (!videoprep_parse_float(argv[++i], &strength) || !(strength > 0.0f))
-                videoprep_usage_error("--strength takes a number above 0");
-        } else if (stencil && strcmp(argv[i], "--threshold") == 0 && i + 1 < argc) {
-            if (!videoprep_parse_float(argv[++i], &threshold) || !(threshold >= 1.0f && threshold <= 255.0f))
-                videoprep_usage_error("--threshold takes a number from 1 to 255");
+        } else if (bump && strcmp(option, "--strength") == 0) {
+            strength = (float)tool_parse_double(option, tool_option_value(argc, argv, &i), 0.001, 1000.0);
+        } else if (stencil && strcmp(option, "--threshold") == 0) {
+            threshold = (float)tool_parse_double(option, tool_option_value(argc, argv, &i), 1.0, 255.0);
         } else {
-            videoprep_usage_error("unknown option for this command");
+            tool_usage_error("%s takes no option \"%s\"", command, option);
         }
     }
     if (argc - i != 2)
-        videoprep_usage_error("expected IN.png OUT");
+        tool_usage_error("expected IN.png OUT");
     const char* in = argv[i];
     const char* out = argv[i + 1];
 
@@ -200,7 +157,7 @@ int main(int argc, char** argv)
         if (const char* why = video_prep_stencil(&stencil, &a.output, picture, (uint32_t)threshold))
             videoprep_refuse(in, picture, "a stencil", why);
         auto* block = (uint8_t*)xmemarena_push(&a.output, n3d_coverage_buffer_write_size(&stencil));
-        videoprep_write_block(out, block, n3d_coverage_buffer_write(block, &stencil, BYTE_ORDER_NATIVE));
+        tool_write_resource(out, block, (size_t)(n3d_coverage_buffer_write(block, &stencil, BYTE_ORDER_NATIVE) - block));
         return 0;
     }
     n3d_texture texture;
