@@ -1,8 +1,9 @@
 // The tunnel's table fill and its per-frame drawing. All trigonometry and square roots are paid
-// once, at start-up; a frame costs two masked additions per two pixels and one colour-map read
-// per pixel.
+// once, at start-up. A frame adds the offsets to each entry's two bytes, modulo 256, sixteen
+// entries per vector addition, and reads one colour-map texel per pixel.
 #include "reel_tunnel_func.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <numbers>
@@ -10,15 +11,18 @@
 #include "diag.h"
 #include "n2d.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 static const char* const REEL_TUNNEL_FILE = "src/reel_tunnel_func";
 
 constexpr uint32_t REEL_TUNNEL_BYTE_STEPS = 256;  // a byte's range: angle and distance wrap at 256
-// A register holds two entries (e0 low, e1 high) after rotating by 16: e1 in the low half. These
-// masks pick both entries' distance bytes and both angle bytes; a carry out of a picked byte lands
-// in a byte that the other mask drops.
-constexpr uint32_t REEL_TUNNEL_DISTANCE_BYTES = 0x00FF00FFu;
-constexpr uint32_t REEL_TUNNEL_ANGLE_BYTES = 0xFF00FF00u;
-constexpr uint32_t REEL_TUNNEL_BOTH_HALVES = 0x00010001u;  // a value times this sits in both halves
+// The offsets as one entry: angle offset in the high byte, distance offset in the low one.
+constexpr uint32_t REEL_TUNNEL_ANGLE_SHIFT = 8;
+constexpr uint32_t REEL_TUNNEL_DISTANCE_BYTE = 0x00FFu;
+// Indices are made a chunk of a row at a time: any width, and the chunk stays in the first-level cache.
+constexpr int32_t REEL_TUNNEL_CHUNK = 256;
 
 void reel_tunnel_table_init(n3d_framebuffer* table)
 {
@@ -54,16 +58,22 @@ void reel_tunnel_table_init(n3d_framebuffer* table)
     }
 }
 
-// Two table entries in, two colour-map indices (angle x 256 + distance, both shifted) out.
-static inline void reel_tunnel_pair(uint32_t w, uint32_t distance_add, uint32_t angle_add, uint32_t* i0, uint32_t* i1)
+// A row's colour-map indices: each entry's angle and distance bytes are increased by the offsets'
+// bytes modulo 256 (a byte-wise addition, so no carry crosses from distance into angle).
+static void reel_tunnel_indices(uint16_t* index, const uint8_t* entries, int32_t count, uint32_t add)
 {
-    const uint32_t r = (w >> 16) | (w << 16);
-    const uint32_t lo = (r & REEL_TUNNEL_DISTANCE_BYTES) + distance_add;
-    const uint32_t hi = (r & REEL_TUNNEL_ANGLE_BYTES) + angle_add;
-    // e1's index in the low half, e0's in the high half: one mask each keeps the bytes used
-    const uint32_t both = (lo & REEL_TUNNEL_DISTANCE_BYTES) | (hi & REEL_TUNNEL_ANGLE_BYTES);
-    *i1 = both & 0xFFFFu;
-    *i0 = both >> 16;
+    int32_t i = 0;
+#if defined(__SSE2__)
+    const __m128i bytes = _mm_set1_epi16((short)add);
+    for (; i + 8 <= count; i += 8)
+        _mm_store_si128((__m128i*)(index + i), _mm_add_epi8(_mm_loadu_si128((const __m128i*)(entries + 2 * i)), bytes));
+#endif
+    for (; i < count; i++) {
+        uint16_t e;
+        memcpy(&e, entries + 2 * i, sizeof(e));
+        const uint32_t angle_bytes = ~REEL_TUNNEL_DISTANCE_BYTE;
+        index[i] = (uint16_t)(((e + add) & REEL_TUNNEL_DISTANCE_BYTE) | ((e & angle_bytes) + (add & angle_bytes)));
+    }
 }
 
 void reel_tunnel_check_color_map(const n3d_texture* color_map)
@@ -104,22 +114,19 @@ void reel_tunnel_argb1555(n3d_framecontext* fc, const n3d_texture* color_map, co
     const uint8_t* src = table->pixels + (int64_t)(table->height / 2 - fb->height / 2) * table->row_bytes +
                          (int64_t)(table->width / 2 - fb->width / 2) * 2;
     uint8_t* dst = fb->pixels + (int64_t)y0 * fb->row_bytes + (int64_t)x0 * 2;
-    const uint32_t distance_add = distance_offset * REEL_TUNNEL_BOTH_HALVES;
-    const uint32_t angle_add = ((uint32_t)angle_offset << 8) * REEL_TUNNEL_BOTH_HALVES;
+    const uint32_t add = (uint32_t)angle_offset << REEL_TUNNEL_ANGLE_SHIFT | distance_offset;
+    alignas(16) uint16_t index[REEL_TUNNEL_CHUNK];
     for (int32_t row = 0; row < h; row++) {
-        const uint8_t* s = src;
-        uint8_t* d = dst;
-        for (int32_t g = 0; g < groups; g++) {
-            uint32_t words[2];
-            memcpy(words, s, sizeof(words));
-            uint32_t i0, i1, i2, i3;
-            reel_tunnel_pair(words[0], distance_add, angle_add, &i0, &i1);
-            reel_tunnel_pair(words[1], distance_add, angle_add, &i2, &i3);
+        for (int32_t from = 0; from < groups * 4; from += REEL_TUNNEL_CHUNK) {
+            const int32_t count = std::min(REEL_TUNNEL_CHUNK, groups * 4 - from);
+            reel_tunnel_indices(index, src + 2 * from, count, add);
             // four texels, first pixel lowest, as one 8-byte store
-            const uint64_t out = (uint64_t)map[i0] | (uint64_t)map[i1] << 16 | (uint64_t)map[i2] << 32 |
-                                 (uint64_t)map[i3] << 48;
-            memcpy(d, &out, sizeof(out));
-            s += 8, d += 8;
+            uint8_t* d = dst + 2 * from;
+            for (int32_t i = 0; i < count; i += 4, d += 8) {
+                const uint64_t out = (uint64_t)map[index[i]] | (uint64_t)map[index[i + 1]] << 16 |
+                                     (uint64_t)map[index[i + 2]] << 32 | (uint64_t)map[index[i + 3]] << 48;
+                memcpy(d, &out, sizeof(out));
+            }
         }
         src += table->row_bytes;
         dst += fb->row_bytes;

@@ -2,6 +2,8 @@
 // geometry, and the drawing's byte arithmetic, region, clipping and undrawn tail columns.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "reel_tunnel_func.h"
 #include "scene_fixture.h"
 
@@ -105,6 +107,42 @@ TEST_F(tunnel_fixture, a_rectangle_reads_the_region_from_its_start_and_leaves_wi
     reel_tunnel_argb1555(ctx.video, map, &table, 0, 0, 319, 240, 0, 0);  // 319 wide: 79 groups
     EXPECT_EQ(video_pixel(315, 9), entry(VX + 315, VY + 9));
     EXPECT_EQ(video_pixel(316, 9), 0x1234);
+}
+
+// Whole frames against the per-pixel rule on a map of random texels: each drawn pixel shows the
+// texel at (angle + angle offset) mod 256, (distance + distance offset) mod 256 of its region
+// entry; pixels outside the rectangle and in its last width mod 4 columns keep their value.
+TEST_F(tunnel_fixture, odd_rectangles_and_offsets_draw_exactly_the_per_pixel_rule)
+{
+    uint32_t seed = 5;
+    for (uint32_t i = 0; i < 65536; i++)
+        ((uint16_t*)map->mips[0])[i] = (uint16_t)((seed = seed * 1664525u + 1013904223u) >> 16);
+    const struct {
+        int32_t x0, y0, x1, y1;
+        uint8_t distance, angle;
+    } cases[] = {
+        {0, 0, 320, 240, 77, 201},  {1, 3, 318, 239, 255, 1},    {7, 0, 8, 5, 13, 130},
+        {5, 9, 12, 20, 128, 128},   {-3, -5, 30, 12, 200, 255},  {301, 230, 330, 250, 3, 99},
+        {2, 1, 2 + 9 + 16 * 17, 4, 1, 254}, {0, 0, 4 * 67 + 3, 2, 90, 45},
+    };
+    for (const auto& c : cases) {
+        fill_video(0x2D2D);
+        reel_tunnel_argb1555(ctx.video, map, &table, c.x0, c.y0, c.x1, c.y1, c.distance, c.angle);
+        const int32_t x0 = std::max(c.x0, 0), y0 = std::max(c.y0, 0);
+        const int32_t x1 = std::min(c.x1, 320), y1 = std::min(c.y1, 240);
+        const int32_t drawn_x1 = x0 + (x1 - x0) / 4 * 4;
+        for (int32_t y = 0; y < 240; y++)
+            for (int32_t x = 0; x < 320; x++) {
+                uint16_t expect = 0x2D2D;
+                if (x >= x0 && x < drawn_x1 && y >= y0 && y < y1) {
+                    const uint32_t a = (angle(VX + x - x0, VY + y - y0) + c.angle) & 0xFF;
+                    const uint32_t d = (distance(VX + x - x0, VY + y - y0) + c.distance) & 0xFF;
+                    expect = ((const uint16_t*)map->mips[0])[a * 256 + d];
+                }
+                ASSERT_EQ(video_pixel(x, y), expect) << x << " " << y << " rectangle " << c.x0 << " " << c.y0 << " "
+                                                    << c.x1 << " " << c.y1;
+            }
+    }
 }
 
 TEST_F(tunnel_fixture, a_map_or_framebuffer_it_cannot_read_ends_the_process)
