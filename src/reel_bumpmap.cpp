@@ -3,8 +3,10 @@
 // brightens the pixels near the light, a base that darkens as the light falls flatter, and the
 // tilt of the bump normal towards the light; their sum indexes the phong table. The float part
 // runs four pixels at a time where SSE2 is there: its sqrt, division, min, max and truncation are
-// the exact IEEE operations of the one-pixel code, so both give the same bytes. On x86-64 processors
-// with AVX2 the float part runs eight pixels at a time.
+// the exact IEEE operations of the one-pixel code, so both give the same bytes. On x86-64
+// processors with AVX2 and FMA the float part runs eight pixels at a time, mostly on a fast
+// estimate that is proven to truncate to the same integers (see reel_bumpmap_fast8), and the
+// look-ups then read one prepared word per pixel.
 #include "reel_bumpmap.h"
 
 #include <algorithm>
@@ -22,7 +24,7 @@
 #endif
 #if defined(__x86_64__)
 #include <immintrin.h>
-#define REEL_BUMPMAP_AVX2 __attribute__((target("avx2")))
+#define REEL_BUMPMAP_AVX2 __attribute__((target("avx2,fma")))
 #endif
 
 static const char* const REEL_BUMPMAP_FILE = "src/reel_bumpmap";
@@ -36,6 +38,10 @@ constexpr float REEL_BUMPMAP_BASE = -127.0f;    // phong index added as the ligh
 constexpr float REEL_BUMPMAP_S_LIMIT = 127.0f;  // the normal's tilt term stays within +-127
 constexpr int32_t REEL_BUMPMAP_INDEX_MAX = 255;
 constexpr int32_t REEL_BUMPMAP_MAX_WIDTH = N3D_MAX_FRAME_DIM;
+// A pixel's look-up word: its colour texel above its phong index, so that word >> 8 is the colour's
+// first shade-table entry and the low byte the phong index.
+constexpr uint32_t REEL_BUMPMAP_WORD_COLOR_SHIFT = 8 + REEL_BUMPMAP_SHADE_BITS;
+constexpr uint32_t REEL_BUMPMAP_WORD_INDEX = 0xFF;
 
 // Clamps in the form that min and max instructions take: NaN gives the lower bound.
 static inline float reel_bumpmap_clamp(float v, float lo, float hi) { return v > lo ? (v < hi ? v : hi) : lo; }
@@ -66,9 +72,9 @@ static inline __m128 reel_bumpmap_clamp4(__m128 v, __m128 lo, __m128 hi)
     return _mm_min_ps(_mm_max_ps(v, lo), hi);  // maxps gives its second operand for NaN, as above
 }
 
-// Four pixels of reel_bumpmap_index, operation for operation.
-static inline void reel_bumpmap_index4(uint8_t* out, const float* px, float py, float lx, float ly,
-                                       const uint32_t* texels)
+// Four pixels of reel_bumpmap_index, operation for operation, as look-up words.
+static inline void reel_bumpmap_words4(uint32_t* out, const float* px, float py, float lx, float ly,
+                                       const uint32_t* texels, const uint8_t* color)
 {
     const __m128 one = _mm_set1_ps(1.0f);
     const __m128 dx = _mm_sub_ps(_mm_set1_ps(lx), _mm_loadu_ps(px));
@@ -98,10 +104,12 @@ static inline void reel_bumpmap_index4(uint8_t* out, const float* px, float py, 
     __m128i index = _mm_add_epi32(_mm_add_epi32(base, s), bias);
     index = _mm_packs_epi32(index, index);
     index = _mm_min_epi16(_mm_max_epi16(index, _mm_setzero_si128()), _mm_set1_epi16(REEL_BUMPMAP_INDEX_MAX));
-    uint16_t lanes[8];
-    _mm_storeu_si128((__m128i*)lanes, index);
-    for (int i = 0; i < 4; i++)
-        out[i] = (uint8_t)lanes[i];
+    uint32_t colors;
+    memcpy(&colors, color, sizeof(colors));
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i c = _mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128((int)colors), zero), zero);
+    const __m128i words = _mm_or_si128(_mm_unpacklo_epi16(index, zero), _mm_slli_epi32(c, REEL_BUMPMAP_WORD_COLOR_SHIFT));
+    _mm_storeu_si128((__m128i*)out, words);
 }
 #endif
 
@@ -117,10 +125,10 @@ REEL_BUMPMAP_AVX2 static inline __m256 reel_bumpmap_clamp8(__m256 v, __m256 lo, 
     return _mm256_min_ps(_mm256_max_ps(v, lo), hi);  // NaN gives the lower bound, as above
 }
 
-// Eight pixels of reel_bumpmap_index, operation for operation. The table reads stay scalar:
-// gathers are slower than eight loads on processors that are common today.
-REEL_BUMPMAP_AVX2 static inline void reel_bumpmap_index8(uint8_t* out, const float* px, float py, float lx, float ly,
-                                                         const uint32_t* bump, __m256 k_table)
+// Eight pixels of reel_bumpmap_index, operation for operation: their phong indices. The table
+// reads stay scalar: gathers are slower than eight loads on processors that are common today.
+REEL_BUMPMAP_AVX2 static inline __m256i reel_bumpmap_exact8(const float* px, float py, float lx, float ly,
+                                                            const uint32_t* bump, __m256 k_table)
 {
     const __m256 one = _mm256_set1_ps(1.0f), zero = _mm256_setzero_ps();
     const __m256 dx = _mm256_sub_ps(_mm256_set1_ps(lx), _mm256_loadu_ps(px));
@@ -155,25 +163,105 @@ REEL_BUMPMAP_AVX2 static inline void reel_bumpmap_index8(uint8_t* out, const flo
         _mm256_add_ps(_mm256_mul_ps(_mm256_mul_ps(two, hx), nx), _mm256_mul_ps(_mm256_mul_ps(two, hy), ny)), h);
     const __m256i s = _mm256_cvttps_epi32(
         reel_bumpmap_clamp8(sf, _mm256_set1_ps(-REEL_BUMPMAP_S_LIMIT), _mm256_set1_ps(REEL_BUMPMAP_S_LIMIT)));
-    __m256i index = _mm256_add_epi32(_mm256_add_epi32(base, s), bias);
-    index = _mm256_min_epi32(_mm256_max_epi32(index, _mm256_setzero_si256()),
-                             _mm256_set1_epi32(REEL_BUMPMAP_INDEX_MAX));
-    // to bytes: each 128-bit half packs its four lanes into its own low dword
-    const __m256i bytes = _mm256_packus_epi16(_mm256_packus_epi32(index, index), index);
-    const __m256i both = _mm256_permutevar8x32_epi32(bytes, _mm256_setr_epi32(0, 4, 0, 0, 0, 0, 0, 0));
-    _mm_storel_epi64((__m128i*)out, _mm256_castsi256_si128(both));
+    const __m256i index = _mm256_add_epi32(_mm256_add_epi32(base, s), bias);
+    return _mm256_min_epi32(_mm256_max_epi32(index, _mm256_setzero_si256()), _mm256_set1_epi32(REEL_BUMPMAP_INDEX_MAX));
 }
 
-// A row's indices in groups of eight, in one call so that the constants stay in registers;
+// The fast estimate, for rows whose every squared distance to the light lies within
+// [REEL_BUMPMAP_FAST_DD_MIN, REEL_BUMPMAP_FAST_DD_MAX]. There a = 1 (64 r - 1 >= 1.1), so
+// bias = 128, and hx^2 + hy^2 = 1/2 within 40 ulps, so base = trunc(-63.5...) = -63: the index is
+// clamp(trunc(sf) + 65, 0, 255) with sf = 2 hx nx + 2 hy ny + h, and only sf needs care.
+// 2 hx = sqrt(2) dx / |d| is estimated from the reciprocal square root and one Newton step. Both
+// the exact chain and the estimate stay within 11 ulps (u = 2^-24) of the true 2 hx, whose size is
+// at most 1.415, so their 2 hx differ by at most 1.415 x 22 u = 1.9e-6; with the roundings of the
+// products and sums the two sf differ by less than g x 2.0e-6 + 4.6e-5, g = |nx| + |ny|. The
+// estimate is used when sf - e and sf + e truncate alike, with e = g 2^-17 + 2^-12 (four times that
+// bound); then so does the exact sf. For g = 0 both sf are h exactly, and e = 0. Any other group
+// of eight returns false and is computed exactly: about one in fifty for random texels.
+constexpr float REEL_BUMPMAP_FAST_DD_MIN = 0x1p-60f;  // no underflow that matters, no division by 0
+constexpr float REEL_BUMPMAP_FAST_DD_MAX = 900.0f;    // |d| <= 30: r > 1/32, so a = 1
+constexpr float REEL_BUMPMAP_FAST_E_PER_TILT = 0x1p-17f;
+constexpr float REEL_BUMPMAP_FAST_E_ROUNDING = 0x1p-12f;
+constexpr int32_t REEL_BUMPMAP_FAST_OFFSET = 128 - 63;  // bias + base
+
+REEL_BUMPMAP_AVX2 static inline bool reel_bumpmap_fast8(__m256i* index, const float* px, __m256 dy, __m256 dy2,
+                                                        __m256 lx, const uint32_t* bump)
+{
+    const __m256 dx = _mm256_sub_ps(lx, _mm256_loadu_ps(px));
+    const __m256 dd = _mm256_fmadd_ps(dx, dx, dy2);
+    // c = sqrt(2) / |d| = y (3/2 sqrt(2) - 1/2 sqrt(2) dd y^2), y the 12-bit estimate of 1 / |d|
+    const __m256 y = _mm256_rsqrt_ps(dd);
+    const __m256 ddyy = _mm256_mul_ps(_mm256_mul_ps(dd, y), y);
+    const __m256 c = _mm256_mul_ps(
+        y, _mm256_fnmadd_ps(ddyy, _mm256_set1_ps(0.5f * std::numbers::sqrt2_v<float>),
+                            _mm256_set1_ps(1.5f * std::numbers::sqrt2_v<float>)));
+    const __m256i t = _mm256_loadu_si256((const __m256i*)bump);
+    const __m256 nx = _mm256_cvtepi32_ps(_mm256_srai_epi32(t, 24));
+    const __m256 ny = _mm256_cvtepi32_ps(_mm256_srai_epi32(_mm256_slli_epi32(t, 8), 24));
+    const __m256 h = _mm256_cvtepi32_ps(_mm256_and_si256(t, _mm256_set1_epi32(0xFF)));
+    const __m256 sf = _mm256_fmadd_ps(_mm256_mul_ps(dx, c), nx, _mm256_fmadd_ps(_mm256_mul_ps(dy, c), ny, h));
+    const __m256 sign = _mm256_set1_ps(-0.0f), one = _mm256_set1_ps(1.0f);
+    const __m256 g = _mm256_add_ps(_mm256_andnot_ps(sign, nx), _mm256_andnot_ps(sign, ny));
+    const __m256 e = _mm256_fmadd_ps(g, _mm256_set1_ps(REEL_BUMPMAP_FAST_E_PER_TILT),
+                                     _mm256_mul_ps(_mm256_min_ps(g, one), _mm256_set1_ps(REEL_BUMPMAP_FAST_E_ROUNDING)));
+    const __m256i low = _mm256_cvttps_epi32(_mm256_sub_ps(sf, e));
+    const __m256i high = _mm256_cvttps_epi32(_mm256_add_ps(sf, e));
+    // trunc(clamp(sf, -127, 127)) + 65 = clamp(trunc(sf) + 65, 0, 192) for finite sf
+    *index = _mm256_min_epi32(_mm256_max_epi32(_mm256_add_epi32(low, _mm256_set1_epi32(REEL_BUMPMAP_FAST_OFFSET)),
+                                               _mm256_setzero_si256()),
+                              _mm256_set1_epi32(REEL_BUMPMAP_FAST_OFFSET + (int32_t)REEL_BUMPMAP_S_LIMIT));
+    return _mm256_movemask_epi8(_mm256_cmpeq_epi32(low, high)) == -1;
+}
+
+// Eight look-up words from eight phong indices and the colour texels.
+REEL_BUMPMAP_AVX2 static inline void reel_bumpmap_store8(uint32_t* word, const uint8_t* color, __m256i index)
+{
+    const __m256i c = _mm256_cvtepu8_epi32(_mm_loadl_epi64((const __m128i*)color));
+    _mm256_storeu_si256((__m256i*)word, _mm256_or_si256(index, _mm256_slli_epi32(c, REEL_BUMPMAP_WORD_COLOR_SHIFT)));
+}
+
+// A row's look-up words in groups of eight, in one call so that the constants stay in registers;
 // returns how many pixels it did.
-REEL_BUMPMAP_AVX2 static int64_t reel_bumpmap_index_row8(uint8_t* out, const float* px, float py, float lx, float ly,
-                                                         const uint32_t* bump, int64_t count)
+REEL_BUMPMAP_AVX2 static int64_t reel_bumpmap_words_row8(uint32_t* word, const float* px, float py, float lx, float ly,
+                                                         const uint32_t* bump, const uint8_t* color, int64_t count)
 {
     const __m256 k_table = _mm256_loadu_ps(reel_bumpmap_k_table);
-    int64_t i = 0;
-    for (; i + 8 <= count; i += 8)
-        reel_bumpmap_index8(out + i, px + i, py, lx, ly, bump + i, k_table);
-    return i;
+    const float dy = ly - py, dy2 = dy * dy;
+    // dx is monotonic along the row, so its ends bound every squared distance (NaN fails both)
+    bool fast = false;
+    if (count > 0) {
+        const float dx_first = lx - px[0], dx_last = lx - px[count - 1];
+        const float dx2_max = std::max(dx_first * dx_first, dx_last * dx_last);
+        fast = dy2 >= REEL_BUMPMAP_FAST_DD_MIN && dx2_max + dy2 <= REEL_BUMPMAP_FAST_DD_MAX;
+    }
+    if (count < 8)
+        return 0;
+    // the last group ends at the row's end, overlapping the one before: no pixel is left over
+    const int64_t groups = (count + 7) / 8;
+    auto start = [count](int64_t g) { return std::min(g * 8, count - 8); };
+    if (!fast) {
+        for (int64_t g = 0; g < groups; g++)
+            reel_bumpmap_store8(word + start(g), color + start(g),
+                                reel_bumpmap_exact8(px + start(g), py, lx, ly, bump + start(g), k_table));
+        return count;
+    }
+    // groups the estimate cannot decide are listed and redone after the row, without a branch here
+    int64_t redo[REEL_BUMPMAP_MAX_WIDTH / 8];
+    int64_t redo_count = 0;
+    const __m256 dy8 = _mm256_set1_ps(dy), dy2_8 = _mm256_set1_ps(dy2), lx8 = _mm256_set1_ps(lx);
+    for (int64_t g = 0; g < groups; g++) {
+        const int64_t i = start(g);
+        __m256i index;
+        const bool decided = reel_bumpmap_fast8(&index, px + i, dy8, dy2_8, lx8, bump + i);
+        redo[redo_count] = i;
+        redo_count += !decided;
+        reel_bumpmap_store8(word + i, color + i, index);
+    }
+    for (int64_t k = 0; k < redo_count; k++) {
+        const int64_t i = redo[k];
+        reel_bumpmap_store8(word + i, color + i, reel_bumpmap_exact8(px + i, py, lx, ly, bump + i, k_table));
+    }
+    return count;
 }
 #endif
 
@@ -183,7 +271,7 @@ reel_bumpmap_kernel_set reel_bumpmap_use_kernels(reel_bumpmap_kernel_set wanted)
 {
     reel_bumpmap_kernel_set use = REEL_BUMPMAP_KERNELS_PORTABLE;
 #if defined(REEL_BUMPMAP_AVX2)
-    if (wanted == REEL_BUMPMAP_KERNELS_AVX2 && __builtin_cpu_supports("avx2")) {
+    if (wanted == REEL_BUMPMAP_KERNELS_AVX2 && __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma")) {
         use = REEL_BUMPMAP_KERNELS_AVX2;
         for (int32_t i = 0; i < REEL_BUMPMAP_K_STEPS; i++) {
             const int32_t bits = REEL_BUMPMAP_K_FIRST_BITS + i;
@@ -264,7 +352,7 @@ void reel_bumpmap_argb1555(n3d_framebuffer* fb, float t, int32_t x, int32_t y, i
     const uint32_t* bump_texels = (const uint32_t*)bump->mips[0];
     const uint8_t* color_texels = (const uint8_t*)color->mips[0];
     const uint16_t* shades = (const uint16_t*)color->shade_table;
-    uint8_t index[REEL_BUMPMAP_MAX_WIDTH];
+    uint32_t word[REEL_BUMPMAP_MAX_WIDTH];
     if (reel_bumpmap_kernels < 0)
         reel_bumpmap_use_kernels(REEL_BUMPMAP_KERNELS_AVX2);
     const bool avx2 = reel_bumpmap_kernels == REEL_BUMPMAP_KERNELS_AVX2;
@@ -277,31 +365,27 @@ void reel_bumpmap_argb1555(n3d_framebuffer* fb, float t, int32_t x, int32_t y, i
         int64_t i = 0;
 #if defined(REEL_BUMPMAP_AVX2)
         if (avx2)
-            i = reel_bumpmap_index_row8(index, px, py, lx, ly, b, cols);
+            i = reel_bumpmap_words_row8(word, px, py, lx, ly, b, c, cols);
 #endif
 #if defined(__SSE2__)
         for (; i + 4 <= cols; i += 4)
-            reel_bumpmap_index4(index + i, px + i, py, lx, ly, b + i);
+            reel_bumpmap_words4(word + i, px + i, py, lx, ly, b + i, c + i);
 #endif
         for (; i < cols; i++)
-            index[i] = (uint8_t)reel_bumpmap_index(px[i], py, lx, ly, b[i]);
+            word[i] = (uint32_t)c[i] << REEL_BUMPMAP_WORD_COLOR_SHIFT | reel_bumpmap_index(px[i], py, lx, ly, b[i]);
 
         auto pixel = [&](int64_t k) -> uint16_t {
-            return shades[(uint32_t)c[k] << REEL_BUMPMAP_SHADE_BITS | phong[index[k]]];
+            return shades[word[k] >> 8 | phong[word[k] & REEL_BUMPMAP_WORD_INDEX]];
         };
-        i = 0;
-        if (((uintptr_t)d & 3) != 0) {  // one pixel alone up to a 4-byte boundary
-            const uint16_t p = pixel(0);
-            memcpy(d, &p, 2);
-            i = 1;
+        // four pixels per 8-byte store, first pixel lowest: the same bytes as single stores
+        for (i = 0; i + 4 <= cols; i += 4) {
+            const uint64_t quad = (uint64_t)pixel(i) | (uint64_t)pixel(i + 1) << 16 | (uint64_t)pixel(i + 2) << 32 |
+                                  (uint64_t)pixel(i + 3) << 48;
+            memcpy(d + i * 2, &quad, sizeof(quad));
         }
-        for (; i + 2 <= cols; i += 2) {  // then pairs, first pixel in the low half
-            const uint32_t pair = (uint32_t)pixel(i) | (uint32_t)pixel(i + 1) << 16;
-            memcpy(d + i * 2, &pair, 4);
-        }
-        if (i < cols) {
+        for (; i < cols; i++) {
             const uint16_t p = pixel(i);
-            memcpy(d + i * 2, &p, 2);
+            memcpy(d + i * 2, &p, sizeof(p));
         }
     }
 }
