@@ -14,8 +14,9 @@ constexpr double REEL_BUMPMAP_LIGHT_PERIOD_Y = 5.0;
 constexpr double REEL_BUMPMAP_LIGHT_RADIUS = 1.5;
 
 // The kernels of the drawing's float part: the portable ones (four pixels at a time with SSE2,
-// else one), or eight pixels at a time with AVX2 on x86-64 processors that have it. Every kernel gives the same
-// pixels; the first draw picks the best the processor has unless a choice was made before.
+// else one), or eight pixels at a time with AVX2 and FMA on x86-64 processors that have them.
+// Every kernel gives the same pixels; the first draw picks the best the processor has unless a
+// choice was made before.
 enum reel_bumpmap_kernel_set : uint32_t {
     REEL_BUMPMAP_KERNELS_PORTABLE = 0,
     REEL_BUMPMAP_KERNELS_AVX2 = 1,

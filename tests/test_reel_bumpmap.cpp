@@ -156,6 +156,79 @@ TEST_F(bumpmap_fixture, every_kernel_draws_the_same_pixels)
     reel_bumpmap_use_kernels(REEL_BUMPMAP_KERNELS_AVX2);
 }
 
+// The drawing's arithmetic pixel by pixel in single precision, as the rule reads: what every kernel
+// must give to the byte, NaN aside (the light never sits on a pixel here).
+uint32_t phong_index_by_rule(float px, float py, float lx, float ly, uint32_t b)
+{
+    const float dx = lx - px, dy = ly - py;
+    const float r = 1.0f / sqrtf(dx * dx + dy * dy);
+    const float ux = dx * r, uy = dy * r;
+    const float k = 1.0f / sqrtf(ux * ux + uy * uy + 1.0f);
+    const float hx = ux * k, hy = uy * k;
+    const float a = std::clamp(64.0f * r - 1.0f, 0.0f, 1.0f);
+    const int32_t bias = (int32_t)roundf(128.0f * a);
+    const int32_t base = (int32_t)(-127.0f * (hx * hx + hy * hy));
+    const float nx = (float)(int8_t)(b >> 24), ny = (float)(int8_t)(b >> 16), h = (float)(b & 0xFF);
+    const int32_t s = (int32_t)std::clamp(2.0f * hx * nx + 2.0f * hy * ny + h, -127.0f, 127.0f);
+    return (uint32_t)std::clamp(base + s + bias, 0, 255);
+}
+
+// Whole frames against the rule: odd placements and widths that leave partial groups, clipping,
+// a source offset, and t = 1.25 s with 257 rows, where row 128 passes within 1e-16 of the light's
+// height. Texels: random ones (a few in a hundred land next to an integer), flat ones and ones
+// tilted by a single step.
+TEST_F(bumpmap_fixture, odd_placements_draw_exactly_the_per_pixel_rule)
+{
+    uint32_t seed = 3;
+    for (uint32_t i = 0; i < 512 * 256; i++) {
+        seed = seed * 1664525u + 1013904223u;
+        const uint32_t kind = seed >> 30, h = seed >> 8 & 0xFF;
+        ((uint32_t*)bump->mips[0])[i] = kind == 0 ? h : kind == 1 ? texel((int8_t)(seed >> 20 & 1), (int8_t)-1, (uint8_t)h)
+                                                                   : seed * 2654435761u;
+    }
+    const struct {
+        float t;
+        int32_t x, y, src_x0, src_y0, src_x1, src_y1;
+    } cases[] = {
+        {0.0f, 0, 0, 0, 0, 310, 256},      {1.25f, 3, 0, 0, 0, 310, 257},  {2.7f, -5, -2, 0, 0, 301, 256},
+        {7.3f, 1, 7, 3, 5, 3 + 17, 5 + 40}, {4.4f, 311, 200, 0, 0, 310, 256}, {9.9f, 2, 3, 1, 0, 8, 13},
+    };
+    const uint32_t* texels = (const uint32_t*)bump->mips[0];
+    const uint8_t* colors = (const uint8_t*)color->mips[0];
+    const reel_bumpmap_kernel_set kernels[] = {REEL_BUMPMAP_KERNELS_PORTABLE, REEL_BUMPMAP_KERNELS_AVX2};
+    for (const auto k : kernels) {
+        if (reel_bumpmap_use_kernels(k) != k)
+            continue;
+        for (const auto& c : cases) {
+            fill_video(UNTOUCHED);
+            reel_bumpmap_argb1555(fb(), c.t, c.x, c.y, c.src_x0, c.src_y0, c.src_x1, c.src_y1, bump, color, phong.table);
+            const double angle = (double)c.t * 2.0 * 3.14159265358979323846;
+            const float lx = (float)(1.5 * sin(angle / 10.0)), ly = (float)(1.5 * cos(angle / 5.0));
+            const float step_x = 2.0f / (float)(c.src_x1 - c.src_x0 - 1), step_y = 2.0f / (float)(c.src_y1 - c.src_y0 - 1);
+            const int32_t x0 = std::max(c.x, 0), y0 = std::max(c.y, 0);
+            const int32_t sx0 = c.src_x0 + x0 - c.x, sy0 = c.src_y0 + y0 - c.y;
+            float py = -1.0f;
+            for (int32_t y = 0; y < 240; y++) {
+                const bool row_drawn = y >= y0 && sy0 + y - y0 < std::min(c.src_y1, 256);
+                float px = -0.1f;
+                for (int32_t x = 0; x < 320; x++) {
+                    uint16_t expect = UNTOUCHED;
+                    const int32_t sx = sx0 + x - x0, sy = sy0 + y - y0;
+                    if (row_drawn && x >= x0 && sx < c.src_x1) {
+                        const uint32_t index = phong_index_by_rule(px, py, lx, ly, texels[sy * 512 + sx]);
+                        expect = (uint16_t)(0x8000 | colors[sy * 512 + sx] << 5 | phong.table[index]);
+                        px += step_x;
+                    }
+                    ASSERT_EQ(video_pixel(x, y), expect) << x << " " << y << " t " << c.t << " kernels " << k;
+                }
+                if (row_drawn)
+                    py += step_y;
+            }
+        }
+    }
+    reel_bumpmap_use_kernels(REEL_BUMPMAP_KERNELS_AVX2);
+}
+
 TEST_F(bumpmap_fixture, placement_clips_at_the_top_left_and_writes_up_to_the_right_edge)
 {
     set_bump(bump, texel(50, 0, 0));
