@@ -228,17 +228,14 @@ REEL_BUMPMAP_AVX2 static inline void reel_bumpmap_store8(uint32_t* word, const u
 REEL_BUMPMAP_AVX2 static int64_t reel_bumpmap_words_row8(uint32_t* word, const float* px, float py, float lx, float ly,
                                                          const uint32_t* bump, const uint8_t* color, int64_t count)
 {
+    if (count < 8)
+        return 0;
     const __m256 k_table = _mm256_loadu_ps(reel_bumpmap_k_table);
     const float dy = ly - py, dy2 = dy * dy;
     // dx is monotonic along the row, so its ends bound every squared distance (NaN fails both)
-    bool fast = false;
-    if (count > 0) {
-        const float dx_first = lx - px[0], dx_last = lx - px[count - 1];
-        const float dx2_max = std::max(dx_first * dx_first, dx_last * dx_last);
-        fast = dy2 >= REEL_BUMPMAP_FAST_DD_MIN && dx2_max + dy2 <= REEL_BUMPMAP_FAST_DD_MAX;
-    }
-    if (count < 8)
-        return 0;
+    const float dx_first = lx - px[0], dx_last = lx - px[count - 1];
+    const float dx2_max = std::max(dx_first * dx_first, dx_last * dx_last);
+    const bool fast = dy2 >= REEL_BUMPMAP_FAST_DD_MIN && dx2_max + dy2 <= REEL_BUMPMAP_FAST_DD_MAX;
     // the last group ends at the row's end, overlapping the one before: no pixel is left over
     const int64_t groups = (count + 7) / 8;
     auto start = [count](int64_t g) { return std::min(g * 8, count - 8); };

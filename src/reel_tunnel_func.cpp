@@ -1,5 +1,5 @@
 // The tunnel's table fill and its per-frame drawing. All trigonometry and square roots are paid
-// once, at start-up. A frame adds the offsets to each entry's two bytes, modulo 256, sixteen
+// once, at start-up. A frame adds the offsets to each entry's two bytes, modulo 256, eight
 // entries per vector addition, and reads one colour-map texel per pixel.
 #include "reel_tunnel_func.h"
 
