@@ -56,7 +56,7 @@ SDL_AUDIODRIVER=${SDL_AUDIODRIVER:-dummy} xvfb-run -a -s "-screen 0 640x480x24" 
     wm=$!
     sleep 1
     log="$out/live.log"
-    "$program" >"$log" 2>&1 &
+    stdbuf -oL "$program" >"$log" 2>&1 &
     reel=$!
     while [ ! -s "$log" ] && kill -0 "$reel" 2>/dev/null; do sleep 0.01; done
     start=$(date +%s.%N)
