@@ -458,6 +458,17 @@ void capture_stats_frame(capture_stats* st, const reel_engine* e, uint64_t cycle
             most = st->function_cycles[k], st->slowest_function = k;
 }
 
+// Whether a row of the script bound to table function k had a run call.
+bool capture_function_called(const reel_engine* e, uint32_t k)
+{
+    for (uint32_t i = 0; i < e->scene_count; i++) {
+        const reel_scene* s = &e->scenes[i];
+        if (s->run == reel_scene_table[k].run && s->update_runs + s->render_runs > 0)
+            return true;
+    }
+    return false;
+}
+
 // A row's name in the report: its scene function, then the description's scene name if it
 // gives one.
 void capture_row_label(char* label, size_t size, const reel_sequence_row* row, const reel_scene* s)
@@ -496,18 +507,13 @@ void capture_print_engine(const reel_engine* e)
         }
     }
     uint32_t called = 0;
-    bool was_called[256] = {};
-    for (uint32_t i = 0; i < e->scene_count; i++) {
-        const reel_scene* s = &e->scenes[i];
-        const uint32_t k = capture_function_index(s);
-        if (k < reel_scene_table_count && k < 256 && s->update_runs + s->render_runs > 0 && !was_called[k])
-            was_called[k] = true, called++;
-    }
+    for (uint32_t k = 0; k < reel_scene_table_count; k++)
+        called += capture_function_called(e, k);
     printf("scene functions called: %u of %u\n", called, reel_scene_table_count);
     for (int want = 1; want >= 0; want--) {
         printf(want ? "called:" : "not called:");
         for (uint32_t k = 0; k < reel_scene_table_count; k++)
-            if (was_called[k] == (bool)want)
+            if (capture_function_called(e, k) == (bool)want)
                 printf(" %s", reel_scene_table[k].name);
         printf("\n");
     }
