@@ -469,43 +469,20 @@ bool capture_function_called(const reel_engine* e, uint32_t k)
     return false;
 }
 
-// A row's name in the report: its scene function, then the description's scene name if it
-// gives one.
-void capture_row_label(char* label, size_t size, const reel_sequence_row* row, const reel_scene* s)
+// The engine's report with every row named by its scene function, then the description's
+// scene name if it gives one; and which of the table's functions had a run call.
+void capture_print_engine(const reel_engine* e, xmemarena* arena)
 {
-    if (s->name && strcmp(s->name, row->function) != 0)
-        snprintf(label, size, "%s %s", row->function, s->name);
-    else
-        snprintf(label, size, "%s", row->function);
-}
-
-// The engine's report with every row named by its function, and which of the table's
-// functions had a run call.
-void capture_print_engine(const reel_engine* e)
-{
-    printf("=== init system ===\n");
-    for (uint32_t i = 0; i < e->init_step && i < REEL_INIT_STEPS; i++)
-        printf("%.2f ms [step:%d] (cycles: %llu)\n", prof_cycles_to_ms(e->step_cycles[i]), (int)i,
-               (unsigned long long)e->step_cycles[i]);
-    printf("=== load scenes ===\n");
-    char label[512];
+    const uint64_t mark = xmemarena_get_sp(arena);
+    auto** labels = (const char**)xmemarena_push_zero(arena, (e->scene_count + 1) * sizeof(char*));
     for (uint32_t i = 0; i < e->scene_count; i++) {
         const reel_sequence_row* row = &e->sequence.rows[i];
         const reel_scene* s = &e->scenes[i];
-        capture_row_label(label, sizeof(label), row, s);
-        printf("%.2f ms [row: line %d func %s args: %s] (cycles: %llu)\n", prof_cycles_to_ms(s->load_cycles),
-               (int)row->line, label, row->args ? row->args : "(null)", (unsigned long long)s->load_cycles);
+        labels[i] = s->name && strcmp(s->name, row->function) != 0 ? memprintf(arena, "%s %s", row->function, s->name)
+                                                                   : row->function;
     }
-    printf("=== runtime ===\n");
-    static const char* const kinds[2] = {"regular", "vbl"};
-    for (uint32_t pass = 0; pass < 2; pass++) {
-        printf("=== %s ===\n", kinds[pass]);
-        pass_timer_print("total", pass, &e->total_timer);
-        for (uint32_t i = 0; i < e->scene_count; i++) {
-            capture_row_label(label, sizeof(label), &e->sequence.rows[i], &e->scenes[i]);
-            pass_timer_print(label, pass, &e->scenes[i].run_timer);
-        }
-    }
+    reel_print_statistics(e, labels);
+    xmemarena_set_sp(arena, mark);
     uint32_t called = 0;
     for (uint32_t k = 0; k < reel_scene_table_count; k++)
         called += capture_function_called(e, k);
@@ -714,7 +691,7 @@ int main(int argc, char** argv)
     printf("captured %llu frames (%.2f s of music)%s\n", (unsigned long long)frame, (double)frame / 60.0,
            demosys_global.quit ? ", the show ended" : "");
     if (opt.stats) {
-        capture_print_engine(&demosys_global.engine);
+        capture_print_engine(&demosys_global.engine, &capture_arena);
         pass_timer_print("engine pass", REEL_PASS_UPDATE, &demosys_global.engine.total_timer);
         pass_timer_print("engine pass", REEL_PASS_RENDER, &demosys_global.engine.total_timer);
         printf("frames hash: %016llx (%llu frames)\n", (unsigned long long)stats.frames_hash,
