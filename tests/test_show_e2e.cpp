@@ -162,9 +162,11 @@ struct show_run {
     double seconds;                   // wall time of the capture
 };
 
+// In a folder of this process's own (ctest runs each test in a process of its own, at the same
+// time as others), removed afterwards: the music of a long show is tens of megabytes.
 static show_run play_show(const char* name)
 {
-    const std::string dir = tool_fixture_dir(REEL_TEST_OUTPUT_DIR, name);
+    const std::string dir = tool_fixture_dir(REEL_TEST_OUTPUT_DIR, name + std::string("_") + std::to_string(getpid()));
     show_run r;
     const auto t0 = std::chrono::steady_clock::now();
     r.status = run(REEL_SHOW_DIR, "reel_capture --stats --wav '" + dir + "/show.wav' --hashes '" + dir + "/hashes.txt'",
@@ -180,6 +182,7 @@ static show_run play_show(const char* name)
         r.samples.resize((wav.size() - 44) / 2);
         memcpy(r.samples.data(), wav.data() + 44, r.samples.size() * 2);
     }
+    std::system(("rm -rf '" + dir + "'").c_str());
     return r;
 }
 
@@ -217,7 +220,7 @@ protected:
         std::printf("the show's capture took %.1f s of wall time for %zu frames\n", first->seconds,
                     first->hashes.size());
         // the script as the engine reads it: its rows with resolved times in samples
-        static std::vector<uint8_t> block(32 << 20);
+        static std::vector<uint8_t> block(8 << 20);
         xmemarena_init(&arena, "e2e_sequence", block.size() / 2, block.data());
         xmemarena_init(&tmp_arena, "e2e_sequence_tmp", block.size() / 2, block.data() + block.size() / 2);
         script_text = tool_fixture_read(REEL_SHOW_DIR "/show/sequence.csv");
