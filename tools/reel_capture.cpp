@@ -371,8 +371,9 @@ const char* capture_show_over()
 
 // ---- statistics ----
 
-// The cost of a displayed frame is the TSC time of its update passes, its render pass, the flip
-// and the composition: the work the live program does per frame. The engine's init passes are
+// The cost of a displayed frame is the TSC time of its update passes (as many as
+// --updates-per-frame says), its render pass, the flip and the composition: the work the live
+// program does per frame, but for the many more update passes it runs. The engine's init passes are
 // left out (live they are over before the first frame is due), and so is what only the capture
 // does (PNG, WAV and video writing, hashing, this bookkeeping). A frame's slowest scene function
 // is the table function whose rows' calls (run, load and end calls, and the loading of their
