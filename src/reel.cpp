@@ -254,7 +254,7 @@ void reel_engine_frame(reel_run_context* ctx)
     pass_timer_add(&e->total_timer, t0, ctx->pass);
 }
 
-void reel_print_statistics(const reel_engine* e)
+void reel_print_statistics(const reel_engine* e, const char* const* row_labels)
 {
     printf("=== init system ===\n");
     for (uint32_t i = 0; i < e->init_step && i < REEL_INIT_STEPS; i++)
@@ -265,7 +265,7 @@ void reel_print_statistics(const reel_engine* e)
         const reel_sequence_row* row = &e->sequence.rows[i];
         const reel_scene* scene = &e->scenes[i];
         printf("%.2f ms [row: line %d func %s args: %s] (cycles: %llu)\n", prof_cycles_to_ms(scene->load_cycles),
-               (int)row->line, row->function, row->args ? row->args : "(null)",
+               (int)row->line, row_labels ? row_labels[i] : row->function, row->args ? row->args : "(null)",
                (unsigned long long)scene->load_cycles);
     }
     printf("=== runtime ===\n");
@@ -275,7 +275,8 @@ void reel_print_statistics(const reel_engine* e)
         pass_timer_print("total", pass, &e->total_timer);
         for (uint32_t i = 0; i < e->scene_count; i++) {
             const reel_scene* scene = &e->scenes[i];
-            pass_timer_print(scene->name ? scene->name : e->sequence.rows[i].function, pass, &scene->run_timer);
+            const char* label = scene->name ? scene->name : e->sequence.rows[i].function;
+            pass_timer_print(row_labels ? row_labels[i] : label, pass, &scene->run_timer);
         }
     }
 }

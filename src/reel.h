@@ -355,7 +355,9 @@ void demosys_shutdown(demosys* sys);
 void reel_engine_frame(reel_run_context* ctx);
 void reel_init_step(reel_run_context* ctx);
 uint32_t reel_key_pressed(const reel_run_context* ctx, uint32_t key);
-void reel_print_statistics(const reel_engine* engine);
+// row_labels (one per row) replace the function name and the scene name in the report; null
+// keeps them.
+void reel_print_statistics(const reel_engine* engine, const char* const* row_labels = nullptr);
 
 // Resources (reel_resource.cpp).
 void* reel_load_resource(reel_engine* engine, const char* name, uint32_t kind);

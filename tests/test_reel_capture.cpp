@@ -104,3 +104,95 @@ TEST(reel_capture, a_video_is_made_in_one_command_with_progress_on_standard_erro
     EXPECT_EQ(piped.out.substr(0, 4), std::string("\x1A\x45\xDF\xA3")) << piped.out.substr(0, 80);
     EXPECT_NE(piped.err.find("captured 30 frames"), std::string::npos) << piped.err;
 }
+
+namespace {
+
+std::string capture_line(const std::string& out, const std::string& head)
+{
+    const size_t at = out.find("\n" + head);
+    if (at == std::string::npos)
+        return "";
+    return out.substr(at + 1, out.find('\n', at + 1) - at - 1);
+}
+
+}  // namespace
+
+TEST(reel_capture, stats_name_rows_by_function_list_the_functions_called_and_end_with_the_frame_cost)
+{
+    const std::string dir = capture_show("stats");
+    const tool_run_result r = tool_fixture_run(dir, tools + "/reel_capture --stats");
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    // the rows in script order after each pass kind's total
+    for (const char* kind : {"=== regular ===\n", "=== vbl ===\n"}) {
+        const size_t at = r.out.find(kind);
+        ASSERT_NE(at, std::string::npos) << r.out;
+        EXPECT_TRUE(testing::internal::RE::PartialMatch(r.out.substr(at), "^=== [a-z]+ ===\ntotal: [^\n]*\nmusic_start: "
+                                                                          "[^\n]*\nvideo_clear: [^\n]*\nfade_out_music: "))
+            << r.out.substr(at);
+    }
+    EXPECT_EQ(capture_line(r.out, "scene functions called: "), "scene functions called: 3 of 27");
+    EXPECT_EQ(capture_line(r.out, "called: "), "called: music_start fade_out_music video_clear");  // table order
+    EXPECT_EQ(capture_line(r.out, "not called: ").find("not called: load_sync load_async music_sync "), 0u);
+    EXPECT_NE(capture_line(r.out, "arena: demo_arena capacity: 41943040 used: "), "") << r.out;
+    EXPECT_TRUE(testing::internal::RE::PartialMatch(
+        r.out, "\nframe ms: mean [0-9]+\\.[0-9]{2} p99 [0-9]+\\.[0-9]{2} max [0-9]+\\.[0-9]{2} \\(slowest: [a-z_]+\\)\n$"))
+        << r.out;
+}
+
+// The hashes of two runs agree exactly when their pictures and sound do: the pass cadence
+// changes what video_clear shows (red at one update pass per frame, black at three) and not
+// the music.
+TEST(reel_capture, hashes_tell_runs_with_the_same_pictures_and_sound_apart_from_others)
+{
+    const std::string dir = capture_show("hashes");
+    struct hashes {
+        std::string frames, audio, file;
+    };
+    auto capture = [&](const std::string& options, const std::string& file) {
+        const tool_run_result r = tool_fixture_run(dir, tools + "/reel_capture --frames 100 --stats --hashes " + file +
+                                                            " " + options);
+        EXPECT_EQ(r.status, 0) << r.out << r.err;
+        return hashes{capture_line(r.out, "frames hash: "), capture_line(r.out, "audio hash: "),
+                      tool_fixture_read(dir + "/" + file)};
+    };
+    const hashes a = capture("", "a.txt"), b = capture("", "b.txt"), red = capture("--updates-per-frame 1", "red.txt");
+    EXPECT_TRUE(testing::internal::RE::FullMatch(a.frames, "frames hash: [0-9a-f]{16} \\(100 frames\\)")) << a.frames;
+    EXPECT_TRUE(testing::internal::RE::FullMatch(a.audio, "audio hash: [0-9a-f]{16} \\(36750 samples\\)")) << a.audio;
+    EXPECT_EQ(a.frames, b.frames);
+    EXPECT_EQ(a.audio, b.audio);
+    EXPECT_EQ(a.file, b.file);
+    EXPECT_NE(a.frames, red.frames);
+    EXPECT_EQ(a.audio, red.audio);
+    // a line per frame, numbered from 0
+    EXPECT_EQ(std::count(a.file.begin(), a.file.end(), '\n'), 100);
+    EXPECT_TRUE(testing::internal::RE::PartialMatch(a.file, "^000000 [0-9a-f]{16}\n000001 ")) << a.file.substr(0, 60);
+    EXPECT_NE(a.file.find("\n000099 "), std::string::npos);
+}
+
+TEST(reel_capture, a_contact_sheet_shows_a_picture_per_interval_with_its_time)
+{
+    const std::string dir = capture_show("sheet");
+    // at one update pass per frame the video plane is red; 100 frames hold the times 0:00 and 0:01
+    const tool_run_result r = tool_fixture_run(
+        dir, tools + "/reel_capture --frames 100 --updates-per-frame 1 --contact-sheet docs/show.png --every 1000");
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    static std::vector<uint8_t> block(8 << 20);
+    xmemarena arena;
+    xmemarena_init(&arena, "sheet", block.size(), block.data());
+    const bitmap* sheet = bitmap_load_png(&arena, (dir + "/docs/show.png").c_str(), 3);
+    ASSERT_NE(sheet, nullptr);
+    // two cells of 160 + 4, a margin of 4; one row of 120 + 14 + 4
+    EXPECT_EQ(sheet->width, 4u + 2 * 164);
+    EXPECT_EQ(sheet->height, 4u + 138);
+    auto rgb = [&](uint32_t x, uint32_t y) {
+        const uint8_t* p = bitmap_pixel(sheet, x, y);
+        return (uint32_t)p[0] << 16 | (uint32_t)p[1] << 8 | p[2];
+    };
+    EXPECT_EQ(rgb(168 + 80, 4 + 60), 0xFF0000u);         // frame 60 in the second cell
+    EXPECT_EQ(rgb(168 + 24 + 2, 126), 0xFFFFFFu);        // its "0:01": the top of the 1
+    EXPECT_EQ(rgb(168 + 24, 126), 0x202020u);
+    EXPECT_EQ(rgb(4 + 24 + 2, 126), 0xFFFFFFu);          // the first says 0:00: the 0's top has no gap
+    EXPECT_EQ(rgb(4 + 24, 126), 0xFFFFFFu);
+    for (const std::string& name : tool_fixture_list(dir + "/docs"))
+        EXPECT_EQ(name, "show.png");  // no temporary file is left
+}

@@ -135,48 +135,223 @@ TEST(show_e2e, a_show_without_a_script_says_so)
 
 #ifdef REEL_SHOW_DIR
 #include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <set>
 
-#include "bitmap.h"
+#include "reel.h"
 
-// The show of this repository, as the build packs it, played to its end.
-TEST(show_e2e, the_show_plays_to_its_end_with_moving_pictures_and_music)
-{
-    const std::string out_dir = tool_fixture_dir(REEL_TEST_OUTPUT_DIR, "show_frames");
+// ---- the show of this repository, as the build packs it, played to its end ----
+
+// Whether the show in show/ uses every function of the scene table; until it does, the test
+// asks only that every function its script names was called.
+constexpr bool kShowUsesEveryScene = false;
+
+constexpr int32_t kClipRunMax = 3;                   // clipped samples in a row that are still fine
+constexpr int32_t kSilenceLevel = 8;                 // |sample| at most this is silence
+constexpr size_t kSilenceMaxSamples = 22050;         // one second
+constexpr int kDistinctTimes = 8;                    // frames compared across the show
+
+// One capture of the show with --stats, its music and one hash per frame.
+struct show_run {
+    int status;
     std::string out;
-    ASSERT_EQ(run(REEL_SHOW_DIR, "reel_capture --png-every 60 --out '" + out_dir + "' --wav '" + out_dir + "/show.wav'",
-                  &out),
-              0)
-        << out;
-    EXPECT_NE(out.find("the show ended"), std::string::npos) << out;
+    std::vector<std::string> lines;
+    std::vector<std::string> hashes;  // per frame: "NNNNNN HASH"
+    std::vector<int16_t> samples;     // interleaved left, right
+    double seconds;                   // wall time of the capture
+};
 
-    // one picture a second: consecutive pictures differ, and so do the sections of the show
-    static std::vector<uint8_t> block(64 << 20);
-    xmemarena arena;
-    xmemarena_init(&arena, "e2e_frames", block.size(), block.data());
-    std::vector<bitmap*> frames;
-    for (int f = 0;; f += 60) {
-        char path[4096];
-        snprintf(path, sizeof(path), "%s/frame_%06d.png", out_dir.c_str(), f);
-        if (!tool_fixture_exists(path))
-            break;
-        frames.push_back(bitmap_load_png(&arena, path, 3));
-        ASSERT_NE(frames.back(), nullptr);
-        ASSERT_EQ(frames.back()->width, 640u);
-        ASSERT_EQ(frames.back()->height, 480u);
+// In a folder of this process's own (ctest runs each test in a process of its own, at the same
+// time as others), removed afterwards: the music of a long show is tens of megabytes.
+static show_run play_show(const char* name)
+{
+    const std::string dir = tool_fixture_dir(REEL_TEST_OUTPUT_DIR, name + std::string("_") + std::to_string(getpid()));
+    show_run r;
+    const auto t0 = std::chrono::steady_clock::now();
+    r.status = run(REEL_SHOW_DIR, "reel_capture --stats --wav '" + dir + "/show.wav' --hashes '" + dir + "/hashes.txt'",
+                   &r.out);
+    r.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    std::istringstream lines(r.out), hashes(tool_fixture_read(dir + "/hashes.txt"));
+    for (std::string l; std::getline(lines, l);)
+        r.lines.push_back(l);
+    for (std::string l; std::getline(hashes, l);)
+        r.hashes.push_back(l);
+    const std::string wav = tool_fixture_read(dir + "/show.wav");
+    if (wav.size() > 44) {
+        r.samples.resize((wav.size() - 44) / 2);
+        memcpy(r.samples.data(), wav.data() + 44, r.samples.size() * 2);
     }
-    ASSERT_GE(frames.size(), 30u);  // a show of about half a minute
-    int changed = 0;
-    for (size_t i = 1; i < frames.size(); i++)
-        changed += memcmp(frames[i]->pixels, frames[i - 1]->pixels, 640 * 480 * 3) != 0;
-    EXPECT_GE(changed, (int)frames.size() * 3 / 4) << "pictures should move from second to second";
+    std::system(("rm -rf '" + dir + "'").c_str());
+    return r;
+}
 
-    const std::vector<uint8_t> wav = read_file(out_dir + "/show.wav");
-    ASSERT_GT(wav.size(), 44u + 30 * 22050 * 4);
-    int64_t energy = 0;
-    for (size_t i = 44; i + 1 < wav.size(); i += 2)
-        energy += std::abs((int32_t)(int16_t)(wav[i] | wav[i + 1] << 8));
-    EXPECT_GT(energy / ((int64_t)wav.size() / 2), 200) << "the music should be audible";
+// The lines after the one that starts with `head`, up to the first that starts with "===" or
+// the end; the line that starts with head itself when `only` is set.
+static std::vector<std::string> report_lines(const show_run& r, const std::string& head, bool only = false)
+{
+    std::vector<std::string> found;
+    for (size_t i = 0; i < r.lines.size(); i++) {
+        if (r.lines[i].rfind(head, 0) != 0)
+            continue;
+        if (only)
+            return {r.lines[i]};
+        for (size_t j = i + 1; j < r.lines.size() && r.lines[j].rfind("===", 0) != 0; j++)
+            found.push_back(r.lines[j]);
+        return found;
+    }
+    return found;
+}
+
+static std::set<std::string> words_after(const std::string& line, const std::string& head)
+{
+    std::set<std::string> words;
+    std::istringstream in(line.substr(head.size()));
+    for (std::string w; in >> w;)
+        words.insert(w);
+    return words;
+}
+
+class show_capture : public testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        first = new show_run(play_show("show_run"));
+        std::printf("the show's capture took %.1f s of wall time for %zu frames\n", first->seconds,
+                    first->hashes.size());
+        // the script as the engine reads it: its rows with resolved times in samples
+        static std::vector<uint8_t> block(8 << 20);
+        xmemarena_init(&arena, "e2e_sequence", block.size() / 2, block.data());
+        xmemarena_init(&tmp_arena, "e2e_sequence_tmp", block.size() / 2, block.data() + block.size() / 2);
+        script_text = tool_fixture_read(REEL_SHOW_DIR "/show/sequence.csv");
+        reel_load_sequence(&sequence, script_text.c_str(), "sequence.csv", &arena, &tmp_arena);
+    }
+    static void TearDownTestSuite() { delete first; }
+
+    static show_run* first;
+    static xmemarena arena, tmp_arena;
+    static std::string script_text;
+    static reel_sequence sequence;
+};
+show_run* show_capture::first;
+xmemarena show_capture::arena;
+xmemarena show_capture::tmp_arena;
+std::string show_capture::script_text;
+reel_sequence show_capture::sequence;
+
+TEST_F(show_capture, the_whole_show_ends_by_itself_and_holds_what_it_must)
+{
+    const show_run& r = *first;
+    ASSERT_EQ(r.status, 0) << r.out;
+    EXPECT_NE(r.out.find("the show ended"), std::string::npos) << "the fade_out_music row should end the show\n"
+                                                               << r.out;
+    ASSERT_GT(sequence.row_count, 0u);
+
+    // every row named by its scene function, in script order, in both pass kinds
+    for (const char* kind : {"=== regular ===", "=== vbl ==="}) {
+        const std::vector<std::string> rows = report_lines(r, kind);
+        ASSERT_GE(rows.size(), sequence.row_count + 1) << kind;  // "total" first
+        for (uint32_t i = 0; i < sequence.row_count; i++) {
+            const std::string& l = rows[i + 1];
+            const std::string f = sequence.rows[i].function;
+            EXPECT_TRUE(l.rfind(f + ": ", 0) == 0 || l.rfind(f + " ", 0) == 0) << kind << " row " << i << ": " << l;
+        }
+    }
+
+    // the scene functions called: all of the table's once the show uses every scene, and until
+    // then at least every one its script names
+    const std::vector<std::string> count = report_lines(r, "scene functions called: ", true);
+    const std::vector<std::string> called_line = report_lines(r, "called: ", true);
+    const std::vector<std::string> missing_line = report_lines(r, "not called:", true);
+    ASSERT_TRUE(count.size() == 1 && called_line.size() == 1 && missing_line.size() == 1) << r.out;
+    const std::set<std::string> called = words_after(called_line[0], "called: ");
+    const std::set<std::string> missing = words_after(missing_line[0], "not called:");
+    EXPECT_EQ(count[0], "scene functions called: " + std::to_string(called.size()) + " of " +
+                            std::to_string(reel_scene_table_count));
+    for (uint32_t k = 0; k < reel_scene_table_count; k++) {
+        const std::string name = reel_scene_table[k].name;
+        EXPECT_NE(called.count(name), missing.count(name)) << name << " should be in exactly one list";
+        if (kShowUsesEveryScene) {
+            EXPECT_EQ(called.count(name), 1u) << name << " was not called";
+        }
+    }
+    for (uint32_t i = 0; i < sequence.row_count; i++)
+        EXPECT_EQ(called.count(sequence.rows[i].function), 1u) << sequence.rows[i].function << " on line "
+                                                               << sequence.rows[i].line << " was not called";
+
+    // every arena below its capacity
+    int arenas = 0;
+    for (const std::string& l : r.lines) {
+        char name[128];
+        unsigned long long capacity, used, high;
+        if (sscanf(l.c_str(), "arena: %127s capacity: %llu used: %llu high water: %llu", name, &capacity, &used,
+                   &high) != 4)
+            continue;
+        arenas++;
+        EXPECT_LT(high, capacity) << l;
+    }
+    EXPECT_GE(arenas, 4) << r.out;
+
+    // the report ends with the frame cost
+    ASSERT_FALSE(r.lines.empty());
+    EXPECT_TRUE(testing::internal::RE::FullMatch(
+        r.lines.back(), "frame ms: mean [0-9]+\\.[0-9][0-9] p99 [0-9]+\\.[0-9][0-9] max [0-9]+\\.[0-9][0-9] "
+                        "\\(slowest: [a-z0-9_]+\\)"))
+        << r.lines.back();
+
+    // frames differ across the show: at kDistinctTimes times spread over it, and from second to second
+    ASSERT_GE(r.hashes.size(), (size_t)(30 * 60)) << "a show of at least half a minute";
+    std::set<std::string> spread;
+    for (int i = 0; i < kDistinctTimes; i++)
+        spread.insert(r.hashes[(r.hashes.size() * (2 * i + 1)) / (2 * kDistinctTimes)].substr(7));
+    EXPECT_GE(spread.size(), (size_t)kDistinctTimes - 1) << "the pictures at " << kDistinctTimes
+                                                         << " times over the show should differ";
+    int moved = 0, seconds = 0;
+    for (size_t f = 60; f < r.hashes.size(); f += 60, seconds++)
+        moved += r.hashes[f].substr(7) != r.hashes[f - 60].substr(7);
+    EXPECT_GE(moved, seconds * 3 / 4) << "pictures should move from second to second";
+
+    // the music: never clipped for long, never silent for a second before the fade row starts
+    const reel_sequence_row* fade = nullptr;
+    for (uint32_t i = 0; i < sequence.row_count; i++)
+        if (!strcmp(sequence.rows[i].function, "fade_out_music"))
+            fade = &sequence.rows[i];
+    ASSERT_NE(fade, nullptr) << "the show ends with a fade_out_music row";
+    ASSERT_GT(r.samples.size(), (size_t)fade->start * 2);
+    for (int channel = 0; channel < 2; channel++) {
+        int32_t clipped = 0, longest_clip = 0;
+        size_t quiet = 0, longest_quiet = 0, quiet_end = 0;
+        for (size_t i = channel; i < r.samples.size(); i += 2) {
+            const int32_t v = r.samples[i];
+            clipped = v >= 32767 || v <= -32768 ? clipped + 1 : 0;
+            longest_clip = std::max(longest_clip, clipped);
+            // the capture's sample i / 2 is a little after show clock i / 2: the music starts
+            // once the engine's first passes have run, so this stops early rather than late
+            if (i / 2 < (size_t)fade->start) {
+                quiet = std::abs(v) <= kSilenceLevel ? quiet + 1 : 0;
+                if (quiet > longest_quiet)
+                    longest_quiet = quiet, quiet_end = i / 2;
+            }
+        }
+        EXPECT_LE(longest_clip, kClipRunMax) << "channel " << channel;
+        EXPECT_LE(longest_quiet, kSilenceMaxSamples)
+            << "channel " << channel << " is silent for " << longest_quiet << " samples up to sample " << quiet_end;
+    }
+}
+
+TEST_F(show_capture, a_second_run_makes_the_same_frames_and_the_same_music)
+{
+    const show_run second = play_show("show_run_again");
+    ASSERT_EQ(second.status, 0) << second.out;
+    for (const char* head : {"frames hash: ", "audio hash: "}) {
+        const std::vector<std::string> a = report_lines(*first, head, true), b = report_lines(second, head, true);
+        ASSERT_EQ(a.size(), 1u) << first->out;
+        EXPECT_EQ(a, b);
+    }
+    ASSERT_EQ(first->hashes.size(), second.hashes.size());
+    for (size_t f = 0; f < first->hashes.size(); f++)
+        ASSERT_EQ(first->hashes[f], second.hashes[f]) << "the first frame that differs";
+    EXPECT_TRUE(first->samples == second.samples);
 }
 
 // ---- what edits of the show's script and damage to its packs may do ----

@@ -55,6 +55,8 @@ const tool_usage_case tool_usage_cases[] = {
     {"reel_capture", "--wav", "--wav needs a value"},
     {"reel_capture", "--video ''", "an empty file or folder name"},
     {"reel_capture", "extra", "unknown argument \"extra\""},
+    {"reel_capture", "--contact-sheet s.png --every 999", "--every needs a whole number from 1000 to 600000, not \"999\""},
+    {"reel_capture", "--every 4000", "--every sets the spacing of --contact-sheet, which is not given"},
     {"reel_lint", "a b", "one folder only"},
     {"reel_lint", "--timeline", "unknown option \"--timeline\""},
     {"reel_music", "", "no output file"},

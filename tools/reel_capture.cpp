@@ -22,8 +22,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 #include "bitmap.h"
+#include "capture_report.h"
 #include "diag.h"
 #include "display.h"
 #include "memarena.h"
@@ -42,10 +44,16 @@ constexpr uint64_t CAPTURE_UPDATES_PER_FRAME_MAX = 1000;
 constexpr uint32_t CAPTURE_WAV_HEADER_BYTES = 44;
 constexpr uint64_t CAPTURE_PROGRESS_NS = 500000000;  // progress line twice a second
 constexpr int CAPTURE_EXEC_FAILED = 127;             // the shell's status for a program not found
+constexpr uint64_t CAPTURE_SHEET_EVERY_MS_DEFAULT = 4000;
+constexpr uint64_t CAPTURE_SHEET_EVERY_MS_MIN = 1000;  // so that no two pictures carry the same m:ss
+constexpr uint64_t CAPTURE_SHEET_EVERY_MS_MAX = 600000;
+constexpr uint32_t CAPTURE_SHEET_MAX_PICTURES = 512;   // 85 minutes of show at one picture in 10 s
+constexpr uint64_t CAPTURE_MAX_COST_FRAMES = 1ull << 22;  // 19 hours of show; the frame costs kept for the p99
 
 const char CAPTURE_USAGE[] =
     "usage: reel_capture [--frames N] [--updates-per-frame N] [--png-every K] [--png-at F]... [--out DIR]\n"
-    "                    [--wav FILE] [--video FILE|-] [--stats]\n"
+    "                    [--wav FILE] [--video FILE|-] [--contact-sheet FILE [--every MS]] [--hashes FILE]\n"
+    "                    [--stats]\n"
     "Plays the show of assets/reel/le/ in the current folder headless, 60 frames per second of music.\n"
     "  --frames N             stop after N frames (otherwise when the show ends or nothing more can happen)\n"
     "  --updates-per-frame N  update passes before each render pass, 1 to 1000 (default 3: what the\n"
@@ -57,7 +65,14 @@ const char CAPTURE_USAGE[] =
     "  --video FILE           encode a video at 60 fps with the music through ffmpeg (H.264 and AAC;\n"
     "                         the container follows FILE's extension: .mp4, .mkv, .mov); - writes\n"
     "                         Matroska to standard output (messages then go to standard error)\n"
-    "  --stats                print the engine's statistics, the per-pass cost and the arenas' use\n"
+    "  --contact-sheet FILE   write one PNG of 160 x 120 pictures of the show, one every --every MS\n"
+    "                         milliseconds of show time (1000 to 600000, default 4000), six to a row,\n"
+    "                         each with its time (m:ss) under it\n"
+    "  --hashes FILE          write a line per frame: its number and the hash of its composition\n"
+    "  --stats                print the engine's statistics with every row named by its scene function,\n"
+    "                         which scene functions were called, the hashes of all frames and of the\n"
+    "                         music, the arenas' use, and last the cost of the work per frame:\n"
+    "                         frame ms: mean A p99 B max C (slowest: SCENE)\n"
     "Progress (frame, show time, speed) goes to standard error while a video is made or when standard\n"
     "error is a terminal.\n";
 
@@ -72,6 +87,9 @@ struct capture_options {
     const char* out_dir;
     const char* wav_path;
     const char* video_path;
+    const char* sheet_path;
+    uint64_t sheet_every_ms;
+    const char* hashes_path;
     bool stats;
 };
 
@@ -81,6 +99,8 @@ capture_options capture_parse(int argc, char** argv)
     memset(&o, 0, sizeof(o));
     o.out_dir = ".";
     o.updates_per_frame = CAPTURE_UPDATES_PER_FRAME_DEFAULT;
+    o.sheet_every_ms = CAPTURE_SHEET_EVERY_MS_DEFAULT;
+    bool every_given = false;
     for (int i = 1; i < argc; i++) {
         const char* a = argv[i];
         if (!strcmp(a, "--frames")) {
@@ -100,14 +120,25 @@ capture_options capture_parse(int argc, char** argv)
             o.wav_path = tool_option_value(argc, argv, &i);
         } else if (!strcmp(a, "--video")) {
             o.video_path = tool_option_value(argc, argv, &i);
+        } else if (!strcmp(a, "--contact-sheet")) {
+            o.sheet_path = tool_option_value(argc, argv, &i);
+        } else if (!strcmp(a, "--every")) {
+            o.sheet_every_ms =
+                tool_parse_u64(a, tool_option_value(argc, argv, &i), CAPTURE_SHEET_EVERY_MS_MIN, CAPTURE_SHEET_EVERY_MS_MAX);
+            every_given = true;
+        } else if (!strcmp(a, "--hashes")) {
+            o.hashes_path = tool_option_value(argc, argv, &i);
         } else if (!strcmp(a, "--stats")) {
             o.stats = true;
         } else {
             tool_usage_error("unknown argument \"%s\"", a);
         }
     }
-    if (!o.out_dir[0] || (o.video_path && !o.video_path[0]))
+    if (!o.out_dir[0] || (o.video_path && !o.video_path[0]) || (o.sheet_path && !o.sheet_path[0]) ||
+        (o.hashes_path && !o.hashes_path[0]))
         tool_usage_error("an empty file or folder name");
+    if (every_given && !o.sheet_path)
+        tool_usage_error("--every sets the spacing of --contact-sheet, which is not given");
     return o;
 }
 
@@ -338,6 +369,177 @@ const char* capture_show_over()
     return "every row of the script has ended and the music has run out";
 }
 
+// ---- statistics ----
+
+// The cost of a displayed frame is the TSC time of its update passes (as many as
+// --updates-per-frame says), its render pass, the flip and the composition: the work the live
+// program does per frame, but for the many more update passes it runs. The engine's init passes are
+// left out (live they are over before the first frame is due), and so is what only the capture
+// does (PNG, WAV and video writing, hashing, this bookkeeping). A frame's slowest scene function
+// is the table function whose rows' calls (run, load and end calls, and the loading of their
+// scene records) cost most in that frame, summed over the rows that use it; a load_sync row
+// thus counts the scenes it loads.
+struct capture_stats {
+    uint64_t* frame_cycles;   // one per displayed frame, at most CAPTURE_MAX_COST_FRAMES
+    uint64_t* frame_cpu_ns;   // the same frames in this thread's processor time
+    uint64_t frame_count;
+    uint64_t* row_cycles;     // per row: the cycles of its calls up to the end of the previous frame
+    uint64_t* row_delta;      // per row: this frame's
+    uint64_t* function_cycles;  // per scene table function: this frame's, while summing
+    uint64_t slowest_cycles;
+    uint32_t slowest_function;  // reel_scene_table_count while no scene has cost anything
+    uint64_t frames_hash;
+    uint64_t audio_hash;
+    uint64_t audio_samples;
+};
+
+uint64_t capture_thread_ns()
+{
+    timespec t;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return (uint64_t)t.tv_sec * 1000000000ull + (uint64_t)t.tv_nsec;
+}
+
+uint64_t capture_row_cycles(const reel_scene* s)
+{
+    const pass_timer* timers[3] = {&s->run_timer, &s->load_timer, &s->end_timer};
+    uint64_t sum = s->load_cycles;
+    for (const pass_timer* t : timers)
+        sum += t->regular_cycles + t->vbl_cycles;
+    return sum;
+}
+
+uint32_t capture_function_index(const reel_scene* s)
+{
+    for (uint32_t k = 0; k < reel_scene_table_count; k++)
+        if (reel_scene_table[k].run == s->run)
+            return k;
+    return reel_scene_table_count;
+}
+
+void capture_stats_begin(capture_stats* st, xmemarena* arena)
+{
+    memset(st, 0, sizeof(*st));
+    st->frame_cycles = (uint64_t*)xmemarena_push_align(arena, CAPTURE_MAX_COST_FRAMES * 8, 64);
+    st->frame_cpu_ns = (uint64_t*)xmemarena_push_align(arena, CAPTURE_MAX_COST_FRAMES * 8, 64);
+    st->function_cycles = (uint64_t*)xmemarena_push_zero(arena, (reel_scene_table_count + 1) * 8);
+    st->slowest_function = reel_scene_table_count;
+    st->frames_hash = CAPTURE_HASH_SEED;
+    st->audio_hash = CAPTURE_HASH_SEED;
+}
+
+// After a frame's passes: its cost, and which function cost most if it is the slowest so far.
+void capture_stats_frame(capture_stats* st, const reel_engine* e, uint64_t cycles, uint64_t cpu_ns, xmemarena* arena)
+{
+    if (!st->row_cycles) {  // the rows are known once the init passes have run
+        st->row_cycles = (uint64_t*)xmemarena_push_zero(arena, (e->scene_count + 1) * 8);
+        st->row_delta = (uint64_t*)xmemarena_push_zero(arena, (e->scene_count + 1) * 8);
+    }
+    if (st->frame_count < CAPTURE_MAX_COST_FRAMES) {
+        st->frame_cycles[st->frame_count] = cycles;
+        st->frame_cpu_ns[st->frame_count] = cpu_ns;
+    }
+    st->frame_count++;
+    for (uint32_t i = 0; i < e->scene_count; i++) {
+        const uint64_t now = capture_row_cycles(&e->scenes[i]);
+        st->row_delta[i] = now - st->row_cycles[i];
+        st->row_cycles[i] = now;
+    }
+    if (cycles <= st->slowest_cycles)
+        return;
+    st->slowest_cycles = cycles;
+    memset(st->function_cycles, 0, (reel_scene_table_count + 1) * 8);
+    for (uint32_t i = 0; i < e->scene_count; i++)
+        if (st->row_delta[i])
+            st->function_cycles[capture_function_index(&e->scenes[i])] += st->row_delta[i];
+    uint64_t most = 0;
+    st->slowest_function = reel_scene_table_count;
+    for (uint32_t k = 0; k < reel_scene_table_count; k++)
+        if (st->function_cycles[k] > most)
+            most = st->function_cycles[k], st->slowest_function = k;
+}
+
+// Whether a row of the script bound to table function k had a run call.
+bool capture_function_called(const reel_engine* e, uint32_t k)
+{
+    for (uint32_t i = 0; i < e->scene_count; i++) {
+        const reel_scene* s = &e->scenes[i];
+        if (s->run == reel_scene_table[k].run && s->update_runs + s->render_runs > 0)
+            return true;
+    }
+    return false;
+}
+
+// The engine's report with every row named by its scene function, then the description's
+// scene name if it gives one; and which of the table's functions had a run call.
+void capture_print_engine(const reel_engine* e, xmemarena* arena)
+{
+    const uint64_t mark = xmemarena_get_sp(arena);
+    auto** labels = (const char**)xmemarena_push_zero(arena, (e->scene_count + 1) * sizeof(char*));
+    for (uint32_t i = 0; i < e->scene_count; i++) {
+        const reel_sequence_row* row = &e->sequence.rows[i];
+        const reel_scene* s = &e->scenes[i];
+        labels[i] = s->name && strcmp(s->name, row->function) != 0 ? memprintf(arena, "%s %s", row->function, s->name)
+                                                                   : row->function;
+    }
+    reel_print_statistics(e, labels);
+    xmemarena_set_sp(arena, mark);
+    uint32_t called = 0;
+    for (uint32_t k = 0; k < reel_scene_table_count; k++)
+        called += capture_function_called(e, k);
+    printf("scene functions called: %u of %u\n", called, reel_scene_table_count);
+    for (int want = 1; want >= 0; want--) {
+        printf(want ? "called:" : "not called:");
+        for (uint32_t k = 0; k < reel_scene_table_count; k++)
+            if (capture_function_called(e, k) == (bool)want)
+                printf(" %s", reel_scene_table[k].name);
+        printf("\n");
+    }
+}
+
+void capture_print_cost(capture_stats* st)
+{
+    const uint64_t kept = st->frame_count < CAPTURE_MAX_COST_FRAMES ? st->frame_count : CAPTURE_MAX_COST_FRAMES;
+    if (kept < st->frame_count)
+        printf("the frame costs below are of the first %llu frames\n", (unsigned long long)kept);
+    // on a shared machine the wall time of a frame includes the time other programs had the
+    // processor; this thread's own processor time does not, which tells the two apart
+    const capture_cost_summary cpu = capture_cost_summarise(st->frame_cpu_ns, kept);
+    printf("frame processor ms: mean %.2f p99 %.2f max %.2f\n", cpu.mean * 1e-6, (double)cpu.p99 * 1e-6,
+           (double)cpu.max * 1e-6);
+    const capture_cost_summary sum = capture_cost_summarise(st->frame_cycles, kept);
+    const double ms_per_cycle = prof_cycles_to_ms(1000000) / 1000000.0;
+    printf("frame ms: mean %.2f p99 %.2f max %.2f (slowest: %s)\n", sum.mean * ms_per_cycle,
+           (double)sum.p99 * ms_per_cycle, (double)sum.max * ms_per_cycle,
+           st->slowest_function < reel_scene_table_count ? reel_scene_table[st->slowest_function].name : "none");
+}
+
+// ---- contact sheet ----
+
+struct capture_sheet {
+    uint8_t* thumbs;  // CAPTURE_SHEET_MAX_PICTURES thumbnails
+    uint32_t seconds[CAPTURE_SHEET_MAX_PICTURES];
+    uint32_t count;
+    uint64_t every_ms;
+    bool full_said;
+};
+
+// A picture is due at the first frame at or after each multiple of the spacing.
+void capture_sheet_frame(capture_sheet* sh, uint64_t frame, const uint32_t* composed)
+{
+    const uint64_t ms = sh->count * sh->every_ms;
+    if (frame * 1000 < ms * CAPTURE_FRAMES_PER_SECOND)
+        return;
+    if (sh->count == CAPTURE_SHEET_MAX_PICTURES) {
+        if (!sh->full_said)
+            printf("the contact sheet holds %u pictures; later times are left out\n", CAPTURE_SHEET_MAX_PICTURES);
+        sh->full_said = true;
+        return;
+    }
+    contact_sheet_thumbnail(sh->thumbs + (size_t)sh->count * CONTACT_SHEET_THUMB_BYTES, composed);
+    sh->seconds[sh->count++] = (uint32_t)(ms / 1000);
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -372,6 +574,25 @@ int main(int argc, char** argv)
     display_init(&display, &platform_arena);
     auto* composed = (uint32_t*)xmemarena_push_align(&platform_arena, DISPLAY_OUTPUT_WIDTH * DISPLAY_OUTPUT_HEIGHT * 4, 64);
     xmemarena* png_tmp = xmemarena_push_arena(&platform_arena, "capture_png_arena", 4u << 20);
+    // what only the capture keeps, beside the platform arena so that its use stays the program's;
+    // the pages of the frame-cost table that a short show never touches are never mapped
+    const uint64_t capture_size = CAPTURE_MAX_COST_FRAMES * 16 + (64u << 10) +
+                                  (opt.sheet_path ? (uint64_t)CAPTURE_SHEET_MAX_PICTURES * CONTACT_SHEET_THUMB_BYTES +
+                                                        (8u << 20)
+                                                  : 0);
+    static xmemarena capture_arena;
+    xmemarena_init(&capture_arena, "capture_arena", capture_size, malloc(capture_size));
+    static capture_stats stats;
+    capture_stats_begin(&stats, &capture_arena);
+    static capture_sheet sheet;
+    if (opt.sheet_path) {
+        sheet.every_ms = opt.sheet_every_ms;
+        sheet.thumbs = (uint8_t*)xmemarena_push(&capture_arena, (uint64_t)CAPTURE_SHEET_MAX_PICTURES * CONTACT_SHEET_THUMB_BYTES);
+        tool_make_parent_dir(opt.sheet_path);
+    }
+    tool_output hashes;
+    if (opt.hashes_path)
+        tool_output_open(&hashes, opt.hashes_path);
     prof_init();
     music_reset();
     if (demosys_init(&demosys_global, &display) != 0) {
@@ -392,6 +613,10 @@ int main(int argc, char** argv)
         const uint64_t n = ((frame + 1) * MUSIC_SAMPLE_RATE) / CAPTURE_FRAMES_PER_SECOND -
                            (frame * MUSIC_SAMPLE_RATE) / CAPTURE_FRAMES_PER_SECOND;
         music_mix(samples, (uint32_t)n);
+        if (opt.stats) {
+            stats.audio_hash = capture_hash(stats.audio_hash, samples, n * 4);
+            stats.audio_samples += n;
+        }
         if (want_wav) {
             tool_output_write(&wav, samples, n * 4);  // little-endian in memory on every host we build for
             wav_bytes += n * 4;
@@ -400,11 +625,29 @@ int main(int argc, char** argv)
         // frame is due; each step is one pass, so this ends
         while (!demosys_global.engine.init_done)
             demosys_update(&demosys_global, &display, keys, nullptr);
+        const uint64_t cpu0 = capture_thread_ns();
+        const uint64_t t0 = prof_cycles_now();
         for (uint64_t u = 0; u < opt.updates_per_frame; u++)
             demosys_update(&demosys_global, &display, keys, nullptr);
         demosys_render(&demosys_global, &display, keys, nullptr);
         display_flip(&display);
         display_output_rgba(&display, composed, DISPLAY_OUTPUT_WIDTH * 4);
+        const uint64_t frame_cycles = prof_cycles_since(t0);
+        const uint64_t frame_cpu_ns = capture_thread_ns() - cpu0;
+        if (opt.stats)
+            capture_stats_frame(&stats, &demosys_global.engine, frame_cycles, frame_cpu_ns, &capture_arena);
+        if (opt.stats || opt.hashes_path) {
+            const uint64_t h = capture_hash(CAPTURE_HASH_SEED, composed, DISPLAY_OUTPUT_WIDTH * DISPLAY_OUTPUT_HEIGHT * 4);
+            stats.frames_hash = capture_hash(stats.frames_hash, &h, sizeof(h));
+            if (opt.hashes_path) {
+                char line[64];
+                const int len = snprintf(line, sizeof(line), "%06llu %016llx\n", (unsigned long long)frame,
+                                         (unsigned long long)h);
+                tool_output_write(&hashes, line, (size_t)len);
+            }
+        }
+        if (opt.sheet_path)
+            capture_sheet_frame(&sheet, frame, composed);
         if (capture_png_due(&opt, frame))
             capture_save_png(composed, frame, opt.out_dir, png_tmp);
         if (opt.video_path)
@@ -431,6 +674,14 @@ int main(int argc, char** argv)
     }
     if (opt.wav_path)
         tool_output_commit(&wav);
+    if (opt.hashes_path)
+        tool_output_commit(&hashes);
+    if (opt.sheet_path) {
+        const uint64_t mark = xmemarena_get_sp(&capture_arena);
+        const bitmap* bm = contact_sheet_compose(&capture_arena, sheet.thumbs, sheet.seconds, sheet.count);
+        tool_save_png(bm, opt.sheet_path, &capture_arena);
+        xmemarena_set_sp(&capture_arena, mark);
+    }
     if (opt.video_path) {
         if (!opt.wav_path && fflush(wav.file) != 0)
             tool_fail("cannot write \"%s\": %s", wav.temp, strerror(errno));
@@ -441,15 +692,20 @@ int main(int argc, char** argv)
     printf("captured %llu frames (%.2f s of music)%s\n", (unsigned long long)frame, (double)frame / 60.0,
            demosys_global.quit ? ", the show ended" : "");
     if (opt.stats) {
-        reel_print_statistics(&demosys_global.engine);
+        capture_print_engine(&demosys_global.engine, &capture_arena);
         pass_timer_print("engine pass", REEL_PASS_UPDATE, &demosys_global.engine.total_timer);
         pass_timer_print("engine pass", REEL_PASS_RENDER, &demosys_global.engine.total_timer);
+        printf("frames hash: %016llx (%llu frames)\n", (unsigned long long)stats.frames_hash,
+               (unsigned long long)stats.frame_count);
+        printf("audio hash: %016llx (%llu samples)\n", (unsigned long long)stats.audio_hash,
+               (unsigned long long)stats.audio_samples);
         xmemarena_print_high_water(&platform_arena);
         xmemarena_print_high_water(&demosys_global.arena);
         if (demosys_global.engine.arena) {
             xmemarena_print_high_water(demosys_global.engine.arena);
             xmemarena_print_high_water(demosys_global.engine.tmp_arena);
         }
+        capture_print_cost(&stats);
     }
     return 0;
 }

@@ -1,0 +1,181 @@
+#include "capture_report.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "bitmap.h"
+#include "memarena.h"
+
+namespace {
+
+// The mean, the nearest-rank 99th percentile (rank ceil(0.99 n)) and the maximum.
+TEST(capture_report, cost_summary_takes_the_nearest_rank_percentile)
+{
+    auto range = [](uint64_t first, uint64_t last) {
+        std::vector<uint64_t> v(last - first + 1);
+        std::iota(v.begin(), v.end(), first);
+        std::reverse(v.begin(), v.end());  // unsorted on purpose
+        return v;
+    };
+    std::vector<uint64_t> spike(100, 1);
+    spike[37] = 1000;
+    const struct {
+        const char* what;
+        std::vector<uint64_t> values;
+        double mean;
+        uint64_t p99;
+        uint64_t max;
+    } cases[] = {
+        {"nothing", {}, 0.0, 0, 0},
+        {"one value", {5}, 5.0, 5, 5},
+        {"1 to 100: rank 99", range(1, 100), 50.5, 99, 100},
+        {"1 to 101: rank ceil(99.99) = 100", range(1, 101), 51.0, 100, 101},
+        {"1 to 200: rank 198", range(1, 200), 100.5, 198, 200},
+        {"one slow frame in 100 is above the p99", spike, (99.0 + 1000.0) / 100.0, 1, 1000},
+    };
+    for (const auto& c : cases) {
+        std::vector<uint64_t> v = c.values;
+        const capture_cost_summary s = capture_cost_summarise(v.data(), v.size());
+        EXPECT_EQ(s.count, c.values.size()) << c.what;
+        EXPECT_DOUBLE_EQ(s.mean, c.mean) << c.what;
+        EXPECT_EQ(s.p99, c.p99) << c.what;
+        EXPECT_EQ(s.max, c.max) << c.what;
+    }
+}
+
+TEST(capture_report, any_changed_or_missing_byte_changes_the_hash)
+{
+    std::vector<uint8_t> data(1468);  // one frame of stereo samples: 367 x 4 bytes, a 4-byte tail
+    for (size_t i = 0; i < data.size(); i++)
+        data[i] = (uint8_t)(i * 7);
+    const uint64_t h = capture_hash(CAPTURE_HASH_SEED, data.data(), data.size());
+    EXPECT_NE(h, capture_hash(CAPTURE_HASH_SEED, data.data(), data.size() - 1));
+    for (size_t at : {(size_t)0, (size_t)7, (size_t)8, (size_t)733, (size_t)1463, (size_t)1464, (size_t)1467}) {
+        std::vector<uint8_t> changed = data;
+        changed[at] ^= 1;
+        EXPECT_NE(h, capture_hash(CAPTURE_HASH_SEED, changed.data(), changed.size())) << "byte " << at;
+    }
+}
+
+constexpr uint32_t rgba(uint32_t r, uint32_t g, uint32_t b) { return r << 24 | g << 16 | b << 8 | 255; }
+
+TEST(capture_report, a_thumbnail_pixel_is_the_rounded_mean_of_its_4x4_block)
+{
+    std::vector<uint32_t> frame(640 * 480, rgba(0, 0, 0));
+    // block (0, 0): half the pixels red 255, green 1 in one pixel, blue 10 in all
+    for (uint32_t y = 0; y < 4; y++)
+        for (uint32_t x = 0; x < 4; x++)
+            frame[y * 640 + x] = rgba(x < 2 ? 255 : 0, x == 3 && y == 3 ? 1 : 0, 10);
+    // block (159, 119), the last one: green 8 in 15 pixels and 7 in one
+    for (uint32_t y = 476; y < 480; y++)
+        for (uint32_t x = 636; x < 640; x++)
+            frame[y * 640 + x] = rgba(0, x == 636 && y == 476 ? 7 : 8, 0);
+    // pixel (4, 0) belongs to block (1, 0): 200 / 16 = 12.5 rounds to 13
+    frame[4] = rgba(0, 0, 200);
+    std::vector<uint8_t> thumb(CONTACT_SHEET_THUMB_BYTES, 99);
+    contact_sheet_thumbnail(thumb.data(), frame.data());
+    auto at = [&](uint32_t x, uint32_t y) {
+        const uint8_t* p = &thumb[(y * 160 + x) * 3];
+        return std::vector<int>{p[0], p[1], p[2]};
+    };
+    EXPECT_EQ(at(0, 0), (std::vector<int>{128, 0, 10}));  // 2040 / 16 = 127.5 up; 1 / 16 down
+    EXPECT_EQ(at(1, 0), (std::vector<int>{0, 0, 13}));
+    EXPECT_EQ(at(159, 119), (std::vector<int>{0, 8, 0}));  // 127 / 16 = 7.94
+    EXPECT_EQ(at(0, 1), (std::vector<int>{0, 0, 0}));
+}
+
+TEST(capture_report, times_are_written_as_minutes_and_two_digit_seconds)
+{
+    const struct {
+        uint32_t seconds;
+        const char* text;
+    } cases[] = {{0, "0:00"}, {9, "0:09"}, {59, "0:59"}, {60, "1:00"}, {65, "1:05"}, {176, "2:56"}, {720, "12:00"}};
+    for (const auto& c : cases) {
+        char text[16];
+        contact_sheet_time_text(text, c.seconds);
+        EXPECT_STREQ(text, c.text) << c.seconds;
+    }
+}
+
+// The picture as rows of '#' (ink) and '.' (anything else).
+std::vector<std::string> ink_rows(const std::vector<uint8_t>& rgb, uint32_t width, uint32_t height)
+{
+    std::vector<std::string> rows;
+    for (uint32_t y = 0; y < height; y++) {
+        std::string row;
+        for (uint32_t x = 0; x < width; x++)
+            row += rgb[(y * width + x) * 3] == CONTACT_SHEET_INK ? '#' : '.';
+        rows.push_back(row);
+    }
+    return rows;
+}
+
+TEST(capture_report, digits_and_the_colon_are_drawn_at_twice_their_3x5_size)
+{
+    // "1:" then a character the font lacks, which keeps its room, then "7"
+    const uint32_t width = 32, height = 12;
+    std::vector<uint8_t> rgb(width * height * 3, 0);
+    EXPECT_EQ(contact_sheet_draw_text(rgb.data(), width * 3, 0, 1, "1:x7"), 32u);
+    const std::vector<std::string> want = {
+        "................................",
+        "..##....................######..",
+        "..##....................######..",
+        "####......##................##..",
+        "####......##................##..",
+        "..##........................##..",
+        "..##........................##..",
+        "..##......##................##..",
+        "..##......##................##..",
+        "######......................##..",
+        "######......................##..",
+        "................................",
+    };
+    EXPECT_EQ(ink_rows(rgb, width, height), want);
+}
+
+TEST(capture_report, the_sheet_puts_six_pictures_a_row_each_with_its_time_below)
+{
+    static std::vector<uint8_t> block(16 << 20);
+    xmemarena arena;
+    xmemarena_init(&arena, "sheet", block.size(), block.data());
+    // seven pictures, picture i filled with grey 10 x (i + 1)
+    const uint32_t count = 7;
+    std::vector<uint8_t> thumbs(count * CONTACT_SHEET_THUMB_BYTES);
+    for (uint32_t i = 0; i < count; i++)
+        memset(&thumbs[i * CONTACT_SHEET_THUMB_BYTES], (int)(10 * (i + 1)), CONTACT_SHEET_THUMB_BYTES);
+    const uint32_t seconds[count] = {0, 4, 8, 12, 16, 20, 24};
+    const bitmap* sheet = contact_sheet_compose(&arena, thumbs.data(), seconds, count);
+    // 4 + 6 x (160 + 4) wide; 4 + 2 x (120 + 14 + 4) high
+    ASSERT_EQ(sheet->width, 988u);
+    ASSERT_EQ(sheet->height, 280u);
+    auto grey = [&](uint32_t x, uint32_t y) { return (int)bitmap_pixel(sheet, x, y)[0]; };
+    const struct {
+        uint32_t x, y;
+        int value;
+    } probes[] = {
+        {0, 0, CONTACT_SHEET_BACKGROUND},     // the margin
+        {4, 4, 10},                           // picture 0's corners
+        {163, 123, 10},
+        {164, 4, CONTACT_SHEET_BACKGROUND},   // the gap after it
+        {168, 4, 20},                         // picture 1
+        {824, 4, 60},                         // picture 5, the last of the first row
+        {987, 4, CONTACT_SHEET_BACKGROUND},
+        {4, 142, 70},                         // picture 6 starts the second row: 4 + 138
+        {168, 142, CONTACT_SHEET_BACKGROUND}, // and is alone there
+        {4, 126, CONTACT_SHEET_INK},          // "0:00": the top of the first 0, 2 px below the picture
+        {6, 130, CONTACT_SHEET_BACKGROUND},   // the 0's hollow
+        {168 + 8 + 8 + 8 + 4, 126, CONTACT_SHEET_INK},  // picture 1 says 0:04: the 4's top right
+        {168 + 8 + 8 + 8 + 2, 126, CONTACT_SHEET_BACKGROUND},
+        {4 + 8 + 8 + 8 + 4, 270, CONTACT_SHEET_INK},  // picture 6 says 0:24: the stem of its 4 (264 + 6)
+        {4 + 8 + 8 + 8, 270, CONTACT_SHEET_BACKGROUND},
+    };
+    for (const auto& p : probes)
+        EXPECT_EQ(grey(p.x, p.y), p.value) << "at " << p.x << ", " << p.y;
+}
+
+}  // namespace
