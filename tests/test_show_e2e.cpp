@@ -224,21 +224,21 @@ TEST(show_e2e, one_line_edits_of_the_script_end_with_a_message_and_never_a_crash
         std::vector<std::string> messages;  // %d: the edited line's number
     } cases[] = {
         // a name loaded as one kind is not handed out as another
-        {"sequence.csv", "abs,,0,0,abs,,100,overlay_clut_set,show", "abs,,0,0,abs,,100,overlay_clut_set,aurora",
+        {"sequence.csv", "abs,,0,0,abs,,100,overlay_clut_set,show_dark", "abs,,0,0,abs,,100,overlay_clut_set,aurora",
          "30", 1, {"could not find \"aurora\" with kind 3 in pak file!\n"}},
-        {"sequence.csv", "abs,,0,0,abs,,100,overlay_clut_set,show",
+        {"sequence.csv", "abs,,0,0,abs,,100,overlay_clut_set,show_dark",
          "abs,,0,0,abs,,100,overlay_clut_set,sequence.csv", "30", 1,
          {"could not find \"sequence.csv\" with kind 3 in pak file!\n"}},
         // a key that only begins a known key is reported, and bound as that key
-        {"progress.ini", "palettes = [ show ]", "palette = [ show ]", "30", 1,
+        {"progress.ini", "palettes = [ show_dark ]", "palette = [ show_dark ]", "30", 1,
          {"[palette] - only a prefix of [palette_animations], bound as that key\n",
-          "could not find \"show\" with kind 2 in pak file!\n"}},
+          "could not find \"show_dark\" with kind 2 in pak file!\n"}},
         // control scenes bound through a description get no values they read
         {"sequence.csv", "abs,,0,0,abs,,176000,music_start,music", "abs,,0,0,abs,,176000,music_start,@progress.ini", "30",
          1, {"scene \"music_start\" on line %d reads 1 blobs, it was given 0\n"}},
         // and a description that binds other kinds than its scene reads
-        {"sequence.csv", "abs,,0,0,abs,,100,overlay_clut_set,show", "abs,,0,0,abs,,100,overlay_clut_set,@waves.ini",
-         "30", 1, {"scene \"overlay_clut_set\" on line %d reads 1 palettes, it was given 0\n"}},
+        {"sequence.csv", "abs,,0,0,abs,,100,overlay_clut_set,show_dark",
+         "abs,,0,0,abs,,100,overlay_clut_set,@waves.ini", "30", 1, {"scene \"overlay_clut_set\" on line %d reads 1 palettes, it was given 0\n"}},
         // a text packed without its NUL
         {"pak0.manifest", "raw     progress.ini        progress.ini        1", "raw progress.ini progress.ini 0", "30", 1,
          {"assets/reel/le/pak0.rpk: resource \"progress.ini\" (raw): text of " + progress_bytes +

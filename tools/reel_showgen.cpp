@@ -200,12 +200,13 @@ constexpr uint32_t SHOW_GOLD_COUNT = 31;
 constexpr uint32_t SHOW_FRAME_FIRST = 128;   // to 191: the climax's frame
 constexpr uint32_t SHOW_ICE_FIRST = 192;     // to 223: credits and the orb, dark to light
 constexpr uint32_t SHOW_ICE_COUNT = 32;
-constexpr uint8_t SHOW_WHITE = 224;          // reveal flashes, the subtitle
+constexpr uint8_t SHOW_WHITE = 224;          // reveal flashes, the load bar's head
 constexpr uint8_t SHOW_BAR = 225;            // the load bar
 constexpr uint8_t SHOW_RIM = 226;            // the title's rim, pulsed on the beat
 constexpr uint8_t SHOW_PEN_WARM = 227;
 constexpr uint8_t SHOW_PEN_COLD = 228;
 constexpr uint8_t SHOW_WAVE = 229;
+constexpr uint8_t SHOW_SUBTITLE = 230;
 constexpr uint8_t SHOW_SET = 1;              // a stencil picture's set pixels
 constexpr uint32_t SHOW_REVEAL_FRAMES = 8;   // stencil frames of a reveal
 constexpr uint8_t SHOW_SHAPE = 128;          // coverage from which a pixel belongs to a letter
@@ -249,10 +250,21 @@ void showgen_show_palette(uint8_t* e)
     showgen_entry(e + 4 * SHOW_PEN_WARM, {1.0f, 0.8f, 0.4f});
     showgen_entry(e + 4 * SHOW_PEN_COLD, {0.4f, 0.95f, 1.0f});
     showgen_entry(e + 4 * SHOW_WAVE, {1.0f, 0.3f, 0.85f});
+    showgen_entry(e + 4 * SHOW_SUBTITLE, {0.95f, 0.95f, 0.9f});
 }
 
-// A palette animation over the whole overlay: index_at gives each pixel's colour index (0 to
-// leave it see-through, else an offset of 0 to 63 into the band from `first`, plus one).
+// The colour table before the title is revealed: the title's entries black, so that the title
+// can lie in the aurora's picture (and so in its back buffer, from which the heal restores it)
+// unseen on the black video plane until its colours are set.
+void showgen_hide_title(uint8_t* e)
+{
+    for (uint32_t i = 0; i < DISPLAY_CLUT_ENTRIES; i++)
+        if ((i >= SHOW_GOLD_FIRST && i < SHOW_GOLD_FIRST + SHOW_GOLD_COUNT) || i == SHOW_RIM || i == SHOW_SUBTITLE)
+            showgen_entry(e + 4 * i, {0, 0, 0});
+}
+
+// A palette animation over the whole overlay cycling the 64 entries from `first`: index_at
+// gives each pixel's colour index (0 leaves it see-through).
 template <typename IndexAt>
 void showgen_animation(const char* dir, const char* file, xmemarena* arena, const showgen_rgb* keys, uint32_t first,
                        IndexAt index_at)
@@ -263,8 +275,7 @@ void showgen_animation(const char* dir, const char* file, xmemarena* arena, cons
     a.palettes = (reel_palette*)xmemarena_push(arena, sizeof(reel_palette) * SHOWGEN_PALETTES);
     for (uint32_t y = 0; y < SHOWGEN_H; y++)
         for (uint32_t x = 0; x < SHOWGEN_W; x++) {
-            const uint32_t band = index_at((float)x, (float)y);
-            a.pixels[y * SHOWGEN_W + x] = band ? (uint8_t)(first + (band - 1) % SHOWGEN_GRADIENT_COUNT) : 0;
+            a.pixels[y * SHOWGEN_W + x] = index_at(x, y);
         }
     showgen_cycle_palettes(a.palettes, arena, keys, SHOW_KEY_COUNT, first);
     showgen_write_animation(dir, file, &a, arena);
@@ -370,9 +381,8 @@ void showgen_reveal_frames(const showgen_picture& picture, const char* dir, cons
 
 // The title: REEL in gold, shaded from top to bottom, with a rim the script pulses, and the
 // subtitle in white; its reveal frames; the mask that keeps the stars off it and off the load bar.
-void showgen_title(const char* dir, xmemarena* arena, uint8_t* palette, const showgen_fonts& fonts)
+showgen_picture showgen_title(const char* dir, xmemarena* arena, uint8_t* palette, const showgen_fonts& fonts)
 {
-    const uint64_t mark = xmemarena_get_sp(arena);
     show_art_canvas big = showgen_canvas(arena, SHOWGEN_W, SHOWGEN_H);
     show_art_canvas small = showgen_canvas(arena, SHOWGEN_W, SHOWGEN_H);
     show_art_draw_text_centred(&big, &fonts.huge, "REEL", 320.0f, 250.0f);
@@ -389,7 +399,7 @@ void showgen_title(const char* dir, xmemarena* arena, uint8_t* palette, const sh
             } else if (showgen_near(big, x, y, 3)) {
                 title.at(x, y) = SHOW_RIM;
             } else if (s >= SHOW_SHAPE) {
-                title.at(x, y) = SHOW_WHITE;
+                title.at(x, y) = SHOW_SUBTITLE;
             }
             if ((x >= 100 && x < 540 && y >= 100 && y < 320) || y >= 424)
                 mask.at(x, y) = SHOW_SET;
@@ -397,10 +407,10 @@ void showgen_title(const char* dir, xmemarena* arena, uint8_t* palette, const sh
     showgen_save_picture(title, dir, "title.png", arena);
     showgen_save_picture(mask, dir, "starmask.png", arena);
     showgen_reveal_frames(title, dir, "title_reveal", 16, arena, palette);
-    xmemarena_set_sp(arena, mark);
+    return title;
 }
 
-// The credits: lines in the ice colours, lighter towards the bottom, and their reveal frames.
+// The credits: lines in the ice colours, lightest at the top, and their reveal frames.
 void showgen_credits(const char* dir, xmemarena* arena, uint8_t* palette, const showgen_fonts& fonts)
 {
     const uint64_t mark = xmemarena_get_sp(arena);
@@ -414,7 +424,7 @@ void showgen_credits(const char* dir, xmemarena* arena, uint8_t* palette, const 
     for (uint32_t y = 0; y < SHOWGEN_H; y++)
         for (uint32_t x = 0; x < SHOWGEN_W; x++)
             if (text.cover[y * SHOWGEN_W + x] >= SHOW_SHAPE)
-                credits.at(x, y) = (uint8_t)(SHOW_ICE_FIRST + 8 + (y * (SHOW_ICE_COUNT - 9)) / SHOWGEN_H);
+                credits.at(x, y) = (uint8_t)(SHOW_ICE_FIRST + SHOW_ICE_COUNT - 1 - (y * 12) / SHOWGEN_H);
     showgen_save_picture(credits, dir, "credits.png", arena);
     showgen_reveal_frames(credits, dir, "credits_reveal", 24, arena, palette);
     xmemarena_set_sp(arena, mark);
@@ -530,22 +540,10 @@ void showgen_show(const char* dir, const char* font_path, xmemarena* arena, xmem
     showgen_show_palette(palette);
     reel_palette table = {0, DISPLAY_CLUT_ENTRIES, palette};
     showgen_write_palette(dir, "show.pal", &table, arena);
-
-    // the aurora: wavy curtains along the top and the bottom, the middle left see-through
-    showgen_animation(dir, "aurora.pan", arena, SHOW_AURORA_KEYS, SHOW_AURORA_FIRST, [](float x, float y) -> uint32_t {
-        const float edge = 80.0f + 22.0f * sinf(x / 57.0f) + 12.0f * sinf(x / 23.0f + 1.3f);
-        const float from_edge = y < 240.0f ? y : 479.0f - y;
-        if (from_edge >= edge)
-            return 0;
-        return 1 + (uint32_t)(fmodf(x / 640.0f * 2.0f + from_edge / edge * 0.6f + 4.0f, 1.0f) * 64.0f);
-    });
-    // the frame: a chequer of diagonal stripes 36 pixels deep round the edge of the screen
-    showgen_animation(dir, "frame.pan", arena, SHOW_FRAME_KEYS, SHOW_FRAME_FIRST, [](float x, float y) -> uint32_t {
-        const float edge = fminf(fminf(x, 639.0f - x), fminf(y, 479.0f - y));
-        if (edge >= 36.0f)
-            return 0;
-        return 1 + (uint32_t)(fmodf((x + y) / 160.0f + edge / 72.0f, 1.0f) * 64.0f);
-    });
+    reel_palette dark = {0, DISPLAY_CLUT_ENTRIES, (uint8_t*)xmemarena_push(arena, DISPLAY_CLUT_ENTRIES * 4)};
+    memcpy(dark.entries, palette, DISPLAY_CLUT_ENTRIES * 4);
+    showgen_hide_title(dark.entries);
+    showgen_write_palette(dir, "show_dark.pal", &dark, arena);
 
     uint64_t size = 0;
     char why[1024];
@@ -555,7 +553,25 @@ void showgen_show(const char* dir, const char* font_path, xmemarena* arena, xmem
     showgen_fonts fonts = {showgen_font(data, size, 160, arena, tmp, font_path),
                            showgen_font(data, size, 96, arena, tmp, font_path),
                            showgen_font(data, size, 30, arena, tmp, font_path)};
-    showgen_title(dir, arena, palette, fonts);
+    const showgen_picture title = showgen_title(dir, arena, palette, fonts);
+
+    // the aurora: wavy curtains along the top and the bottom, and between them the title, whose
+    // colours stay black until the script reveals it
+    showgen_animation(dir, "aurora.pan", arena, SHOW_AURORA_KEYS, SHOW_AURORA_FIRST, [&](uint32_t x, uint32_t y) {
+        const float fx = (float)x, fy = (float)y;
+        const float edge = 80.0f + 22.0f * sinf(fx / 57.0f) + 12.0f * sinf(fx / 23.0f + 1.3f);
+        const float from_edge = fy < 240.0f ? fy : 479.0f - fy;
+        if (from_edge >= edge)
+            return title.p.pixels[y * SHOWGEN_W + x];
+        return (uint8_t)(SHOW_AURORA_FIRST + (uint32_t)(fmodf(fx / 640.0f * 2.0f + from_edge / edge * 0.6f + 4.0f, 1.0f) * 64.0f));
+    });
+    // the frame: a chequer of diagonal stripes 36 pixels deep round the edge of the screen
+    showgen_animation(dir, "frame.pan", arena, SHOW_FRAME_KEYS, SHOW_FRAME_FIRST, [](uint32_t x, uint32_t y) {
+        const float edge = fminf(fminf((float)x, 639.0f - (float)x), fminf((float)y, 479.0f - (float)y));
+        if (edge >= 36.0f)
+            return (uint8_t)0;
+        return (uint8_t)(SHOW_FRAME_FIRST + (uint32_t)(fmodf((float)(x + y) / 160.0f + edge / 72.0f, 1.0f) * 64.0f));
+    });
     showgen_credits(dir, arena, palette, fonts);
     showgen_pen_word(dir, "pen_software.png", "software", arena, &fonts.large);
     showgen_pen_word(dir, "pen_rendered.png", "rendered", arena, &fonts.large);
