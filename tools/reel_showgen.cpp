@@ -592,12 +592,12 @@ int main(int argc, char** argv)
         else if (argv[i][0] == '-' && argv[i][1] != 0)
             tool_usage_error("unknown option \"%s\"", argv[i]);
         else if (dir)
-            tool_usage_error("one argument too many: \"%s\"", argv[i]);
+            tool_usage_error("one output folder only");
         else
             dir = argv[i];
     }
     if (!dir)
-        tool_usage_error("needs the output folder");
+        tool_usage_error("no output folder");
     tool_make_dir(dir);
     // taken once; untouched pages cost nothing
     constexpr uint64_t arena_bytes = 256ull << 20, tmp_bytes = 64ull << 20;
