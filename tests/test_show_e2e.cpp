@@ -145,7 +145,7 @@ TEST(show_e2e, a_show_without_a_script_says_so)
 
 // Whether the show in show/ uses every function of the scene table; until it does, the test
 // asks only that every function its script names was called.
-constexpr bool kShowUsesEveryScene = false;
+constexpr bool kShowUsesEveryScene = true;
 
 constexpr int32_t kClipRunMax = 3;                   // clipped samples in a row that are still fine
 constexpr int32_t kSilenceLevel = 8;                 // |sample| at most this is silence
@@ -362,7 +362,8 @@ static int edited_show(const std::string& dir, const char* file, const std::stri
 {
     const std::string source = std::string(REEL_SHOW_DIR) + "/show/";
     int edited_line = 0;
-    for (const char* name : {"sequence.csv", "intro.ini", "greetings.ini", "pak0.manifest"}) {
+    for (const char* name : {"sequence.csv", "progress.ini", "title_reveal.ini", "credits_reveal.ini", "waves.ini",
+                             "greetings.ini", "pak0.manifest"}) {
         std::istringstream in(tool_fixture_read(source + name));
         std::string text, l;
         for (int n = 1; std::getline(in, l); n++) {
@@ -383,7 +384,7 @@ static int edited_show(const std::string& dir, const char* file, const std::stri
 
 TEST(show_e2e, one_line_edits_of_the_script_end_with_a_message_and_never_a_crash)
 {
-    const std::string intro_bytes = std::to_string(tool_fixture_read(REEL_SHOW_DIR "/show/intro.ini").size());
+    const std::string progress_bytes = std::to_string(tool_fixture_read(REEL_SHOW_DIR "/show/progress.ini").size());
     const struct {
         const char* file;
         const char* line;
@@ -393,39 +394,40 @@ TEST(show_e2e, one_line_edits_of_the_script_end_with_a_message_and_never_a_crash
         std::vector<std::string> messages;  // %d: the edited line's number
     } cases[] = {
         // a name loaded as one kind is not handed out as another
-        {"sequence.csv", "abs,,0,0,abs,,100,overlay_clut_set,@intro.ini", "abs,,0,0,abs,,100,overlay_clut_set,rings",
-         "30", 1, {"could not find \"rings\" with kind 3 in pak file!\n"}},
-        {"sequence.csv", "abs,,0,0,abs,,100,overlay_clut_set,@intro.ini",
+        {"sequence.csv", "abs,,0,0,abs,,100,overlay_clut_set,show_dark", "abs,,0,0,abs,,100,overlay_clut_set,aurora",
+         "30", 1, {"could not find \"aurora\" with kind 3 in pak file!\n"}},
+        {"sequence.csv", "abs,,0,0,abs,,100,overlay_clut_set,show_dark",
          "abs,,0,0,abs,,100,overlay_clut_set,sequence.csv", "30", 1,
          {"could not find \"sequence.csv\" with kind 3 in pak file!\n"}},
         // a key that only begins a known key is reported, and bound as that key
-        {"intro.ini", "palettes = [ base ]", "palette = [ base ]", "30", 1,
+        {"progress.ini", "palettes = [ show_dark ]", "palette = [ show_dark ]", "30", 1,
          {"[palette] - only a prefix of [palette_animations], bound as that key\n",
-          "could not find \"base\" with kind 2 in pak file!\n"}},
+          "could not find \"show_dark\" with kind 2 in pak file!\n"}},
         // control scenes bound through a description get no values they read
-        {"sequence.csv", "abs,,0,0,abs,,34000,music_start,music", "abs,,0,0,abs,,34000,music_start,@intro.ini", "30",
+        {"sequence.csv", "abs,,0,0,abs,,176000,music_start,music", "abs,,0,0,abs,,176000,music_start,@progress.ini", "30",
          1, {"scene \"music_start\" on line %d reads 1 blobs, it was given 0\n"}},
-        {"sequence.csv", "abs,,0,0,abs,,100,load_sync,end", "abs,,0,0,abs,,100,load_sync,@intro.ini", "30", 1,
-         {"scene \"load_sync\" on line %d reads 1 integers, it was given 0\n"}},
+        // and a description that binds other kinds than its scene reads
+        {"sequence.csv", "abs,,0,0,abs,,100,overlay_clut_set,show_dark",
+         "abs,,0,0,abs,,100,overlay_clut_set,@waves.ini", "30", 1, {"scene \"overlay_clut_set\" on line %d reads 1 palettes, it was given 0\n"}},
         // a text packed without its NUL
-        {"pak0.manifest", "raw           intro.ini       intro.ini       1", "raw intro.ini intro.ini 0", "30", 1,
-         {"assets/reel/le/pak0.rpk: resource \"intro.ini\" (raw): text of " + intro_bytes +
+        {"pak0.manifest", "raw     progress.ini        progress.ini        1", "raw progress.ini progress.ini 0", "30", 1,
+         {"assets/reel/le/pak0.rpk: resource \"progress.ini\" (raw): text of " + progress_bytes +
           " bytes has no terminating NUL\n"}},
         // spans of the 32-bit clock: (97391548 x 22050) / 1000 = 2147483633 samples either way
         {"sequence.csv", "abs,,0,0,abs,,100,overlay_clear,0", "abs,,-97391548,0,abs,,97391548,overlay_clear,0", "30",
          1,
          {"the row on line %d in \"sequence.csv\" spans 4294967266 samples from its start to its end, more than the "
           "show clock holds\n"}},
-        {"sequence.csv", "abs,,30000,0,abs,,34000,fade_out_music", "abs,,-1000,0,abs,,97391548,fade_out_music", "30",
+        {"sequence.csv", "abs,,168000,0,abs,,176000,fade_out_music", "abs,,-1000,0,abs,,97391548,fade_out_music", "30",
          1,
          {"the row on line %d in \"sequence.csv\" spans 2147505683 samples from its start to its end, more than the "
           "show clock holds\n"}},
         {"sequence.csv", "abs,,0,0,abs,,100,overlay_clear,0", "abs,,0,0,abs,,97391549,overlay_clear,0", "30", 1,
          {"time 97391549 ms on line %d in \"sequence.csv\" is out of range (at most 97391548 ms either way)\n"}},
         // without a fade_out_music row the capture still ends, and says why
-        {"sequence.csv", "abs,,30000,0,abs,,34000,fade_out_music", "abs,,30000,0,abs,,34000,overlay_clear,0", "", 0,
+        {"sequence.csv", "abs,,168000,0,abs,,176000,fade_out_music", "abs,,168000,0,abs,,176000,overlay_clear,0", "", 0,
          {"capture stops: every row of the script has ended and the music has run out\n"}},
-        {"sequence.csv", "abs,,0,0,abs,,34000,music_start,music", "abs,,0,0,abs,,34000,overlay_clear,0", "", 0,
+        {"sequence.csv", "abs,,0,0,abs,,176000,music_start,music", "abs,,0,0,abs,,176000,overlay_clear,0", "", 0,
          {"capture stops: the script started no music, so the show clock cannot move\n"}},
     };
     int n = 0;

@@ -4,6 +4,7 @@
 
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 
@@ -196,7 +197,9 @@ TEST(tool, output_folders_are_made_with_their_parents)
     const std::string dir = tool_fixture_dir(root, "folders");
     const tool_run_result r = tool_fixture_run(dir, tools + "/reel_showgen made/in/steps");
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(tool_fixture_list(dir + "/made/in/steps"), std::vector<std::string>({"base.pal", "plasma.pan", "rings.pan"}));
+    const std::vector<std::string> made = tool_fixture_list(dir + "/made/in/steps");
+    for (const char* file : {"base.pal", "plasma.pan", "rings.pan", "show.pal", "aurora.pan", "title.png", "tunnel.png"})
+        EXPECT_NE(std::find(made.begin(), made.end(), file), made.end()) << file;
 }
 
 TEST(tool, reel_texdump_says_which_rule_a_picture_breaks)
