@@ -63,6 +63,8 @@ const tool_usage_case tool_usage_cases[] = {
     {"reel_pack", "", "too few arguments"},
     {"reel_pack", "--swapped a", "too few arguments"},
     {"reel_pack", "a b c", "too many arguments"},
+    {"reel_pack", "--list", "too few arguments"},
+    {"reel_pack", "--list a b", "too many arguments"},
     {"reel_pack", "-x a", "unknown option \"-x\""},
     {"reel_rasterpics", "", "no output folder"},
     {"reel_rasterpics", "--out", "unknown option \"--out\""},
