@@ -1,8 +1,9 @@
 // Death-test patterns: a text as a literal extended regular expression, and the whole fatal
-// output of crash_in (its line with the function and module, then exactly the message); and the
-// target and texture set-up the drawing tests share.
+// output of crash_in (its line with the function and module, then exactly the message); the
+// target and texture set-up the drawing tests share; and packs written by the pack writer.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "n3d.h"
+#include "reel_fs.h"
 
 inline std::string test_literal(const std::string& text)
 {
@@ -84,4 +86,36 @@ inline std::string test_temp_path(const std::string& name)
         }
     } f;
     return f.path + "/" + name;
+}
+
+// A pack entry: its contents, as text or as bytes, and the zero bytes the writer adds after them.
+struct test_pack_input {
+    uint32_t kind;
+    std::string name, contents;
+    uint32_t extra = 0;
+    test_pack_input(uint32_t k, std::string n, std::string c, uint32_t e = 0) : kind(k), name(n), contents(c), extra(e) {}
+    test_pack_input(uint32_t k, std::string n, const std::vector<uint8_t>& c, uint32_t e = 0)
+        : kind(k), name(n), contents(c.begin(), c.end()), extra(e)
+    {
+    }
+};
+
+// Writes each input to a file beside `path` and packs them there with the pack writer.
+inline void test_write_pack(const std::string& path, const std::vector<test_pack_input>& inputs, int32_t order)
+{
+    static test_arena writer_memory(1u << 20);
+    xmemarena_reset(&writer_memory.arena);
+    reel_fs_writer writer;
+    reel_fs_pack_begin(&writer, order);
+    for (size_t i = 0; i < inputs.size(); i++) {
+        const std::string in = path + ".in" + std::to_string(i);
+        FILE* f = fopen(in.c_str(), "wb");
+        fwrite(inputs[i].contents.data(), 1, inputs[i].contents.size(), f);
+        fclose(f);
+        reel_fs_pack_add_file(&writer, &writer_memory.arena, inputs[i].kind, inputs[i].extra, inputs[i].name.c_str(),
+                              in.c_str());
+    }
+    testing::internal::CaptureStdout();  // the writer reports every block it writes
+    reel_fs_pack_end(&writer, path.c_str(), &writer_memory.arena);
+    testing::internal::GetCapturedStdout();
 }

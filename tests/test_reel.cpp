@@ -13,6 +13,7 @@
 
 #include "music.h"
 #include "reel.h"
+#include "test_fatal.h"
 #include "tool_fixture.h"
 
 namespace {
@@ -24,25 +25,10 @@ const char* const SCRIPT_HEADER = "start mode,ref,ms,preload,end mode,ref,ms,fun
 void make_show(const std::string& dir, const std::string& script)
 {
     std::system(("rm -rf '" + dir + "' && mkdir -p '" + dir + "/assets/reel/le'").c_str());
-    const std::string seq = dir + "/sequence.csv", music = dir + "/music.bin";
-    tool_fixture_write(seq, script);
-    tool_fixture_write(music, std::string(44100, 0x17));
-    static std::vector<uint8_t> block(4 << 20);
-    xmemarena arena;
-    xmemarena_init(&arena, "pack_writer", block.size(), block.data());
-    for (int i = 0; i < 3; i++) {
-        reel_fs_writer w;
-        reel_fs_pack_begin(&w, BYTE_ORDER_NATIVE);
-        if (i == 0)
-            reel_fs_pack_add_file(&w, &arena, REEL_KIND_RAW, 1, "sequence.csv", seq.c_str());
-        if (i == 1)
-            reel_fs_pack_add_file(&w, &arena, REEL_KIND_BLOB, 0, "music", music.c_str());
-        const std::string path = dir + "/assets/reel/le/pak" + std::to_string(i) + ".rpk";
-        testing::internal::CaptureStdout();  // the writer reports every block it writes
-        reel_fs_pack_end(&w, path.c_str(), &arena);
-        testing::internal::GetCapturedStdout();
-        xmemarena_reset(&arena);
-    }
+    const std::string packs = dir + "/assets/reel/le/pak";
+    test_write_pack(packs + "0.rpk", {{REEL_KIND_RAW, "sequence.csv", script, 1}}, BYTE_ORDER_NATIVE);
+    test_write_pack(packs + "1.rpk", {{REEL_KIND_BLOB, "music", std::string(44100, 0x17)}}, BYTE_ORDER_NATIVE);
+    test_write_pack(packs + "2.rpk", {}, BYTE_ORDER_NATIVE);
 }
 
 struct engine_fixture : testing::Test {

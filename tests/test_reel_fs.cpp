@@ -28,38 +28,16 @@ bytes read_file(const std::string& path)
     return bytes(s.begin(), s.end());
 }
 
-struct pack_input {
-    uint32_t kind;
-    std::string name, contents;
-    uint32_t extra;
-};
-
-std::vector<uint8_t> arena_memory(1u << 20);
-
-// Writes each input as a file and packs them with the writer; returns the pack's bytes.
-bytes make_pack(const std::string& pack_name, const std::vector<pack_input>& inputs, int32_t order)
+// The pack the writer makes of the inputs, as bytes.
+bytes make_pack(const std::string& pack_name, const std::vector<test_pack_input>& inputs, int32_t order)
 {
-    xmemarena arena;
-    xmemarena_init(&arena, "test_writer", arena_memory.size(), arena_memory.data());
-    reel_fs_writer writer;
-    EXPECT_EQ(reel_fs_pack_begin(&writer, order), &writer);
-    for (size_t i = 0; i < inputs.size(); i++) {
-        const std::string path = test_temp_path(pack_name + ".in" + std::to_string(i));
-        write_text(path, inputs[i].contents);
-        EXPECT_EQ(reel_fs_pack_add_file(&writer, &arena, inputs[i].kind, inputs[i].extra, inputs[i].name.c_str(),
-                                        path.c_str()),
-                  inputs[i].name.size() + 1);
-    }
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(reel_fs_pack_end(&writer, test_temp_path(pack_name).c_str(), &arena), 0);
-    testing::internal::GetCapturedStdout();
+    test_write_pack(test_temp_path(pack_name), inputs, order);
     return read_file(test_temp_path(pack_name));
 }
 
 struct test_reader {
-    bytes memory = bytes(1u << 20);
-    xmemarena arena;
-    test_reader() { xmemarena_init(&arena, "test_reader", memory.size(), memory.data()); }
+    test_arena memory;
+    xmemarena& arena = memory.arena;
     reel_fs_pack open(const bytes& image)
     {
         reel_fs_pack pack;
@@ -68,7 +46,7 @@ struct test_reader {
     }
 };
 
-const std::vector<pack_input> three_inputs = {
+const std::vector<test_pack_input> three_inputs = {
     {3, "sunset.pal", "PALETTE", 0}, {9, "sequence.csv", "a,b,c\n", 1}, {8, "music", std::string("\x01\x00\x02", 3), 0}};
 
 }  // namespace
