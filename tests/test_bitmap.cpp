@@ -1,6 +1,7 @@
 // The image library: the pixel decode rule per encoding, whole-image decode against the pixel
 // decode, conversion, filtered downscaling in linear premultiplied light, PNG files and the flare.
 #include "bitmap.h"
+#include "test_fatal.h"
 
 #include <gtest/gtest.h>
 
@@ -11,14 +12,7 @@
 
 namespace {
 
-struct bitmap_arena {
-    std::vector<uint8_t> block;
-    xmemarena arena;
-    explicit bitmap_arena(uint64_t capacity) : block(capacity)
-    {
-        xmemarena_init(&arena, "test_bitmap", capacity, block.data());
-    }
-};
+using bitmap_arena = test_arena;
 
 }  // namespace
 

@@ -7,6 +7,7 @@
 
 #include "font_make.h"
 #include "reel_resource.h"
+#include "test_fatal.h"
 #include "tool_fixture.h"
 
 namespace {
@@ -21,8 +22,8 @@ std::vector<uint8_t> read_file(const char* path)
 }
 
 struct maker : testing::Test {
-    std::vector<uint8_t> memory = std::vector<uint8_t>(24u << 20);
-    xmemarena arena, tmp;
+    test_arena memory = test_arena(16u << 20), tmp_memory = test_arena(8u << 20);
+    xmemarena &arena = memory.arena, &tmp = tmp_memory.arena;
     std::vector<uint8_t> dejavu = read_file(DEJAVU);
     reel_font font;
     font_make_summary summary;
@@ -32,8 +33,6 @@ struct maker : testing::Test {
     {
         if (dejavu.empty())
             GTEST_SKIP() << DEJAVU << " is missing: install fonts-dejavu-core";
-        xmemarena_init(&arena, "test_arena", 16u << 20, memory.data());
-        xmemarena_init(&tmp, "test_tmp_arena", 8u << 20, memory.data() + (16u << 20));
     }
     int32_t make(const std::vector<uint8_t>& data, font_make_options o)
     {

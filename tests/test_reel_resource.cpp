@@ -22,14 +22,12 @@ using bytes = std::vector<uint8_t>;
 
 // An engine record with only what resource loading uses: packs, the two arenas and the cache.
 struct test_engine {
-    bytes memory = bytes(8u << 20);
-    xmemarena arena, tmp;
+    test_arena memory = test_arena(6u << 20), tmp_memory = test_arena(2u << 20);
+    xmemarena &arena = memory.arena, &tmp = tmp_memory.arena;
     reel_fs_pack packs[REEL_PACK_COUNT];
     reel_engine engine;
     test_engine()
     {
-        xmemarena_init(&arena, "reel_arena", 6u << 20, memory.data());
-        xmemarena_init(&tmp, "reel_tmp_arena", 2u << 20, memory.data() + (6u << 20));
         memset(&engine, 0, sizeof(engine));
         engine.arena = &arena;
         engine.tmp_arena = &tmp;

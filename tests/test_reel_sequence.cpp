@@ -12,15 +12,9 @@
 namespace {
 
 struct seq_fixture {
-    std::vector<uint8_t> memory = std::vector<uint8_t>(2u << 20);
-    xmemarena arena;
-    xmemarena tmp_arena;
+    test_arena memory, tmp_memory;
+    xmemarena &arena = memory.arena, &tmp_arena = tmp_memory.arena;
     reel_sequence seq;
-    seq_fixture()
-    {
-        xmemarena_init(&arena, "test_reel_arena", memory.size() / 2, memory.data());
-        xmemarena_init(&tmp_arena, "test_reel_tmp_arena", memory.size() / 2, memory.data() + memory.size() / 2);
-    }
     const reel_sequence& load(const std::string& text)
     {
         reel_load_sequence(&seq, text.c_str(), "sequence.csv", &arena, &tmp_arena);

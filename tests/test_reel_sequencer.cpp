@@ -9,6 +9,7 @@
 #include "music.h"
 #include "reel.h"
 #include "reel_scenes.h"
+#include "test_fatal.h"
 
 namespace {
 
@@ -37,8 +38,8 @@ void recording_scene(reel_scene* scene, reel_run_context* ctx)
 }
 
 struct sequencer_fixture : testing::Test {
-    std::vector<uint8_t> block = std::vector<uint8_t>(8 << 20);
-    xmemarena arena, tmp;
+    test_arena memory = test_arena(4 << 20), tmp_memory = test_arena(4 << 20);
+    xmemarena &arena = memory.arena, &tmp = tmp_memory.arena;
     reel_engine engine;
     reel_run_context ctx;
     uint8_t keys[256] = {};
@@ -49,8 +50,6 @@ struct sequencer_fixture : testing::Test {
         calls.clear();
         complete_after_loads = 1;
         music_reset();
-        xmemarena_init(&arena, "reel_arena", block.size() / 2, block.data());
-        xmemarena_init(&tmp, "reel_tmp_arena", block.size() / 2, block.data() + block.size() / 2);
         memset(&engine, 0, sizeof(engine));
         engine.arena = &arena;
         engine.tmp_arena = &tmp;

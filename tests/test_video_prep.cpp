@@ -9,21 +9,17 @@
 #include <vector>
 
 #include "n3d_io.h"
+#include "test_fatal.h"
 #include "tool_fixture.h"
 #include "video_prep.h"
 
 namespace {
 
 struct video_prep_fixture : testing::Test {
-    std::vector<uint8_t> memory = std::vector<uint8_t>(96u << 20);
-    xmemarena arena, tmp;
+    test_arena memory = test_arena(32u << 20), tmp_memory = test_arena(64u << 20);
+    xmemarena &arena = memory.arena, &tmp = tmp_memory.arena;
     n3d_texture texture = {};
 
-    video_prep_fixture()
-    {
-        xmemarena_init(&arena, "prep", 32u << 20, memory.data());
-        xmemarena_init(&tmp, "prep_tmp", 64u << 20, memory.data() + (32u << 20));
-    }
     bitmap* picture(uint32_t w, uint32_t h, uint32_t flags, const std::vector<uint8_t>& fill)
     {
         bitmap* bm = bitmap_create(&arena, w, h, flags);
