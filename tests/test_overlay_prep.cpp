@@ -44,10 +44,8 @@ TEST_F(prep_fixture, indexed_png_written_and_read_back_keeps_indices_palette_and
     prep_index_picture read;
     const char* why = nullptr;
     ASSERT_TRUE(prep_load_indexed_png(&read, &arena, path.c_str(), &why)) << why;
-    EXPECT_EQ(read.width, 7u);
-    EXPECT_EQ(read.height, 3u);
+    ASSERT_TRUE(read.width == 7 && read.height == 3 && read.palette.count == 3);
     EXPECT_EQ(bytes(read.pixels, read.pixels + 21), pixels);
-    EXPECT_EQ(read.palette.count, 3u);
     EXPECT_EQ(bytes(read.palette.entries, read.palette.entries + 12), entries);
     EXPECT_EQ(read.key, 0u) << "the entry with alpha 0";
 
@@ -162,8 +160,7 @@ TEST_F(prep_fixture, tools_write_files_the_engine_reads_back_into_new_folders)
     stream_cursor_init(&cur, (const uint8_t*)pen.data() + 4, pen.size() - 4, BYTE_ORDER_NATIVE, "pen.img");
     reel_image image;
     reel_image_read(&arena, &image, &cur, 0);
-    EXPECT_EQ(image.width, 40u);
-    EXPECT_EQ(image.texture.log2_w, 6u);
+    EXPECT_TRUE(image.width == 40 && image.texture.log2_w == 6);
     EXPECT_EQ(((uint8_t*)image.texture.mips[0])[2 * 64 + 2], 1 + (uint32_t)(254.0f * 0.5f / 28.0f));
     EXPECT_EQ(tool_fixture_list(dir + "/new/folder"), std::vector<std::string>({"logo.rle"}));
 }
