@@ -205,9 +205,9 @@ TEST(gltf_import, animation_keys_keep_the_gltf_times_and_values)
     b.floats(TRIANGLE);
     const size_t times = b.floats({0.0f, 1.0f, 2.5f});
     const size_t moves = b.floats({0, 0, 0, 1, 2, 3, -4, 5, 6});
-    // rotations: identity, a half turn about x, and the same orientation as the second with
-    // its sign flipped (a key the importer must bring to the side of the one before)
-    const size_t turns = b.floats({0, 0, 0, 1, 1, 0, 0, 0, -1, 0, 0, 0});
+    // rotations: identity, then twice one turn about x written on the far side of it (dot -0.8):
+    // the importer brings each key to the side of the one before as brought, so both are negated
+    const size_t turns = b.floats({0, 0, 0, 1, 0.6f, 0, 0, -0.8f, 0.6f, 0, 0, -0.8f});
     const size_t steps = b.floats({1, 1, 1, 2, 2, 2, 3, 3, 3});
     const std::string accessors = accessor(0, 3, "VEC3") + "," + accessor(times, 3, "SCALAR") + "," +
                                   accessor(moves, 3, "VEC3") + "," + accessor(turns, 3, "VEC4") + "," +
@@ -231,8 +231,7 @@ TEST(gltf_import, animation_keys_keep_the_gltf_times_and_values)
     ASSERT_EQ(a->channel_count, 3u);  // the weights channel is left out
     const mad_sampler* r = a->channels[1].sampler;
     ASSERT_EQ(r->output_count, 12u);
-    EXPECT_EQ(r->output[4], 1.0f);   // the half turn as given
-    EXPECT_EQ(r->output[8], 1.0f);   // (-1, 0, 0, 0) negated to the side of the key before
+    EXPECT_TRUE(r->output[4] == -0.6f && r->output[7] == 0.8f && r->output[8] == -0.6f) << r->output[8];
     bool noted = false;
     for (const std::string& note : m.result.notes)
         noted = noted || note.find("animations[0].channels[3]: path \"weights\"") != std::string::npos;
