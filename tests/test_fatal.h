@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -53,6 +54,18 @@ inline void test_clear_target(n3d_framecontext* fc)
     n3d_framebuffer_clear(fc->framebuffer);
     n3d_coverage_buffer_clear(fc->coverage[0]);
     n3d_zbuffer_clear(fc->zbuffer);
+}
+
+// The unit half vector between the directions from p to the light and from p to the camera.
+inline void test_half_vector(double h[3], const float p[3], const float light[3], const float camera[3])
+{
+    double l[3], c[3], ll = 0, cl = 0, hl = 0;
+    for (int k = 0; k < 3; k++)
+        l[k] = light[k] - p[k], c[k] = camera[k] - p[k], ll += l[k] * l[k], cl += c[k] * c[k];
+    for (int k = 0; k < 3; k++)
+        h[k] = l[k] / std::sqrt(ll) + c[k] / std::sqrt(cl), hl += h[k] * h[k];
+    for (int k = 0; k < 3; k++)
+        h[k] /= std::sqrt(hl);
 }
 
 inline uint16_t test_pixel16(const n3d_framecontext* fc, int x, int y)

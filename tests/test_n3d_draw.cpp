@@ -469,17 +469,11 @@ TEST_F(n3d_draw, phong_terms_are_the_half_vector_against_tangent_and_bitangent)
     vec3_set(c.camera_position, 1.0f, 2.0f, 3.0f);
     ASSERT_EQ(n3d_draw_triangles_phong(&c), 1);
     const n3d_raster_call& r = recorded.at(0).c;
-    auto length = [](const double* d) { return std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]); };
     for (int i = 0; i < 3; i++) {
-        const float* p = &xyz[3 * i];
-        double l[3] = {-p[0], -p[1], 4 - p[2]}, v[3] = {1 - p[0], 2 - p[1], 3 - p[2]}, h[3];
-        const double ll = length(l), vl = length(v);
+        double h[3], p0 = 0, p1 = 0;
+        test_half_vector(h, &xyz[3 * i], c.light_position, c.camera_position);
         for (int k = 0; k < 3; k++)
-            h[k] = l[k] / ll + v[k] / vl;
-        const double hl = length(h);
-        double p0 = 0, p1 = 0;
-        for (int k = 0; k < 3; k++)
-            p0 += h[k] / hl * t[i][k], p1 += h[k] / hl * b[i][k];
+            p0 += h[k] * t[i][k], p1 += h[k] * b[i][k];
         EXPECT_NEAR(r.vertices[i][5], 0.5 * std::fmin(p0, 1.0), 1e-5) << i;
         EXPECT_NEAR(r.vertices[i][6], 0.5 * std::fmax(p1, -1.0), 1e-5) << i;
     }

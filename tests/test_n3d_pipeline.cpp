@@ -393,16 +393,10 @@ TEST_F(n3d_pipeline_test, light_and_camera_reach_the_draw_in_the_commands_model_
     EXPECT_EQ(recorded[0].phong_table, lut.table);
 
     // vertex 0 of the quad, (-1, -1, 0); light (0, 0, 3) and camera (0, -4, 5) in model space
-    const double pos[3] = {-1, -1, 0}, light[3] = {0, 0, 3}, camera[3] = {0, -4, 5};
-    double l[3], c[3], h[3];
-    for (int k = 0; k < 3; k++)
-        l[k] = light[k] - pos[k], c[k] = camera[k] - pos[k];
-    auto length = [](const double* d) { return std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]); };
-    const double ll = length(l), cl = length(c);
-    for (int k = 0; k < 3; k++)
-        h[k] = l[k] / ll + c[k] / cl;
-    const double hl = length(h);
+    const float pos[3] = {-1, -1, 0}, light[3] = {0, 0, 3}, camera[3] = {0, -4, 5};
+    double h[3];
+    test_half_vector(h, pos, light, camera);
     const float iw = recorded[0].v[0][2];
-    EXPECT_NEAR(recorded[0].v[0][5] / iw, h[0] / hl, 1e-5);  // H . tangent (1, 0, 0)
-    EXPECT_NEAR(recorded[0].v[0][6] / iw, h[1] / hl, 1e-5);  // H . bitangent (0, 1, 0)
+    EXPECT_NEAR(recorded[0].v[0][5] / iw, h[0], 1e-5);  // H . tangent (1, 0, 0)
+    EXPECT_NEAR(recorded[0].v[0][6] / iw, h[1], 1e-5);  // H . bitangent (0, 1, 0)
 }
