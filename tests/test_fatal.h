@@ -84,6 +84,17 @@ struct test_arena {
     }
 };
 
+// A record as its writer makes it, after the byte-order marker unless `marker` is false.
+template <class R>
+std::vector<uint8_t> test_block(const R* r, int32_t order, uint64_t (*size)(const R*),
+                                uint8_t* (*write)(uint8_t*, const R*, int32_t), bool marker = true)
+{
+    std::vector<uint8_t> b((marker ? 4 : 0) + size(r));
+    uint8_t* p = marker ? stream_write_u32(b.data(), BYTE_ORDER_MARKER, order) : b.data();
+    EXPECT_EQ(write(p, r, order), b.data() + b.size());
+    return b;
+}
+
 // A file in this program's own folder, removed at exit by the process that made it (not by
 // death-test children).
 inline std::string test_temp_path(const std::string& name)

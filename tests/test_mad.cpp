@@ -21,9 +21,7 @@ namespace {
 
 std::vector<uint8_t> write_block(const mad_datapack* d, int32_t order)
 {
-    std::vector<uint8_t> bytes(mad_datapack_write_size(d));
-    EXPECT_EQ(mad_datapack_write(bytes.data(), d, order), bytes.data() + bytes.size());
-    return bytes;
+    return test_block(d, order, mad_datapack_write_size, mad_datapack_write, false);
 }
 
 // Reads a copy of the block (so a read past it is the sanitizer's to see) into arena.

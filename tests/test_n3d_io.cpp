@@ -22,20 +22,11 @@ void write_bytes(const std::string& path, const std::vector<uint8_t>& bytes)
 }
 
 // marker + block, as a file holds them
-template <class Record>
-std::vector<uint8_t> file_of(const Record* r, int32_t order, uint64_t (*size)(const Record*),
-                             uint8_t* (*write)(uint8_t*, const Record*, int32_t))
-{
-    std::vector<uint8_t> bytes(4 + size(r));
-    stream_write_u32(bytes.data(), BYTE_ORDER_MARKER, order);
-    EXPECT_EQ(write(bytes.data() + 4, r, order), bytes.data() + bytes.size());
-    return bytes;
-}
-std::vector<uint8_t> mesh_file(const n3d_vertices* v, int32_t o) { return file_of(v, o, n3d_vertices_write_size, n3d_vertices_write); }
-std::vector<uint8_t> texture_file(const n3d_texture* t, int32_t o) { return file_of(t, o, n3d_texture_write_size, n3d_texture_write); }
+std::vector<uint8_t> mesh_file(const n3d_vertices* v, int32_t o) { return test_block(v, o, n3d_vertices_write_size, n3d_vertices_write); }
+std::vector<uint8_t> texture_file(const n3d_texture* t, int32_t o) { return test_block(t, o, n3d_texture_write_size, n3d_texture_write); }
 std::vector<uint8_t> coverage_file(const n3d_coverage_buffer* c, int32_t o)
 {
-    return file_of(c, o, n3d_coverage_buffer_write_size, n3d_coverage_buffer_write);
+    return test_block(c, o, n3d_coverage_buffer_write_size, n3d_coverage_buffer_write);
 }
 
 // A copy of the file at `offset` from a 32-byte boundary, with the cursor past its marker.

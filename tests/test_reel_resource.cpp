@@ -54,13 +54,10 @@ struct test_engine {
 };
 
 // A resource file: the marker and one block, both in order.
-template <class R>
-bytes resource_file(const R* r, int32_t order, uint64_t (*size)(const R*), uint8_t* (*write)(uint8_t*, const R*, int32_t))
+template <class R, class... A>
+bytes resource_file(const R* r, A... a)
 {
-    bytes b(4 + size(r));
-    stream_write_u32(b.data(), BYTE_ORDER_MARKER, order);
-    EXPECT_EQ(write(b.data() + 4, r, order), b.data() + b.size());
-    return b;
+    return test_block(r, a...);
 }
 
 bytes palette_file(uint32_t first, uint32_t count, int32_t order)
