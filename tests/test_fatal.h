@@ -1,17 +1,20 @@
 // Death-test patterns: a text as a literal extended regular expression, and the whole fatal
-// output of crash_in (its line with the function and module, then exactly the message); and the
-// target and texture set-up the drawing tests share.
+// output of crash_in (its line with the function and module, then exactly the message); the
+// target and texture set-up the drawing tests share; and packs written by the pack writer.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "n3d.h"
+#include "reel_fs.h"
 
 inline std::string test_literal(const std::string& text)
 {
@@ -53,6 +56,18 @@ inline void test_clear_target(n3d_framecontext* fc)
     n3d_zbuffer_clear(fc->zbuffer);
 }
 
+// The unit half vector between the directions from p to the light and from p to the camera.
+inline void test_half_vector(double h[3], const float p[3], const float light[3], const float camera[3])
+{
+    double l[3], c[3], ll = 0, cl = 0, hl = 0;
+    for (int k = 0; k < 3; k++)
+        l[k] = light[k] - p[k], c[k] = camera[k] - p[k], ll += l[k] * l[k], cl += c[k] * c[k];
+    for (int k = 0; k < 3; k++)
+        h[k] = l[k] / std::sqrt(ll) + c[k] / std::sqrt(cl), hl += h[k] * h[k];
+    for (int k = 0; k < 3; k++)
+        h[k] /= std::sqrt(hl);
+}
+
 inline uint16_t test_pixel16(const n3d_framecontext* fc, int x, int y)
 {
     return ((const uint16_t*)(fc->framebuffer->pixels + y * fc->framebuffer->row_bytes))[x];
@@ -69,6 +84,17 @@ struct test_arena {
     }
 };
 
+// A record as its writer makes it, after the byte-order marker unless `marker` is false.
+template <class R>
+std::vector<uint8_t> test_block(const R* r, int32_t order, uint64_t (*size)(const R*),
+                                uint8_t* (*write)(uint8_t*, const R*, int32_t), bool marker = true)
+{
+    std::vector<uint8_t> b((marker ? 4 : 0) + size(r));
+    uint8_t* p = marker ? stream_write_u32(b.data(), BYTE_ORDER_MARKER, order) : b.data();
+    EXPECT_EQ(write(p, r, order), b.data() + b.size());
+    return b;
+}
+
 // A file in this program's own folder, removed at exit by the process that made it (not by
 // death-test children).
 inline std::string test_temp_path(const std::string& name)
@@ -84,4 +110,36 @@ inline std::string test_temp_path(const std::string& name)
         }
     } f;
     return f.path + "/" + name;
+}
+
+// A pack entry: its contents, as text or as bytes, and the zero bytes the writer adds after them.
+struct test_pack_input {
+    uint32_t kind;
+    std::string name, contents;
+    uint32_t extra = 0;
+    test_pack_input(uint32_t k, std::string n, std::string c, uint32_t e = 0) : kind(k), name(n), contents(c), extra(e) {}
+    test_pack_input(uint32_t k, std::string n, const std::vector<uint8_t>& c, uint32_t e = 0)
+        : kind(k), name(n), contents(c.begin(), c.end()), extra(e)
+    {
+    }
+};
+
+// Writes each input to a file beside `path` and packs them there with the pack writer.
+inline void test_write_pack(const std::string& path, const std::vector<test_pack_input>& inputs, int32_t order)
+{
+    static test_arena writer_memory(1u << 20);
+    xmemarena_reset(&writer_memory.arena);
+    reel_fs_writer writer;
+    reel_fs_pack_begin(&writer, order);
+    for (size_t i = 0; i < inputs.size(); i++) {
+        const std::string in = path + ".in" + std::to_string(i);
+        FILE* f = fopen(in.c_str(), "wb");
+        fwrite(inputs[i].contents.data(), 1, inputs[i].contents.size(), f);
+        fclose(f);
+        reel_fs_pack_add_file(&writer, &writer_memory.arena, inputs[i].kind, inputs[i].extra, inputs[i].name.c_str(),
+                              in.c_str());
+    }
+    testing::internal::CaptureStdout();  // the writer reports every block it writes
+    reel_fs_pack_end(&writer, path.c_str(), &writer_memory.arena);
+    testing::internal::GetCapturedStdout();
 }

@@ -7,6 +7,7 @@
 
 #include "font_make.h"
 #include "reel_resource.h"
+#include "test_fatal.h"
 #include "tool_fixture.h"
 
 namespace {
@@ -21,8 +22,8 @@ std::vector<uint8_t> read_file(const char* path)
 }
 
 struct maker : testing::Test {
-    std::vector<uint8_t> memory = std::vector<uint8_t>(24u << 20);
-    xmemarena arena, tmp;
+    test_arena memory = test_arena(16u << 20), tmp_memory = test_arena(8u << 20);
+    xmemarena &arena = memory.arena, &tmp = tmp_memory.arena;
     std::vector<uint8_t> dejavu = read_file(DEJAVU);
     reel_font font;
     font_make_summary summary;
@@ -32,8 +33,6 @@ struct maker : testing::Test {
     {
         if (dejavu.empty())
             GTEST_SKIP() << DEJAVU << " is missing: install fonts-dejavu-core";
-        xmemarena_init(&arena, "test_arena", 16u << 20, memory.data());
-        xmemarena_init(&tmp, "test_tmp_arena", 8u << 20, memory.data() + (16u << 20));
     }
     int32_t make(const std::vector<uint8_t>& data, font_make_options o)
     {
@@ -51,10 +50,8 @@ TEST_F(maker, glyph_boxes_offsets_and_advances_follow_the_fonts_own_numbers)
 {
     ASSERT_EQ(make(dejavu, {24, 31, 127, 1}), 0) << why;
     const double scale = 24 / DEJAVU_HEIGHT_UNITS;
-    EXPECT_EQ(summary.ascent, 19);    // 1901 x 24 / 2384 = 19.14
-    EXPECT_EQ(summary.descent, -5);   // -4.86
-    EXPECT_EQ(summary.missing, 2u) << "31 and 127 have no glyph in the font";
-    EXPECT_EQ(font.glyph_count, 97u);
+    // ascent 1901 x 24 / 2384 = 19.14, descent -4.86; 31 and 127 have no glyph in the font
+    EXPECT_TRUE(summary.ascent == 19 && summary.descent == -5 && summary.missing == 2 && font.glyph_count == 97);
     for (uint32_t code : {31u, 127u}) {
         const reel_glyph& g = font.glyphs[code - 31];
         EXPECT_EQ(g.width * g.height, 0u);
@@ -75,10 +72,8 @@ TEST_F(maker, glyph_boxes_offsets_and_advances_follow_the_fonts_own_numbers)
         const reel_glyph& g = font.glyphs[b.c - 31];
         const int32_t x0 = (int32_t)floor(b.x_min * scale), x1 = (int32_t)ceil(b.x_max * scale);
         const int32_t y0 = (int32_t)floor(-b.y_max * scale), y1 = (int32_t)ceil(-b.y_min * scale);
-        EXPECT_EQ(g.x_offset, (float)x0);
-        EXPECT_EQ(g.y_offset, (float)y0);
-        EXPECT_EQ(g.width, (uint32_t)(x1 - x0));
-        EXPECT_EQ(g.height, (uint32_t)(y1 - y0));
+        EXPECT_EQ(std::vector<float>({g.x_offset, g.y_offset, (float)g.width, (float)g.height}),
+                  std::vector<float>({(float)x0, (float)y0, (float)(x1 - x0), (float)(y1 - y0)}));
         EXPECT_NEAR(g.advance, b.advance_units * scale, 1e-4);
     }
     const reel_glyph& h = font.glyphs['H' - 31];  // 12 x 16 from (2, -16)

@@ -19,13 +19,11 @@ TEST(host, init_creates_fullscreen_window_surfaces_and_display)
     const uint32_t flags = SDL_GetWindowFlags(p->window);
     EXPECT_EQ(flags & SDL_WINDOW_FULLSCREEN_DESKTOP, (uint32_t)SDL_WINDOW_FULLSCREEN_DESKTOP);
     EXPECT_STREQ(SDL_GetWindowTitle(p->window), "Window");
-    ASSERT_NE(p->composition_surface, nullptr);
-    EXPECT_EQ(p->composition_surface->w, 640);
-    EXPECT_EQ(p->composition_surface->h, 480);
-    EXPECT_EQ(p->composition_surface->format->format, (uint32_t)SDL_PIXELFORMAT_RGBA8888);
-    EXPECT_EQ(p->arena.capacity, 10u * 1024 * 1024);
+    const SDL_Surface* s = p->composition_surface;
+    ASSERT_NE(s, nullptr);
+    EXPECT_TRUE(s->w == 640 && s->h == 480 && s->format->format == SDL_PIXELFORMAT_RGBA8888);
+    EXPECT_TRUE(p->arena.capacity == 10u << 20 && p->display.overlay.width == 640);
     EXPECT_STREQ(p->arena.name, "platform_arena");
-    EXPECT_EQ(p->display.overlay.width, 640u);
     EXPECT_EQ(SDL_GetAudioDeviceStatus(p->audio_device), SDL_AUDIO_PAUSED);
 
     // under an X server, the window takes the desktop's size (REEL_EXPECT_DESKTOP=WxH)
@@ -37,8 +35,7 @@ TEST(host, init_creates_fullscreen_window_surfaces_and_display)
         EXPECT_STREQ(got, expect);
         SDL_DisplayMode mode;
         ASSERT_EQ(SDL_GetDesktopDisplayMode(0, &mode), 0);
-        EXPECT_EQ(w, mode.w);
-        EXPECT_EQ(h, mode.h);
+        EXPECT_TRUE(w == mode.w && h == mode.h);
     }
     SDL_Quit();
 }

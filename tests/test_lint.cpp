@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "reel.h"
+#include "test_fatal.h"
 #include "tool_fixture.h"
 
 namespace {
@@ -18,11 +19,9 @@ const char* const LINT_OPENING = "abs,,0,0,abs,,10000,music_start,music\n";
 const char* const LINT_ENDING = "abs,,8000,0,abs,,10000,fade_out_music\n";
 
 struct lint_fixture {
-    std::vector<uint8_t> memory = std::vector<uint8_t>(16u << 20);
-    xmemarena arena;
-    std::string script;
-    std::string description;
-    lint_fixture() { xmemarena_init(&arena, "test_lint", memory.size(), memory.data()); }
+    test_arena memory = test_arena(16u << 20);
+    xmemarena& arena = memory.arena;
+    std::string script, description;
 
     // The findings and the timeline, as reel_lint prints them.
     std::string check(const std::string& body, lint_result* result = nullptr)

@@ -127,8 +127,7 @@ TEST(memarena_stream, values_round_trip_in_both_orders)
         uint8_t u8;
         uint16_t u16;
         uint32_t u32;
-        float f;
-        float fa[3];
+        float f, fa[3];
         char* text;
         r = stream_read_u8(&u8, r);
         r = stream_read_u16(&u16, r, order);
@@ -136,15 +135,10 @@ TEST(memarena_stream, values_round_trip_in_both_orders)
         r = stream_read_f32(&f, r, order);
         r = stream_read_f32_array(fa, 3, r, order);
         r = stream_read_string(&text, &arena, r);
-        EXPECT_EQ(r, w);
-        EXPECT_EQ(u8, 0x7F);
-        EXPECT_EQ(u16, 0xBEEF);
-        EXPECT_EQ(u32, 0xDEADBEEFu);
-        EXPECT_EQ(f, 3.0f);
+        EXPECT_TRUE(r == w && u8 == 0x7F && u16 == 0xBEEF && u32 == 0xDEADBEEFu && f == 3.0f);
         EXPECT_EQ(memcmp(fa, floats, sizeof(fa)), 0);
         EXPECT_STREQ(text, "mesh");
-        EXPECT_EQ((uint8_t*)text, arena_block);
-        EXPECT_EQ(arena.sp, 5u);
+        EXPECT_TRUE((uint8_t*)text == arena_block && arena.sp == 5);
     }
     // the swapped order really swaps: 0x0102 is stored as 02 01 on a little-endian machine
     uint8_t b[2];
@@ -175,59 +169,40 @@ static const uint8_t memarena_bad_marker[4] = {1, 2, 3, 4};
 
 TEST(memarena_death, cursor_refuses_truncated_and_malformed_data)
 {
-    const uint8_t data[6] = {0xCD, 0xAB, 0, 0, 'x', 'y'};
-    EXPECT_EXIT(
-        {
-            stream_cursor c;
-            stream_cursor_init(&c, data, 6, BYTE_ORDER_NATIVE, "short.mesh");
-            stream_cursor_read_marker(&c);
-            stream_cursor_u32(&c, "vertex count");
-        },
-        testing::ExitedWithCode(1), "short.mesh: truncated vertex count: needs 4 bytes at offset 4, 2 left\n");
-    EXPECT_EXIT(
-        {
-            stream_cursor c;
-            stream_cursor_init(&c, data, 6, BYTE_ORDER_NATIVE, "noname.pack");
-            stream_cursor_bytes(&c, 4, "marker");
-            stream_cursor_string(&c, "entry name");
-        },
-        testing::ExitedWithCode(1), "noname.pack: unterminated entry name at offset 4");
-    EXPECT_EXIT(
-        {
-            stream_cursor c;
-            stream_cursor_init(&c, data, 6, BYTE_ORDER_NATIVE, "huge.tmap");
-            stream_cursor_need_array(&c, 0x40000000u, 16, "texels");
-        },
-        testing::ExitedWithCode(1), "huge.tmap: truncated texels: 1073741824 entries of 16 bytes");
-    EXPECT_EXIT(
-        {
-            stream_cursor c;
-            stream_cursor_init(&c, memarena_bad_marker, 4, BYTE_ORDER_NATIVE, "bad.mad");
-            stream_cursor_read_marker(&c);
-        },
-        testing::ExitedWithCode(1), "at src/memarena:[0-9]+\ninvalid endian marker\\?\n$");
+    static const uint8_t data[6] = {0xCD, 0xAB, 0, 0, 'x', 'y'};
+    const struct {
+        const uint8_t* bytes;
+        void (*read)(stream_cursor* c);
+        const char* message;
+    } cases[] = {
+        {data, [](stream_cursor* c) { stream_cursor_read_marker(c), stream_cursor_u32(c, "vertex count"); },
+         "test.bin: truncated vertex count: needs 4 bytes at offset 4, 2 left\n"},
+        {data, [](stream_cursor* c) { stream_cursor_bytes(c, 4, "marker"), stream_cursor_string(c, "entry name"); },
+         "test.bin: unterminated entry name at offset 4"},
+        {data, [](stream_cursor* c) { stream_cursor_need_array(c, 0x40000000u, 16, "texels"); },
+         "test.bin: truncated texels: 1073741824 entries of 16 bytes"},
+        {memarena_bad_marker, [](stream_cursor* c) { stream_cursor_read_marker(c); },
+         "at src/memarena:[0-9]+\ninvalid endian marker\\?\n$"},
+    };
+    for (const auto& k : cases) {
+        stream_cursor c;
+        stream_cursor_init(&c, k.bytes, k.bytes == data ? 6 : 4, BYTE_ORDER_NATIVE, "test.bin");
+        EXPECT_EXIT(k.read(&c), testing::ExitedWithCode(1), k.message);
+    }
 }
 
 // ---- bit and float helpers ----
 
 TEST(memarena_bits, clz_log2_and_rounding)
 {
-    EXPECT_EQ(u32_clz(0), 31u);
-    EXPECT_EQ(u32_clz_or_32(0), 32u);
-    EXPECT_EQ(u32_clz(1), 31u);
-    EXPECT_EQ(u32_clz(0x80000000u), 0u);
+    EXPECT_TRUE(u32_clz(0) == 31 && u32_clz_or_32(0) == 32 && u32_clz(1) == 31 && u32_clz(0x80000000u) == 0);
     EXPECT_EQ(u32_clz_or_32(0x00010000u), 15u);
-    EXPECT_EQ(u32_log2_ceil(1), 0u);
-    EXPECT_EQ(u32_log2_ceil(2), 1u);
-    EXPECT_EQ(u32_log2_ceil(3), 2u);
-    EXPECT_EQ(u32_log2_ceil(256), 8u);
-    EXPECT_EQ(u32_log2_ceil(300), 9u);
-    EXPECT_EQ(u32_log2_ceil(0x80000000u), 31u);
-    EXPECT_EQ(u32_log2_ceil(0x80000001u), 32u);
-    EXPECT_EQ(f32_round_to_int(2.5f), 3);
-    EXPECT_EQ(f32_round_to_int(-2.5f), -3);
-    EXPECT_EQ(f32_round_to_int(2.49f), 2);
-    EXPECT_EQ(f32_round_to_int(-0.4f), 0);
+    const uint32_t log2s[][2] = {{1, 0}, {2, 1}, {3, 2}, {256, 8}, {300, 9}, {0x80000000u, 31}, {0x80000001u, 32}};
+    for (const auto& l : log2s)
+        EXPECT_EQ(u32_log2_ceil(l[0]), l[1]) << l[0];
+    const float halves[][2] = {{2.5f, 3}, {-2.5f, -3}, {2.49f, 2}, {-0.4f, 0}};  // half away from zero
+    for (const auto& h : halves)
+        EXPECT_EQ(f32_round_to_int(h[0]), (int32_t)h[1]) << h[0];
     EXPECT_FLOAT_EQ(f32_rsqrt(4.0f), 0.5f);
     EXPECT_FLOAT_EQ(f32_rcp(8.0f), 0.125f);
 }

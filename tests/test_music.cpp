@@ -47,20 +47,15 @@ struct reference_decoder {
 
 TEST(music_adpcm, products_not_shifted_sums)
 {
-    adpcm_decoder d;
-    adpcm_reset(&d);
-    EXPECT_EQ(d.step, 7);
-    EXPECT_EQ(adpcm_decode_nibble(&d, 3), 5);
-    EXPECT_EQ(d.step_index, 0);
-    adpcm_reset(&d);
-    EXPECT_EQ(adpcm_decode_nibble(&d, 7), 12);
-    EXPECT_EQ(d.step_index, 8);
-    EXPECT_EQ(d.step, 16);
-    adpcm_reset(&d);
-    EXPECT_EQ(adpcm_decode_nibble(&d, 0), 0);  // +7 >> 3
-    EXPECT_EQ(d.step_index, 0);
-    adpcm_reset(&d);
-    EXPECT_EQ(adpcm_decode_nibble(&d, 15), -12);  // code 8 and up subtract
+    // code, then sample, step index and step after it, from the reset state (step 7): 7 x 3 >> 2
+    // + 7 >> 3 = 5; code 0 adds 7 >> 3 = 0; code 8 and up subtract
+    const int32_t cases[][4] = {{3, 5, 0, 7}, {7, 12, 8, 16}, {0, 0, 0, 7}, {15, -12, 8, 16}};
+    for (const auto& c : cases) {
+        adpcm_decoder d;
+        adpcm_reset(&d);
+        EXPECT_EQ(adpcm_decode_nibble(&d, (uint32_t)c[0]), c[1]) << c[0];
+        EXPECT_TRUE(d.step_index == c[2] && d.step == c[3]) << c[0];
+    }
 }
 
 TEST(music_adpcm, clamps_predictor_and_index)
@@ -69,8 +64,7 @@ TEST(music_adpcm, clamps_predictor_and_index)
     EXPECT_EQ(adpcm_decode_nibble(&d, 0), 32767);
     d = {-32760, 88, 32767};
     EXPECT_EQ(adpcm_decode_nibble(&d, 15), -32768);
-    EXPECT_EQ(d.step_index, 88);
-    EXPECT_EQ(d.step, 32767);
+    EXPECT_TRUE(d.step_index == 88 && d.step == 32767);
     d = {0, 0, 7};
     adpcm_decode_nibble(&d, 1);
     EXPECT_EQ(d.step_index, 0);
@@ -103,8 +97,7 @@ TEST_F(music_fixture, lead_in_then_music_byte_zero)
         ASSERT_EQ(out[2 * (500 + i)], left.decode(data[i] & 15)) << i;
         ASSERT_EQ(out[2 * (500 + i) + 1], right.decode(data[i] >> 4)) << i;
     }
-    EXPECT_EQ(music_sample_counter(), 2024);
-    EXPECT_EQ(music_global.music_position.load(), 524);
+    EXPECT_TRUE(music_sample_counter() == 2024 && music_global.music_position.load() == 524);
     // the next callback continues the stream without a gap
     mix(10);
     EXPECT_EQ(out[0], left.decode(data[524] & 15));
@@ -116,12 +109,9 @@ TEST_F(music_fixture, end_of_music_is_silence_while_the_clock_runs)
     music_prepare(0);
     music_start(data.data(), 1000, 0);
     mix(1024);
-    EXPECT_NE(out[2 * 999], 0);
-    EXPECT_TRUE(silent(1000, 1024));
-    EXPECT_EQ(music_sample_counter(), 1024);
+    EXPECT_TRUE(out[2 * 999] != 0 && silent(1000, 1024) && music_sample_counter() == 1024);
     mix(1024);
-    EXPECT_TRUE(silent(0, 1024));
-    EXPECT_EQ(music_sample_counter(), 2048);
+    EXPECT_TRUE(silent(0, 1024) && music_sample_counter() == 2048);
 }
 
 TEST_F(music_fixture, fade_volume_steps_every_512_samples)

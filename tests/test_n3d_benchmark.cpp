@@ -7,6 +7,7 @@
 
 #include "n3d_benchmark.h"
 #include "n3d_draw.h"
+#include "test_fatal.h"
 
 namespace {
 
@@ -34,9 +35,8 @@ void bench_names(n3d_rasterizer_entry* e) { e->block_count = 0; }
 
 TEST(n3d_benchmark, workload_takes_its_numbers_in_order_and_clears_every_100_triangles)
 {
-    std::vector<uint8_t> block(8u << 20);
-    xmemarena arena;
-    xmemarena_init(&arena, "n3d_benchmark", block.size(), block.data());
+    test_arena memory(8u << 20);
+    xmemarena& arena = memory.arena;
     n3d_init(&arena);
     // a phong variant reading coverage and depth (bit 4096: no real variant has it)
     const uint32_t flags = 4096 | N3D_RASTERIZER_PHONG | N3D_RASTERIZER_T0_I8ARGB1555 |

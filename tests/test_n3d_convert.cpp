@@ -22,15 +22,8 @@ std::string test_fatal_convert(const char* function, const char* message)
 }
 
 struct convert_arenas {
-    std::vector<uint8_t> main_block;
-    std::vector<uint8_t> tmp_block;
-    xmemarena arena;
-    xmemarena tmp;
-    convert_arenas() : main_block(4 << 20), tmp_block(8 << 20)
-    {
-        xmemarena_init(&arena, "test_convert", main_block.size(), main_block.data());
-        xmemarena_init(&tmp, "test_convert_tmp", tmp_block.size(), tmp_block.data());
-    }
+    test_arena main_block = test_arena(4 << 20), tmp_block = test_arena(8 << 20);
+    xmemarena &arena = main_block.arena, &tmp = tmp_block.arena;
 };
 
 // A new sRGB bitmap with straight alpha, pixel i (in row order) handed to paint(i, rgba).
@@ -73,11 +66,11 @@ std::vector<uint8_t> grey_ramp_colors()
 
 TEST(n3d_convert, swizzled_index_and_its_inverse)
 {
-    EXPECT_EQ(n3d_texel_index(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 8, 1, 1, 0), 4u);
-    EXPECT_EQ(n3d_texel_index(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 8, 1, 0, 1), 1u);
-    EXPECT_EQ(n3d_texel_index(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 8, 1, 0, 4), 256u);
-    EXPECT_EQ(n3d_texel_index(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 8, 1, 64, 0), 16384u);
-    EXPECT_EQ(n3d_texel_index(N3D_TEXEL_FORMAT_BUMPMAP, 5, 0, 3, 2), (2u << 5) | 3u);
+    // format, log2 width, swizzled, x, y, index
+    const uint32_t indices[][6] = {{1, 8, 1, 1, 0, 4}, {1, 8, 1, 0, 1, 1},         {2, 8, 1, 0, 4, 256},
+                                   {3, 8, 1, 64, 0, 16384}, {4, 5, 0, 3, 2, 2 << 5 | 3}};
+    for (const auto& i : indices)
+        EXPECT_EQ(n3d_texel_index(i[0], i[1], i[2], i[3], i[4]), i[5]) << i[0] << ": " << i[3] << ", " << i[4];
     std::vector<uint8_t> seen(65536);
     for (uint32_t index = 0; index < 65536; ++index) {
         uint32_t x, y;
@@ -93,12 +86,11 @@ TEST(n3d_convert, swizzled_index_and_its_inverse)
 
 TEST(n3d_convert, mipmap_sizes_reach_the_last_texel)
 {
-    EXPECT_EQ(n3d_mipmap_size(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 8, 8), 65536u);
-    EXPECT_EQ(n3d_mipmap_size(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 1, 8, 8), 131072u);
-    EXPECT_EQ(n3d_mipmap_size(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 2, 3), 272u);  // 4 x 8 takes more than 32
-    EXPECT_EQ(n3d_mipmap_size(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 1, 7, 7), 24576u);
-    EXPECT_EQ(n3d_mipmap_size(N3D_TEXEL_FORMAT_BUMPMAP, 0, 3, 2), 128u);
-    EXPECT_EQ(n3d_mipmap_size(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 0, 9, 8), 262144u);
+    // format, swizzled, log2 sizes, bytes: a swizzled 4 x 8 level reaches byte 272, not 32
+    const uint32_t sizes[][5] = {{1, 1, 8, 8, 65536}, {2, 1, 8, 8, 131072}, {1, 1, 2, 3, 272},
+                                 {3, 1, 7, 7, 24576}, {4, 0, 3, 2, 128},    {2, 0, 9, 8, 262144}};
+    for (const auto& s : sizes)
+        EXPECT_EQ(n3d_mipmap_size(s[0], s[1], s[2], s[3]), s[4]) << s[0] << ": " << s[2] << " x " << s[3];
 }
 
 // ---- colours ----
@@ -106,11 +98,9 @@ TEST(n3d_convert, mipmap_sizes_reach_the_last_texel)
 TEST(n3d_convert, nearest_colour_prefers_the_lowest_index_on_ties)
 {
     const vec4 colors[4] = {{1, 0, 0, 1}, {0, 1, 0, 1}, {0, 0.5f, 0, 0}, {0, 0.5f, 0, 1}};
-    const vec4 a = {0, 0.5f, 0, 1};
+    const vec4 a = {0, 0.5f, 0, 1}, b = {0.5f, 0.5f, 0, 1};
     EXPECT_EQ(n3d_color_nearest(colors, 4, a), 2u);  // alpha is ignored
-    const vec4 b = {0.5f, 0.5f, 0, 1};
-    EXPECT_EQ(n3d_color_nearest(colors, 2, b), 0u);  // equally near 0 and 1
-    EXPECT_EQ(n3d_color_nearest(colors, 0, b), 0u);
+    EXPECT_TRUE(n3d_color_nearest(colors, 2, b) == 0 && n3d_color_nearest(colors, 0, b) == 0);  // equally near 0 and 1
 }
 
 // ---- texture creation ----
@@ -208,17 +198,13 @@ TEST(n3d_convert, palette_of_one_colour_and_the_tie_rule)
         convert_painted(&a.tmp, 8, 4, [](uint32_t i, uint8_t* p) { p[3] = p[i < 8 ? 0 : (i < 16 ? 2 : 1)] = 255; });
     convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 0, three);
     palette = (const uint16_t*)t.palette;
-    EXPECT_EQ(palette[0], 0x8000 | 30 << 5);
-    EXPECT_EQ(palette[1], 0x8000 | 30);
-    EXPECT_EQ(palette[2], 0x8000 | 30 << 10);
-    EXPECT_EQ(palette[3], 0);
+    EXPECT_EQ(std::vector<uint16_t>(palette, palette + 4), (std::vector<uint16_t>{0x8000 | 30 << 5, 0x8000 | 30, 0xF800, 0}));
 
     // equal counts of clear black (key 0) and white: entry 0 is already the best and stays
     bitmap* half = convert_painted(&a.tmp, 4, 4, [](uint32_t i, uint8_t* p) { memset(p, i < 8 ? 0 : 255, 4); });
     convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 0, half);
     palette = (const uint16_t*)t.palette;
-    EXPECT_EQ(palette[0], 0x0000);
-    EXPECT_EQ(palette[1], 0xFBDE);
+    EXPECT_TRUE(palette[0] == 0x0000 && palette[1] == 0xFBDE);
 }
 
 TEST(n3d_convert, reverse_palette_never_picks_the_last_entry)
@@ -396,12 +382,11 @@ TEST(n3d_convert, bump_texels_hold_the_normal_and_its_magnitudes)
     n3d_framebuffer fb = {4, 4, 1, 16, (uint8_t*)texels};
     n3d_framebuffer_from_bitmap(&fb, N3D_TEXEL_FORMAT_BUMPMAP, 0, nullptr, nullptr, bm, N3D_TRANSPARENT_INDEX_NONE,
                                 0.5f);
-    EXPECT_EQ(texels[0], 0x00000000u);  // flat: x and y round to 0, so do both magnitudes
-    EXPECT_EQ(texels[1], 0x7F00FF7Fu);  // +x: 127, 0, magnitude 255, 127 + 0
-    EXPECT_EQ(texels[2], 0x8100FF7Fu);  // -x: -127 as a byte is 0x81
-    // a short vector still has a unit direction (0.577 x 127 = 73 = 0x49, 0.333 x 127 = 42 twice),
-    // while the magnitude byte comes from the short vector itself
-    EXPECT_EQ(texels[3], 0x49490054u);
+    // flat: x and y round to 0, so do both magnitudes; +x: 127, 0, magnitude 255, 127 + 0; -x: -127
+    // is 0x81; a short vector still has a unit direction (0.577 x 127 = 73 = 0x49, 0.333 x 127 = 42
+    // twice), while the magnitude byte comes from the short vector itself
+    EXPECT_EQ(std::vector<uint32_t>(texels, texels + 4),
+              (std::vector<uint32_t>{0x00000000u, 0x7F00FF7Fu, 0x8100FF7Fu, 0x49490054u}));
 }
 
 // ---- lighting tables ----
@@ -412,14 +397,10 @@ TEST(n3d_convert, phong_lut_by_formula_with_guards)
     n3d_phong_lut lut;
     n3d_phong_lut_init(&lut, &a.arena, 0.5f, 1);
     EXPECT_TRUE(lut.table == lut.storage + 8 && lut.guard == 8u && lut.falloff == 0.5f && lut.min_shade == 1u);
-    EXPECT_EQ(lut.table[0], 31);
-    EXPECT_EQ(lut.table[8], 15);  // 1 - sqrt(16 / 255) / 0.5 = 0.4990, x 31 = 15.47
-    EXPECT_EQ(lut.table[32], 1);  // sqrt(64 / 255) = 0.501 is past the falloff
-    EXPECT_EQ(lut.table[255], 1);
-    for (int i = 1; i <= 8; ++i) {
-        EXPECT_EQ(lut.table[-i], 31);
-        EXPECT_EQ(lut.table[255 + i], 1);
-    }
+    // 8: 1 - sqrt(16 / 255) / 0.5 = 0.4990, x 31 = 15.47; 32: sqrt(64 / 255) = 0.501 is past the falloff
+    EXPECT_TRUE(lut.table[0] == 31 && lut.table[8] == 15 && lut.table[32] == 1 && lut.table[255] == 1);
+    for (int i = 1; i <= 8; ++i)
+        EXPECT_TRUE(lut.table[-i] == 31 && lut.table[255 + i] == 1) << i;
     const uint8_t* alone = n3d_phong_lut_alloc(&a.arena, 0.5f, 1);
     EXPECT_EQ(memcmp(alone - 8, lut.storage, N3D_PHONG_LUT_BYTES), 0);
     const uint8_t* floor0 = n3d_phong_lut_alloc(&a.arena, 0.3f, 0);

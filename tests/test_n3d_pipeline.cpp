@@ -64,8 +64,8 @@ struct quad_mesh {
 
 class n3d_pipeline_test : public testing::Test {
 protected:
-    std::vector<uint8_t> block = std::vector<uint8_t>(8 << 20);
-    xmemarena arena;
+    test_arena memory = test_arena(8 << 20);
+    xmemarena& arena = memory.arena;
     n3d_framecontext fc;
     n3d_texture red, green, indexed;
     void* mips[3][1];
@@ -84,7 +84,6 @@ protected:
     void SetUp() override
     {
         recorded.clear();
-        xmemarena_init(&arena, "test_pipeline", block.size(), block.data());
         n3d_init(&arena);
         n3d_register_rasterizer("record_phong", 4, record_rasterizer, record_names, RECORD_PHONG_FLAGS, __FILE__,
                                 __LINE__);
@@ -237,9 +236,7 @@ TEST_F(n3d_pipeline_test, skinned_meshes_draw_through_their_skin_matrices)
     n3d_mesh_update_skin_matrices(&mesh, 1, &tc.camera);
     mat4x4 expected;
     mat4x4_mul(expected, tc.camera.view_projection, joint[0]);
-    for (int c = 0; c < 4; c++)
-        for (int r = 0; r < 4; r++)
-            EXPECT_EQ(skin[0][c][r], expected[c][r]);
+    EXPECT_TRUE(std::equal(&skin[0][0][0], &skin[0][0][0] + 16, &expected[0][0]));
 
     n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_DEFAULT | N3D_DRAW_MODE_TRIANGLES);
     EXPECT_EQ(pixel(60, 120), RED);  // moved left by the joint, not drawn where the model puts it
@@ -291,8 +288,7 @@ TEST_F(n3d_pipeline_death, limits_stop_the_push_that_crosses_them)
     n3d_pipeline_begin(p, &fc, &tc.camera);
     for (int i = 0; i < 100; i++)
         n3d_pipeline_push(p, &cmd);
-    EXPECT_EQ(p->count, 100u);
-    EXPECT_EQ(p->primitives, 100u);
+    EXPECT_TRUE(p->count == 100 && p->primitives == 100);
     EXPECT_EXIT(n3d_pipeline_push(p, &cmd), testing::ExitedWithCode(1),
                 test_fatal("n3d_pipeline_push", "src/n3d_pipeline",
                       "reached max cmds: 100 (increase N3D_PIPELINE_DRAW_CMD_MAX_COUNT)\n"));
@@ -301,8 +297,7 @@ TEST_F(n3d_pipeline_death, limits_stop_the_push_that_crosses_them)
     n3d_vertices many = one;
     many.count = 4095 * 3;
     n3d_pipeline_begin(p, &fc, &tc.camera);
-    EXPECT_EQ(p->count, 0u);
-    EXPECT_EQ(p->primitives, 0u);
+    EXPECT_TRUE(p->count == 0 && p->primitives == 0);
     n3d_pipeline_draw_cmd big = command(80, 128 | N3D_DRAW_MODE_TRIANGLES, &red, &many);
     n3d_pipeline_push(p, &big);
     n3d_pipeline_push(p, &cmd);
@@ -398,16 +393,10 @@ TEST_F(n3d_pipeline_test, light_and_camera_reach_the_draw_in_the_commands_model_
     EXPECT_EQ(recorded[0].phong_table, lut.table);
 
     // vertex 0 of the quad, (-1, -1, 0); light (0, 0, 3) and camera (0, -4, 5) in model space
-    const double pos[3] = {-1, -1, 0}, light[3] = {0, 0, 3}, camera[3] = {0, -4, 5};
-    double l[3], c[3], h[3];
-    for (int k = 0; k < 3; k++)
-        l[k] = light[k] - pos[k], c[k] = camera[k] - pos[k];
-    auto length = [](const double* d) { return std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]); };
-    const double ll = length(l), cl = length(c);
-    for (int k = 0; k < 3; k++)
-        h[k] = l[k] / ll + c[k] / cl;
-    const double hl = length(h);
+    const float pos[3] = {-1, -1, 0}, light[3] = {0, 0, 3}, camera[3] = {0, -4, 5};
+    double h[3];
+    test_half_vector(h, pos, light, camera);
     const float iw = recorded[0].v[0][2];
-    EXPECT_NEAR(recorded[0].v[0][5] / iw, h[0] / hl, 1e-5);  // H . tangent (1, 0, 0)
-    EXPECT_NEAR(recorded[0].v[0][6] / iw, h[1] / hl, 1e-5);  // H . bitangent (0, 1, 0)
+    EXPECT_NEAR(recorded[0].v[0][5] / iw, h[0], 1e-5);  // H . tangent (1, 0, 0)
+    EXPECT_NEAR(recorded[0].v[0][6] / iw, h[1], 1e-5);  // H . bitangent (0, 1, 0)
 }

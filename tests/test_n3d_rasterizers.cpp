@@ -19,8 +19,8 @@ namespace {
 // ---- a target, textures that encode their coordinates, and triangles ----
 
 struct raster_env {
-    std::vector<uint8_t> block = std::vector<uint8_t>(8 << 20);
-    xmemarena arena;
+    test_arena memory = test_arena(8 << 20);
+    xmemarena& arena = memory.arena;
     n3d_framecontext fc;
     n3d_texture tex16, tex8, tex_white;
     void* mips16[1];
@@ -38,7 +38,6 @@ struct raster_env {
 
     raster_env()
     {
-        xmemarena_init(&arena, "test_raster", block.size(), block.data());
         n3d_init(&arena);
         n3d_framecontext_init(&fc, &arena, 320, 240, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555,
                               N3D_FRAMECONTEXT_COVERAGE | N3D_FRAMECONTEXT_ZBUFFER);
@@ -52,22 +51,15 @@ struct raster_env {
                 texels16[i] = (uint16_t)(0x8000 | (u & 31) << 10 | (v & 31) << 5 | ((u >> 5) & 7) | ((v >> 5) & 3) << 3);
                 texels8[i] = (uint8_t)((u & 15) | (v & 15) << 4);
             }
-        for (uint32_t i = 0; i < 256; i++)
-            palette[i] = (uint16_t)(0xA000 | i);  // bit 13 set: never the cleared 0x8000
-        for (uint32_t c = 0; c < 256; c++)
-            for (uint32_t s = 0; s < 32; s++)
-                shades[c * 32 + s] = (uint16_t)(0xA000 | c | s << 8);
+        for (uint32_t i = 0; i < 256 * 32; i++)  // bit 13 set: never the cleared 0x8000
+            palette[i % 256] = (uint16_t)(0xA000 | i % 256), shades[i] = (uint16_t)(0xA000 | i / 32 | (i % 32) << 8);
         // the lighting index / 8 as the shade, with the usual guards
-        for (int i = 0; i < 256; i++)
-            phong_storage[8 + i] = (uint8_t)(i >> 3);
-        memset(phong_storage, 0, 8);
-        memset(phong_storage + 264, 31, 8);
+        for (int i = 0; i < 272; i++)
+            phong_storage[i] = (uint8_t)(i < 8 ? 0 : i >= 264 ? 31 : (i - 8) >> 3);
         phong_table = phong_storage + 8;
         memset(phong_full_storage, 31, sizeof(phong_full_storage));
         phong_full_table = phong_full_storage + 8;
-        texels_white = (uint16_t*)xmemarena_push_align(&arena, 65536 * 2, 32);
-        for (uint32_t i = 0; i < 65536; i++)
-            texels_white[i] = 0xFFFF;
+        texels_white = (uint16_t*)memset(xmemarena_push_align(&arena, 65536 * 2, 32), 0xFF, 65536 * 2);
         init_texture(&tex_white, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips_white, texels_white);
         init_texture(&tex16, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips16, texels16);
         init_texture(&tex8, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, mips8, texels8);
@@ -269,28 +261,21 @@ const tri_vertex reference_triangles[][3] = {
 
 TEST(n3d_rasterizers, floor_division_and_modulo)
 {
-    EXPECT_EQ(n3d_floor_div(7, 2), 3);
-    EXPECT_EQ(n3d_floor_div(-7, 2), -4);
-    EXPECT_EQ(n3d_floor_div(-8, 2), -4);
-    EXPECT_EQ(n3d_floor_div(7, -2), -4);
-    EXPECT_EQ(n3d_floor_mod(-7, 2), 1);
-    EXPECT_EQ(n3d_floor_mod(-1, 1024), 1023);
-    EXPECT_EQ(n3d_floor_mod(7, 2), 1);
+    // a, b, floor(a / b), a - b floor(a / b)
+    const int32_t cases[][4] = {{7, 2, 3, 1}, {-7, 2, -4, 1}, {-8, 2, -4, 0}, {7, -2, -4, -1}, {-1, 1024, -1, 1023}};
+    for (const auto& c : cases)
+        EXPECT_TRUE(n3d_floor_div(c[0], c[1]) == c[2] && n3d_floor_mod(c[0], c[1]) == c[3]) << c[0] << " / " << c[1];
     EXPECT_EXIT(n3d_floor_div(1, 0), testing::ExitedWithCode(1), "A oh dear!\n");
     EXPECT_EXIT(n3d_floor_mod(1, 0), testing::ExitedWithCode(1), "B oh dear!\n");
 }
 
 TEST(n3d_rasterizers, reciprocal_tables)
 {
-    std::vector<uint8_t> block(4096);
-    xmemarena arena;
-    xmemarena_init(&arena, "t", block.size(), block.data());
-    n3d_init(&arena);
-    EXPECT_EQ(n3d_fixed_iiw_lut[0], 65535);
-    EXPECT_EQ(n3d_fixed_iiw_lut[1], 4096);
-    EXPECT_EQ(n3d_fixed_iiw_lut[2], 2048);
-    EXPECT_EQ(n3d_fixed_iiw_lut[3], 43690);
-    EXPECT_EQ(n3d_fixed_iiw_lut[31], 4228);
+    test_arena a(4096);
+    n3d_init(&a.arena);
+    const uint32_t iiw[][2] = {{0, 65535}, {1, 4096}, {2, 2048}, {3, 43690}, {31, 4228}};
+    for (const auto& e : iiw)
+        EXPECT_EQ(n3d_fixed_iiw_lut[e[0]], e[1]) << e[0];
     EXPECT_FLOAT_EQ(n3d_reciprocal_table[0], 1.0f);
     EXPECT_FLOAT_EQ(n3d_reciprocal_table[4], 0.25f);
     EXPECT_FLOAT_EQ(n3d_reciprocal_lut(2.5f), (0.5f + 1.0f / 3.0f) / 2.0f);

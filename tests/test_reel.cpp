@@ -13,6 +13,7 @@
 
 #include "music.h"
 #include "reel.h"
+#include "test_fatal.h"
 #include "tool_fixture.h"
 
 namespace {
@@ -24,25 +25,10 @@ const char* const SCRIPT_HEADER = "start mode,ref,ms,preload,end mode,ref,ms,fun
 void make_show(const std::string& dir, const std::string& script)
 {
     std::system(("rm -rf '" + dir + "' && mkdir -p '" + dir + "/assets/reel/le'").c_str());
-    const std::string seq = dir + "/sequence.csv", music = dir + "/music.bin";
-    tool_fixture_write(seq, script);
-    tool_fixture_write(music, std::string(44100, 0x17));
-    static std::vector<uint8_t> block(4 << 20);
-    xmemarena arena;
-    xmemarena_init(&arena, "pack_writer", block.size(), block.data());
-    for (int i = 0; i < 3; i++) {
-        reel_fs_writer w;
-        reel_fs_pack_begin(&w, BYTE_ORDER_NATIVE);
-        if (i == 0)
-            reel_fs_pack_add_file(&w, &arena, REEL_KIND_RAW, 1, "sequence.csv", seq.c_str());
-        if (i == 1)
-            reel_fs_pack_add_file(&w, &arena, REEL_KIND_BLOB, 0, "music", music.c_str());
-        const std::string path = dir + "/assets/reel/le/pak" + std::to_string(i) + ".rpk";
-        testing::internal::CaptureStdout();  // the writer reports every block it writes
-        reel_fs_pack_end(&w, path.c_str(), &arena);
-        testing::internal::GetCapturedStdout();
-        xmemarena_reset(&arena);
-    }
+    const std::string packs = dir + "/assets/reel/le/pak";
+    test_write_pack(packs + "0.rpk", {{REEL_KIND_RAW, "sequence.csv", script, 1}}, BYTE_ORDER_NATIVE);
+    test_write_pack(packs + "1.rpk", {{REEL_KIND_BLOB, "music", std::string(44100, 0x17)}}, BYTE_ORDER_NATIVE);
+    test_write_pack(packs + "2.rpk", {}, BYTE_ORDER_NATIVE);
 }
 
 struct engine_fixture : testing::Test {
@@ -80,28 +66,20 @@ TEST_F(engine_fixture, the_first_three_passes_are_the_init_steps)
 {
     start("abs,,0,0,abs,,60000,music_start,music\n");
     EXPECT_EQ(sys->engine_enabled, 1u);
+    reel_engine& e = sys->engine;
     update();
-    EXPECT_EQ(sys->engine.init_step, 1u);
-    EXPECT_EQ(sys->engine.scene_count, 1u);
-    EXPECT_STREQ(sys->engine.arena->name, "reel_arena");
-    EXPECT_EQ(sys->engine.arena->capacity, 30ull << 20);
-    EXPECT_EQ(sys->engine.tmp_arena->capacity, 6ull << 20);
-    EXPECT_EQ(sys->engine.scenes[0].first_update, 1u);
-    EXPECT_EQ(sys->engine.scenes[0].loaded, 0u);
+    EXPECT_TRUE(e.init_step == 1 && e.scene_count == 1 && e.scenes[0].first_update && !e.scenes[0].loaded);
+    EXPECT_STREQ(e.arena->name, "reel_arena");
+    EXPECT_TRUE(e.arena->capacity == 30ull << 20 && e.tmp_arena->capacity == 6ull << 20);
     music_seek(5000);  // each init step puts the clock back to 0
     render();
-    EXPECT_EQ(sys->engine.init_step, 2u);
-    EXPECT_EQ(music_sample_counter(), 0);
-    EXPECT_EQ(sys->engine.tunnel_table.width, 640);
+    EXPECT_TRUE(e.init_step == 2 && music_sample_counter() == 0 && e.tunnel_table.width == 640);
     // filled in the same step: the table's corner lies at the largest distance
-    EXPECT_EQ(*(const uint16_t*)sys->engine.tunnel_table.pixels & 0xFF, 255);
+    EXPECT_EQ(*(const uint16_t*)e.tunnel_table.pixels & 0xFF, 255);
     update();
-    EXPECT_EQ(sys->engine.init_done, 1u);
-    EXPECT_EQ(sys->engine.scenes[0].loaded, 0u);  // no scene ran yet
+    EXPECT_TRUE(e.init_done && !e.scenes[0].loaded);  // no scene ran yet
     update();  // the fourth pass runs the sequencer: music_start starts the music
-    EXPECT_EQ(sys->engine.scenes[0].loaded, 1u);
-    EXPECT_EQ(sys->engine.scenes[0].update_runs, 1u);
-    EXPECT_EQ(music_global.started.load(), 1u);
+    EXPECT_TRUE(e.scenes[0].loaded && e.scenes[0].update_runs == 1 && music_global.started.load());
 }
 
 TEST_F(engine_fixture, seeking_keys_move_the_clock_once_per_press)
@@ -135,13 +113,10 @@ TEST_F(engine_fixture, holding_x_toggles_the_engine_every_update_pass)
     start("abs,,0,0,abs,,60000,music_start,music\n");
     keys['x'] = 1;
     update();
-    EXPECT_EQ(sys->engine_enabled, 0u);
-    EXPECT_EQ(sys->engine.init_step, 0u);  // nothing ran
     render();
-    EXPECT_EQ(sys->engine.init_step, 0u);
+    EXPECT_TRUE(sys->engine_enabled == 0 && sys->engine.init_step == 0);  // nothing ran
     update();
-    EXPECT_EQ(sys->engine_enabled, 1u);
-    EXPECT_EQ(sys->engine.init_step, 1u);
+    EXPECT_TRUE(sys->engine_enabled == 1 && sys->engine.init_step == 1);
 }
 
 TEST_F(engine_fixture, debug_views_show_the_selected_backbuffer_and_stencil)
@@ -161,8 +136,7 @@ TEST_F(engine_fixture, debug_views_show_the_selected_backbuffer_and_stencil)
     update();
     render();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "display overlay backbuffer[1]\ndisplay overlay backbuffer[1]\n");
-    EXPECT_EQ(display.overlay.pixels[0], 42);
-    EXPECT_EQ(display.overlay.pixels[640 * 480 - 1], 42);
+    EXPECT_TRUE(display.overlay.pixels[0] == 42 && display.overlay.pixels[640 * 480 - 1] == 42);
     keys['8'] = 0;
     keys['9'] = 1;
     keys['6'] = 1;
@@ -178,8 +152,7 @@ TEST_F(engine_fixture, a_script_without_rows_runs_until_the_viewer_quits)
     start("");
     for (int i = 0; i < 10; i++)
         frame();
-    EXPECT_EQ(sys->engine.scene_count, 0u);
-    EXPECT_EQ(sys->quit, 0u);
+    EXPECT_TRUE(sys->engine.scene_count == 0 && sys->quit == 0);
 }
 
 TEST_F(engine_fixture, statistics_list_the_steps_and_every_row_with_its_scene)

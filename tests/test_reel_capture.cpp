@@ -4,6 +4,7 @@
 
 #include "bitmap.h"
 #include "memarena.h"
+#include "test_fatal.h"
 #include "tool_fixture.h"
 
 namespace {
@@ -34,12 +35,10 @@ uint32_t capture_centre(const std::string& dir, const std::string& options, uint
                                                         " --png-at " + std::to_string(frame) + " --out " + out +
                                                         " " + options);
     EXPECT_EQ(r.status, 0) << options << "\n" << r.out << r.err;
-    static std::vector<uint8_t> block(8 << 20);
-    xmemarena arena;
-    xmemarena_init(&arena, "capture_png", block.size(), block.data());
+    test_arena memory(8 << 20);
     char name[64];
     snprintf(name, sizeof(name), "/frame_%06u.png", frame);
-    const bitmap* bm = bitmap_load_png(&arena, (dir + "/" + out + name).c_str(), 3);
+    const bitmap* bm = bitmap_load_png(&memory.arena, (dir + "/" + out + name).c_str(), 3);
     if (!bm)
         return 0xDEADBEEF;
     const uint8_t* p = bitmap_pixel(bm, 320, 240);

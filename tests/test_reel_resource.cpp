@@ -20,49 +20,24 @@ namespace {
 
 using bytes = std::vector<uint8_t>;
 
-struct pack_input {
-    uint32_t kind;
-    std::string name;
-    bytes contents;
-    uint32_t extra;
-};
-
 // An engine record with only what resource loading uses: packs, the two arenas and the cache.
 struct test_engine {
-    bytes memory = bytes(8u << 20);
-    xmemarena arena, tmp;
+    test_arena memory = test_arena(6u << 20), tmp_memory = test_arena(2u << 20);
+    xmemarena &arena = memory.arena, &tmp = tmp_memory.arena;
     reel_fs_pack packs[REEL_PACK_COUNT];
     reel_engine engine;
     test_engine()
     {
-        xmemarena_init(&arena, "reel_arena", 6u << 20, memory.data());
-        xmemarena_init(&tmp, "reel_tmp_arena", 2u << 20, memory.data() + (6u << 20));
         memset(&engine, 0, sizeof(engine));
         engine.arena = &arena;
         engine.tmp_arena = &tmp;
         engine.packs = packs;
     }
-    // Packs the inputs with the pack writer (through files) and opens the pack as the next one.
-    void add_pack(int32_t order, const std::vector<pack_input>& inputs)
+    // Packs the inputs with the pack writer and opens the pack as the next one.
+    void add_pack(int32_t order, const std::vector<test_pack_input>& inputs)
     {
-        bytes writer_memory(1u << 20);
-        xmemarena writer_arena;
-        xmemarena_init(&writer_arena, "writer", writer_memory.size(), writer_memory.data());
-        reel_fs_writer writer;
-        reel_fs_pack_begin(&writer, order);
-        for (size_t i = 0; i < inputs.size(); i++) {
-            const std::string path = test_temp_path("in" + std::to_string(i));
-            FILE* f = fopen(path.c_str(), "wb");
-            fwrite(inputs[i].contents.data(), 1, inputs[i].contents.size(), f);
-            fclose(f);
-            reel_fs_pack_add_file(&writer, &writer_arena, inputs[i].kind, inputs[i].extra, inputs[i].name.c_str(),
-                                  path.c_str());
-        }
-        const std::string pack_path = test_temp_path("pak.rpk");
-        testing::internal::CaptureStdout();
-        reel_fs_pack_end(&writer, pack_path.c_str(), &writer_arena);
-        testing::internal::GetCapturedStdout();
-        reel_fs_open_file(&packs[engine.pack_count++], pack_path.c_str(), &arena);
+        test_write_pack(test_temp_path("pak.rpk"), inputs, order);
+        reel_fs_open_file(&packs[engine.pack_count++], test_temp_path("pak.rpk").c_str(), &arena);
     }
     uint32_t cache_nodes() const
     {
@@ -79,13 +54,10 @@ struct test_engine {
 };
 
 // A resource file: the marker and one block, both in order.
-template <class R>
-bytes resource_file(const R* r, int32_t order, uint64_t (*size)(const R*), uint8_t* (*write)(uint8_t*, const R*, int32_t))
+template <class R, class... A>
+bytes resource_file(const R* r, A... a)
 {
-    bytes b(4 + size(r));
-    stream_write_u32(b.data(), BYTE_ORDER_MARKER, order);
-    EXPECT_EQ(write(b.data() + 4, r, order), b.data() + b.size());
-    return b;
+    return test_block(r, a...);
 }
 
 bytes palette_file(uint32_t first, uint32_t count, int32_t order)

@@ -12,15 +12,15 @@
 #include "reel_resource.h"
 #include "reel_rle_image.h"
 #include "rle_image_encode.h"
+#include "test_fatal.h"
 
 namespace {
 
 typedef std::vector<uint8_t> bytes;
 
 struct rle_fixture : testing::Test {
-    std::vector<uint8_t> memory = std::vector<uint8_t>(4u << 20);
-    xmemarena arena;
-    rle_fixture() { xmemarena_init(&arena, "test", memory.size(), memory.data()); }
+    test_arena memory = test_arena(4u << 20);
+    xmemarena& arena = memory.arena;
 
     bytes encode(const bytes& pixels, int32_t w, int32_t h, uint8_t key = 0)
     {
@@ -28,8 +28,7 @@ struct rle_fixture : testing::Test {
         n3d_framebuffer_wrap(&fb, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, w, h, w, const_cast<uint8_t*>(pixels.data()));
         reel_rle_image image;
         reel_rle_image_from_framebuffer(&image, &arena, &fb, key);
-        EXPECT_EQ(image.width, (uint32_t)w);
-        EXPECT_EQ(image.height, (uint32_t)h);
+        EXPECT_TRUE(image.width == (uint32_t)w && image.height == (uint32_t)h);
         return bytes(image.data, image.data + image.size);
     }
 };

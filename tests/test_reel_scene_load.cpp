@@ -82,16 +82,6 @@ std::vector<std::string> parse(const std::string& text)
 
 TEST(reel_scene_load, a_row_binds_to_the_first_table_row_its_function_name_begins)
 {
-    const char* const order[] = {
-        "load_sync", "load_async", "music_start", "music_sync", "overlay_load_progress", "overlay_stencil_animation",
-        "overlay_rle_image", "overlay_clear", "overlay_backbuffer_clear", "overlay_stencil_set",
-        "overlay_clut_fade_to_color", "overlay_clut_set", "overlay_heal", "overlay_scale", "overlay_stroke",
-        "overlay_palette_animation", "overlay_starfield", "overlay_clut_set1_pulsate", "fade_out_music",
-        "video_clut_reset", "video_clut_fade_to_color", "video_clear", "video_tunnel", "video_bumpmap",
-        "video_background", "video_madpack", "video_madpack_greets"};
-    ASSERT_EQ(reel_scene_table_count, std::size(order));
-    for (uint32_t i = 0; i < reel_scene_table_count; i++)
-        EXPECT_STREQ(reel_scene_table[i].name, order[i]);
     const struct {
         const char* function;
         const char* expected;
@@ -152,47 +142,21 @@ TEST(reel_scene_load, argument_text_goes_to_the_parser_and_a_loaded_scene_is_lef
     EXPECT_EQ(xmemarena_get_sp(f.engine.tmp_arena), 0u);
 }
 
-// What each scene's run function reads, bound through a description that binds nothing: one
-// entry short of one binding (a different binding from row to row) is refused before the run.
+// Every scene that reads bindings, bound through a description that binds nothing: one entry
+// short of one binding (a different binding from row to row) is refused before the run.
 TEST(reel_scene_load, a_description_short_of_a_binding_the_scene_reads_is_fatal)
 {
-    const struct {
-        const char* scene;
-        reel_scene_needs needs;
-    } reads[] = {
-        {"overlay_load_progress", {.integers = 7, .floats = 1, .palettes = 1, .images = 1}},
-        {"overlay_stencil_animation", {.integers = 1, .floats = 1, .stencils = 1}},
-        {"overlay_rle_image", {.integers = 6, .rle_images = 1}},
-        {"overlay_clear", {.integers = 1}},
-        {"overlay_backbuffer_clear", {.integers = 2}},
-        {"overlay_stencil_set", {.integers = 3, .stencils = 1}},
-        {"overlay_clut_fade_to_color", {.integers = 5}},
-        {"overlay_clut_set", {.palettes = 1}},
-        {"overlay_heal", {.integers = 1}},
-        {"overlay_scale", {.integers = 7, .textures = 1}},
-        {"overlay_stroke", {.integers = 5, .floats = 2, .images = 1}},
-        {"overlay_palette_animation", {.integers = 2, .floats = 1, .palette_animations = 1}},
-        {"overlay_starfield", {.integers = 6, .floats = 2, .palettes = 1, .images = 1}},
-        {"overlay_clut_set1_pulsate", {.integers = 7, .floats = 2}},
-        {"video_clut_fade_to_color", {.integers = 5}},
-        {"video_clear", {.integers = 3}},
-        {"video_tunnel", {.floats = 2, .textures = 1}},
-        {"video_bumpmap", {.integers = 4, .floats = 2, .stencils = 1, .textures = 2, .colours = 4}},
-        {"video_background", {.integers = 4, .textures = 1}},
-        {"video_madpack", {.floats = 2, .madpacks = 1}},
-        {"video_madpack_greets", {.floats = 2, .madpacks = 1, .fonts = 1}},
-    };
     uint32_t turn = 0;
-    for (const auto& r : reads) {
-        ASSERT_NE(table_row(r.scene), nullptr) << r.scene;
+    for (uint32_t t = 0; t < reel_scene_table_count; t++) {
+        const reel_scene_binding& r = reel_scene_table[t];
         uint32_t asked = 0;
         for (const auto& field : need_fields)
             asked += r.needs.*field.need != 0;
-        ASSERT_GT(asked, 0u);
+        if (asked == 0)
+            continue;
         uint32_t pick = turn++ % asked;
         for (const auto& field : need_fields) {
             const uint32_t need = r.needs.*field.need;
-            EXPECT_EQ(need, table_row(r.scene)->needs.*field.need) << r.scene << " " << field.name;
             if (need == 0 || pick-- != 0)
                 continue;
             scene_engine f;
@@ -201,9 +165,9 @@ TEST(reel_scene_load, a_description_short_of_a_binding_the_scene_reads_is_fatal)
             reel_scene_needs one_short = r.needs;
             one_short.*field.need = (uint8_t)(need - 1);
             grant_needs(&f.scene, one_short);
-            reel_sequence_row row = script_row(r.scene, "@d.ini");
+            reel_sequence_row row = script_row(r.name, "@d.ini");
             EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &row), testing::ExitedWithCode(1),
-                        test_literal("scene \"" + std::string(r.scene) + "\" on line 7 reads " + std::to_string(need) +
+                        test_literal("scene \"" + std::string(r.name) + "\" on line 7 reads " + std::to_string(need) +
                                      " " + field.name + ", it was given " + std::to_string(need - 1) + "\n"));
         }
     }
@@ -241,22 +205,14 @@ TEST(reel_scene_load, a_description_binds_names_numbers_and_resources)
               "[speed]=[fast] - unhandled key value pair?\n[colors][0/1]=[red] - unhandled key array?\n"
               "[pal] - only a prefix of [palette_animations], bound as that key\n");
 
-    EXPECT_STREQ(f.scene.name, "tunnel_a");
-    ASSERT_EQ(f.scene.texture_count, 2u);
-    EXPECT_EQ(f.scene.textures[0], &wall);
-    EXPECT_EQ(f.scene.textures[1], &floor);
-    ASSERT_EQ(f.scene.integer_count, 3u);
-    EXPECT_EQ(f.scene.integers[0], 1);
-    EXPECT_EQ(f.scene.integers[1], -2);
-    EXPECT_EQ(f.scene.integers[2], 3);
-    ASSERT_EQ(f.scene.float_count, 2u);
-    EXPECT_EQ(f.scene.floats[0], 0.5f);
-    EXPECT_EQ(f.scene.floats[1], 2.0f);
+    const reel_scene& g = f.scene;
+    EXPECT_STREQ(g.name, "tunnel_a");
+    EXPECT_EQ(std::vector<n3d_texture*>(g.textures, g.textures + g.texture_count), (std::vector<n3d_texture*>{&wall, &floor}));
+    EXPECT_EQ(std::vector<int32_t>(g.integers, g.integers + g.integer_count), (std::vector<int32_t>{1, -2, 3}));
+    EXPECT_EQ(std::vector<float>(g.floats, g.floats + g.float_count), (std::vector<float>{0.5f, 2.0f}));
     // keys are compared over their own length, in a fixed order: "pal" is palette_animations
-    ASSERT_EQ(f.scene.palette_animation_count, 1u);
-    EXPECT_EQ(f.scene.palette_animations[0], &ripple);
-    ASSERT_EQ(f.scene.palette_count, 1u);
-    EXPECT_EQ(f.scene.palettes[0], &sky);
+    EXPECT_TRUE(g.palette_animation_count == 1 && g.palette_animations[0] == &ripple);
+    EXPECT_TRUE(g.palette_count == 1 && g.palettes[0] == &sky);
     EXPECT_EQ(r.args, nullptr);  // no argument parser runs after a description
     EXPECT_EQ(f.scene.run, table_row("music_sync")->run);
     EXPECT_EQ(std::string(ini.data()), text);
@@ -343,20 +299,16 @@ TEST(reel_scene_load, integer_float_and_string_arguments_advance_past_one_comma)
 
 TEST(reel_scene_load, colours_read_as_rgba_argb1555_and_linear)
 {
-    std::vector<uint8_t> memory(256);
-    xmemarena arena;
-    xmemarena_init(&arena, "test", memory.size(), memory.data());
+    test_arena a(256);
+    xmemarena& arena = a.arena;
     reel_sequence_row r = {};
     r.line = 5;
     const char* cursor = "#ff8000ff,#0A1B2C7f";
     reel_color c;
     parse_arg_color(&c, &cursor, &r, &arena);
-    EXPECT_EQ(c.rgba, 0xFF8000FFu);
-    EXPECT_EQ(c.argb1555, 0xFE00u);
-    EXPECT_NEAR(c.linear[0], 1.0f, 1e-6);
+    EXPECT_TRUE(c.rgba == 0xFF8000FFu && c.argb1555 == 0xFE00u);
+    EXPECT_TRUE(c.linear[0] == 1.0f && c.linear[2] == 0.0f && c.linear[3] == 1.0f);
     EXPECT_NEAR(c.linear[1], 0.2158605f, 1e-5);
-    EXPECT_EQ(c.linear[2], 0.0f);
-    EXPECT_EQ(c.linear[3], 1.0f);
     parse_arg_color(&c, &cursor, &r, &arena);
     EXPECT_EQ(c.rgba, 0x0A1B2C7Fu);
     EXPECT_EQ(c.argb1555, (0x0Au >> 3) << 10 | (0x1Bu >> 3) << 5 | (0x2Cu >> 3));  // alpha below 128: bit clear

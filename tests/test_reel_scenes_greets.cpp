@@ -96,16 +96,14 @@ TEST_F(greets_fixture, lines_are_the_non_empty_ones_ended_by_a_line_feed)
         start(c.text);
         std::vector<std::string> got(engine.greetings.lines, engine.greetings.lines + engine.greetings.line_count);
         EXPECT_EQ(got, c.lines) << c.text;
-        ASSERT_EQ(scene.font_count, 1u);
-        EXPECT_EQ(scene.fonts[0], &font.font);
+        EXPECT_TRUE(scene.font_count == 1 && scene.fonts[0] == &font.font);
     }
     // the cache hands the split text to a second greetings scene: its list is kept
     engine.greetings = {};
     start("A\nB\n");
     const char** lines = engine.greetings.lines;
     load("video_madpack_greets", ARGS);
-    EXPECT_EQ(engine.greetings.lines, lines);
-    EXPECT_EQ(engine.greetings.line_count, 2u);
+    EXPECT_TRUE(engine.greetings.lines == lines && engine.greetings.line_count == 2);
 }
 
 TEST_F(greets_fixture, missing_font_is_fatal_when_the_scene_is_parsed)
@@ -141,13 +139,11 @@ TEST_F(greets_fixture, still_is_rendered_once_into_each_video_buffer_in_the_firs
     pass(REEL_PASS_UPDATE, 0.0f);  // the load call, then the first run call
     EXPECT_EQ(xmemarena_get_sp(&demo), sp + 16) << "only the lane state stays";
     EXPECT_EQ(ctx.video, current);
-    EXPECT_TRUE(all(video_contexts[0], 0)) << "the 3D scene cleared its coverage: it drew here";
-    EXPECT_TRUE(all(video_contexts[1], 0));
+    EXPECT_TRUE(all(video_contexts[0], 0) && all(video_contexts[1], 0)) << "the 3D scene cleared its coverage: it drew here";
     fill(~0u);
     pass(REEL_PASS_UPDATE, 0.5f);
     pass(REEL_PASS_RENDER, 0.5f);
-    EXPECT_TRUE(all(video_contexts[0], ~0u)) << "and never again";
-    EXPECT_TRUE(all(video_contexts[1], ~0u));
+    EXPECT_TRUE(all(video_contexts[0], ~0u) && all(video_contexts[1], ~0u)) << "and never again";
 }
 
 // ---- lanes and the panel ----

@@ -12,15 +12,9 @@
 namespace {
 
 struct seq_fixture {
-    std::vector<uint8_t> memory = std::vector<uint8_t>(2u << 20);
-    xmemarena arena;
-    xmemarena tmp_arena;
+    test_arena memory, tmp_memory;
+    xmemarena &arena = memory.arena, &tmp_arena = tmp_memory.arena;
     reel_sequence seq;
-    seq_fixture()
-    {
-        xmemarena_init(&arena, "test_reel_arena", memory.size() / 2, memory.data());
-        xmemarena_init(&tmp_arena, "test_reel_tmp_arena", memory.size() / 2, memory.data() + memory.size() / 2);
-    }
     const reel_sequence& load(const std::string& text)
     {
         reel_load_sequence(&seq, text.c_str(), "sequence.csv", &arena, &tmp_arena);
@@ -29,6 +23,13 @@ struct seq_fixture {
 };
 
 const char* const HEADER = "start_mode,start_ref,start,preload,end_mode,end_ref,end,function,args\n";
+
+// A row as "line start load end function(args)", "-" for no argument text.
+std::string row_text(const reel_sequence_row& r)
+{
+    return std::to_string(r.line) + " " + std::to_string(r.start) + " " + std::to_string(r.load) + " " +
+           std::to_string(r.end) + " " + r.function + "(" + (r.args ? r.args : "-") + ")";
+}
 
 void expect_load_fails(const std::string& body, const std::string& message)
 {
@@ -46,32 +47,14 @@ TEST(reel_sequence, rows_read_their_columns_and_resolve_against_the_previous_row
                                     "abs,\t,1,1,abs,,-1,video_clear  ,  #00ff00ff, 2 \n");
     ASSERT_EQ(s.row_count, 3u);
     EXPECT_EQ(s.lead_in, 0u);
-
-    const reel_sequence_row& a = s.rows[0];
-    EXPECT_EQ(a.index, 0u);
-    EXPECT_EQ(a.line, 2u);
-    EXPECT_STREQ(a.function, "load_sync");
-    EXPECT_EQ(a.args, nullptr);
-    EXPECT_STREQ(a.start_reference, "");
-    EXPECT_EQ(a.start, 0);
-    EXPECT_EQ(a.end, 110250);
-    EXPECT_EQ(a.load, 0);
-
-    const reel_sequence_row& b = s.rows[1];
-    EXPECT_STREQ(b.start_reference, "prev");
-    EXPECT_STREQ(b.end_reference, "me");
-    EXPECT_EQ(b.start, 110250);
-    EXPECT_EQ(b.load, 110250 - 11025);
-    EXPECT_EQ(b.end, 110250 + 44100);
-    EXPECT_STREQ(b.args, "3");
-
+    EXPECT_EQ(s.rows[2].index, 2u);
+    EXPECT_STREQ(s.rows[0].start_reference, "");
+    EXPECT_STREQ(s.rows[1].start_reference, "prev");
+    EXPECT_STREQ(s.rows[1].end_reference, "me");
+    EXPECT_EQ(row_text(s.rows[0]), "2 0 0 110250 load_sync(-)");
+    EXPECT_EQ(row_text(s.rows[1]), "3 110250 99225 154350 overlay_clear(3)");
     // (ms x 22050) / 1000 truncates toward zero; the argument text is the rest of the line as it is
-    const reel_sequence_row& c = s.rows[2];
-    EXPECT_EQ(c.start, 22);
-    EXPECT_EQ(c.load, 0);
-    EXPECT_EQ(c.end, -22);
-    EXPECT_STREQ(c.function, "video_clear");
-    EXPECT_STREQ(c.args, "  #00ff00ff, 2 ");
+    EXPECT_EQ(row_text(s.rows[2]), "4 22 0 -22 video_clear(  #00ff00ff, 2 )");
 }
 
 TEST(reel_sequence, comments_empty_lines_and_labels_keep_line_numbers_and_name_the_next_row)
@@ -86,16 +69,12 @@ TEST(reel_sequence, comments_empty_lines_and_labels_keep_line_numbers_and_name_t
                                     "relstart,intro,250,0,relend,intro,0,video_clear\n"
                                     "outro:\n");
     ASSERT_EQ(s.row_count, 3u);
-    EXPECT_EQ(s.rows[1].line, 6u);
+    EXPECT_EQ(row_text(s.rows[2]), "7 27562 27562 44100 video_clear(-)");
     ASSERT_EQ(s.label_count, 2u);
     EXPECT_STREQ(s.labels[0].name, "intro");
-    EXPECT_EQ(s.labels[0].line, 5u);
-    EXPECT_EQ(s.labels[0].row, 1u);
+    EXPECT_TRUE(s.labels[0].line == 5 && s.labels[0].row == 1);
     EXPECT_EQ(s.labels[1].row, 3u);  // after the last row: load_sync uses it to mean "all rows"
-    EXPECT_EQ(seq_find_label(&s, "intro"), &s.labels[0]);
-    EXPECT_EQ(seq_find_label(&s, "intr"), nullptr);
-    EXPECT_EQ(s.rows[2].start, 22050 + 5512);
-    EXPECT_EQ(s.rows[2].end, 44100);
+    EXPECT_TRUE(seq_find_label(&s, "intro") == &s.labels[0] && seq_find_label(&s, "intr") == nullptr);
 }
 
 TEST(reel_sequence, windows_line_ends_read_as_line_ends)
@@ -113,13 +92,8 @@ TEST(reel_sequence, windows_line_ends_read_as_line_ends)
     const reel_sequence& u = unix_text.load(HEADER + body);
     const reel_sequence& w = windows_text.load(crlf);
     ASSERT_EQ(w.row_count, 2u);
-    for (uint32_t i = 0; i < 2; i++) {
-        EXPECT_EQ(w.rows[i].line, u.rows[i].line);
-        EXPECT_STREQ(w.rows[i].function, u.rows[i].function);
-        EXPECT_STREQ(w.rows[i].args, u.rows[i].args);  // no carriage return left at the end
-        EXPECT_EQ(w.rows[i].start, u.rows[i].start);
-        EXPECT_EQ(w.rows[i].end, u.rows[i].end);
-    }
+    for (uint32_t i = 0; i < 2; i++)  // no carriage return left at the end of the arguments
+        EXPECT_EQ(row_text(w.rows[i]), row_text(u.rows[i]));
     EXPECT_EQ(w.rows[0].flags, (uint32_t)SEQ_ROW_BARRIER_AFTER);
     ASSERT_EQ(w.label_count, 1u);
     EXPECT_EQ(w.labels[0].line, 4u);
@@ -129,9 +103,7 @@ TEST(reel_sequence, a_start_after_its_own_end_resolves_in_the_second_pass)
 {
     seq_fixture f;
     const reel_sequence& s = f.load(std::string(HEADER) + "relend,me,-1000,1000,abs,,60000,overlay_clear\n");
-    EXPECT_EQ(s.rows[0].end, 1323000);
-    EXPECT_EQ(s.rows[0].start, 1300950);
-    EXPECT_EQ(s.rows[0].load, 1300950 - 22050);
+    EXPECT_EQ(row_text(s.rows[0]), "2 1300950 1278900 1323000 overlay_clear(-)");
 }
 
 TEST(reel_sequence, barriers_mark_the_row_before_them)
@@ -142,13 +114,9 @@ TEST(reel_sequence, barriers_mark_the_row_before_them)
                                     "abs,,0,0,abs,,1000,b\n"
                                     "barrier,prev_completed\n"
                                     "abs,,0,0,abs,,1000,c\n");
-    EXPECT_EQ(s.rows[0].flags, 0u);
-    EXPECT_EQ(s.rows[1].flags, SEQ_ROW_BARRIER_AFTER);
-    EXPECT_EQ(s.rows[2].flags, 0u);
+    EXPECT_TRUE(s.rows[0].flags == 0 && s.rows[1].flags == SEQ_ROW_BARRIER_AFTER && s.rows[2].flags == 0);
     ASSERT_EQ(s.barrier_count, 1u);
-    EXPECT_EQ(s.barriers[0].kind, SEQ_BARRIER_PREV_COMPLETED);
-    EXPECT_EQ(s.barriers[0].line, 4u);
-    EXPECT_EQ(s.barriers[0].row, 1);
+    EXPECT_TRUE(s.barriers[0].kind == SEQ_BARRIER_PREV_COMPLETED && s.barriers[0].line == 4 && s.barriers[0].row == 1);
 
     expect_load_fails("abs,,0,0,abs,,1000,a\nbarrier,prev_active\n",
                       "barrier on line 3 in \"sequence.csv\" has unexpected/unsupported value: \"prev_active\"\n");
@@ -164,19 +132,14 @@ TEST(reel_sequence, music_sync_delays_the_music_or_moves_the_script)
         seq_fixture f;
         const reel_sequence& s = f.load(HEADER + rows + "22050\n");
         EXPECT_EQ(s.lead_in, 22050u);
-        EXPECT_EQ(s.rows[1].start, 44100);
-        EXPECT_EQ(s.rows[0].end, 22050);
+        EXPECT_TRUE(s.rows[1].start == 44100 && s.rows[0].end == 22050);
     }
     {
         seq_fixture f;
         const reel_sequence& s = f.load(HEADER + rows + "66150,ignored\n");
         EXPECT_EQ(s.lead_in, 0u);
-        EXPECT_EQ(s.rows[0].start, 22050);
-        EXPECT_EQ(s.rows[0].end, 44100);
-        EXPECT_EQ(s.rows[0].load, 22050);
-        EXPECT_EQ(s.rows[1].start, 66150);
-        EXPECT_EQ(s.rows[1].end, 88200);
-        EXPECT_EQ(s.rows[1].load, 66150 - 11025);
+        EXPECT_EQ(row_text(s.rows[0]), "2 22050 22050 44100 music_start(music)");
+        EXPECT_EQ(row_text(s.rows[1]), "3 66150 55125 88200 music_sync(66150,ignored)");
     }
     expect_load_fails(rows + "1\nabs,,0,0,abs,,1,music_sync,2\n",
                       "there can be at most one \"music_sync\" but there was one on line 3 and on line 4\n");

@@ -15,9 +15,8 @@ TEST(stroke, envelope_rises_holds_and_falls)
                  {4.0f, 127.5f}, {5.0f, 0.0f}, {7.0f, 0.0f}};
     for (const auto& c : cases)
         EXPECT_FLOAT_EQ(reel_envelope(c.e, 2.0f, 1.0f, 2.0f), c.expected) << c.e;
-    EXPECT_EQ(reel_envelope(1.0f, 2.0f, 0.0f, 2.0f), 127.5f);
-    EXPECT_EQ(reel_envelope(2.0f, 2.0f, 0.0f, 2.0f), 255.0f) << "with no hold the fall starts at once";
-    EXPECT_EQ(reel_envelope(3.0f, 2.0f, 0.0f, 2.0f), 127.5f);
+    for (float e : {1.0f, 2.0f, 3.0f})  // with no hold the fall starts at once
+        EXPECT_EQ(reel_envelope(e, 2.0f, 0.0f, 2.0f), e == 2.0f ? 255.0f : 127.5f) << e;
 }
 
 TEST(stroke, threshold_curve_is_the_srgb_encoding_with_exponent_0_41666)
@@ -64,23 +63,19 @@ TEST_F(stroke_fixture, reveals_the_lowest_texels_first_and_erases_the_highest_fi
                 ASSERT_EQ(bit, selected ? 1u : 0u) << what << " at " << x << "," << y;
             }
     };
-    const struct {
-        int32_t level, threshold;
-    } draws[] = {{0, 0}, {64, 137}, {128, 187}, {255, 254}};
-    for (const auto& d : draws) {
+    // draws at levels 0, 64, 128 and 255, then erases at 255, 128, 1 and 0, with their thresholds
+    const int32_t steps[][3] = {{0, 0, 0},   {0, 64, 137},  {0, 128, 187}, {0, 255, 254},
+                                {1, 255, 254}, {1, 128, 187}, {1, 1, 12},    {1, 0, 0}};
+    for (const auto& s : steps) {
         n3d_framebuffer_clear(fb);
         n3d_coverage_buffer_clear(cb);
-        reel_stroke_draw(&stroke, d.level, 7, fb, cb, ox, oy, 0, 480);
-        check(1, d.threshold, 7, "draw");
-    }
-    const struct {
-        int32_t level, threshold;
-    } erases[] = {{255, 254}, {128, 187}, {1, 12}, {0, 0}};
-    for (const auto& e : erases) {
-        n3d_framebuffer_clear(fb);
-        n3d_coverage_buffer_clear(cb);
-        reel_stroke_erase(&stroke, e.level, fb, cb, backbuffers[0].framebuffer, ox, oy, 0, 480);
-        check(e.threshold, 255, 33, "erase");
+        if (s[0] == 0) {
+            reel_stroke_draw(&stroke, s[1], 7, fb, cb, ox, oy, 0, 480);
+            check(1, s[2], 7, "draw");
+        } else {
+            reel_stroke_erase(&stroke, s[1], fb, cb, backbuffers[0].framebuffer, ox, oy, 0, 480);
+            check(s[2], 255, 33, "erase");
+        }
     }
 }
 

@@ -10,6 +10,7 @@
 
 #include "bitmap.h"
 #include "memarena.h"
+#include "test_fatal.h"
 #include "tool_fixture.h"
 
 namespace {
@@ -66,6 +67,8 @@ const tool_usage_case tool_usage_cases[] = {
     {"reel_pack", "", "too few arguments"},
     {"reel_pack", "--swapped a", "too few arguments"},
     {"reel_pack", "a b c", "too many arguments"},
+    {"reel_pack", "--list", "too few arguments"},
+    {"reel_pack", "--list a b", "too many arguments"},
     {"reel_pack", "-x a", "unknown option \"-x\""},
     {"reel_rasterpics", "", "no output folder"},
     {"reel_rasterpics", "--out", "unknown option \"--out\""},
@@ -168,9 +171,8 @@ const tool_failure_case tool_failure_cases[] = {
 
 TEST(tool, failed_writes_name_the_path_and_the_reason_exit_1_and_leave_no_file)
 {
-    static uint8_t block[1 << 20];
-    xmemarena arena;
-    xmemarena_init(&arena, "test_tool_failure", sizeof(block), block);
+    test_arena memory;
+    xmemarena& arena = memory.arena;
     bitmap* picture = bitmap_create(&arena, 32, 8, BITMAP_SRGB | BITMAP_CHANNELS_4);
     memset(picture->pixels, 0, (size_t)picture->row_bytes * picture->height);
     struct stat device;
@@ -205,9 +207,8 @@ TEST(tool, output_folders_are_made_with_their_parents)
 TEST(tool, reel_texdump_says_which_rule_a_picture_breaks)
 {
     const std::string dir = tool_fixture_dir(root, "texdump");
-    static uint8_t block[1 << 20];
-    xmemarena arena;
-    xmemarena_init(&arena, "test_tool_png", sizeof(block), block);
+    test_arena memory;
+    xmemarena& arena = memory.arena;
     const bitmap* odd = bitmap_create(&arena, 12, 8, BITMAP_SRGB | BITMAP_CHANNELS_3);
     tool_save_png(odd, (dir + "/odd.png").c_str(), &arena);
     const tool_run_result r = tool_fixture_run(dir, tools + "/reel_texdump odd.png out");

@@ -9,21 +9,17 @@
 #include <vector>
 
 #include "n3d_io.h"
+#include "test_fatal.h"
 #include "tool_fixture.h"
 #include "video_prep.h"
 
 namespace {
 
 struct video_prep_fixture : testing::Test {
-    std::vector<uint8_t> memory = std::vector<uint8_t>(96u << 20);
-    xmemarena arena, tmp;
+    test_arena memory = test_arena(32u << 20), tmp_memory = test_arena(64u << 20);
+    xmemarena &arena = memory.arena, &tmp = tmp_memory.arena;
     n3d_texture texture = {};
 
-    video_prep_fixture()
-    {
-        xmemarena_init(&arena, "prep", 32u << 20, memory.data());
-        xmemarena_init(&tmp, "prep_tmp", 64u << 20, memory.data() + (32u << 20));
-    }
     bitmap* picture(uint32_t w, uint32_t h, uint32_t flags, const std::vector<uint8_t>& fill)
     {
         bitmap* bm = bitmap_create(&arena, w, h, flags);
@@ -34,6 +30,12 @@ struct video_prep_fixture : testing::Test {
     }
     uint32_t texel32(uint32_t x, uint32_t y) const { return ((const uint32_t*)texture.mips[0])[(y << texture.log2_w) + x]; }
     uint16_t texel16(uint32_t x, uint32_t y) const { return ((const uint16_t*)texture.mips[0])[(y << texture.log2_w) + x]; }
+    // "format F, linear, W x H" in log2 texels
+    std::string layout() const
+    {
+        return "format " + std::to_string(texture.format) + (texture.linear ? ", linear, " : ", swizzled, ") +
+               std::to_string(texture.log2_w) + " x " + std::to_string(texture.log2_h);
+    }
 };
 
 constexpr uint32_t RGBA = BITMAP_SRGB | BITMAP_CHANNELS_4;
@@ -42,12 +44,8 @@ TEST_F(video_prep_fixture, colour_maps_are_256_square_linear_argb1555_resampled_
 {
     for (uint32_t side : {256u, 512u}) {
         ASSERT_EQ(video_prep_color_map(&texture, &arena, &tmp, picture(side, side, RGBA, {255, 0, 0, 255})), nullptr);
-        EXPECT_EQ(texture.format, (uint32_t)N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555);
-        EXPECT_EQ(texture.linear, 1u);
-        EXPECT_EQ(texture.log2_w, 8u);
-        EXPECT_EQ(texture.log2_h, 8u);
-        EXPECT_EQ(texel16(0, 0), 0x8000 | 31 << 10) << side;
-        EXPECT_EQ(texel16(255, 255), 0x8000 | 31 << 10) << side;
+        EXPECT_EQ(layout(), "format 2, linear, 8 x 8");
+        EXPECT_TRUE(texel16(0, 0) == 0xFC00 && texel16(255, 255) == 0xFC00) << side;
     }
     EXPECT_NE(video_prep_color_map(&texture, &arena, &tmp, picture(256, 128, RGBA, {0, 0, 0, 255})), nullptr);
 }
@@ -58,8 +56,7 @@ TEST_F(video_prep_fixture, bump_texels_from_normal_maps_read_the_channels_as_pla
     // -57 of 127; m1 = trunc(0.2480 x 255) = 63; m0 = lrint(0.1987 x 127) = 25 (an sRGB reading
     // of 64 would give nx -85)
     ASSERT_EQ(video_prep_bump_from_normals(&texture, &arena, &tmp, picture(8, 4, RGBA, {64, 128, 255, 255})), nullptr);
-    EXPECT_EQ(texture.format, (uint32_t)N3D_TEXEL_FORMAT_BUMPMAP);
-    EXPECT_EQ(texture.linear, 1u);
+    EXPECT_EQ(layout(), "format 4, linear, 3 x 2");
     EXPECT_EQ(texel32(5, 3), 0xC7003F19u);
 }
 
@@ -75,10 +72,11 @@ TEST_F(video_prep_fixture, bump_texels_from_heights_tilt_away_from_rising_ground
         }
     ASSERT_EQ(video_prep_bump_from_heights(&texture, &arena, &tmp, heights, 4.0f), nullptr);
     // slope 16/255 per pixel, times 4: the normal (-0.251, 0, 1) / 1.031 has x -0.2434 = -31 of 127
-    EXPECT_EQ((int8_t)(texel32(4, 2) >> 24), -31);
-    EXPECT_EQ((int8_t)(texel32(12, 2) >> 24), 31);
-    EXPECT_EQ((int8_t)(texel32(4, 2) >> 16), 0);
-    EXPECT_EQ((int8_t)(texel32(8, 2) >> 24), 0);  // the ridge itself is level
+    // x then y of the normal at x 4, 12 and on the ridge, which is level
+    const int8_t want[4] = {-31, 0, 31, 0};
+    const int8_t got[4] = {(int8_t)(texel32(4, 2) >> 24), (int8_t)(texel32(4, 2) >> 16), (int8_t)(texel32(12, 2) >> 24),
+                           (int8_t)(texel32(8, 2) >> 24)};
+    EXPECT_EQ(std::vector<int8_t>(got, got + 4), std::vector<int8_t>(want, want + 4));
     EXPECT_NE(video_prep_bump_from_heights(&texture, &arena, &tmp, picture(12, 8, RGBA, {0, 0, 0, 255}), 4.0f),
               nullptr);
 }
@@ -86,17 +84,14 @@ TEST_F(video_prep_fixture, bump_texels_from_heights_tilt_away_from_rising_ground
 TEST_F(video_prep_fixture, images_and_backgrounds_need_power_of_two_sides_that_hold_what_they_show)
 {
     ASSERT_EQ(video_prep_bump_image(&texture, &arena, &tmp, picture(16, 8, RGBA, {0, 255, 0, 255})), nullptr);
-    EXPECT_EQ(texture.format, (uint32_t)N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555);
-    EXPECT_EQ(texture.linear, 1u);
+    EXPECT_EQ(layout(), "format 1, linear, 4 x 3");
     const uint16_t green = ((const uint16_t*)texture.palette)[0];  // the one colour, as its palette's first
     EXPECT_EQ(green & 0xFC1F, 0x8000);
     EXPECT_GE((green >> 5) & 31, 30);  // 1.055 - 0.055 may round just below 1 before it is quantised
-    EXPECT_EQ(((const uint8_t*)texture.mips[0])[127], 0);
-    EXPECT_NE(texture.shade_table, nullptr);
+    EXPECT_TRUE(((const uint8_t*)texture.mips[0])[127] == 0 && texture.shade_table != nullptr);
 
     ASSERT_EQ(video_prep_background(&texture, &arena, &tmp, picture(512, 256, RGBA, {0, 0, 255, 255})), nullptr);
-    EXPECT_EQ(texture.format, (uint32_t)N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555);
-    EXPECT_EQ(texture.linear, 1u);
+    EXPECT_EQ(layout(), "format 2, linear, 9 x 8");
     EXPECT_EQ(texel16(511, 255), 0x8000 | 31);
     const struct {
         uint32_t w, h;
@@ -119,10 +114,9 @@ TEST_F(video_prep_fixture, stencils_set_bright_opaque_pixels_leftmost_first)
     n3d_coverage_buffer stencil;
     ASSERT_EQ(video_prep_stencil(&stencil, &arena, bm, VIDEO_PREP_STENCIL_THRESHOLD), nullptr);
     ASSERT_EQ(stencil.width, 64u);
-    EXPECT_EQ(stencil.bits[0], 0x80000000u);
-    EXPECT_EQ(stencil.bits[1], 0x80000000u);
-    EXPECT_EQ(stencil.bits[2], 0x80000000u);  // mean 130; (5, 1) is too transparent, (6, 1) too dark
-    EXPECT_EQ(stencil.bits[3], 0u);
+    // (0, 0), (32, 0) and (0, 1), of mean 130; (5, 1) is too transparent, (6, 1) too dark
+    EXPECT_EQ(std::vector<uint32_t>(stencil.bits, stencil.bits + 4),
+              (std::vector<uint32_t>{0x80000000u, 0x80000000u, 0x80000000u, 0}));
     EXPECT_NE(video_prep_stencil(&stencil, &arena, picture(48, 2, RGBA, {0, 0, 0, 255}), 128), nullptr);
 }
 
