@@ -806,6 +806,12 @@ void n3d_rasterizer_block_names(n3d_rasterizer_entry* entry)
 
 }  // namespace
 
+const char* n3d_raster_kernels_name(n3d_raster_kernels kernels)
+{
+    static const char* const names[] = {"portable", "AVX2"};
+    return kernels <= N3D_RASTER_KERNELS_BEST ? names[kernels] : "?";
+}
+
 n3d_raster_kernels n3d_raster_use_kernels(n3d_raster_kernels wanted)
 {
     n3d_raster_kernels best = N3D_RASTER_KERNELS_PORTABLE;

@@ -100,7 +100,10 @@ float n3d_reciprocal_lut(float x);
 enum n3d_raster_kernels : uint32_t {
     N3D_RASTER_KERNELS_PORTABLE = 0,
     N3D_RASTER_KERNELS_AVX2 = 1,
+    N3D_RASTER_KERNELS_BEST = N3D_RASTER_KERNELS_AVX2,  // the highest there is
 };
+// "portable", "AVX2", ...
+const char* n3d_raster_kernels_name(n3d_raster_kernels kernels);
 // Uses the best kernels the processor has up to `wanted`; returns the ones now in use.
 n3d_raster_kernels n3d_raster_use_kernels(n3d_raster_kernels wanted);
 
