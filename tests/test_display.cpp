@@ -113,7 +113,8 @@ TEST_F(display_fixture, clut_hooks_copy_ranges)
 
 TEST_F(display_fixture, composition_matches_the_pixel_rule_on_mixed_content)
 {
-    // random overlay with runs of transparent, opaque and mixed bytes, random video and CLUTs
+    // random overlay with runs of transparent, opaque and mixed bytes (short ones, then long
+    // ones that fill whole blocks), random video and CLUTs; every kernel set
     uint32_t seed = 12345;
     auto next = [&seed] {
         seed = seed * 1664525u + 1013904223u;
@@ -128,7 +129,7 @@ TEST_F(display_fixture, composition_matches_the_pixel_rule_on_mixed_content)
     dev.set_video_clut(&dev, 0, 256, clut);
     dev.set_transparent_index(&dev, 7);
     for (uint32_t i = 0; i < 640 * 480; i++) {
-        const uint32_t run = (i / 13) % 3;
+        const uint32_t run = (i / (i < 640 * 240 ? 13 : 128)) % 3;
         dev.overlay.pixels[i] = run == 0 ? 7 : run == 1 ? (uint8_t)next() : ((next() & 1) ? 7 : (uint8_t)next());
     }
     for (uint32_t b = 0; b < 2; b++)
@@ -136,11 +137,14 @@ TEST_F(display_fixture, composition_matches_the_pixel_rule_on_mixed_content)
             for (uint32_t x = 0; x < 512; x++)
                 *video(b, x, y) = (uint16_t)next();
     display_flip(&dev);
-    std::vector<uint32_t> wide(700 * 480, 0xDEADBEEF);  // a pitch wider than the image
-    display_output_rgba(&dev, wide.data(), 700 * 4);
-    for (uint32_t y = 0; y < 480; y++) {
-        for (uint32_t x = 0; x < 640; x++)
-            ASSERT_EQ(wide[y * 700 + x], display_reference(&dev, x, y)) << x << "," << y;
-        ASSERT_EQ(wide[y * 700 + 640], 0xDEADBEEFu);
+    for (display_kernels k : {DISPLAY_KERNELS_PORTABLE, DISPLAY_KERNELS_BEST}) {
+        SCOPED_TRACE(display_use_kernels(k));
+        std::vector<uint32_t> wide(700 * 480, 0xDEADBEEF);  // a pitch wider than the image
+        display_output_rgba(&dev, wide.data(), 700 * 4);
+        for (uint32_t y = 0; y < 480; y++) {
+            for (uint32_t x = 0; x < 640; x++)
+                ASSERT_EQ(wide[y * 700 + x], display_reference(&dev, x, y)) << x << "," << y;
+            ASSERT_EQ(wide[y * 700 + 640], 0xDEADBEEFu);
+        }
     }
 }
