@@ -17,8 +17,9 @@
 // the calling thread) and one with the driver's default. The threads the child really has
 // after drawing are counted in /proc/self/task and printed.
 //
-// Rounds alternate the project's variants and the two peer settings; each figure printed is
-// the best round (on a shared machine the least disturbed one).
+// Rounds alternate the project's variants (each with every kernel set the processor has) and
+// the two peer settings; each figure printed is the best round (on a shared machine the least
+// disturbed one).
 //
 //   bench_peer_gl [SECONDS per trial, default 0.5] [ROUNDS, default 3] [FILTER] [CLOCK]
 // CLOCK cpu (the default) times each trial by its process's processor time, which on a busy
@@ -294,7 +295,7 @@ int main(int argc, char** argv)
     xmemarena arena;
     xmemarena_init(&arena, "bench_peer_gl", sizeof(block), block);
     n3d_init(&arena);
-    const n3d_raster_kernels kernels = n3d_raster_use_kernels(N3D_RASTER_KERNELS_BEST);
+    const n3d_raster_kernels best = n3d_raster_use_kernels(N3D_RASTER_KERNELS_BEST);
     n3d_framecontext fc;
     n3d_framecontext_init(&fc, &arena, PEER_W, PEER_H, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555,
                           N3D_FRAMECONTEXT_COVERAGE | N3D_FRAMECONTEXT_ZBUFFER);
@@ -305,33 +306,39 @@ int main(int argc, char** argv)
     n3d_texture* t8[1] = {&textures.t8};
     n3d_texture* t16[1] = {&textures.t16};
 
-    peer_trial ours[N3D_RASTERIZER_TABLE_CAPACITY] = {};
+    // every variant with every kernel set the processor has
+    static peer_trial ours[N3D_RASTER_KERNELS_BEST + 1][N3D_RASTERIZER_TABLE_CAPACITY];
     peer_trial peer_one = {}, peer_default = {};
     for (uint32_t round = 0; round < rounds; round++) {
-        for (uint32_t i = 0; i < n3d_rasterizer_table_count; i++) {
-            n3d_rasterizer_entry* e = &n3d_rasterizer_table[i];
-            if (filter && !strstr(e->name, filter))
-                continue;
-            n3d_texture* const* tex = (e->flags & N3D_RASTERIZER_T0_I8ARGB1555) ? t8 : t16;
-            const bench_result r = bench_random(e, &fc, tex, &phong_table, seconds, 0, cpu_time);
-            peer_keep_best(&ours[i], {r.triangles, r.pixels, r.cycles, 1, 0});
+        for (uint32_t k = 0; k <= best; k++) {
+            n3d_raster_use_kernels((n3d_raster_kernels)k);
+            for (uint32_t i = 0; i < n3d_rasterizer_table_count; i++) {
+                n3d_rasterizer_entry* e = &n3d_rasterizer_table[i];
+                if (filter && !strstr(e->name, filter))
+                    continue;
+                n3d_texture* const* tex = (e->flags & N3D_RASTERIZER_T0_I8ARGB1555) ? t8 : t16;
+                const bench_result r = bench_random(e, &fc, tex, &phong_table, seconds, 0, cpu_time);
+                peer_keep_best(&ours[k][i], {r.triangles, r.pixels, r.cycles, 1, 0});
+            }
         }
         peer_keep_best(&peer_one, peer_trial_in_child(flare, phong_table, seconds, "0", cpu_time));
         peer_keep_best(&peer_default, peer_trial_in_child(flare, phong_table, seconds, nullptr, cpu_time));
     }
 
-    printf("time-stamp counter: %.0f cycles/s; best of %u rounds of %.2f s of %s; %s span kernels\n",
-           prof_global.cycles_per_second, rounds, seconds, cpu_time ? "processor time (all threads)" : "wall time",
-           n3d_raster_kernels_name(kernels));
-    printf("%-88s %11s %7s %8s %8s\n", "drawn by (random triangles in 320x200)", "pixels/s", "cyc/px", "x peer1",
-           "x peerN");
+    printf("time-stamp counter: %.0f cycles/s; best of %u rounds of %.2f s of %s\n", prof_global.cycles_per_second,
+           rounds, seconds, cpu_time ? "processor time (all threads)" : "wall time");
+    printf("%-88s %-9s %11s %7s %8s %8s\n", "drawn by (random triangles in 320x200)", "kernels", "pixels/s", "cyc/px",
+           "x peer1", "x peerN");
     const double one = peer_rate(peer_one), all = peer_rate(peer_default);
-    for (uint32_t i = 0; i < n3d_rasterizer_table_count; i++) {
-        if (ours[i].cycles == 0)
-            continue;
-        printf("%-88s %11.0f %7.2f %8.2f %8.2f\n", n3d_rasterizer_table[i].name, peer_rate(ours[i]),
-               ours[i].cycles / ours[i].pixels, peer_rate(ours[i]) / one, peer_rate(ours[i]) / all);
-    }
+    for (uint32_t i = 0; i < n3d_rasterizer_table_count; i++)
+        for (uint32_t k = 0; k <= best; k++) {
+            const peer_trial& t = ours[k][i];
+            if (t.cycles == 0)
+                continue;
+            printf("%-88s %-9s %11.0f %7.2f %8.2f %8.2f\n", n3d_rasterizer_table[i].name,
+                   n3d_raster_kernels_name((n3d_raster_kernels)k), peer_rate(t), t.cycles / t.pixels, peer_rate(t) / one,
+                   peer_rate(t) / all);
+        }
     const peer_trial* peers[2] = {&peer_one, &peer_default};
     const char* names[2] = {"OSMesa, LP_NUM_THREADS=0", "OSMesa, default threads"};
     for (int k = 0; k < 2; k++) {
@@ -339,8 +346,8 @@ int main(int argc, char** argv)
         char label[128];
         snprintf(label, sizeof(label), "%s (%d threads in the process, %.0f%% of the area lit)", names[k], t.threads,
                  100.0 * t.written);
-        printf("%-88s %11.0f %7.2f %8.2f %8.2f\n", label, peer_rate(t), t.cycles / t.pixels, peer_rate(t) / one,
-               peer_rate(t) / all);
+        printf("%-88s %-9s %11.0f %7.2f %8.2f %8.2f\n", label, "", peer_rate(t), t.cycles / t.pixels,
+               peer_rate(t) / one, peer_rate(t) / all);
     }
     return 0;
 }

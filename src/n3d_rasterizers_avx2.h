@@ -1,8 +1,11 @@
-// The vector kernel of the rasterizer family: AVX2 code that draws a segment's 8 pixels at
+// The vector kernels of the rasterizer family: AVX2 code that draws a segment's 8 pixels at
 // once, exactly as the portable kernel in n3d_rasterizers.cpp draws them one pair at a time.
-// Part of that file: included once, inside its anonymous namespace, after the shared span
-// helpers (raster_span_ctx, raster_tail, raster_segment_log2) it builds on. Elsewhere than on
-// x86 only the empty plan record remains.
+// Part of that file: included inside its anonymous namespace, after the shared span helpers
+// (raster_span_ctx, raster_tail, raster_segment_log2) it builds on, first without RASTER_VEC
+// for the records the sets share, then once per kernel set in a namespace of its own:
+// RASTER_VEC is the set's target attribute, and with RASTER_VEC_512 the AVX-512 set replaces
+// table gathers by register permutes (the reciprocal table, and the large-spans variant's
+// phong table). Elsewhere than on x86 only the empty plan record remains.
 #if RASTER_X86
 // ---- the vector kernel: the 8 pixels of a segment at once ----
 //
@@ -23,9 +26,59 @@
 // that a segment only broadcasts its values; Q and depth are stepped along the span in
 // lanes (lane i: the segment's pixel i).
 
+#ifndef RASTER_VEC
+// ---- the records the vector kernel sets share: included once without RASTER_VEC ----
+
+// Per segment of a group of 8: what raster_segment_avx2 broadcasts to its lanes.
+struct raster_segment_group {
+    alignas(32) int32_t u[RASTER_LANES];       // ramp of S: u0 AND 0xFFF, du
+    alignas(32) int32_t v[RASTER_LANES];       // ramp of v0, dv - h g
+    alignas(32) int32_t r2[RASTER_LANES];      // phong: ramp of the squared reciprocal
+    alignas(32) int32_t u_step[RASTER_LANES];  // affine: the steps (u, v hold the bases)
+    alignas(32) int32_t v_step[RASTER_LANES];
+    alignas(32) int32_t h_mask[RASTER_LANES];      // -h
+    alignas(32) int32_t carry_mask[RASTER_LANES];  // -K
+};
+
+// Texel coordinates and squared reciprocal at the ends of a group's segments: the next
+// group's first segment starts from the last lane.
+struct raster_segment_ends {
+    __m256i u, v, r2;
+};
+
+// What the vector kernel carries along a span from one segment to the next.
+struct raster_span_lanes {
+    __m256i q, dq;  // phong: Q and dQ at the next segment's first 8 pixels
+    __m128i z;      // depth there (only 16 bits are compared)
+};
+
+// A span's first group of segment ends and its starting lanes, computed before it is drawn.
+struct raster_span_plan {
+    raster_segment_group grp;
+    raster_segment_ends ends;  // at the ends of grp's segments
+    raster_span_lanes lanes;   // at the span's first 8 pixels
+};
+
+struct raster_span_plans {
+    raster_span_plan plan[2];
+    int32_t ready;  // the plan made for the span drawn next, or -1
+};
+
+// Segments of 8 while at least 8 pixels remain beyond the first, then one of 4, one of 2.
+struct raster_segment_counts {
+    int32_t count8, partial, count;
+};
+
+inline raster_segment_counts raster_segments_of(const raster_span_job& job)
+{
+    const int32_t m = job.xr - job.xl - 1;
+    return {m >> 3, (m & 4) ? 4 : 2, (m >> 3) + ((m >> 2) & 1) + ((m >> 1) & 1)};
+}
+#else
+
 // Fills the lane constants of a triangle whose other span values are set.
 template <uint32_t F>
-RASTER_AVX2 void raster_lane_setup_avx2(raster_span_ctx* s)
+RASTER_VEC void raster_lane_setup_avx2(raster_span_ctx* s)
 {
     raster_lane_constants* c = &s->lanes;
     const uint32_t mask = s->index_mask;
@@ -55,16 +108,22 @@ RASTER_AVX2 void raster_lane_setup_avx2(raster_span_ctx* s)
             const __m128i bytes = _mm_loadl_epi64((const __m128i*)(s->phong + i));
             _mm256_storeu_si256((__m256i*)(words + i), _mm256_and_si256(_mm256_cvtepu8_epi32(bytes), low5));
         }
+#if RASTER_VEC_512
+        // large spans: the same words as bytes, indexed by the product's top byte (two's complement)
+        if constexpr (F & RF_LARGE_SPANS)
+            for (int32_t k = RASTER_PHONG_WORDS_LOW; k <= 127; k++)
+                c->phong_bytes[k & 255] = (uint8_t)words[k];
+#endif
     }
 }
 
-RASTER_AVX2 inline __m256i raster_lanes(const int32_t* values) { return _mm256_load_si256((const __m256i*)values); }
+RASTER_VEC inline __m256i raster_lanes(const int32_t* values) { return _mm256_load_si256((const __m256i*)values); }
 
 // 8 32-bit words from base + index * Scale bytes. A gather merges into its destination, so it
 // is given a freshly zeroed one (hidden from the compiler, which would drop it): otherwise it
 // waits for whatever last wrote that register, often another gather.
 template <int Scale>
-RASTER_AVX2 inline __m256i raster_gather(const void* base, __m256i index)
+RASTER_VEC inline __m256i raster_gather(const void* base, __m256i index)
 {
     __m256i fresh = _mm256_setzero_si256(), all = _mm256_set1_epi32(-1);
     __asm__ volatile("" : "+x"(fresh), "+x"(all));
@@ -77,26 +136,15 @@ RASTER_AVX2 inline __m256i raster_gather(const void* base, __m256i index)
 // high half, and one multiply-add of 16-bit pairs makes it. The affine variant's coordinates
 // are wider: it keeps base and step apart.
 
-// Per segment of a group of 8: what raster_segment_avx2 broadcasts to its lanes.
-struct raster_segment_group {
-    alignas(32) int32_t u[RASTER_LANES];       // ramp of S: u0 AND 0xFFF, du
-    alignas(32) int32_t v[RASTER_LANES];       // ramp of v0, dv - h g
-    alignas(32) int32_t r2[RASTER_LANES];      // phong: ramp of the squared reciprocal
-    alignas(32) int32_t u_step[RASTER_LANES];  // affine: the steps (u, v hold the bases)
-    alignas(32) int32_t v_step[RASTER_LANES];
-    alignas(32) int32_t h_mask[RASTER_LANES];      // -h
-    alignas(32) int32_t carry_mask[RASTER_LANES];  // -K
-};
-
 // The word of a 16-bit ramp.
-RASTER_AVX2 inline __m256i raster_ramp_word(__m256i base, __m256i step)
+RASTER_VEC inline __m256i raster_ramp_word(__m256i base, __m256i step)
 {
     return _mm256_or_si256(_mm256_slli_epi32(base, 16), _mm256_and_si256(step, _mm256_set1_epi32(0xFFFF)));
 }
 
 // Ramp j of a group, lane i holding base + i step.
 template <uint32_t F>
-RASTER_AVX2 inline __m256i raster_ramp(const int32_t* ramps, const int32_t* steps, uint32_t j)
+RASTER_VEC inline __m256i raster_ramp(const int32_t* ramps, const int32_t* steps, uint32_t j)
 {
     if constexpr (F & RF_AFFINE) {
         const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
@@ -109,30 +157,24 @@ RASTER_AVX2 inline __m256i raster_ramp(const int32_t* ramps, const int32_t* step
 }
 
 // The lanes moved up by one, lane 0 taking the last lane of `before`.
-RASTER_AVX2 inline __m256i raster_lanes_after(__m256i v, __m256i before)
+RASTER_VEC inline __m256i raster_lanes_after(__m256i v, __m256i before)
 {
     const __m256i up = _mm256_setr_epi32(7, 0, 1, 2, 3, 4, 5, 6);
     return _mm256_blend_epi32(_mm256_permutevar8x32_epi32(v, up), _mm256_permutevar8x32_epi32(before, up), 0x01);
 }
 
 // x / 2^k truncating toward zero, k per lane (as raster_div_pow2)
-RASTER_AVX2 inline __m256i raster_div_pow2_lanes(__m256i x, __m256i k)
+RASTER_VEC inline __m256i raster_div_pow2_lanes(__m256i x, __m256i k)
 {
     const __m256i bias = _mm256_srlv_epi32(_mm256_srai_epi32(x, 31), _mm256_sub_epi32(_mm256_set1_epi32(32), k));
     return _mm256_srav_epi32(_mm256_add_epi32(x, bias), k);
 }
 
-// Texel coordinates and squared reciprocal at the ends of a group's segments: the next
-// group's first segment starts from the last lane.
-struct raster_segment_ends {
-    __m256i u, v, r2;
-};
-
 // Segments first to first + 7 of a span whose attributes at its first pixel are `a`: their
 // ends, and what each segment broadcasts. Segment j < count8 has 8 pixels, then come one of
 // `partial` pixels (4 or 2) and, when partial is 4 and a 2 follows, one of 2.
 template <uint32_t F>
-RASTER_AVX2 inline void raster_segment_group_avx2(const raster_span_ctx& s, const raster_attrs& a, int32_t first,
+RASTER_VEC inline void raster_segment_group_avx2(const raster_span_ctx& s, const raster_attrs& a, int32_t first,
                                                   int32_t count8, int32_t partial, raster_segment_ends* ends,
                                                   raster_segment_group* grp)
 {
@@ -162,8 +204,18 @@ RASTER_AVX2 inline void raster_segment_group_avx2(const raster_span_ctx& s, cons
         const __m256i index = _mm256_min_epi32(
             _mm256_max_epi32(_mm256_srai_epi32(iw, N3D_IW_LUT_SHIFT), _mm256_setzero_si256()),
             _mm256_set1_epi32(N3D_FIXED_IIW_LUT_SIZE - 2));
+#if RASTER_VEC_512
+        // the 32-entry table is two registers: word permutes instead of gathers
+        const __m512i lut_low = _mm512_loadu_si512(n3d_fixed_iiw_lut);
+        const __m512i lut_high = _mm512_loadu_si512(n3d_fixed_iiw_lut + 16);
+        const __m512i wide = _mm512_zextsi256_si512(index);
+        const __m256i t0 = _mm512_castsi512_si256(_mm512_permutex2var_epi32(lut_low, wide, lut_high));
+        const __m256i t1 = _mm512_castsi512_si256(
+            _mm512_permutex2var_epi32(lut_low, _mm512_add_epi32(wide, _mm512_set1_epi32(1)), lut_high));
+#else
         const __m256i t0 = raster_gather<4>(n3d_fixed_iiw_lut, index);
         const __m256i t1 = raster_gather<4>(n3d_fixed_iiw_lut + 1, index);
+#endif
         const __m256i f = _mm256_and_si256(iw, _mm256_set1_epi32((1 << N3D_IW_LUT_SHIFT) - 1));
         const __m256i r = _mm256_add_epi32(t0, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_sub_epi32(t1, t0), f),
                                                                  N3D_IW_LUT_SHIFT));
@@ -210,7 +262,7 @@ RASTER_AVX2 inline void raster_segment_group_avx2(const raster_span_ctx& s, cons
 
 // Which 16-bit lanes of a load or store are real: segments of 4 and 2 pixels use the low ones.
 template <uint32_t K>
-RASTER_AVX2 inline __m128i raster_load_lanes(const uint16_t* p)
+RASTER_VEC inline __m128i raster_load_lanes(const uint16_t* p)
 {
     if constexpr (K == 3)
         return _mm_loadu_si128((const __m128i*)p);
@@ -222,7 +274,7 @@ RASTER_AVX2 inline __m128i raster_load_lanes(const uint16_t* p)
 }
 
 template <uint32_t K>
-RASTER_AVX2 inline void raster_store_lanes(uint16_t* p, __m128i v)
+RASTER_VEC inline void raster_store_lanes(uint16_t* p, __m128i v)
 {
     if constexpr (K == 3) {
         _mm_storeu_si128((__m128i*)p, v);
@@ -235,22 +287,16 @@ RASTER_AVX2 inline void raster_store_lanes(uint16_t* p, __m128i v)
 }
 
 // Low 16 bits of each 32-bit lane, as 8 16-bit lanes.
-RASTER_AVX2 inline __m128i raster_pack_lanes(__m256i v)
+RASTER_VEC inline __m128i raster_pack_lanes(__m256i v)
 {
     const __m256i low_halves = _mm256_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1, 0, 1, 4, 5,
                                                 8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1);
     return _mm256_castsi256_si128(_mm256_permute4x64_epi64(_mm256_shuffle_epi8(v, low_halves), 0x08));
 }
 
-// What the vector kernel carries along a span from one segment to the next.
-struct raster_span_lanes {
-    __m256i q, dq;  // phong: Q and dQ at the next segment's first 8 pixels
-    __m128i z;      // depth there (only 16 bits are compared)
-};
-
 // The pixels of segment j of a group, 2^K pixels from column x.
 template <uint32_t F, uint32_t K>
-RASTER_AVX2 inline void raster_segment_avx2(const raster_span_ctx& s, const raster_segment_group& grp, uint32_t j,
+RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raster_segment_group& grp, uint32_t j,
                                             raster_span_lanes* l, uint16_t* dst, const uint32_t* cov,
                                             uint16_t* zrow, int32_t x)
 {
@@ -271,14 +317,26 @@ RASTER_AVX2 inline void raster_segment_avx2(const raster_span_ctx& s, const rast
         __m256i pi;
         if constexpr (F & RF_LARGE_SPANS) {
             // P = Q r2 is what the cubic steps; its top byte is the index, inside the word table
+#if RASTER_VEC_512
+            // every byte of P is looked up in the 256-byte table (two 128-byte permutes and a
+            // select on the byte's top bit); the top byte's result is the one kept
+            const __m512i P = _mm512_zextsi256_si512(_mm256_mullo_epi32(l->q, r2));
+            const __m512i* t = (const __m512i*)c.phong_bytes;
+            const __m512i looked = _mm512_mask_blend_epi8(_mm512_movepi8_mask(P), _mm512_permutex2var_epi8(t[0], P, t[1]),
+                                                          _mm512_permutex2var_epi8(t[2], P, t[3]));
+            b = _mm256_srli_epi32(_mm512_castsi512_si256(looked), N3D_PHONG_PRODUCT_SHIFT);
+            pi = _mm256_setzero_si256();
+#else
             pi = _mm256_srai_epi32(_mm256_mullo_epi32(l->q, r2), N3D_PHONG_PRODUCT_SHIFT);
+#endif
         } else {
             pi = _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(l->q, N3D_PHONG_Q_SHIFT), r2),
                                    N3D_PHONG_INDEX_SHIFT);
             pi = _mm256_min_epi32(_mm256_max_epi32(pi, _mm256_set1_epi32(RASTER_PHONG_GUARD_LOW)),
                                   _mm256_set1_epi32(RASTER_PHONG_GUARD_HIGH));
         }
-        b = raster_gather<4>(c.phong - RASTER_PHONG_WORDS_LOW, pi);  // AND 31 already
+        if (!(RASTER_VEC_512 && (F & RF_LARGE_SPANS)))
+            b = raster_gather<4>(c.phong - RASTER_PHONG_WORDS_LOW, pi);  // AND 31 already
     }
 
     // swizzled index without v's two lowest bits, which pick the texel inside an aligned
@@ -374,32 +432,9 @@ RASTER_AVX2 inline void raster_segment_avx2(const raster_span_ctx& s, const rast
     }
 }
 
-// A span's first group of segment ends and its starting lanes, computed before it is drawn.
-struct raster_span_plan {
-    raster_segment_group grp;
-    raster_segment_ends ends;  // at the ends of grp's segments
-    raster_span_lanes lanes;   // at the span's first 8 pixels
-};
-
-struct raster_span_plans {
-    raster_span_plan plan[2];
-    int32_t ready;  // the plan made for the span drawn next, or -1
-};
-
-// Segments of 8 while at least 8 pixels remain beyond the first, then one of 4, one of 2.
-struct raster_segment_counts {
-    int32_t count8, partial, count;
-};
-
-inline raster_segment_counts raster_segments_of(const raster_span_job& job)
-{
-    const int32_t m = job.xr - job.xl - 1;
-    return {m >> 3, (m & 4) ? 4 : 2, (m >> 3) + ((m >> 2) & 1) + ((m >> 1) & 1)};
-}
-
 // The vector kernel's preparation of a span: its first group of segments, Q and depth lanes.
 template <uint32_t F>
-RASTER_AVX2 inline void raster_plan_avx2(const raster_span_ctx& s, const raster_span_job& job, raster_span_plan* plan)
+RASTER_VEC inline void raster_plan_avx2(const raster_span_ctx& s, const raster_span_job& job, raster_span_plan* plan)
 {
     if (job.xr - job.xl - 1 < 4)
         return;  // no segment: the whole span is tail
@@ -430,7 +465,7 @@ RASTER_AVX2 inline void raster_plan_avx2(const raster_span_ctx& s, const raster_
 // The vector form of raster_span_portable: the same segments, each drawn by
 // raster_segment_avx2, and the same tail.
 template <uint32_t F>
-RASTER_AVX2 void raster_span_avx2(const raster_span_ctx& s, const raster_span_job& job, const raster_span_job* next,
+RASTER_VEC void raster_span_avx2(const raster_span_ctx& s, const raster_span_job& job, const raster_span_job* next,
                                   raster_span_plans* plans)
 {
     int32_t current = plans->ready;
@@ -503,7 +538,8 @@ RASTER_AVX2 void raster_span_avx2(const raster_span_ctx& s, const raster_span_jo
     }
     raster_tail<F>(s, dst, cov, zrow, x, m + 1 - (int32_t)done, a, (F & RF_LARGE_SPANS) ? &carried : nullptr);
 }
-#else
+#endif  // RASTER_VEC
+#elif !defined(RASTER_VEC)
 struct raster_span_plans {
     int32_t ready;
 };
