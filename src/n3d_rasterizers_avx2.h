@@ -96,8 +96,9 @@ RASTER_VEC void raster_lane_setup_avx2(raster_span_ctx* s)
     _mm256_store_si256((__m256i*)c->pairs_qxx, _mm256_mullo_epi32(qxx, _mm256_setr_epi32(0, 0, 1, 3, 6, 10, 15, 21)));
     if constexpr (F & RF_PHONG) {
         // the indices the kernel can look up, clamped into the guards as the portable kernel does
+        // (large spans: the product's top byte, and the guards' range in spans without segments)
         const int32_t from = (F & RF_LARGE_SPANS) ? RASTER_PHONG_WORDS_LOW : RASTER_PHONG_GUARD_LOW;
-        const int32_t to = (F & RF_LARGE_SPANS) ? 127 : RASTER_PHONG_GUARD_HIGH;
+        const int32_t to = RASTER_PHONG_GUARD_HIGH;
         int32_t* words = c->phong - RASTER_PHONG_WORDS_LOW;
         const __m256i low5 = _mm256_set1_epi32(0x1F);
         const __m256i below = _mm256_set1_epi32(s->phong[RASTER_PHONG_GUARD_LOW] & 0x1F);
@@ -128,6 +129,71 @@ RASTER_VEC inline __m256i raster_gather(const void* base, __m256i index)
     __m256i fresh = _mm256_setzero_si256(), all = _mm256_set1_epi32(-1);
     __asm__ volatile("" : "+x"(fresh), "+x"(all));
     return _mm256_mask_i32gather_epi32(fresh, (const int*)base, index, all, Scale);
+}
+
+// The phong byte (AND 31) of a product P = Q r2 whose top byte is the index (large spans).
+RASTER_VEC inline __m256i raster_light_of_product(const raster_span_ctx& s, __m256i product)
+{
+#if RASTER_VEC_512
+    // every byte of P is looked up in the 256-byte table (two 128-byte permutes and a select on
+    // the byte's top bit); the top byte's result is the one kept
+    const __m512i P = _mm512_zextsi256_si512(product);
+    const __m512i* t = (const __m512i*)s.lanes.phong_bytes;
+    const __m512i looked = _mm512_mask_blend_epi8(_mm512_movepi8_mask(P), _mm512_permutex2var_epi8(t[0], P, t[1]),
+                                                  _mm512_permutex2var_epi8(t[2], P, t[3]));
+    return _mm256_srli_epi32(_mm512_castsi512_si256(looked), N3D_PHONG_PRODUCT_SHIFT);
+#else
+    return raster_gather<4>(s.lanes.phong - RASTER_PHONG_WORDS_LOW, _mm256_srai_epi32(product, N3D_PHONG_PRODUCT_SHIFT));
+#endif
+}
+
+// The phong byte (AND 31) of a table index, clamped into the guards as raster_shade does.
+RASTER_VEC inline __m256i raster_light_of_index(const raster_span_ctx& s, __m256i index)
+{
+    index = _mm256_min_epi32(_mm256_max_epi32(index, _mm256_set1_epi32(RASTER_PHONG_GUARD_LOW)),
+                             _mm256_set1_epi32(RASTER_PHONG_GUARD_HIGH));
+    return raster_gather<4>(s.lanes.phong - RASTER_PHONG_WORDS_LOW, index);
+}
+
+// The span reciprocal of scaled iw in each lane, as raster_reciprocal (clamp included).
+RASTER_VEC inline __m256i raster_reciprocal_lanes(__m256i iw)
+{
+    const __m256i index = _mm256_min_epi32(_mm256_max_epi32(_mm256_srai_epi32(iw, N3D_IW_LUT_SHIFT), _mm256_setzero_si256()),
+                                           _mm256_set1_epi32(N3D_FIXED_IIW_LUT_SIZE - 2));
+#if RASTER_VEC_512
+    // the 32-entry table is two registers: word permutes instead of gathers
+    const __m512i lut_low = _mm512_loadu_si512(n3d_fixed_iiw_lut);
+    const __m512i lut_high = _mm512_loadu_si512(n3d_fixed_iiw_lut + 16);
+    const __m512i wide = _mm512_zextsi256_si512(index);
+    const __m256i t0 = _mm512_castsi512_si256(_mm512_permutex2var_epi32(lut_low, wide, lut_high));
+    const __m256i t1 = _mm512_castsi512_si256(
+        _mm512_permutex2var_epi32(lut_low, _mm512_add_epi32(wide, _mm512_set1_epi32(1)), lut_high));
+#else
+    const __m256i t0 = raster_gather<4>(n3d_fixed_iiw_lut, index);
+    const __m256i t1 = raster_gather<4>(n3d_fixed_iiw_lut + 1, index);
+#endif
+    const __m256i f = _mm256_and_si256(iw, _mm256_set1_epi32((1 << N3D_IW_LUT_SHIFT) - 1));
+    return _mm256_add_epi32(t0, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_sub_epi32(t1, t0), f), N3D_IW_LUT_SHIFT));
+}
+
+// Texel coordinates (4 fraction bits) at attributes iw, U, V in each lane, as
+// raster_texel_coords, and the squared reciprocal there (phong variants; else 0).
+template <uint32_t F>
+RASTER_VEC inline void raster_coords_lanes(__m256i iw, __m256i ua, __m256i va, __m256i* u, __m256i* v, __m256i* r2)
+{
+    const __m256i bias = _mm256_set1_epi32(N3D_TEXEL_BIAS);
+    *r2 = _mm256_setzero_si256();
+    if constexpr (F & RF_AFFINE) {
+        (void)iw;
+        *u = _mm256_add_epi32(_mm256_srai_epi32(ua, N3D_AFFINE_SHIFT), bias);
+        *v = _mm256_add_epi32(_mm256_srai_epi32(va, N3D_AFFINE_SHIFT), bias);
+    } else {
+        const __m256i r = raster_reciprocal_lanes(iw);
+        *u = _mm256_add_epi32(_mm256_srai_epi32(_mm256_mullo_epi32(ua, r), N3D_UV_PRODUCT_SHIFT), bias);
+        *v = _mm256_add_epi32(_mm256_srai_epi32(_mm256_mullo_epi32(va, r), N3D_UV_PRODUCT_SHIFT), bias);
+        if constexpr (F & RF_PHONG)  // as raster_rsqr
+            *r2 = _mm256_srli_epi32(_mm256_mullo_epi32(r, _mm256_srai_epi32(r, 5)), 13);
+    }
 }
 
 // A ramp is base + i step over the lanes. Texel coordinates, their steps and squared
@@ -194,38 +260,8 @@ RASTER_VEC inline void raster_segment_group_avx2(const raster_span_ctx& s, const
     const __m256i iw = _mm256_add_epi32(_mm256_set1_epi32((int)a.iw), _mm256_mullo_epi32(end, _mm256_set1_epi32(s.iw_x)));
     const __m256i ua = _mm256_add_epi32(_mm256_set1_epi32((int)a.u), _mm256_mullo_epi32(end, _mm256_set1_epi32(s.u_x)));
     const __m256i va = _mm256_add_epi32(_mm256_set1_epi32((int)a.v), _mm256_mullo_epi32(end, _mm256_set1_epi32(s.v_x)));
-    __m256i u, v, r2 = _mm256_setzero_si256();
-    if constexpr (F & RF_AFFINE) {
-        (void)iw;
-        u = _mm256_add_epi32(_mm256_srai_epi32(ua, N3D_AFFINE_SHIFT), _mm256_set1_epi32(N3D_TEXEL_BIAS));
-        v = _mm256_add_epi32(_mm256_srai_epi32(va, N3D_AFFINE_SHIFT), _mm256_set1_epi32(N3D_TEXEL_BIAS));
-    } else {
-        // as raster_reciprocal, clamp included
-        const __m256i index = _mm256_min_epi32(
-            _mm256_max_epi32(_mm256_srai_epi32(iw, N3D_IW_LUT_SHIFT), _mm256_setzero_si256()),
-            _mm256_set1_epi32(N3D_FIXED_IIW_LUT_SIZE - 2));
-#if RASTER_VEC_512
-        // the 32-entry table is two registers: word permutes instead of gathers
-        const __m512i lut_low = _mm512_loadu_si512(n3d_fixed_iiw_lut);
-        const __m512i lut_high = _mm512_loadu_si512(n3d_fixed_iiw_lut + 16);
-        const __m512i wide = _mm512_zextsi256_si512(index);
-        const __m256i t0 = _mm512_castsi512_si256(_mm512_permutex2var_epi32(lut_low, wide, lut_high));
-        const __m256i t1 = _mm512_castsi512_si256(
-            _mm512_permutex2var_epi32(lut_low, _mm512_add_epi32(wide, _mm512_set1_epi32(1)), lut_high));
-#else
-        const __m256i t0 = raster_gather<4>(n3d_fixed_iiw_lut, index);
-        const __m256i t1 = raster_gather<4>(n3d_fixed_iiw_lut + 1, index);
-#endif
-        const __m256i f = _mm256_and_si256(iw, _mm256_set1_epi32((1 << N3D_IW_LUT_SHIFT) - 1));
-        const __m256i r = _mm256_add_epi32(t0, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_sub_epi32(t1, t0), f),
-                                                                 N3D_IW_LUT_SHIFT));
-        u = _mm256_add_epi32(_mm256_srai_epi32(_mm256_mullo_epi32(ua, r), N3D_UV_PRODUCT_SHIFT),
-                             _mm256_set1_epi32(N3D_TEXEL_BIAS));
-        v = _mm256_add_epi32(_mm256_srai_epi32(_mm256_mullo_epi32(va, r), N3D_UV_PRODUCT_SHIFT),
-                             _mm256_set1_epi32(N3D_TEXEL_BIAS));
-        if constexpr (F & RF_PHONG)  // as raster_rsqr
-            r2 = _mm256_srli_epi32(_mm256_mullo_epi32(r, _mm256_srai_epi32(r, 5)), 13);
-    }
+    __m256i u, v, r2;
+    raster_coords_lanes<F>(iw, ua, va, &u, &v, &r2);
 
     // each segment runs from the previous one's end
     const __m256i u0 = raster_lanes_after(u, ends->u);
@@ -294,51 +330,11 @@ RASTER_VEC inline __m128i raster_pack_lanes(__m256i v)
     return _mm256_castsi256_si128(_mm256_permute4x64_epi64(_mm256_shuffle_epi8(v, low_halves), 0x08));
 }
 
-// The pixels of segment j of a group, 2^K pixels from column x.
-template <uint32_t F, uint32_t K>
-RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raster_segment_group& grp, uint32_t j,
-                                            raster_span_lanes* l, uint16_t* dst, const uint32_t* cov,
-                                            uint16_t* zrow, int32_t x)
+// The texel at whole-and-fraction coordinates S (u, 12 bits) and V (v) in each lane.
+template <uint32_t F>
+RASTER_VEC inline __m256i raster_texels(const raster_span_ctx& s, __m256i S, __m256i V)
 {
-    const __m256i lane_past_first = _mm256_setr_epi32(0, 1, 1, 1, 1, 1, 1, 1);
-
-    // texel coordinates of the 8 pixels in closed form (see above)
-    const __m256i S = raster_ramp<F>(grp.u, grp.u_step, j);
-    __m256i V = raster_ramp<F>(grp.v, grp.v_step, j);
-    V = _mm256_add_epi32(V, _mm256_and_si256(_mm256_srai_epi32(S, RASTER_U_WRAP_BITS), _mm256_set1_epi32(grp.h_mask[j])));
-    V = _mm256_add_epi32(V, _mm256_and_si256(lane_past_first, _mm256_set1_epi32(grp.carry_mask[j])));
-
-    // the lighting look-up first: it does not wait for the texel, so it is under way while
-    // the texel's index is formed
     const raster_lane_constants& c = s.lanes;
-    __m256i b = _mm256_setzero_si256();
-    if constexpr (F & RF_PHONG) {
-        const __m256i r2 = raster_ramp<F>(grp.r2, nullptr, j);
-        __m256i pi;
-        if constexpr (F & RF_LARGE_SPANS) {
-            // P = Q r2 is what the cubic steps; its top byte is the index, inside the word table
-#if RASTER_VEC_512
-            // every byte of P is looked up in the 256-byte table (two 128-byte permutes and a
-            // select on the byte's top bit); the top byte's result is the one kept
-            const __m512i P = _mm512_zextsi256_si512(_mm256_mullo_epi32(l->q, r2));
-            const __m512i* t = (const __m512i*)c.phong_bytes;
-            const __m512i looked = _mm512_mask_blend_epi8(_mm512_movepi8_mask(P), _mm512_permutex2var_epi8(t[0], P, t[1]),
-                                                          _mm512_permutex2var_epi8(t[2], P, t[3]));
-            b = _mm256_srli_epi32(_mm512_castsi512_si256(looked), N3D_PHONG_PRODUCT_SHIFT);
-            pi = _mm256_setzero_si256();
-#else
-            pi = _mm256_srai_epi32(_mm256_mullo_epi32(l->q, r2), N3D_PHONG_PRODUCT_SHIFT);
-#endif
-        } else {
-            pi = _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(l->q, N3D_PHONG_Q_SHIFT), r2),
-                                   N3D_PHONG_INDEX_SHIFT);
-            pi = _mm256_min_epi32(_mm256_max_epi32(pi, _mm256_set1_epi32(RASTER_PHONG_GUARD_LOW)),
-                                  _mm256_set1_epi32(RASTER_PHONG_GUARD_HIGH));
-        }
-        if (!(RASTER_VEC_512 && (F & RF_LARGE_SPANS)))
-            b = raster_gather<4>(c.phong - RASTER_PHONG_WORDS_LOW, pi);  // AND 31 already
-    }
-
     // swizzled index without v's two lowest bits, which pick the texel inside an aligned
     // 32-bit word: the word is gathered whole so that no read leaves the level
     const __m256i index_high = _mm256_or_si256(
@@ -356,7 +352,13 @@ RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raste
         const __m256i shift = _mm256_and_si256(V, raster_lanes(c.texel_shift));
         texel = _mm256_srlv_epi32(raster_gather<2>(s.tex16, word), shift);
     }
+    return texel;
+}
 
+// The pixel of a texel lit by phong byte b (phong variants) in each lane.
+template <uint32_t F>
+RASTER_VEC inline __m256i raster_pixels(const raster_span_ctx& s, __m256i texel, __m256i b)
+{
     __m256i pixel;
     if constexpr (F & RF_PHONG) {
         if constexpr (F & RF_T8) {
@@ -378,6 +380,49 @@ RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raste
                 _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(p, 15), _mm256_set1_epi32(0x1F << 10)),
                                 _mm256_set1_epi32(0x8000)));
         }
+    } else {
+        (void)b;
+        if constexpr (F & RF_T8) {
+            const __m256i entry_word = _mm256_and_si256(_mm256_srli_epi32(texel, 1), _mm256_set1_epi32(0x7F));
+            const __m256i half = _mm256_slli_epi32(_mm256_and_si256(texel, _mm256_set1_epi32(1)), 4);
+            pixel = _mm256_srlv_epi32(raster_gather<4>(s.palette, entry_word), half);
+        } else {
+            pixel = texel;
+        }
+    }
+    return pixel;
+}
+
+// The pixels of segment j of a group, 2^K pixels from column x.
+template <uint32_t F, uint32_t K>
+RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raster_segment_group& grp, uint32_t j,
+                                            raster_span_lanes* l, uint16_t* dst, const uint32_t* cov,
+                                            uint16_t* zrow, int32_t x)
+{
+    const __m256i lane_past_first = _mm256_setr_epi32(0, 1, 1, 1, 1, 1, 1, 1);
+
+    // texel coordinates of the 8 pixels in closed form (see above)
+    const __m256i S = raster_ramp<F>(grp.u, grp.u_step, j);
+    __m256i V = raster_ramp<F>(grp.v, grp.v_step, j);
+    V = _mm256_add_epi32(V, _mm256_and_si256(_mm256_srai_epi32(S, RASTER_U_WRAP_BITS), _mm256_set1_epi32(grp.h_mask[j])));
+    V = _mm256_add_epi32(V, _mm256_and_si256(lane_past_first, _mm256_set1_epi32(grp.carry_mask[j])));
+
+    // the lighting look-up first: it does not wait for the texel, so it is under way while
+    // the texel's index is formed
+    __m256i b = _mm256_setzero_si256();
+    if constexpr (F & RF_PHONG) {
+        const __m256i r2 = raster_ramp<F>(grp.r2, nullptr, j);
+        if constexpr (F & RF_LARGE_SPANS)
+            b = raster_light_of_product(s, _mm256_mullo_epi32(l->q, r2));  // P = Q r2, what the cubic steps
+        else
+            b = raster_light_of_index(s, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(l->q, N3D_PHONG_Q_SHIFT), r2),
+                                                           N3D_PHONG_INDEX_SHIFT));
+    }
+
+    const __m256i texel = raster_texels<F>(s, S, V);
+    const __m256i pixel = raster_pixels<F>(s, texel, b);
+    if constexpr (F & RF_PHONG) {
+        const raster_lane_constants& c = s.lanes;
         // Q moves on by the segment's length (only the last segments have fewer than 8)
         if constexpr (K == 3) {
             l->q = _mm256_add_epi32(l->q, _mm256_add_epi32(_mm256_slli_epi32(l->dq, K), raster_lanes(c.q_step)));
@@ -387,14 +432,6 @@ RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raste
             constexpr uint32_t pairs = ((1u << K) - 1) << K >> 1;
             l->q = _mm256_add_epi32(l->q, _mm256_add_epi32(_mm256_slli_epi32(l->dq, K), _mm256_set1_epi32((int)(qxx * pairs))));
             l->dq = _mm256_add_epi32(l->dq, _mm256_set1_epi32((int)(qxx << K)));
-        }
-    } else {
-        if constexpr (F & RF_T8) {
-            const __m256i entry_word = _mm256_and_si256(_mm256_srli_epi32(texel, 1), _mm256_set1_epi32(0x7F));
-            const __m256i half = _mm256_slli_epi32(_mm256_and_si256(texel, _mm256_set1_epi32(1)), 4);
-            pixel = _mm256_srlv_epi32(raster_gather<4>(s.palette, entry_word), half);
-        } else {
-            pixel = texel;
         }
     }
     const __m128i pixels = raster_pack_lanes(pixel);
@@ -421,7 +458,7 @@ RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raste
             keep = _mm_or_si128(keep, _mm_cmpeq_epi16(z_new, z_old));
             raster_store_lanes<K>(zout, z_new);
             if constexpr (K == 3)
-                l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)c.z_step));
+                l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)s.lanes.z_step));
             else
                 l->z = _mm_add_epi16(l->z, _mm_set1_epi16((short)((uint32_t)s.z_x << K)));
         }
@@ -430,6 +467,44 @@ RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raste
         (void)cov, (void)zrow;
         raster_store_lanes<K>(out, pixels);
     }
+}
+
+// base + i step in lane i
+RASTER_VEC inline __m256i raster_lane_ramp(uint32_t base, int32_t step)
+{
+    const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    return _mm256_add_epi32(_mm256_set1_epi32((int)base), _mm256_mullo_epi32(lane, _mm256_set1_epi32(step)));
+}
+
+// The last pixels of a span (at most 8), as raster_tail draws them but in lanes: each with
+// its own reciprocal and clamped coordinates; only the writes, under the coverage and depth
+// rules, go one by one.
+template <uint32_t F>
+RASTER_VEC void raster_tail_lanes(const raster_span_ctx& s, uint16_t* dst, const uint32_t* cov, uint16_t* zrow,
+                                  int32_t x, int32_t count, const raster_attrs& a, const raster_carried_light* carried)
+{
+    if (count <= 0)
+        return;
+    __m256i u, v, r2;
+    raster_coords_lanes<F>(raster_lane_ramp(a.iw, s.iw_x), raster_lane_ramp(a.u, s.u_x), raster_lane_ramp(a.v, s.v_x),
+                           &u, &v, &r2);
+    u = _mm256_min_epi32(_mm256_max_epi32(u, _mm256_setzero_si256()), _mm256_set1_epi32(s.u_max));
+    v = _mm256_min_epi32(_mm256_max_epi32(v, _mm256_setzero_si256()), _mm256_set1_epi32(s.v_max));
+    __m256i b = _mm256_setzero_si256();
+    if constexpr (F & RF_PHONG) {
+        // Q + i dQ + i (i - 1) / 2 Qxx, as stepping Q += dQ, dQ += Qxx i times
+        const __m256i q = _mm256_add_epi32(raster_lane_ramp(a.q, (int32_t)a.dq), raster_lanes(s.lanes.pairs_qxx));
+        if ((F & RF_LARGE_SPANS) && carried)
+            b = raster_light_of_product(s, _mm256_mullo_epi32(q, raster_lane_ramp(carried->r2, (int32_t)carried->dr2)));
+        else
+            b = raster_light_of_index(
+                s, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(q, N3D_PHONG_Q_SHIFT), r2), N3D_PHONG_INDEX_SHIFT));
+    }
+    alignas(32) uint32_t pixels[RASTER_LANES];
+    _mm256_store_si256((__m256i*)pixels, raster_pixels<F>(s, raster_texels<F>(s, u, v), b));
+    uint32_t z = a.z;
+    for (int32_t i = 0; i < count; i++, z += (uint32_t)s.z_x)
+        raster_put<F>(dst, cov, zrow, x + i, (uint16_t)pixels[i], z);
 }
 
 // The vector kernel's preparation of a span: its first group of segments, Q and depth lanes.
@@ -484,7 +559,7 @@ RASTER_VEC void raster_span_avx2(const raster_span_ctx& s, const raster_span_job
     uint16_t* zrow = job.zrow;
     const int32_t m = job.xr - job.xl - 1;
     if (m < 4) {
-        raster_tail<F>(s, dst, cov, zrow, job.xl, m + 1, job.a, nullptr);
+        raster_tail_lanes<F>(s, dst, cov, zrow, job.xl, m + 1, job.a, nullptr);
         return;
     }
     const raster_segment_counts n = raster_segments_of(job);
@@ -536,7 +611,7 @@ RASTER_VEC void raster_span_avx2(const raster_span_ctx& s, const raster_span_job
         const uint32_t dr2 = (uint32_t)(int32_t)(int16_t)ramp;
         carried = {(uint32_t)(ramp >> 16) + length * dr2, dr2};
     }
-    raster_tail<F>(s, dst, cov, zrow, x, m + 1 - (int32_t)done, a, (F & RF_LARGE_SPANS) ? &carried : nullptr);
+    raster_tail_lanes<F>(s, dst, cov, zrow, x, m + 1 - (int32_t)done, a, (F & RF_LARGE_SPANS) ? &carried : nullptr);
 }
 #endif  // RASTER_VEC
 #elif !defined(RASTER_VEC)
