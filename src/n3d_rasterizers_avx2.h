@@ -437,6 +437,35 @@ RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raste
     const __m128i pixels = raster_pack_lanes(pixel);
 
     uint16_t* out = dst + x;
+#if RASTER_VEC_512
+    if constexpr (F & (RF_COV_READ | RF_DEPTH)) {
+        // masked stores: the lanes written are those of the segment that are uncovered and nearer
+        __mmask8 write = (__mmask8)(0xFFu >> (8 - (1u << K)));
+        if constexpr (F & RF_COV_READ) {
+            const uint32_t* word = cov + (x >> 5);
+            const uint32_t bit = (uint32_t)x & 31;
+            uint64_t window = (uint64_t)word[0] << 32;
+            if (bit + (1u << K) > 32)  // the segment runs into the next coverage word
+                window |= word[1];
+            const int bits = (int)((window << bit) >> 56);  // most significant bit: column x
+            const __m128i lane_bit = _mm_setr_epi16(0x80, 0x40, 0x20, 0x10, 8, 4, 2, 1);
+            write &= (__mmask8)~_mm_test_epi16_mask(_mm_set1_epi16((short)bits), lane_bit);
+        }
+        if constexpr (F & RF_DEPTH) {
+            uint16_t* zout = zrow + x;
+            write &= _mm_cmpgt_epu16_mask(l->z, _mm_maskz_loadu_epi16(write, zout));
+            _mm_mask_storeu_epi16(zout, write, l->z);
+            if constexpr (K == 3)
+                l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)s.lanes.z_step));
+            else
+                l->z = _mm_add_epi16(l->z, _mm_set1_epi16((short)((uint32_t)s.z_x << K)));
+        }
+        _mm_mask_storeu_epi16(out, write, pixels);
+    } else {
+        (void)cov, (void)zrow;
+        raster_store_lanes<K>(out, pixels);
+    }
+#else
     if constexpr (F & (RF_COV_READ | RF_DEPTH)) {
         // lanes that keep what is there: covered, or not nearer
         __m128i keep = _mm_setzero_si128();
@@ -467,6 +496,7 @@ RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raste
         (void)cov, (void)zrow;
         raster_store_lanes<K>(out, pixels);
     }
+#endif
 }
 
 // base + i step in lane i
