@@ -530,11 +530,34 @@ RASTER_VEC void raster_tail_lanes(const raster_span_ctx& s, uint16_t* dst, const
             b = raster_light_of_index(
                 s, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(q, N3D_PHONG_Q_SHIFT), r2), N3D_PHONG_INDEX_SHIFT));
     }
+    const __m256i pixel = raster_pixels<F>(s, raster_texels<F>(s, u, v), b);
+#if RASTER_VEC_512
+    // masked stores of the tail's lanes, as a segment writes its own
+    __mmask8 write = (__mmask8)(0xFFu >> (8 - count));
+    if constexpr (F & RF_COV_READ) {
+        const uint32_t* word = cov + (x >> 5);
+        const uint32_t bit = (uint32_t)x & 31;
+        uint64_t window = (uint64_t)word[0] << 32;
+        if (bit + (uint32_t)count > 32)
+            window |= word[1];
+        const int bits = (int)((window << bit) >> 56);
+        const __m128i lane_bit = _mm_setr_epi16(0x80, 0x40, 0x20, 0x10, 8, 4, 2, 1);
+        write &= (__mmask8)~_mm_test_epi16_mask(_mm_set1_epi16((short)bits), lane_bit);
+    }
+    if constexpr (F & RF_DEPTH) {
+        const __m128i z = _mm_add_epi16(_mm_set1_epi16((short)a.z),
+                                        _mm_mullo_epi16(_mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7), _mm_set1_epi16((short)s.z_x)));
+        write &= _mm_cmpgt_epu16_mask(z, _mm_maskz_loadu_epi16(write, zrow + x));
+        _mm_mask_storeu_epi16(zrow + x, write, z);
+    }
+    _mm_mask_storeu_epi16(dst + x, write, raster_pack_lanes(pixel));
+#else
     alignas(32) uint32_t pixels[RASTER_LANES];
-    _mm256_store_si256((__m256i*)pixels, raster_pixels<F>(s, raster_texels<F>(s, u, v), b));
+    _mm256_store_si256((__m256i*)pixels, pixel);
     uint32_t z = a.z;
     for (int32_t i = 0; i < count; i++, z += (uint32_t)s.z_x)
         raster_put<F>(dst, cov, zrow, x + i, (uint16_t)pixels[i], z);
+#endif
 }
 
 // The vector kernel's preparation of a span: its first group of segments, Q and depth lanes.
