@@ -330,6 +330,18 @@ RASTER_VEC inline __m128i raster_pack_lanes(__m256i v)
     return _mm256_castsi256_si128(_mm256_permute4x64_epi64(_mm256_shuffle_epi8(v, low_halves), 0x08));
 }
 
+// The coverage bits of columns x to x + 7 as one byte, column x in the most significant bit;
+// the next word is read only when the `count` columns drawn run into it.
+inline int raster_coverage_byte(const uint32_t* cov, int32_t x, uint32_t count)
+{
+    const uint32_t* word = cov + (x >> 5);
+    const uint32_t bit = (uint32_t)x & 31;
+    uint64_t window = (uint64_t)word[0] << 32;
+    if (bit + count > 32)
+        window |= word[1];
+    return (int)((window << bit) >> 56);
+}
+
 // The texel at whole-and-fraction coordinates S (u, 12 bits) and V (v) in each lane.
 template <uint32_t F>
 RASTER_VEC inline __m256i raster_texels(const raster_span_ctx& s, __m256i S, __m256i V)
@@ -442,12 +454,7 @@ RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raste
         // masked stores: the lanes written are those of the segment that are uncovered and nearer
         __mmask8 write = (__mmask8)(0xFFu >> (8 - (1u << K)));
         if constexpr (F & RF_COV_READ) {
-            const uint32_t* word = cov + (x >> 5);
-            const uint32_t bit = (uint32_t)x & 31;
-            uint64_t window = (uint64_t)word[0] << 32;
-            if (bit + (1u << K) > 32)  // the segment runs into the next coverage word
-                window |= word[1];
-            const int bits = (int)((window << bit) >> 56);  // most significant bit: column x
+            const int bits = raster_coverage_byte(cov, x, 1u << K);
             const __m128i lane_bit = _mm_setr_epi16(0x80, 0x40, 0x20, 0x10, 8, 4, 2, 1);
             write &= (__mmask8)~_mm_test_epi16_mask(_mm_set1_epi16((short)bits), lane_bit);
         }
@@ -470,12 +477,7 @@ RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raste
         // lanes that keep what is there: covered, or not nearer
         __m128i keep = _mm_setzero_si128();
         if constexpr (F & RF_COV_READ) {
-            const uint32_t* word = cov + (x >> 5);
-            const uint32_t bit = (uint32_t)x & 31;
-            uint64_t window = (uint64_t)word[0] << 32;
-            if (bit + (1u << K) > 32)  // the segment runs into the next coverage word
-                window |= word[1];
-            const int bits = (int)((window << bit) >> 56);  // most significant bit: column x
+            const int bits = raster_coverage_byte(cov, x, 1u << K);
             const __m128i lane_bit = _mm_setr_epi16(0x80, 0x40, 0x20, 0x10, 8, 4, 2, 1);
             keep = _mm_cmpeq_epi16(_mm_and_si128(_mm_set1_epi16((short)bits), lane_bit), lane_bit);
         }
@@ -507,8 +509,8 @@ RASTER_VEC inline __m256i raster_lane_ramp(uint32_t base, int32_t step)
 }
 
 // The last pixels of a span (at most 8), as raster_tail draws them but in lanes: each with
-// its own reciprocal and clamped coordinates; only the writes, under the coverage and depth
-// rules, go one by one.
+// its own reciprocal and clamped coordinates. The AVX-512 set writes them with masked stores,
+// the AVX2 set one by one under the coverage and depth rules.
 template <uint32_t F>
 RASTER_VEC void raster_tail_lanes(const raster_span_ctx& s, uint16_t* dst, const uint32_t* cov, uint16_t* zrow,
                                   int32_t x, int32_t count, const raster_attrs& a, const raster_carried_light* carried)
@@ -535,12 +537,7 @@ RASTER_VEC void raster_tail_lanes(const raster_span_ctx& s, uint16_t* dst, const
     // masked stores of the tail's lanes, as a segment writes its own
     __mmask8 write = (__mmask8)(0xFFu >> (8 - count));
     if constexpr (F & RF_COV_READ) {
-        const uint32_t* word = cov + (x >> 5);
-        const uint32_t bit = (uint32_t)x & 31;
-        uint64_t window = (uint64_t)word[0] << 32;
-        if (bit + (uint32_t)count > 32)
-            window |= word[1];
-        const int bits = (int)((window << bit) >> 56);
+        const int bits = raster_coverage_byte(cov, x, (uint32_t)count);
         const __m128i lane_bit = _mm_setr_epi16(0x80, 0x40, 0x20, 0x10, 8, 4, 2, 1);
         write &= (__mmask8)~_mm_test_epi16_mask(_mm_set1_epi16((short)bits), lane_bit);
     }
