@@ -112,8 +112,8 @@ RASTER_VEC void raster_lane_setup_avx2(raster_span_ctx* s)
 #if RASTER_VEC_512
         // large spans: the same words as bytes, indexed by the product's top byte (two's complement)
         if constexpr (F & RF_LARGE_SPANS)
-            for (int32_t k = RASTER_PHONG_WORDS_LOW; k <= 127; k++)
-                c->phong_bytes[k & 255] = (uint8_t)words[k];
+            for (int32_t k = RASTER_PHONG_WORDS_LOW; k <= 127; k += 16)
+                _mm_store_si128((__m128i*)(c->phong_bytes + (k & 255)), _mm512_cvtepi32_epi8(_mm512_loadu_si512(words + k)));
 #endif
     }
 }
