@@ -148,3 +148,44 @@ TEST_F(display_fixture, composition_matches_the_pixel_rule_on_mixed_content)
         }
     }
 }
+
+TEST_F(display_fixture, every_kernel_set_composes_blocks_of_each_kind_with_grey_ramps)
+{
+    // grey ramps: an opaque index i shows (i, i, i); a video channel c shows c * 8 + (c AND 7)
+    struct video_case {
+        uint16_t pixel;
+        uint32_t rgba;
+    };
+    const video_case video_cases[] = {
+        {0x7FFF, 0xFFFFFFFF}, {0x0421, 0x090909FF}, {0xFFFF, 0xFFFFFFFF},  // alpha bit not shown
+        {0x4210, 0x808080FF}, {0x7C00, 0xFF0000FF}, {0x001F, 0x0000FFFF}, {0x0000, 0x000000FF},
+    };
+    const uint32_t cases = sizeof(video_cases) / sizeof(video_cases[0]);
+    for (uint32_t y = 0; y < 240; y++)
+        for (uint32_t x = 0; x < 320; x++)
+            *video(1, x, y) = video_cases[(x + y) % cases].pixel;
+    for (uint32_t transparent : {0u, 128u, 255u}) {
+        dev.set_transparent_index(&dev, transparent);
+        // per row: a transparent block, an opaque block from the table's upper half, then
+        // alternating pixels, each 64 wide
+        auto index_at = [&](uint32_t x, uint32_t y) -> uint32_t {
+            const uint32_t part = (x / 64) % 3;
+            const uint32_t colour = (x * 7 + y) % 256 == transparent ? 1 : (x * 7 + y) % 256;
+            return part == 0 ? transparent : part == 1 ? (colour | 0x80) : ((x & 1) ? transparent : colour);
+        };
+        for (uint32_t y = 0; y < 480; y++)
+            for (uint32_t x = 0; x < 640; x++)
+                dev.overlay.pixels[y * 640 + x] = (uint8_t)index_at(x, y);
+        for (display_kernels k : {DISPLAY_KERNELS_PORTABLE, DISPLAY_KERNELS_BEST}) {
+            SCOPED_TRACE(display_use_kernels(k));
+            display_output_rgba(&dev, out.data(), 640 * 4);
+            for (uint32_t y = 0; y < 480; y++)
+                for (uint32_t x = 0; x < 640; x++) {
+                    const uint32_t i = index_at(x, y);
+                    const uint32_t want = i == transparent ? video_cases[(x / 2 + y / 2) % cases].rgba
+                                                           : i << 24 | i << 16 | i << 8 | 255;
+                    ASSERT_EQ(out[y * 640 + x], want) << x << "," << y << " transparent " << transparent;
+                }
+        }
+    }
+}
