@@ -11,164 +11,10 @@
 // pixel into set-up, edge walking and spans (a span's time includes the edge step before it).
 // The "least" column is robust on a busy machine: the workload's first 2000 triangles drawn
 // 7 times, each triangle counted at the least it took.
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-
-#include "bitmap.h"
-#include "diag.h"
-#include "n3d.h"
-#include "n3d_convert.h"
-#include "n3d_draw.h"
-#include "n3d_rasterizers.h"
+#include "bench_workload.h"
 #include "tool.h"
-#include "vmath.h"
 
 namespace {
-
-struct bench_textures {
-    n3d_texture t8;
-    n3d_texture t16;
-};
-
-void bench_make_textures(bench_textures* t, xmemarena* arena)
-{
-    auto* tmp_block = (uint8_t*)malloc(6u << 20);
-    xmemarena tmp;
-    xmemarena_init(&tmp, "n3d_benchmark_tmp_arena", 6u << 20, tmp_block);
-    bitmap* flare = bitmap_create_flare(&tmp);
-    // each conversion prints its "bitmap wh: ..." line before the table
-    n3d_texture_from_bitmap(&t->t8, arena, &tmp, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 1, 0, flare, nullptr,
-                            0xFFFFFFFFu, 0.5f);
-    n3d_texture_from_bitmap(&t->t16, arena, &tmp, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 1, 1, 0, flare,
-                            nullptr, 0xFFFFFFFFu, 0.5f);
-    free(tmp_block);
-}
-
-struct bench_result {
-    double triangles, pixels, cycles;
-    // the variant's own profile blocks over the run: set-up, row loops and spans
-    double setup_cycles, row_cycles, span_cycles, spans;
-};
-
-void bench_reset_blocks(n3d_rasterizer_entry* e)
-{
-    for (n3d_rasterizer_block& b : e->blocks)
-        b.cycles = 0, b.hits = 0;
-}
-
-bench_result bench_finish(const n3d_rasterizer_entry* e, double drawn, double pixels, double cycles)
-{
-    const n3d_rasterizer_block* b = e->blocks;
-    return {drawn,
-            pixels,
-            cycles,
-            (double)b[N3D_RASTERIZER_BLOCK_SETUP].cycles,
-            (double)b[N3D_RASTERIZER_BLOCK_INNER_ROW].cycles,
-            (double)b[N3D_RASTERIZER_BLOCK_INNER_SCANLINE].cycles,
-            (double)b[N3D_RASTERIZER_BLOCK_INNER_SCANLINE].hits};
-}
-
-void bench_fill_call(n3d_raster_call* c, const float xs[3], const float ys[3], const float iws[3], const float attr[3][4],
-                     uint32_t attributes)
-{
-    const float x0 = xs[0], y0 = ys[0], x1 = xs[1], y1 = ys[1], x2 = xs[2], y2 = ys[2];
-    const float area = (x1 - x2) * (y0 - y2) - (x0 - x2) * (y1 - y2);
-    float values[3][5];
-    for (int i = 0; i < 3; i++) {
-        c->vertices[i][0] = xs[i];
-        c->vertices[i][1] = ys[i];
-        c->vertices[i][2] = iws[i];
-        for (uint32_t a = 0; a < attributes; a++) {
-            c->vertices[i][3 + a] = attr[i][a] * iws[i];
-            values[i][a] = attr[i][a] * iws[i];
-        }
-        values[i][attributes] = iws[i];
-    }
-    const float rcp = 1.0f / area;
-    for (uint32_t a = 0; a <= attributes; a++) {
-        c->grad_x[a] = ((values[1][a] - values[2][a]) * (y0 - y2) - (values[0][a] - values[2][a]) * (y1 - y2)) * rcp;
-        c->grad_y[a] = ((values[1][a] - values[2][a]) * (x0 - x2) - (values[0][a] - values[2][a]) * (x1 - x2)) * -rcp;
-    }
-    c->area = area;
-    float max_iw = iws[0] > iws[1] ? iws[0] : iws[1];
-    max_iw = max_iw > iws[2] ? max_iw : iws[2];
-    c->depth_norm = 1.0f / max_iw;
-}
-
-// The next triangle of the benchmark's random sequence, filled into c; false when it faces
-// away or is degenerate (it then consumes no attribute numbers).
-bool bench_next_triangle(pcg32* rng, n3d_raster_call* c, uint32_t attributes, float* area)
-{
-    float xs[3], ys[3], iws[3], attr[3][4];
-    for (int i = 0; i < 3; i++) {
-        xs[i] = 320.0f * pcg32_random_float01(rng);
-        ys[i] = 200.0f * pcg32_random_float01(rng);
-    }
-    for (float& iw : iws)
-        iw = 0.5f + 0.5f * pcg32_random_float01(rng);
-    *area = (xs[1] - xs[2]) * (ys[0] - ys[2]) - (xs[0] - xs[2]) * (ys[1] - ys[2]);
-    if (!(*area > 0.000001f))
-        return false;
-    for (int i = 0; i < 3; i++) {
-        attr[i][0] = pcg32_random_float01(rng);
-        attr[i][1] = pcg32_random_float01(rng);
-        if (attributes == 4) {
-            attr[i][2] = -0.5f + pcg32_random_float01(rng);
-            attr[i][3] = -0.5f + pcg32_random_float01(rng);
-        }
-    }
-    bench_fill_call(c, xs, ys, iws, attr, attributes);
-    return true;
-}
-
-void bench_clear_every_100(const n3d_rasterizer_entry* e, n3d_framecontext* fc, uint64_t drawn)
-{
-    if (drawn % 100 == 0) {
-        if (e->flags & N3D_RASTERIZER_COVERAGE_READ)
-            n3d_coverage_buffer_clear(fc->coverage[0]);
-        if (e->flags & N3D_RASTERIZER_ZBUFFER_READ)
-            n3d_zbuffer_clear(fc->zbuffer);
-    }
-}
-
-n3d_raster_call bench_call(n3d_rasterizer_entry* e, n3d_framecontext* fc, n3d_texture* const* tex,
-                           const uint8_t* const* phong)
-{
-    n3d_raster_call c;
-    memset(&c, 0, sizeof(c));
-    c.entry = e;
-    c.fc = fc;
-    c.textures = tex;
-    c.phong = phong;
-    return c;
-}
-
-// The benchmark's workload: the same random sequence for every variant, for a time or for a
-// number of drawn triangles.
-bench_result bench_random(n3d_rasterizer_entry* e, n3d_framecontext* fc, n3d_texture* const* tex,
-                          const uint8_t* const* phong, double seconds, uint64_t count)
-{
-    pcg32 rng = {0x853c49e6748fea9bull, 0xda3e39cb94b95bdbull};
-    n3d_raster_call c = bench_call(e, fc, tex, phong);
-    uint64_t drawn = 0;
-    double pixels = 0;
-    bench_reset_blocks(e);
-    const uint64_t start = prof_cycles_now();
-    const uint64_t limit = (uint64_t)(seconds * prof_global.cycles_per_second);
-    while (count ? drawn < count : prof_cycles_since(start) <= limit) {
-        float area;
-        if (!bench_next_triangle(&rng, &c, e->attribute_count, &area))
-            continue;
-        bench_clear_every_100(e, fc, drawn);
-        c.triangle_id = (uint32_t)(drawn & 0xFFF);
-        e->rasterizer(&c);
-        drawn++;
-        pixels += 0.5 * area;
-    }
-    const double cycles = (double)prof_cycles_since(start);
-    return bench_finish(e, (double)drawn, pixels, cycles);
-}
 
 // The first `count` triangles of the workload drawn `passes` times, each pass from the same
 // cleared state; a triangle's cost is the least it took in any pass, so that time lost to
@@ -178,7 +24,7 @@ double bench_random_least(n3d_rasterizer_entry* e, n3d_framecontext* fc, n3d_tex
 {
     auto* calls = (n3d_raster_call*)malloc(count * sizeof(n3d_raster_call));
     auto* least = (uint64_t*)malloc(count * sizeof(uint64_t));
-    pcg32 rng = {0x853c49e6748fea9bull, 0xda3e39cb94b95bdbull};
+    pcg32 rng = {BENCH_SEED_STATE, BENCH_SEED_INCREMENT};
     double pixels = 0;
     for (uint32_t i = 0; i < count;) {
         float area;
@@ -260,8 +106,8 @@ int main(int argc, char** argv)
     const char* filter = argc > 2 ? argv[2] : nullptr;
     const uint64_t count = argc > 3 ? tool_parse_u64("TRIANGLES", argv[3], 0, UINT32_MAX) : 0;
     const uint32_t wanted =
-        argc > 4 ? (uint32_t)tool_parse_u64("KERNELS", argv[4], N3D_RASTER_KERNELS_PORTABLE, N3D_RASTER_KERNELS_AVX2)
-                 : N3D_RASTER_KERNELS_AVX2;
+        argc > 4 ? (uint32_t)tool_parse_u64("KERNELS", argv[4], N3D_RASTER_KERNELS_PORTABLE, N3D_RASTER_KERNELS_BEST)
+                 : N3D_RASTER_KERNELS_BEST;
     prof_init();
     static uint8_t block[24u << 20];
     xmemarena arena;
@@ -277,9 +123,8 @@ int main(int argc, char** argv)
     n3d_texture* t8[1] = {&textures.t8};
     n3d_texture* t16[1] = {&textures.t16};
 
-    static const char* const kernel_names[] = {"portable", "AVX2"};
     printf("time-stamp counter: %.0f cycles/s; %.1f s per variant and workload; %s span kernels\n",
-           prof_global.cycles_per_second, seconds, kernel_names[kernels]);
+           prof_global.cycles_per_second, seconds, n3d_raster_kernels_name(kernels));
     printf("%-88s %10s %11s %6s %6s | %5s %5s %5s %6s | %6s\n",
            "variant (random triangles in 320x200 | large triangles)", "tris/s", "pixels/s", "cyc/px", "least", "setup",
            "edges", "spans", "px/spn", "cyc/px");

@@ -3,6 +3,15 @@
 
 #include <cstring>
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#define DISPLAY_X86 1
+// compiled for AVX-512 with byte permutes whatever the build's baseline, chosen at run time
+#define DISPLAY_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi")))
+#else
+#define DISPLAY_X86 0
+#endif
+
 // The display "registers": one set per process, shared by every device.
 static reel_palette display_live_overlay;
 static reel_palette display_live_video;
@@ -76,6 +85,7 @@ void display_init(display_device* device, xmemarena* arena)
     device->video_rgba = (uint32_t*)xmemarena_push_align(arena, DISPLAY_VIDEO_COLORS * 4, 64);
     device->video_rgba_clut = (uint8_t*)xmemarena_push_zero(arena, DISPLAY_CLUT_ENTRIES * 4);
     device->video_rgba_valid = 0;
+    display_use_kernels(DISPLAY_KERNELS_BEST);
 }
 
 void display_flip(display_device* device) { device->back_index = 1 - device->back_index; }
@@ -90,7 +100,8 @@ static inline bool display_has_zero_byte(uint64_t v)
     return ((v - 0x0101010101010101ull) & ~v & 0x8080808080808080ull) != 0;
 }
 
-void display_output_rgba(display_device* device, void* dst, uint32_t dst_pitch)
+// The portable composition.
+static void display_compose_portable(display_device* device, void* dst, uint32_t dst_pitch)
 {
     // Per frame, the CLUTs become ready-made output words, so that a pixel costs one lookup
     // (overlay) or three lookups and two ORs per video pixel, shared by the 2 x 2 output
@@ -158,4 +169,129 @@ void display_output_rgba(display_device* device, void* dst, uint32_t dst_pitch)
             }
         }
     }
+}
+
+#if DISPLAY_X86
+// (GCC 12's AVX-512 headers seed some intrinsics with an undefined register and warn about it)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+// 64 output pixels at a time. Overlay colours come from three 256-byte channel tables (two
+// 128-byte byte permutes and a select on the index's top bit each), video colours from three
+// 32-entry word tables indexed by the 5-bit channels; a video row is made once, doubled, for
+// the two output rows it covers, and the overlay's transparent bytes pick it by mask. Blocks
+// of 64 wholly transparent or wholly opaque overlay bytes skip the other side.
+DISPLAY_AVX512 static void display_compose_avx512(display_device* device, void* dst, uint32_t dst_pitch)
+{
+    alignas(64) uint8_t channel[3][256];
+    const uint8_t* oc = display_live_overlay.entries;
+    for (uint32_t i = 0; i < 256; i++)
+        channel[0][i] = oc[i * 4], channel[1][i] = oc[i * 4 + 1], channel[2][i] = oc[i * 4 + 2];
+    __m512i table[3][4];
+    for (uint32_t c = 0; c < 3; c++)
+        for (uint32_t q = 0; q < 4; q++)
+            table[c][q] = _mm512_load_si512(channel[c] + q * 64);
+
+    alignas(64) uint32_t video_words[3][32];
+    const uint8_t* vc = display_live_video.entries;
+    for (uint32_t c = 0; c < 32; c++) {
+        const uint32_t e = c * 8 + (c & 7);  // 5 to 8 bits: 0 -> 0, 1 -> 9, 16 -> 128, 31 -> 255
+        video_words[0][c] = (uint32_t)vc[e * 4 + 0] << 24;
+        video_words[1][c] = (uint32_t)vc[e * 4 + 1] << 16;
+        video_words[2][c] = (uint32_t)vc[e * 4 + 2] << 8 | 255u;
+    }
+    __m512i vtable[3][2];
+    for (uint32_t c = 0; c < 3; c++)
+        for (uint32_t h = 0; h < 2; h++)
+            vtable[c][h] = _mm512_load_si512(video_words[c] + h * 16);
+
+    // after the byte interleaves below, output word j of each 16 comes from this input byte
+    alignas(64) uint8_t order[64];
+    for (uint32_t lane = 0; lane < 4; lane++)
+        for (uint32_t q = 0; q < 4; q++)
+            for (uint32_t i = 0; i < 4; i++)
+                order[lane * 16 + q * 4 + i] = (uint8_t)(q * 16 + lane * 4 + i);
+    const __m512i interleave = _mm512_load_si512(order);
+    const __m512i low5 = _mm512_set1_epi32(31);
+    const __m512i doubled_low = _mm512_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7);
+    const __m512i doubled_high = _mm512_setr_epi32(8, 8, 9, 9, 10, 10, 11, 11, 12, 12, 13, 13, 14, 14, 15, 15);
+    const __m512i alpha = _mm512_set1_epi8((char)255);
+    const __m512i transparent = _mm512_set1_epi8((char)display_transparent);
+
+    const display_plane* video = display_shown_video(device);
+    alignas(64) uint32_t video_row[DISPLAY_OUTPUT_WIDTH];  // one video row, each pixel doubled
+    for (uint32_t vy = 0; vy < DISPLAY_VIDEO_HEIGHT; vy++) {
+        const auto* vp = (const uint16_t*)(video->pixels + vy * video->pitch);
+        for (uint32_t vx = 0; vx < DISPLAY_VIDEO_WIDTH; vx += 16) {
+            const __m512i v = _mm512_cvtepu16_epi32(_mm256_loadu_si256((const __m256i*)(vp + vx)));
+            const __m512i r = _mm512_and_si512(_mm512_srli_epi32(v, 10), low5);
+            const __m512i g = _mm512_and_si512(_mm512_srli_epi32(v, 5), low5);
+            const __m512i b = _mm512_and_si512(v, low5);  // permutes read 5 index bits only
+            const __m512i rgba = _mm512_or_si512(
+                _mm512_or_si512(_mm512_permutex2var_epi32(vtable[0][0], r, vtable[0][1]),
+                                _mm512_permutex2var_epi32(vtable[1][0], g, vtable[1][1])),
+                _mm512_permutex2var_epi32(vtable[2][0], b, vtable[2][1]));
+            _mm512_store_si512(video_row + 2 * vx, _mm512_permutexvar_epi32(doubled_low, rgba));
+            _mm512_store_si512(video_row + 2 * vx + 16, _mm512_permutexvar_epi32(doubled_high, rgba));
+        }
+        for (uint32_t y = vy * 2; y < vy * 2 + 2; y++) {
+            const uint8_t* op = device->overlay.pixels + y * device->overlay.pitch;
+            auto* out = (uint32_t*)((uint8_t*)dst + (uint64_t)y * dst_pitch);
+            for (uint32_t x = 0; x < DISPLAY_OUTPUT_WIDTH; x += 64) {
+                const __m512i index = _mm512_loadu_si512(op + x);
+                const __mmask64 see_through = _mm512_cmpeq_epi8_mask(index, transparent);
+                if (see_through == ~(__mmask64)0) {
+                    for (uint32_t j = 0; j < 64; j += 16)
+                        _mm512_storeu_si512(out + x + j, _mm512_load_si512(video_row + x + j));
+                    continue;
+                }
+                // the three channel bytes of each index, in interleave order
+                const __m512i ordered = _mm512_permutexvar_epi8(interleave, index);
+                const __mmask64 upper = _mm512_movepi8_mask(ordered);
+                __m512i ch[3];
+                for (uint32_t c = 0; c < 3; c++)
+                    ch[c] = _mm512_mask_blend_epi8(upper, _mm512_permutex2var_epi8(table[c][0], ordered, table[c][1]),
+                                                   _mm512_permutex2var_epi8(table[c][2], ordered, table[c][3]));
+                // bytes 255, B, G, R of each word: R << 24 | G << 16 | B << 8 | 255
+                const __m512i ab_low = _mm512_unpacklo_epi8(alpha, ch[2]), ab_high = _mm512_unpackhi_epi8(alpha, ch[2]);
+                const __m512i gr_low = _mm512_unpacklo_epi8(ch[1], ch[0]), gr_high = _mm512_unpackhi_epi8(ch[1], ch[0]);
+                const __m512i words[4] = {_mm512_unpacklo_epi16(ab_low, gr_low), _mm512_unpackhi_epi16(ab_low, gr_low),
+                                          _mm512_unpacklo_epi16(ab_high, gr_high),
+                                          _mm512_unpackhi_epi16(ab_high, gr_high)};
+                for (uint32_t j = 0; j < 4; j++) {
+                    const __mmask16 k = (__mmask16)(see_through >> (16 * j));
+                    const __m512i rgba = k ? _mm512_mask_blend_epi32(k, words[j], _mm512_load_si512(video_row + x + 16 * j))
+                                           : words[j];
+                    _mm512_storeu_si512(out + x + 16 * j, rgba);
+                }
+            }
+        }
+    }
+}
+#pragma GCC diagnostic pop
+#endif
+
+static display_kernels display_kernels_in_use = DISPLAY_KERNELS_PORTABLE;
+
+display_kernels display_use_kernels(display_kernels wanted)
+{
+    display_kernels best = DISPLAY_KERNELS_PORTABLE;
+#if DISPLAY_X86
+    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+        __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi"))
+        best = DISPLAY_KERNELS_AVX512;
+#endif
+    display_kernels_in_use = wanted < best ? wanted : best;
+    return display_kernels_in_use;
+}
+
+void display_output_rgba(display_device* device, void* dst, uint32_t dst_pitch)
+{
+#if DISPLAY_X86
+    if (display_kernels_in_use == DISPLAY_KERNELS_AVX512) {
+        display_compose_avx512(device, dst, dst_pitch);
+        return;
+    }
+#endif
+    display_compose_portable(device, dst, dst_pitch);
 }

@@ -61,6 +61,17 @@ struct display_device {
 };
 
 void display_init(display_device* device, xmemarena* arena);
+
+// The composition kernels: portable, or 64 output pixels at a time with AVX-512 (byte table
+// look-ups) on x86-64 processors that have it. display_init picks the best the processor has;
+// both write exactly the same pixels, so a lower one is only asked for to compare them.
+enum display_kernels : uint32_t {
+    DISPLAY_KERNELS_PORTABLE = 0,
+    DISPLAY_KERNELS_AVX512 = 1,
+    DISPLAY_KERNELS_BEST = DISPLAY_KERNELS_AVX512,
+};
+// Uses the best kernels the processor has up to `wanted`; returns the ones now in use.
+display_kernels display_use_kernels(display_kernels wanted);
 void display_flip(display_device* device);
 // Composes overlay over video into 640 x 480 pixels of R << 24 | G << 16 | B << 8 | 255.
 void display_output_rgba(display_device* device, void* dst, uint32_t dst_pitch);

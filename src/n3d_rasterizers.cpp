@@ -24,6 +24,7 @@
 #include <immintrin.h>
 // vector kernels are compiled for AVX2 whatever the build's baseline and chosen at run time
 #define RASTER_AVX2 __attribute__((target("avx2")))
+#define RASTER_AVX512 __attribute__((target("avx2,avx512f,avx512bw,avx512vl,avx512vbmi")))
 #else
 #define RASTER_X86 0
 #endif
@@ -175,6 +176,7 @@ struct raster_lane_constants {
     alignas(32) int32_t pairs_qxx[RASTER_LANES];
     alignas(16) int16_t z_step[RASTER_LANES];   // depth gained over 8 pixels
     alignas(32) int32_t phong[RASTER_PHONG_WORDS];
+    alignas(64) uint8_t phong_bytes[256];  // AVX-512, large spans: word k at byte k AND 255
 };
 
 // Everything a span needs that does not change along the triangle.
@@ -452,8 +454,29 @@ void raster_span_portable(const raster_span_ctx& s, const raster_span_job& job, 
     raster_tail<F>(s, dst, cov, zrow, x, m + 1, a, (F & RF_LARGE_SPANS) ? &carried : nullptr);
 }
 
-// the vector kernel, in a file of its own (x86-64 with AVX2, chosen at run time)
+// the vector kernels, in a file of their own (x86-64, chosen at run time): the records they
+// share, then the AVX2 and the AVX-512 sets, each in a namespace of its own
 #include "n3d_rasterizers_avx2.h"
+#if RASTER_X86
+#define RASTER_VEC RASTER_AVX2
+#define RASTER_VEC_512 0
+namespace vec_avx2 {
+#include "n3d_rasterizers_avx2.h"
+}  // namespace vec_avx2
+#undef RASTER_VEC
+#undef RASTER_VEC_512
+#pragma GCC diagnostic push  // GCC 12's AVX-512 headers seed some intrinsics with undefined registers
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#define RASTER_VEC RASTER_AVX512
+#define RASTER_VEC_512 1
+namespace vec_avx512 {
+#include "n3d_rasterizers_avx2.h"
+}  // namespace vec_avx512
+#undef RASTER_VEC
+#undef RASTER_VEC_512
+#pragma GCC diagnostic pop
+#endif
 
 inline void raster_block_end(n3d_rasterizer_block* block, uint64_t now)
 {
@@ -627,9 +650,12 @@ int n3d_raster_triangle(n3d_raster_call* c)
     // least 4 x 4 texels (every level these variants address)
     raster_span_fn* span = raster_span_portable<F>;
 #if RASTER_X86
-    if (raster_kernels_in_use >= N3D_RASTER_KERNELS_AVX2 && size_u >= 4 && size_v >= 4) {
-        raster_lane_setup_avx2<F>(&sc);
-        span = raster_span_avx2<F>;
+    if (raster_kernels_in_use >= N3D_RASTER_KERNELS_AVX512 && size_u >= 4 && size_v >= 4) {
+        vec_avx512::raster_lane_setup_avx2<F>(&sc);
+        span = vec_avx512::raster_span_avx2<F>;
+    } else if (raster_kernels_in_use >= N3D_RASTER_KERNELS_AVX2 && size_u >= 4 && size_v >= 4) {
+        vec_avx2::raster_lane_setup_avx2<F>(&sc);
+        span = vec_avx2::raster_span_avx2<F>;
     }
 #endif
 
@@ -806,12 +832,21 @@ void n3d_rasterizer_block_names(n3d_rasterizer_entry* entry)
 
 }  // namespace
 
+const char* n3d_raster_kernels_name(n3d_raster_kernels kernels)
+{
+    static const char* const names[] = {"portable", "AVX2", "AVX-512"};
+    return kernels <= N3D_RASTER_KERNELS_BEST ? names[kernels] : "?";
+}
+
 n3d_raster_kernels n3d_raster_use_kernels(n3d_raster_kernels wanted)
 {
     n3d_raster_kernels best = N3D_RASTER_KERNELS_PORTABLE;
 #if RASTER_X86
     if (__builtin_cpu_supports("avx2"))
         best = N3D_RASTER_KERNELS_AVX2;
+    if (best == N3D_RASTER_KERNELS_AVX2 && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+        __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi"))
+        best = N3D_RASTER_KERNELS_AVX512;
 #endif
     raster_kernels_in_use = wanted < best ? wanted : best;
     return raster_kernels_in_use;

@@ -94,13 +94,18 @@ constexpr uint32_t n3d_packed_index8(uint32_t w)
 // Linear interpolation in the 256-entry float reciprocal table; x in [0, 256), else fatal.
 float n3d_reciprocal_lut(float x);
 
-// The span kernels the variants run: the portable one, or 8 pixels at a time with AVX2 on
-// x86-64 processors that have it. n3d_init picks the best the processor has; every kernel
-// draws exactly the same pixels, so a lower one is only asked for to compare them.
+// The span kernels the variants run: the portable one, or 8 pixels at a time with AVX2 (or
+// AVX2 with AVX-512 permutes) on x86-64 processors that have it. n3d_init picks the best the
+// processor has; every kernel draws exactly the same pixels, so a lower one is only asked for
+// to compare them.
 enum n3d_raster_kernels : uint32_t {
     N3D_RASTER_KERNELS_PORTABLE = 0,
     N3D_RASTER_KERNELS_AVX2 = 1,
+    N3D_RASTER_KERNELS_AVX512 = 2,  // AVX2 kernels with register permutes for table look-ups
+    N3D_RASTER_KERNELS_BEST = N3D_RASTER_KERNELS_AVX512,  // the highest there is
 };
+// "portable", "AVX2", "AVX-512"
+const char* n3d_raster_kernels_name(n3d_raster_kernels kernels);
 // Uses the best kernels the processor has up to `wanted`; returns the ones now in use.
 n3d_raster_kernels n3d_raster_use_kernels(n3d_raster_kernels wanted);
 

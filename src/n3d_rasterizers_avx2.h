@@ -1,8 +1,11 @@
-// The vector kernel of the rasterizer family: AVX2 code that draws a segment's 8 pixels at
+// The vector kernels of the rasterizer family: AVX2 code that draws a segment's 8 pixels at
 // once, exactly as the portable kernel in n3d_rasterizers.cpp draws them one pair at a time.
-// Part of that file: included once, inside its anonymous namespace, after the shared span
-// helpers (raster_span_ctx, raster_tail, raster_segment_log2) it builds on. Elsewhere than on
-// x86 only the empty plan record remains.
+// Part of that file: included inside its anonymous namespace, after the shared span helpers
+// (raster_span_ctx, raster_tail, raster_segment_log2) it builds on, first without RASTER_VEC
+// for the records the sets share, then once per kernel set in a namespace of its own:
+// RASTER_VEC is the set's target attribute, and with RASTER_VEC_512 the AVX-512 set replaces
+// table gathers by register permutes (the reciprocal table, and the large-spans variant's
+// phong table). Elsewhere than on x86 only the empty plan record remains.
 #if RASTER_X86
 // ---- the vector kernel: the 8 pixels of a segment at once ----
 //
@@ -23,9 +26,59 @@
 // that a segment only broadcasts its values; Q and depth are stepped along the span in
 // lanes (lane i: the segment's pixel i).
 
+#ifndef RASTER_VEC
+// ---- the records the vector kernel sets share: included once without RASTER_VEC ----
+
+// Per segment of a group of 8: what raster_segment_avx2 broadcasts to its lanes.
+struct raster_segment_group {
+    alignas(32) int32_t u[RASTER_LANES];       // ramp of S: u0 AND 0xFFF, du
+    alignas(32) int32_t v[RASTER_LANES];       // ramp of v0, dv - h g
+    alignas(32) int32_t r2[RASTER_LANES];      // phong: ramp of the squared reciprocal
+    alignas(32) int32_t u_step[RASTER_LANES];  // affine: the steps (u, v hold the bases)
+    alignas(32) int32_t v_step[RASTER_LANES];
+    alignas(32) int32_t h_mask[RASTER_LANES];      // -h
+    alignas(32) int32_t carry_mask[RASTER_LANES];  // -K
+};
+
+// Texel coordinates and squared reciprocal at the ends of a group's segments: the next
+// group's first segment starts from the last lane.
+struct raster_segment_ends {
+    __m256i u, v, r2;
+};
+
+// What the vector kernel carries along a span from one segment to the next.
+struct raster_span_lanes {
+    __m256i q, dq;  // phong: Q and dQ at the next segment's first 8 pixels
+    __m128i z;      // depth there (only 16 bits are compared)
+};
+
+// A span's first group of segment ends and its starting lanes, computed before it is drawn.
+struct raster_span_plan {
+    raster_segment_group grp;
+    raster_segment_ends ends;  // at the ends of grp's segments
+    raster_span_lanes lanes;   // at the span's first 8 pixels
+};
+
+struct raster_span_plans {
+    raster_span_plan plan[2];
+    int32_t ready;  // the plan made for the span drawn next, or -1
+};
+
+// Segments of 8 while at least 8 pixels remain beyond the first, then one of 4, one of 2.
+struct raster_segment_counts {
+    int32_t count8, partial, count;
+};
+
+inline raster_segment_counts raster_segments_of(const raster_span_job& job)
+{
+    const int32_t m = job.xr - job.xl - 1;
+    return {m >> 3, (m & 4) ? 4 : 2, (m >> 3) + ((m >> 2) & 1) + ((m >> 1) & 1)};
+}
+#else
+
 // Fills the lane constants of a triangle whose other span values are set.
 template <uint32_t F>
-RASTER_AVX2 void raster_lane_setup_avx2(raster_span_ctx* s)
+RASTER_VEC void raster_lane_setup_avx2(raster_span_ctx* s)
 {
     raster_lane_constants* c = &s->lanes;
     const uint32_t mask = s->index_mask;
@@ -43,8 +96,9 @@ RASTER_AVX2 void raster_lane_setup_avx2(raster_span_ctx* s)
     _mm256_store_si256((__m256i*)c->pairs_qxx, _mm256_mullo_epi32(qxx, _mm256_setr_epi32(0, 0, 1, 3, 6, 10, 15, 21)));
     if constexpr (F & RF_PHONG) {
         // the indices the kernel can look up, clamped into the guards as the portable kernel does
+        // (large spans: the product's top byte, and the guards' range in spans without segments)
         const int32_t from = (F & RF_LARGE_SPANS) ? RASTER_PHONG_WORDS_LOW : RASTER_PHONG_GUARD_LOW;
-        const int32_t to = (F & RF_LARGE_SPANS) ? 127 : RASTER_PHONG_GUARD_HIGH;
+        const int32_t to = RASTER_PHONG_GUARD_HIGH;
         int32_t* words = c->phong - RASTER_PHONG_WORDS_LOW;
         const __m256i low5 = _mm256_set1_epi32(0x1F);
         const __m256i below = _mm256_set1_epi32(s->phong[RASTER_PHONG_GUARD_LOW] & 0x1F);
@@ -55,20 +109,91 @@ RASTER_AVX2 void raster_lane_setup_avx2(raster_span_ctx* s)
             const __m128i bytes = _mm_loadl_epi64((const __m128i*)(s->phong + i));
             _mm256_storeu_si256((__m256i*)(words + i), _mm256_and_si256(_mm256_cvtepu8_epi32(bytes), low5));
         }
+#if RASTER_VEC_512
+        // large spans: the same words as bytes, indexed by the product's top byte (two's complement)
+        if constexpr (F & RF_LARGE_SPANS)
+            for (int32_t k = RASTER_PHONG_WORDS_LOW; k <= 127; k += 16)
+                _mm_store_si128((__m128i*)(c->phong_bytes + (k & 255)), _mm512_cvtepi32_epi8(_mm512_loadu_si512(words + k)));
+#endif
     }
 }
 
-RASTER_AVX2 inline __m256i raster_lanes(const int32_t* values) { return _mm256_load_si256((const __m256i*)values); }
+RASTER_VEC inline __m256i raster_lanes(const int32_t* values) { return _mm256_load_si256((const __m256i*)values); }
 
 // 8 32-bit words from base + index * Scale bytes. A gather merges into its destination, so it
 // is given a freshly zeroed one (hidden from the compiler, which would drop it): otherwise it
 // waits for whatever last wrote that register, often another gather.
 template <int Scale>
-RASTER_AVX2 inline __m256i raster_gather(const void* base, __m256i index)
+RASTER_VEC inline __m256i raster_gather(const void* base, __m256i index)
 {
     __m256i fresh = _mm256_setzero_si256(), all = _mm256_set1_epi32(-1);
     __asm__ volatile("" : "+x"(fresh), "+x"(all));
     return _mm256_mask_i32gather_epi32(fresh, (const int*)base, index, all, Scale);
+}
+
+// The phong byte (AND 31) of a product P = Q r2 whose top byte is the index (large spans).
+RASTER_VEC inline __m256i raster_light_of_product(const raster_span_ctx& s, __m256i product)
+{
+#if RASTER_VEC_512
+    // every byte of P is looked up in the 256-byte table (two 128-byte permutes and a select on
+    // the byte's top bit); the top byte's result is the one kept
+    const __m512i P = _mm512_zextsi256_si512(product);
+    const __m512i* t = (const __m512i*)s.lanes.phong_bytes;
+    const __m512i looked = _mm512_mask_blend_epi8(_mm512_movepi8_mask(P), _mm512_permutex2var_epi8(t[0], P, t[1]),
+                                                  _mm512_permutex2var_epi8(t[2], P, t[3]));
+    return _mm256_srli_epi32(_mm512_castsi512_si256(looked), N3D_PHONG_PRODUCT_SHIFT);
+#else
+    return raster_gather<4>(s.lanes.phong - RASTER_PHONG_WORDS_LOW, _mm256_srai_epi32(product, N3D_PHONG_PRODUCT_SHIFT));
+#endif
+}
+
+// The phong byte (AND 31) of a table index, clamped into the guards as raster_shade does.
+RASTER_VEC inline __m256i raster_light_of_index(const raster_span_ctx& s, __m256i index)
+{
+    index = _mm256_min_epi32(_mm256_max_epi32(index, _mm256_set1_epi32(RASTER_PHONG_GUARD_LOW)),
+                             _mm256_set1_epi32(RASTER_PHONG_GUARD_HIGH));
+    return raster_gather<4>(s.lanes.phong - RASTER_PHONG_WORDS_LOW, index);
+}
+
+// The span reciprocal of scaled iw in each lane, as raster_reciprocal (clamp included).
+RASTER_VEC inline __m256i raster_reciprocal_lanes(__m256i iw)
+{
+    const __m256i index = _mm256_min_epi32(_mm256_max_epi32(_mm256_srai_epi32(iw, N3D_IW_LUT_SHIFT), _mm256_setzero_si256()),
+                                           _mm256_set1_epi32(N3D_FIXED_IIW_LUT_SIZE - 2));
+#if RASTER_VEC_512
+    // the 32-entry table is two registers: word permutes instead of gathers
+    const __m512i lut_low = _mm512_loadu_si512(n3d_fixed_iiw_lut);
+    const __m512i lut_high = _mm512_loadu_si512(n3d_fixed_iiw_lut + 16);
+    const __m512i wide = _mm512_zextsi256_si512(index);
+    const __m256i t0 = _mm512_castsi512_si256(_mm512_permutex2var_epi32(lut_low, wide, lut_high));
+    const __m256i t1 = _mm512_castsi512_si256(
+        _mm512_permutex2var_epi32(lut_low, _mm512_add_epi32(wide, _mm512_set1_epi32(1)), lut_high));
+#else
+    const __m256i t0 = raster_gather<4>(n3d_fixed_iiw_lut, index);
+    const __m256i t1 = raster_gather<4>(n3d_fixed_iiw_lut + 1, index);
+#endif
+    const __m256i f = _mm256_and_si256(iw, _mm256_set1_epi32((1 << N3D_IW_LUT_SHIFT) - 1));
+    return _mm256_add_epi32(t0, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_sub_epi32(t1, t0), f), N3D_IW_LUT_SHIFT));
+}
+
+// Texel coordinates (4 fraction bits) at attributes iw, U, V in each lane, as
+// raster_texel_coords, and the squared reciprocal there (phong variants; else 0).
+template <uint32_t F>
+RASTER_VEC inline void raster_coords_lanes(__m256i iw, __m256i ua, __m256i va, __m256i* u, __m256i* v, __m256i* r2)
+{
+    const __m256i bias = _mm256_set1_epi32(N3D_TEXEL_BIAS);
+    *r2 = _mm256_setzero_si256();
+    if constexpr (F & RF_AFFINE) {
+        (void)iw;
+        *u = _mm256_add_epi32(_mm256_srai_epi32(ua, N3D_AFFINE_SHIFT), bias);
+        *v = _mm256_add_epi32(_mm256_srai_epi32(va, N3D_AFFINE_SHIFT), bias);
+    } else {
+        const __m256i r = raster_reciprocal_lanes(iw);
+        *u = _mm256_add_epi32(_mm256_srai_epi32(_mm256_mullo_epi32(ua, r), N3D_UV_PRODUCT_SHIFT), bias);
+        *v = _mm256_add_epi32(_mm256_srai_epi32(_mm256_mullo_epi32(va, r), N3D_UV_PRODUCT_SHIFT), bias);
+        if constexpr (F & RF_PHONG)  // as raster_rsqr
+            *r2 = _mm256_srli_epi32(_mm256_mullo_epi32(r, _mm256_srai_epi32(r, 5)), 13);
+    }
 }
 
 // A ramp is base + i step over the lanes. Texel coordinates, their steps and squared
@@ -77,26 +202,15 @@ RASTER_AVX2 inline __m256i raster_gather(const void* base, __m256i index)
 // high half, and one multiply-add of 16-bit pairs makes it. The affine variant's coordinates
 // are wider: it keeps base and step apart.
 
-// Per segment of a group of 8: what raster_segment_avx2 broadcasts to its lanes.
-struct raster_segment_group {
-    alignas(32) int32_t u[RASTER_LANES];       // ramp of S: u0 AND 0xFFF, du
-    alignas(32) int32_t v[RASTER_LANES];       // ramp of v0, dv - h g
-    alignas(32) int32_t r2[RASTER_LANES];      // phong: ramp of the squared reciprocal
-    alignas(32) int32_t u_step[RASTER_LANES];  // affine: the steps (u, v hold the bases)
-    alignas(32) int32_t v_step[RASTER_LANES];
-    alignas(32) int32_t h_mask[RASTER_LANES];      // -h
-    alignas(32) int32_t carry_mask[RASTER_LANES];  // -K
-};
-
 // The word of a 16-bit ramp.
-RASTER_AVX2 inline __m256i raster_ramp_word(__m256i base, __m256i step)
+RASTER_VEC inline __m256i raster_ramp_word(__m256i base, __m256i step)
 {
     return _mm256_or_si256(_mm256_slli_epi32(base, 16), _mm256_and_si256(step, _mm256_set1_epi32(0xFFFF)));
 }
 
 // Ramp j of a group, lane i holding base + i step.
 template <uint32_t F>
-RASTER_AVX2 inline __m256i raster_ramp(const int32_t* ramps, const int32_t* steps, uint32_t j)
+RASTER_VEC inline __m256i raster_ramp(const int32_t* ramps, const int32_t* steps, uint32_t j)
 {
     if constexpr (F & RF_AFFINE) {
         const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
@@ -109,30 +223,24 @@ RASTER_AVX2 inline __m256i raster_ramp(const int32_t* ramps, const int32_t* step
 }
 
 // The lanes moved up by one, lane 0 taking the last lane of `before`.
-RASTER_AVX2 inline __m256i raster_lanes_after(__m256i v, __m256i before)
+RASTER_VEC inline __m256i raster_lanes_after(__m256i v, __m256i before)
 {
     const __m256i up = _mm256_setr_epi32(7, 0, 1, 2, 3, 4, 5, 6);
     return _mm256_blend_epi32(_mm256_permutevar8x32_epi32(v, up), _mm256_permutevar8x32_epi32(before, up), 0x01);
 }
 
 // x / 2^k truncating toward zero, k per lane (as raster_div_pow2)
-RASTER_AVX2 inline __m256i raster_div_pow2_lanes(__m256i x, __m256i k)
+RASTER_VEC inline __m256i raster_div_pow2_lanes(__m256i x, __m256i k)
 {
     const __m256i bias = _mm256_srlv_epi32(_mm256_srai_epi32(x, 31), _mm256_sub_epi32(_mm256_set1_epi32(32), k));
     return _mm256_srav_epi32(_mm256_add_epi32(x, bias), k);
 }
 
-// Texel coordinates and squared reciprocal at the ends of a group's segments: the next
-// group's first segment starts from the last lane.
-struct raster_segment_ends {
-    __m256i u, v, r2;
-};
-
 // Segments first to first + 7 of a span whose attributes at its first pixel are `a`: their
 // ends, and what each segment broadcasts. Segment j < count8 has 8 pixels, then come one of
 // `partial` pixels (4 or 2) and, when partial is 4 and a 2 follows, one of 2.
 template <uint32_t F>
-RASTER_AVX2 inline void raster_segment_group_avx2(const raster_span_ctx& s, const raster_attrs& a, int32_t first,
+RASTER_VEC inline void raster_segment_group_avx2(const raster_span_ctx& s, const raster_attrs& a, int32_t first,
                                                   int32_t count8, int32_t partial, raster_segment_ends* ends,
                                                   raster_segment_group* grp)
 {
@@ -152,28 +260,8 @@ RASTER_AVX2 inline void raster_segment_group_avx2(const raster_span_ctx& s, cons
     const __m256i iw = _mm256_add_epi32(_mm256_set1_epi32((int)a.iw), _mm256_mullo_epi32(end, _mm256_set1_epi32(s.iw_x)));
     const __m256i ua = _mm256_add_epi32(_mm256_set1_epi32((int)a.u), _mm256_mullo_epi32(end, _mm256_set1_epi32(s.u_x)));
     const __m256i va = _mm256_add_epi32(_mm256_set1_epi32((int)a.v), _mm256_mullo_epi32(end, _mm256_set1_epi32(s.v_x)));
-    __m256i u, v, r2 = _mm256_setzero_si256();
-    if constexpr (F & RF_AFFINE) {
-        (void)iw;
-        u = _mm256_add_epi32(_mm256_srai_epi32(ua, N3D_AFFINE_SHIFT), _mm256_set1_epi32(N3D_TEXEL_BIAS));
-        v = _mm256_add_epi32(_mm256_srai_epi32(va, N3D_AFFINE_SHIFT), _mm256_set1_epi32(N3D_TEXEL_BIAS));
-    } else {
-        // as raster_reciprocal, clamp included
-        const __m256i index = _mm256_min_epi32(
-            _mm256_max_epi32(_mm256_srai_epi32(iw, N3D_IW_LUT_SHIFT), _mm256_setzero_si256()),
-            _mm256_set1_epi32(N3D_FIXED_IIW_LUT_SIZE - 2));
-        const __m256i t0 = raster_gather<4>(n3d_fixed_iiw_lut, index);
-        const __m256i t1 = raster_gather<4>(n3d_fixed_iiw_lut + 1, index);
-        const __m256i f = _mm256_and_si256(iw, _mm256_set1_epi32((1 << N3D_IW_LUT_SHIFT) - 1));
-        const __m256i r = _mm256_add_epi32(t0, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_sub_epi32(t1, t0), f),
-                                                                 N3D_IW_LUT_SHIFT));
-        u = _mm256_add_epi32(_mm256_srai_epi32(_mm256_mullo_epi32(ua, r), N3D_UV_PRODUCT_SHIFT),
-                             _mm256_set1_epi32(N3D_TEXEL_BIAS));
-        v = _mm256_add_epi32(_mm256_srai_epi32(_mm256_mullo_epi32(va, r), N3D_UV_PRODUCT_SHIFT),
-                             _mm256_set1_epi32(N3D_TEXEL_BIAS));
-        if constexpr (F & RF_PHONG)  // as raster_rsqr
-            r2 = _mm256_srli_epi32(_mm256_mullo_epi32(r, _mm256_srai_epi32(r, 5)), 13);
-    }
+    __m256i u, v, r2;
+    raster_coords_lanes<F>(iw, ua, va, &u, &v, &r2);
 
     // each segment runs from the previous one's end
     const __m256i u0 = raster_lanes_after(u, ends->u);
@@ -210,7 +298,7 @@ RASTER_AVX2 inline void raster_segment_group_avx2(const raster_span_ctx& s, cons
 
 // Which 16-bit lanes of a load or store are real: segments of 4 and 2 pixels use the low ones.
 template <uint32_t K>
-RASTER_AVX2 inline __m128i raster_load_lanes(const uint16_t* p)
+RASTER_VEC inline __m128i raster_load_lanes(const uint16_t* p)
 {
     if constexpr (K == 3)
         return _mm_loadu_si128((const __m128i*)p);
@@ -222,7 +310,7 @@ RASTER_AVX2 inline __m128i raster_load_lanes(const uint16_t* p)
 }
 
 template <uint32_t K>
-RASTER_AVX2 inline void raster_store_lanes(uint16_t* p, __m128i v)
+RASTER_VEC inline void raster_store_lanes(uint16_t* p, __m128i v)
 {
     if constexpr (K == 3) {
         _mm_storeu_si128((__m128i*)p, v);
@@ -235,52 +323,30 @@ RASTER_AVX2 inline void raster_store_lanes(uint16_t* p, __m128i v)
 }
 
 // Low 16 bits of each 32-bit lane, as 8 16-bit lanes.
-RASTER_AVX2 inline __m128i raster_pack_lanes(__m256i v)
+RASTER_VEC inline __m128i raster_pack_lanes(__m256i v)
 {
     const __m256i low_halves = _mm256_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1, 0, 1, 4, 5,
                                                 8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1);
     return _mm256_castsi256_si128(_mm256_permute4x64_epi64(_mm256_shuffle_epi8(v, low_halves), 0x08));
 }
 
-// What the vector kernel carries along a span from one segment to the next.
-struct raster_span_lanes {
-    __m256i q, dq;  // phong: Q and dQ at the next segment's first 8 pixels
-    __m128i z;      // depth there (only 16 bits are compared)
-};
-
-// The pixels of segment j of a group, 2^K pixels from column x.
-template <uint32_t F, uint32_t K>
-RASTER_AVX2 inline void raster_segment_avx2(const raster_span_ctx& s, const raster_segment_group& grp, uint32_t j,
-                                            raster_span_lanes* l, uint16_t* dst, const uint32_t* cov,
-                                            uint16_t* zrow, int32_t x)
+// The coverage bits of columns x to x + 7 as one byte, column x in the most significant bit;
+// the next word is read only when the `count` columns drawn run into it.
+inline int raster_coverage_byte(const uint32_t* cov, int32_t x, uint32_t count)
 {
-    const __m256i lane_past_first = _mm256_setr_epi32(0, 1, 1, 1, 1, 1, 1, 1);
+    const uint32_t* word = cov + (x >> 5);
+    const uint32_t bit = (uint32_t)x & 31;
+    uint64_t window = (uint64_t)word[0] << 32;
+    if (bit + count > 32)
+        window |= word[1];
+    return (int)((window << bit) >> 56);
+}
 
-    // texel coordinates of the 8 pixels in closed form (see above)
-    const __m256i S = raster_ramp<F>(grp.u, grp.u_step, j);
-    __m256i V = raster_ramp<F>(grp.v, grp.v_step, j);
-    V = _mm256_add_epi32(V, _mm256_and_si256(_mm256_srai_epi32(S, RASTER_U_WRAP_BITS), _mm256_set1_epi32(grp.h_mask[j])));
-    V = _mm256_add_epi32(V, _mm256_and_si256(lane_past_first, _mm256_set1_epi32(grp.carry_mask[j])));
-
-    // the lighting look-up first: it does not wait for the texel, so it is under way while
-    // the texel's index is formed
+// The texel at whole-and-fraction coordinates S (u, 12 bits) and V (v) in each lane.
+template <uint32_t F>
+RASTER_VEC inline __m256i raster_texels(const raster_span_ctx& s, __m256i S, __m256i V)
+{
     const raster_lane_constants& c = s.lanes;
-    __m256i b = _mm256_setzero_si256();
-    if constexpr (F & RF_PHONG) {
-        const __m256i r2 = raster_ramp<F>(grp.r2, nullptr, j);
-        __m256i pi;
-        if constexpr (F & RF_LARGE_SPANS) {
-            // P = Q r2 is what the cubic steps; its top byte is the index, inside the word table
-            pi = _mm256_srai_epi32(_mm256_mullo_epi32(l->q, r2), N3D_PHONG_PRODUCT_SHIFT);
-        } else {
-            pi = _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(l->q, N3D_PHONG_Q_SHIFT), r2),
-                                   N3D_PHONG_INDEX_SHIFT);
-            pi = _mm256_min_epi32(_mm256_max_epi32(pi, _mm256_set1_epi32(RASTER_PHONG_GUARD_LOW)),
-                                  _mm256_set1_epi32(RASTER_PHONG_GUARD_HIGH));
-        }
-        b = raster_gather<4>(c.phong - RASTER_PHONG_WORDS_LOW, pi);  // AND 31 already
-    }
-
     // swizzled index without v's two lowest bits, which pick the texel inside an aligned
     // 32-bit word: the word is gathered whole so that no read leaves the level
     const __m256i index_high = _mm256_or_si256(
@@ -298,7 +364,13 @@ RASTER_AVX2 inline void raster_segment_avx2(const raster_span_ctx& s, const rast
         const __m256i shift = _mm256_and_si256(V, raster_lanes(c.texel_shift));
         texel = _mm256_srlv_epi32(raster_gather<2>(s.tex16, word), shift);
     }
+    return texel;
+}
 
+// The pixel of a texel lit by phong byte b (phong variants) in each lane.
+template <uint32_t F>
+RASTER_VEC inline __m256i raster_pixels(const raster_span_ctx& s, __m256i texel, __m256i b)
+{
     __m256i pixel;
     if constexpr (F & RF_PHONG) {
         if constexpr (F & RF_T8) {
@@ -320,6 +392,49 @@ RASTER_AVX2 inline void raster_segment_avx2(const raster_span_ctx& s, const rast
                 _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(p, 15), _mm256_set1_epi32(0x1F << 10)),
                                 _mm256_set1_epi32(0x8000)));
         }
+    } else {
+        (void)b;
+        if constexpr (F & RF_T8) {
+            const __m256i entry_word = _mm256_and_si256(_mm256_srli_epi32(texel, 1), _mm256_set1_epi32(0x7F));
+            const __m256i half = _mm256_slli_epi32(_mm256_and_si256(texel, _mm256_set1_epi32(1)), 4);
+            pixel = _mm256_srlv_epi32(raster_gather<4>(s.palette, entry_word), half);
+        } else {
+            pixel = texel;
+        }
+    }
+    return pixel;
+}
+
+// The pixels of segment j of a group, 2^K pixels from column x.
+template <uint32_t F, uint32_t K>
+RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raster_segment_group& grp, uint32_t j,
+                                            raster_span_lanes* l, uint16_t* dst, const uint32_t* cov,
+                                            uint16_t* zrow, int32_t x)
+{
+    const __m256i lane_past_first = _mm256_setr_epi32(0, 1, 1, 1, 1, 1, 1, 1);
+
+    // texel coordinates of the 8 pixels in closed form (see above)
+    const __m256i S = raster_ramp<F>(grp.u, grp.u_step, j);
+    __m256i V = raster_ramp<F>(grp.v, grp.v_step, j);
+    V = _mm256_add_epi32(V, _mm256_and_si256(_mm256_srai_epi32(S, RASTER_U_WRAP_BITS), _mm256_set1_epi32(grp.h_mask[j])));
+    V = _mm256_add_epi32(V, _mm256_and_si256(lane_past_first, _mm256_set1_epi32(grp.carry_mask[j])));
+
+    // the lighting look-up first: it does not wait for the texel, so it is under way while
+    // the texel's index is formed
+    __m256i b = _mm256_setzero_si256();
+    if constexpr (F & RF_PHONG) {
+        const __m256i r2 = raster_ramp<F>(grp.r2, nullptr, j);
+        if constexpr (F & RF_LARGE_SPANS)
+            b = raster_light_of_product(s, _mm256_mullo_epi32(l->q, r2));  // P = Q r2, what the cubic steps
+        else
+            b = raster_light_of_index(s, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(l->q, N3D_PHONG_Q_SHIFT), r2),
+                                                           N3D_PHONG_INDEX_SHIFT));
+    }
+
+    const __m256i texel = raster_texels<F>(s, S, V);
+    const __m256i pixel = raster_pixels<F>(s, texel, b);
+    if constexpr (F & RF_PHONG) {
+        const raster_lane_constants& c = s.lanes;
         // Q moves on by the segment's length (only the last segments have fewer than 8)
         if constexpr (K == 3) {
             l->q = _mm256_add_epi32(l->q, _mm256_add_epi32(_mm256_slli_epi32(l->dq, K), raster_lanes(c.q_step)));
@@ -330,28 +445,39 @@ RASTER_AVX2 inline void raster_segment_avx2(const raster_span_ctx& s, const rast
             l->q = _mm256_add_epi32(l->q, _mm256_add_epi32(_mm256_slli_epi32(l->dq, K), _mm256_set1_epi32((int)(qxx * pairs))));
             l->dq = _mm256_add_epi32(l->dq, _mm256_set1_epi32((int)(qxx << K)));
         }
-    } else {
-        if constexpr (F & RF_T8) {
-            const __m256i entry_word = _mm256_and_si256(_mm256_srli_epi32(texel, 1), _mm256_set1_epi32(0x7F));
-            const __m256i half = _mm256_slli_epi32(_mm256_and_si256(texel, _mm256_set1_epi32(1)), 4);
-            pixel = _mm256_srlv_epi32(raster_gather<4>(s.palette, entry_word), half);
-        } else {
-            pixel = texel;
-        }
     }
     const __m128i pixels = raster_pack_lanes(pixel);
 
     uint16_t* out = dst + x;
+#if RASTER_VEC_512
+    if constexpr (F & (RF_COV_READ | RF_DEPTH)) {
+        // masked stores: the lanes written are those of the segment that are uncovered and nearer
+        __mmask8 write = (__mmask8)(0xFFu >> (8 - (1u << K)));
+        if constexpr (F & RF_COV_READ) {
+            const int bits = raster_coverage_byte(cov, x, 1u << K);
+            const __m128i lane_bit = _mm_setr_epi16(0x80, 0x40, 0x20, 0x10, 8, 4, 2, 1);
+            write &= (__mmask8)~_mm_test_epi16_mask(_mm_set1_epi16((short)bits), lane_bit);
+        }
+        if constexpr (F & RF_DEPTH) {
+            uint16_t* zout = zrow + x;
+            write &= _mm_cmpgt_epu16_mask(l->z, _mm_maskz_loadu_epi16(write, zout));
+            _mm_mask_storeu_epi16(zout, write, l->z);
+            if constexpr (K == 3)
+                l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)s.lanes.z_step));
+            else
+                l->z = _mm_add_epi16(l->z, _mm_set1_epi16((short)((uint32_t)s.z_x << K)));
+        }
+        _mm_mask_storeu_epi16(out, write, pixels);
+    } else {
+        (void)cov, (void)zrow;
+        raster_store_lanes<K>(out, pixels);
+    }
+#else
     if constexpr (F & (RF_COV_READ | RF_DEPTH)) {
         // lanes that keep what is there: covered, or not nearer
         __m128i keep = _mm_setzero_si128();
         if constexpr (F & RF_COV_READ) {
-            const uint32_t* word = cov + (x >> 5);
-            const uint32_t bit = (uint32_t)x & 31;
-            uint64_t window = (uint64_t)word[0] << 32;
-            if (bit + (1u << K) > 32)  // the segment runs into the next coverage word
-                window |= word[1];
-            const int bits = (int)((window << bit) >> 56);  // most significant bit: column x
+            const int bits = raster_coverage_byte(cov, x, 1u << K);
             const __m128i lane_bit = _mm_setr_epi16(0x80, 0x40, 0x20, 0x10, 8, 4, 2, 1);
             keep = _mm_cmpeq_epi16(_mm_and_si128(_mm_set1_epi16((short)bits), lane_bit), lane_bit);
         }
@@ -363,7 +489,7 @@ RASTER_AVX2 inline void raster_segment_avx2(const raster_span_ctx& s, const rast
             keep = _mm_or_si128(keep, _mm_cmpeq_epi16(z_new, z_old));
             raster_store_lanes<K>(zout, z_new);
             if constexpr (K == 3)
-                l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)c.z_step));
+                l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)s.lanes.z_step));
             else
                 l->z = _mm_add_epi16(l->z, _mm_set1_epi16((short)((uint32_t)s.z_x << K)));
         }
@@ -372,34 +498,68 @@ RASTER_AVX2 inline void raster_segment_avx2(const raster_span_ctx& s, const rast
         (void)cov, (void)zrow;
         raster_store_lanes<K>(out, pixels);
     }
+#endif
 }
 
-// A span's first group of segment ends and its starting lanes, computed before it is drawn.
-struct raster_span_plan {
-    raster_segment_group grp;
-    raster_segment_ends ends;  // at the ends of grp's segments
-    raster_span_lanes lanes;   // at the span's first 8 pixels
-};
-
-struct raster_span_plans {
-    raster_span_plan plan[2];
-    int32_t ready;  // the plan made for the span drawn next, or -1
-};
-
-// Segments of 8 while at least 8 pixels remain beyond the first, then one of 4, one of 2.
-struct raster_segment_counts {
-    int32_t count8, partial, count;
-};
-
-inline raster_segment_counts raster_segments_of(const raster_span_job& job)
+// base + i step in lane i
+RASTER_VEC inline __m256i raster_lane_ramp(uint32_t base, int32_t step)
 {
-    const int32_t m = job.xr - job.xl - 1;
-    return {m >> 3, (m & 4) ? 4 : 2, (m >> 3) + ((m >> 2) & 1) + ((m >> 1) & 1)};
+    const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    return _mm256_add_epi32(_mm256_set1_epi32((int)base), _mm256_mullo_epi32(lane, _mm256_set1_epi32(step)));
+}
+
+// The last pixels of a span (at most 8), as raster_tail draws them but in lanes: each with
+// its own reciprocal and clamped coordinates. The AVX-512 set writes them with masked stores,
+// the AVX2 set one by one under the coverage and depth rules.
+template <uint32_t F>
+RASTER_VEC void raster_tail_lanes(const raster_span_ctx& s, uint16_t* dst, const uint32_t* cov, uint16_t* zrow,
+                                  int32_t x, int32_t count, const raster_attrs& a, const raster_carried_light* carried)
+{
+    if (count <= 0)
+        return;
+    __m256i u, v, r2;
+    raster_coords_lanes<F>(raster_lane_ramp(a.iw, s.iw_x), raster_lane_ramp(a.u, s.u_x), raster_lane_ramp(a.v, s.v_x),
+                           &u, &v, &r2);
+    u = _mm256_min_epi32(_mm256_max_epi32(u, _mm256_setzero_si256()), _mm256_set1_epi32(s.u_max));
+    v = _mm256_min_epi32(_mm256_max_epi32(v, _mm256_setzero_si256()), _mm256_set1_epi32(s.v_max));
+    __m256i b = _mm256_setzero_si256();
+    if constexpr (F & RF_PHONG) {
+        // Q + i dQ + i (i - 1) / 2 Qxx, as stepping Q += dQ, dQ += Qxx i times
+        const __m256i q = _mm256_add_epi32(raster_lane_ramp(a.q, (int32_t)a.dq), raster_lanes(s.lanes.pairs_qxx));
+        if ((F & RF_LARGE_SPANS) && carried)
+            b = raster_light_of_product(s, _mm256_mullo_epi32(q, raster_lane_ramp(carried->r2, (int32_t)carried->dr2)));
+        else
+            b = raster_light_of_index(
+                s, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(q, N3D_PHONG_Q_SHIFT), r2), N3D_PHONG_INDEX_SHIFT));
+    }
+    const __m256i pixel = raster_pixels<F>(s, raster_texels<F>(s, u, v), b);
+#if RASTER_VEC_512
+    // masked stores of the tail's lanes, as a segment writes its own
+    __mmask8 write = (__mmask8)(0xFFu >> (8 - count));
+    if constexpr (F & RF_COV_READ) {
+        const int bits = raster_coverage_byte(cov, x, (uint32_t)count);
+        const __m128i lane_bit = _mm_setr_epi16(0x80, 0x40, 0x20, 0x10, 8, 4, 2, 1);
+        write &= (__mmask8)~_mm_test_epi16_mask(_mm_set1_epi16((short)bits), lane_bit);
+    }
+    if constexpr (F & RF_DEPTH) {
+        const __m128i z = _mm_add_epi16(_mm_set1_epi16((short)a.z),
+                                        _mm_mullo_epi16(_mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7), _mm_set1_epi16((short)s.z_x)));
+        write &= _mm_cmpgt_epu16_mask(z, _mm_maskz_loadu_epi16(write, zrow + x));
+        _mm_mask_storeu_epi16(zrow + x, write, z);
+    }
+    _mm_mask_storeu_epi16(dst + x, write, raster_pack_lanes(pixel));
+#else
+    alignas(32) uint32_t pixels[RASTER_LANES];
+    _mm256_store_si256((__m256i*)pixels, pixel);
+    uint32_t z = a.z;
+    for (int32_t i = 0; i < count; i++, z += (uint32_t)s.z_x)
+        raster_put<F>(dst, cov, zrow, x + i, (uint16_t)pixels[i], z);
+#endif
 }
 
 // The vector kernel's preparation of a span: its first group of segments, Q and depth lanes.
 template <uint32_t F>
-RASTER_AVX2 inline void raster_plan_avx2(const raster_span_ctx& s, const raster_span_job& job, raster_span_plan* plan)
+RASTER_VEC inline void raster_plan_avx2(const raster_span_ctx& s, const raster_span_job& job, raster_span_plan* plan)
 {
     if (job.xr - job.xl - 1 < 4)
         return;  // no segment: the whole span is tail
@@ -430,7 +590,7 @@ RASTER_AVX2 inline void raster_plan_avx2(const raster_span_ctx& s, const raster_
 // The vector form of raster_span_portable: the same segments, each drawn by
 // raster_segment_avx2, and the same tail.
 template <uint32_t F>
-RASTER_AVX2 void raster_span_avx2(const raster_span_ctx& s, const raster_span_job& job, const raster_span_job* next,
+RASTER_VEC void raster_span_avx2(const raster_span_ctx& s, const raster_span_job& job, const raster_span_job* next,
                                   raster_span_plans* plans)
 {
     int32_t current = plans->ready;
@@ -449,7 +609,7 @@ RASTER_AVX2 void raster_span_avx2(const raster_span_ctx& s, const raster_span_jo
     uint16_t* zrow = job.zrow;
     const int32_t m = job.xr - job.xl - 1;
     if (m < 4) {
-        raster_tail<F>(s, dst, cov, zrow, job.xl, m + 1, job.a, nullptr);
+        raster_tail_lanes<F>(s, dst, cov, zrow, job.xl, m + 1, job.a, nullptr);
         return;
     }
     const raster_segment_counts n = raster_segments_of(job);
@@ -501,9 +661,10 @@ RASTER_AVX2 void raster_span_avx2(const raster_span_ctx& s, const raster_span_jo
         const uint32_t dr2 = (uint32_t)(int32_t)(int16_t)ramp;
         carried = {(uint32_t)(ramp >> 16) + length * dr2, dr2};
     }
-    raster_tail<F>(s, dst, cov, zrow, x, m + 1 - (int32_t)done, a, (F & RF_LARGE_SPANS) ? &carried : nullptr);
+    raster_tail_lanes<F>(s, dst, cov, zrow, x, m + 1 - (int32_t)done, a, (F & RF_LARGE_SPANS) ? &carried : nullptr);
 }
-#else
+#endif  // RASTER_VEC
+#elif !defined(RASTER_VEC)
 struct raster_span_plans {
     int32_t ready;
 };

@@ -113,7 +113,8 @@ TEST_F(display_fixture, clut_hooks_copy_ranges)
 
 TEST_F(display_fixture, composition_matches_the_pixel_rule_on_mixed_content)
 {
-    // random overlay with runs of transparent, opaque and mixed bytes, random video and CLUTs
+    // random overlay with runs of transparent, opaque and mixed bytes (short ones, then long
+    // ones that fill whole blocks), random video and CLUTs; every kernel set
     uint32_t seed = 12345;
     auto next = [&seed] {
         seed = seed * 1664525u + 1013904223u;
@@ -128,7 +129,7 @@ TEST_F(display_fixture, composition_matches_the_pixel_rule_on_mixed_content)
     dev.set_video_clut(&dev, 0, 256, clut);
     dev.set_transparent_index(&dev, 7);
     for (uint32_t i = 0; i < 640 * 480; i++) {
-        const uint32_t run = (i / 13) % 3;
+        const uint32_t run = (i / (i < 640 * 240 ? 13 : 128)) % 3;
         dev.overlay.pixels[i] = run == 0 ? 7 : run == 1 ? (uint8_t)next() : ((next() & 1) ? 7 : (uint8_t)next());
     }
     for (uint32_t b = 0; b < 2; b++)
@@ -136,11 +137,55 @@ TEST_F(display_fixture, composition_matches_the_pixel_rule_on_mixed_content)
             for (uint32_t x = 0; x < 512; x++)
                 *video(b, x, y) = (uint16_t)next();
     display_flip(&dev);
-    std::vector<uint32_t> wide(700 * 480, 0xDEADBEEF);  // a pitch wider than the image
-    display_output_rgba(&dev, wide.data(), 700 * 4);
-    for (uint32_t y = 0; y < 480; y++) {
-        for (uint32_t x = 0; x < 640; x++)
-            ASSERT_EQ(wide[y * 700 + x], display_reference(&dev, x, y)) << x << "," << y;
-        ASSERT_EQ(wide[y * 700 + 640], 0xDEADBEEFu);
+    for (display_kernels k : {DISPLAY_KERNELS_PORTABLE, DISPLAY_KERNELS_BEST}) {
+        SCOPED_TRACE(display_use_kernels(k));
+        std::vector<uint32_t> wide(700 * 480, 0xDEADBEEF);  // a pitch wider than the image
+        display_output_rgba(&dev, wide.data(), 700 * 4);
+        for (uint32_t y = 0; y < 480; y++) {
+            for (uint32_t x = 0; x < 640; x++)
+                ASSERT_EQ(wide[y * 700 + x], display_reference(&dev, x, y)) << x << "," << y;
+            ASSERT_EQ(wide[y * 700 + 640], 0xDEADBEEFu);
+        }
+    }
+}
+
+TEST_F(display_fixture, every_kernel_set_composes_blocks_of_each_kind_with_grey_ramps)
+{
+    // grey ramps: an opaque index i shows (i, i, i); a video channel c shows c * 8 + (c AND 7)
+    struct video_case {
+        uint16_t pixel;
+        uint32_t rgba;
+    };
+    const video_case video_cases[] = {
+        {0x7FFF, 0xFFFFFFFF}, {0x0421, 0x090909FF}, {0xFFFF, 0xFFFFFFFF},  // alpha bit not shown
+        {0x4210, 0x808080FF}, {0x7C00, 0xFF0000FF}, {0x001F, 0x0000FFFF}, {0x0000, 0x000000FF},
+    };
+    const uint32_t cases = sizeof(video_cases) / sizeof(video_cases[0]);
+    for (uint32_t y = 0; y < 240; y++)
+        for (uint32_t x = 0; x < 320; x++)
+            *video(1, x, y) = video_cases[(x + y) % cases].pixel;
+    for (uint32_t transparent : {0u, 128u, 255u}) {
+        dev.set_transparent_index(&dev, transparent);
+        // per row: a transparent block, an opaque block from the table's upper half, then
+        // alternating pixels, each 64 wide
+        auto index_at = [&](uint32_t x, uint32_t y) -> uint32_t {
+            const uint32_t part = (x / 64) % 3;
+            const uint32_t colour = (x * 7 + y) % 256 == transparent ? 1 : (x * 7 + y) % 256;
+            return part == 0 ? transparent : part == 1 ? (colour | 0x80) : ((x & 1) ? transparent : colour);
+        };
+        for (uint32_t y = 0; y < 480; y++)
+            for (uint32_t x = 0; x < 640; x++)
+                dev.overlay.pixels[y * 640 + x] = (uint8_t)index_at(x, y);
+        for (display_kernels k : {DISPLAY_KERNELS_PORTABLE, DISPLAY_KERNELS_BEST}) {
+            SCOPED_TRACE(display_use_kernels(k));
+            display_output_rgba(&dev, out.data(), 640 * 4);
+            for (uint32_t y = 0; y < 480; y++)
+                for (uint32_t x = 0; x < 640; x++) {
+                    const uint32_t i = index_at(x, y);
+                    const uint32_t want = i == transparent ? video_cases[(x / 2 + y / 2) % cases].rgba
+                                                           : i << 24 | i << 16 | i << 8 | 255;
+                    ASSERT_EQ(out[y * 640 + x], want) << x << "," << y << " transparent " << transparent;
+                }
+        }
     }
 }

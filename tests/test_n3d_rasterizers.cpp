@@ -534,11 +534,13 @@ int exact_rounds()
 
 TEST(n3d_rasterizers, portable_and_vector_kernels_draw_the_same_bytes)
 {
-    if (n3d_raster_use_kernels(N3D_RASTER_KERNELS_AVX2) != N3D_RASTER_KERNELS_AVX2)
+    const n3d_raster_kernels best = n3d_raster_use_kernels(N3D_RASTER_KERNELS_BEST);
+    if (best == N3D_RASTER_KERNELS_PORTABLE)
         GTEST_SKIP() << "this processor has only the portable kernel";
     static exact_pair pair;
     static exact_assets assets;
     const int rounds = exact_rounds();
+    for (uint32_t k = N3D_RASTER_KERNELS_AVX2; k <= best; k++)
     for (uint32_t vi = 0; vi < n3d_rasterizer_table_count; vi++) {
         n3d_rasterizer_entry* e = &n3d_rasterizer_table[vi];
         n3d_texture* texture = (e->flags & N3D_RASTERIZER_T0_I8ARGB1555) ? &assets.tex8 : &assets.tex16;
@@ -553,10 +555,10 @@ TEST(n3d_rasterizers, portable_and_vector_kernels_draw_the_same_bytes)
             n3d_raster_call cv = make_call(pair.vector, e, tri, texture, &assets.phong);
             n3d_raster_use_kernels(N3D_RASTER_KERNELS_PORTABLE);
             const int drawn = e->rasterizer(&cp);
-            n3d_raster_use_kernels(N3D_RASTER_KERNELS_AVX2);
+            n3d_raster_use_kernels((n3d_raster_kernels)k);
             ASSERT_EQ(e->rasterizer(&cv), drawn) << e->name;
             ASSERT_TRUE(exact_same_state(pair.portable, pair.vector))
-                << e->name << ", round " << round << ", kind " << round % EXACT_KIND_COUNT;
+                << e->name << ", round " << round << ", kind " << round % EXACT_KIND_COUNT << ", kernels " << k;
         }
     }
 }
