@@ -51,26 +51,33 @@ void gltf_author_tube(gltf_author_mesh* m, float radius, float y0, float y1, uin
     });
 }
 
-void gltf_author_cap(gltf_author_mesh* m, const float* outline, uint32_t count, float y, bool up, float extent)
+// Triangles of a flat face at height y, each three indices into the outline (-1: its centre),
+// counter-clockwise seen from above; reversed for a face seen from below.
+static void gltf_author_face(gltf_author_mesh* m, const float* outline, const std::vector<int32_t>& triangles, float y,
+                             bool up, float extent)
 {
     const vec3 n = {0.0f, up ? 1.0f : -1.0f, 0.0f}, t = {1.0f, 0.0f, 0.0f};
     const float scale = 0.5f / extent;
-    for (uint32_t i = 0; i < count; i++) {
-        const uint32_t j = (i + 1) % count;
-        // centre, i, j is counter-clockwise seen from above: reversed for a face seen from below
-        const float* corners[3] = {nullptr, outline + 2 * (up ? i : j), outline + 2 * (up ? j : i)};
-        for (const float* c : corners) {
-            const float x = c ? c[0] : 0.0f, z = c ? c[1] : 0.0f;
+    for (size_t i = 0; i < triangles.size(); i += 3)
+        for (size_t k = 0; k < 3; k++) {
+            const int32_t corner = triangles[i + (up ? k : 2 - k)];
+            const float x = corner < 0 ? 0.0f : outline[2 * corner], z = corner < 0 ? 0.0f : outline[2 * corner + 1];
             const vec3 p = {x, y, z};
             gltf_author_vertex(m, p, n, t, 0.5f + x * scale, 0.5f + z * scale);
         }
-    }
 }
 
-void gltf_author_prism(gltf_author_mesh* m, const float* outline, uint32_t count, float y0, float y1, float extent)
+void gltf_author_cap(gltf_author_mesh* m, const float* outline, uint32_t count, float y, bool up, float extent)
 {
-    gltf_author_cap(m, outline, count, y1, true, extent);
-    gltf_author_cap(m, outline, count, y0, false, extent);
+    std::vector<int32_t> fan;
+    for (uint32_t i = 0; i < count; i++)
+        fan.insert(fan.end(), {-1, (int32_t)i, (int32_t)((i + 1) % count)});
+    gltf_author_face(m, outline, fan, y, up, extent);
+}
+
+// The side wall of the closed outline from y0 up to y1.
+static void gltf_author_wall(gltf_author_mesh* m, const float* outline, uint32_t count, float y0, float y1)
+{
     float perimeter = 0.0f, length = 0.0f;  // u runs from 0 to 1 round the outline
     for (uint32_t i = 0; i < count; i++)
         perimeter += hypotf(outline[2 * ((i + 1) % count)] - outline[2 * i],
@@ -96,6 +103,16 @@ void gltf_author_prism(gltf_author_mesh* m, const float* outline, uint32_t count
     }
 }
 
+void gltf_author_prism(gltf_author_mesh* m, const float* outline, uint32_t count, float y0, float y1, float extent,
+                       uint32_t caps)
+{
+    if (caps & GLTF_AUTHOR_CAP_TOP)
+        gltf_author_cap(m, outline, count, y1, true, extent);
+    if (caps & GLTF_AUTHOR_CAP_BOTTOM)
+        gltf_author_cap(m, outline, count, y0, false, extent);
+    gltf_author_wall(m, outline, count, y0, y1);
+}
+
 std::vector<float> gltf_author_gear_outline(uint32_t teeth, float root_radius, float tip_radius)
 {
     // in pitches: flanks from 0 to 0.2 and 0.45 to 0.65, the tip between, the root to 1; so a
@@ -110,6 +127,24 @@ std::vector<float> gltf_author_gear_outline(uint32_t teeth, float root_radius, f
             outline.insert(outline.end(), {radii[i] * cosf(a), -radii[i] * sinf(a)});
         }
     return outline;
+}
+
+void gltf_author_gear(gltf_author_mesh* m, uint32_t teeth, float root_radius, float tip_radius, float y0, float y1,
+                      uint32_t caps)
+{
+    const std::vector<float> outline = gltf_author_gear_outline(teeth, root_radius, tip_radius);
+    // the faces: a fan over the roots and each tooth as two triangles on it; no triangle runs
+    // from the centre to a tip, so there are half as many long thin ones as in a fan of the outline
+    std::vector<int32_t> face;
+    for (int32_t k = 0; k < (int32_t)teeth; k++) {
+        const int32_t a = 4 * k, next = 4 * ((k + 1) % (int32_t)teeth);
+        face.insert(face.end(), {-1, a, a + 3, -1, a + 3, next, a, a + 1, a + 2, a, a + 2, a + 3});
+    }
+    if (caps & GLTF_AUTHOR_CAP_TOP)
+        gltf_author_face(m, outline.data(), face, y1, true, tip_radius);
+    if (caps & GLTF_AUTHOR_CAP_BOTTOM)
+        gltf_author_face(m, outline.data(), face, y0, false, tip_radius);
+    gltf_author_wall(m, outline.data(), teeth * 4, y0, y1);
 }
 
 void gltf_author_ground(gltf_author_mesh* m, float size, uint32_t cells, float repeat)

@@ -61,12 +61,19 @@ void gltf_author_tube(gltf_author_mesh* m, float radius, float y0, float y1, uin
 // outline of `count` points (x, z pairs, counter-clockwise seen from above). Texture coordinates
 // map x and z from -extent..extent to 0..1.
 void gltf_author_cap(gltf_author_mesh* m, const float* outline, uint32_t count, float y, bool up, float extent);
-// The outline prism: the cap at y1 facing up, at y0 facing down, and the side wall between
-// them, outward normals per face (flat-shaded walls).
-void gltf_author_prism(gltf_author_mesh* m, const float* outline, uint32_t count, float y0, float y1, float extent);
+// The outline prism: the side wall from y0 to y1 with outward normals per face (flat-shaded
+// walls, u from 0 to 1 round the outline, v from 0 at the top to 1 at the bottom), and the caps
+// that `caps` asks for: the one at y1 facing up, the one at y0 facing down (a part that stands
+// on something needs no bottom, and the renderer draws back faces too).
+enum gltf_author_caps { GLTF_AUTHOR_CAP_TOP = 1, GLTF_AUTHOR_CAP_BOTTOM = 2, GLTF_AUTHOR_CAPS_BOTH = 3 };
+void gltf_author_prism(gltf_author_mesh* m, const float* outline, uint32_t count, float y0, float y1, float extent,
+                       uint32_t caps);
 // The outline of a gear round y: `teeth` teeth of four points each (root, tip, tip, root),
 // counter-clockwise seen from above, 8 x teeth floats.
 std::vector<float> gltf_author_gear_outline(uint32_t teeth, float root_radius, float tip_radius);
+// A gear round y from y0 to y1 with that outline: its wall, and the faces `caps` asks for.
+void gltf_author_gear(gltf_author_mesh* m, uint32_t teeth, float root_radius, float tip_radius, float y0, float y1,
+                      uint32_t caps);
 // A square of `size` in the y = 0 plane facing up, cut into cells so that clipping stays local;
 // the texture repeats `repeat` times across it.
 void gltf_author_ground(gltf_author_mesh* m, float size, uint32_t cells, float repeat);

@@ -13,8 +13,9 @@
 // beats of a 120 bpm bar (a beat every 0.5 s): the gears snap forward a tooth or two at once,
 // the pistons strike in a pattern of the bar, the lamps flash round the ring. The camera circles
 // it once in 16 s (eight bars), swooping in low twice; a second animation brings in a crystal
-// (the optional node) that grows over the axle and spins on the beats. Both animations end
-// where they began, so a scene restarted every 16 s plays on without a seam.
+// (the optional node) that shoots up out of the axle, spins on the beats and sinks back at the
+// end. Both animations end where they began, so a scene restarted every 16 s plays on without a
+// seam.
 //
 //   reel_madgen [--model totem|machine] OUTDIR   (the folder is created)
 // writes OUTDIR/<model file>.gltf, its .bin, the PNG images the model names and
@@ -235,12 +236,15 @@ constexpr float MACHINE_BEAT = 0.5f;
 constexpr float MACHINE_KEY_STEP = 0.0625f;  // eight keys a beat: a strike rises within one key
 constexpr uint32_t MACHINE_KEYS = (uint32_t)(MACHINE_SECONDS / MACHINE_KEY_STEP) + 1;
 // The gears: teeth of one pitch (arc length on the pitch circle) so that any two mesh.
-constexpr float MACHINE_PITCH = 0.3927f;  // 2 pi x 2.0 / 32
-constexpr float MACHINE_TOOTH = 0.15f;    // from the pitch circle to the tip, and to the root
-constexpr uint32_t MACHINE_BIG_TEETH = 32, MACHINE_SMALL_TEETH = 14;
+// Few, chunky teeth: every triangle costs the renderer its set-up, and a gear's wall is made of
+// small ones (two per corner of the outline).
+constexpr float MACHINE_PITCH = 0.7854f;  // 2 pi x 2.0 / 16
+constexpr float MACHINE_TOOTH = 0.22f;    // from the pitch circle to the tip, and to the root
+constexpr uint32_t MACHINE_BIG_TEETH = 16, MACHINE_SMALL_TEETH = 8, MACHINE_UPPER_TEETH = 10, MACHINE_TOP_TEETH = 8;
 constexpr uint32_t MACHINE_SATELLITES = 4, MACHINE_PISTONS = 4, MACHINE_LAMPS = 8;
 constexpr float MACHINE_GEAR_Y = 1.0f;
 constexpr float MACHINE_DAIS_TOP = 0.35f;
+constexpr float MACHINE_AXLE_TOP = 4.0f;
 constexpr float MACHINE_PISTON_RADIUS = 3.4f;  // on the diagonals between the small gears
 constexpr float MACHINE_LAMP_RADIUS = 6.5f;
 
@@ -272,24 +276,23 @@ std::vector<float> machine_circle(uint32_t count, float radius)
     return outline;
 }
 
-// A prism of a regular polygon at (x, z), from y0 to y1, in one finish.
+// A prism of a regular polygon at (x, z), from y0 to y1, in one finish, with the caps one sees.
 void machine_post(gltf_author_mesh* m, uint32_t sides, float radius, float x, float z, float y0, float y1,
-                  machine_surface finish)
+                  machine_surface finish, uint32_t caps)
 {
     const size_t first = gltf_author_vertex_count(m);
     const std::vector<float> outline = machine_circle(sides, radius);
-    gltf_author_prism(m, outline.data(), sides, y0, y1, radius);
+    gltf_author_prism(m, outline.data(), sides, y0, y1, radius, caps);
     gltf_author_translate(m, first, x, 0.0f, z);
     machine_finish(m, first, finish);
 }
 
 // A gear of `teeth` about its own origin, centred on y = 0, with the pitch of every gear here.
-void machine_gear(gltf_author_mesh* m, uint32_t teeth, float thickness)
+void machine_gear(gltf_author_mesh* m, uint32_t teeth, float thickness, uint32_t caps)
 {
     const float pitch_radius = MACHINE_PITCH * (float)teeth / (2.0f * MADGEN_PI);
-    const std::vector<float> outline =
-        gltf_author_gear_outline(teeth, pitch_radius - MACHINE_TOOTH, pitch_radius + MACHINE_TOOTH);
-    gltf_author_prism(m, outline.data(), teeth * 4, -0.5f * thickness, 0.5f * thickness, pitch_radius + MACHINE_TOOTH);
+    gltf_author_gear(m, teeth, pitch_radius - MACHINE_TOOTH, pitch_radius + MACHINE_TOOTH, -0.5f * thickness,
+                     0.5f * thickness, caps);
     machine_finish(m, 0, MACHINE_BRASS);
 }
 
@@ -321,7 +324,7 @@ float machine_beat(float t, uint32_t* beat)
     return beats - (float)*beat;
 }
 
-// The large gear's turn at t: two teeth a beat, 64 teeth (two turns) in the 16 s.
+// The large gear's turn at t: two teeth a beat, 64 teeth (four turns) in the 16 s.
 float machine_big_angle(float t)
 {
     uint32_t beat;
@@ -339,6 +342,15 @@ float machine_satellite_angle(uint32_t i, float t)
     const float theta = machine_satellite_theta(i);
     const float start = theta + MADGEN_PI - small_step * (1.15f - theta / big_step);
     return start - machine_big_angle(t) * (float)MACHINE_BIG_TEETH / (float)MACHINE_SMALL_TEETH;
+}
+
+// How far the crystal is out: rising over the first two beats, sinking over the last one.
+float machine_core_presence(float t)
+{
+    const float in = fminf(1.0f, t / (2.0f * MACHINE_BEAT));
+    const float out = fminf(1.0f, (MACHINE_SECONDS - t) / MACHINE_BEAT);
+    const float x = fmaxf(0.0f, fminf(in, out));
+    return x * x * (3.0f - 2.0f * x);
 }
 
 // The lamps' scale: lamp i flashes on the beats that come round to it (once in two bars), and
@@ -360,16 +372,16 @@ float machine_piston_lift(uint32_t i, float t)
     return strikes ? 1.1f * hit : 0.0f;
 }
 
-// The camera: once round in the 16 s, swooping in from 9.5 out and 4.6 up to 5.5 out and 1.9 up
-// at 4 s and 12 s, pushed in a little on every bar's first beat, looking at the gears.
+// The camera: once round in the 16 s, swooping in from 10.5 out and 4.8 up to 6.5 out and 2.1
+// up at 4 s and 12 s, pushed in a little on every bar's first beat, looking at the gears.
 void machine_camera_position(float t, float* p)
 {
     uint32_t beat;
     const float hit = machine_hit(machine_beat(t, &beat));
     const float swoop = sinf(MADGEN_PI * t / 8.0f) * sinf(MADGEN_PI * t / 8.0f);
-    const float radius = 9.5f - 4.0f * swoop - (beat % 4 == 0 ? 0.35f * hit : 0.0f);
+    const float radius = 10.5f - 4.0f * swoop - (beat % 4 == 0 ? 0.4f * hit : 0.0f);
     const float a = 2.0f * MADGEN_PI * t / MACHINE_SECONDS + 0.3f;
-    p[0] = radius * sinf(a), p[1] = 4.6f - 2.7f * swoop, p[2] = radius * cosf(a);
+    p[0] = radius * sinf(a), p[1] = 4.8f - 2.7f * swoop, p[2] = radius * cosf(a);
 }
 
 void machine_paint_floor(uint8_t* p, float u, float v)
@@ -381,7 +393,7 @@ void machine_paint_floor(uint8_t* p, float u, float v)
     const bool rivet = (cu - 0.09f) * (cu - 0.09f) + (cv - 0.09f) * (cv - 0.09f) < 0.0012f;
     const float du = u * 16.0f - floorf(u * 16.0f) - 0.5f, dv = v * 16.0f - floorf(v * 16.0f) - 0.5f;
     const bool tread = fabsf(du + dv) < 0.12f || fabsf(du - dv) < 0.12f;
-    const float g = seam ? 28.0f : rivet ? 150.0f : tread ? 96.0f : 66.0f;
+    const float g = seam ? 50.0f : rivet ? 230.0f : tread ? 170.0f : 125.0f;
     p[0] = (uint8_t)g, p[1] = (uint8_t)(g * 1.04f), p[2] = (uint8_t)(g * 1.18f);
 }
 
@@ -391,42 +403,40 @@ void machine_paint_parts(uint8_t* p, float u, float v)
     const float x = u * 2.0f - floorf(u * 2.0f), y = v * 2.0f - floorf(v * 2.0f);  // in the quarter
     const float dx = x - 0.5f, dy = y - 0.5f, r = sqrtf(dx * dx + dy * dy);
     if (quarter == 0) {  // brass: machined rings, a dark hub, bolt holes round it
-        const float rings = 0.85f + 0.15f * sinf(r * 160.0f);
+        const float rings = 0.9f + 0.1f * sinf(r * 70.0f);
         const float a = atan2f(dy, dx);
         const bool hole = fabsf(r - 0.25f) < 0.035f && cosf(6.0f * a) > 0.93f;
         const float k = r < 0.1f ? 0.45f : hole ? 0.3f : rings;
-        p[0] = (uint8_t)(235 * k), p[1] = (uint8_t)(180 * k), p[2] = (uint8_t)(70 * k);
+        p[0] = (uint8_t)(255 * k), p[1] = (uint8_t)(205 * k), p[2] = (uint8_t)(80 * k);
     } else if (quarter == 1) {  // steel: blue-grey panels, seams and rivets
         const float px = x * 4.0f - floorf(x * 4.0f), py = y * 2.0f - floorf(y * 2.0f);
         const bool seam = px < 0.05f || py < 0.05f;
         const bool rivet = (px - 0.15f) * (px - 0.15f) + (py - 0.15f) * (py - 0.15f) < 0.004f;
-        const float g = seam ? 60.0f : rivet ? 220.0f : 140.0f + 20.0f * sinf(y * 90.0f);
-        p[0] = (uint8_t)(g * 0.85f), p[1] = (uint8_t)(g * 0.95f), p[2] = (uint8_t)g;
+        const float g = seam ? 90.0f : rivet ? 255.0f : 215.0f + 15.0f * sinf(x * 25.0f);
+        p[0] = (uint8_t)(g * 0.82f), p[1] = (uint8_t)(g * 0.92f), p[2] = (uint8_t)g;
     } else if (quarter == 2) {  // hazard: yellow and black stripes
         const bool black = (int)floorf((x + y) * 6.0f) % 2 != 0;
-        p[0] = black ? 30 : 250, p[1] = black ? 30 : 200, p[2] = black ? 25 : 20;
+        p[0] = black ? 40 : 255, p[1] = black ? 40 : 215, p[2] = black ? 35 : 30;
     } else {  // glow: amber on the left half, cyan on the right, white-hot bands across
         const float band = 0.5f + 0.5f * cosf(y * 6.0f * MADGEN_PI);
         const float hot = band * band * band;
         if (x < 0.5f)
-            p[0] = 255, p[1] = (uint8_t)(150 + 100 * hot), p[2] = (uint8_t)(30 + 200 * hot);
+            p[0] = 255, p[1] = (uint8_t)(190 + 65 * hot), p[2] = (uint8_t)(60 + 195 * hot);
         else
-            p[0] = (uint8_t)(40 + 210 * hot), p[1] = (uint8_t)(200 + 55 * hot), p[2] = 255;
+            p[0] = (uint8_t)(90 + 165 * hot), p[1] = (uint8_t)(230 + 25 * hot), p[2] = 255;
     }
 }
 
-// The machine's sky from inside: a night of smoke over a furnace glow all round the horizon,
-// a few stars above.
+// The machine's sky from inside: a night of smoke over a furnace glow all round the horizon.
 void machine_paint_sky(uint8_t* p, float u, float v)
 {
     const float height = 1.0f - 2.0f * v;
     const float smoke = 0.5f + 0.5f * sinf(u * 14.0f * MADGEN_PI + 4.0f * v) * sinf(u * 6.0f * MADGEN_PI - 9.0f * v);
-    const float glow = expf(-14.0f * height * height) * (0.7f + 0.3f * smoke);
+    const float glow = expf(-30.0f * height * height) * (0.6f + 0.4f * smoke);
     const float up = height > 0 ? height : 0.0f;
-    const float star = height > 0.2f && sinf(u * 173.0f) * sinf(v * 241.0f) > 0.985f ? 1.0f : 0.0f;
-    p[0] = (uint8_t)fminf(255.0f, 25 + 30 * (1 - up) + 230 * glow + 200 * star);
-    p[1] = (uint8_t)fminf(255.0f, 12 + 10 * (1 - up) + 90 * glow + 200 * star);
-    p[2] = (uint8_t)fminf(255.0f, 45 + 40 * up + 10 * glow + 200 * star);
+    p[0] = (uint8_t)fminf(255.0f, 25 + 30 * (1 - up) + 170 * glow);
+    p[1] = (uint8_t)fminf(255.0f, 12 + 10 * (1 - up) + 70 * glow);
+    p[2] = (uint8_t)fminf(255.0f, 45 + 40 * up + 10 * glow);
 }
 
 void madgen_machine(const char* dir)
@@ -439,37 +449,39 @@ void madgen_machine(const char* dir)
 
     // the still frame: the dais, the axle, the small gears' posts, the piston housings, the lamp posts
     gltf_author_mesh floor, frame, big, small, upper, top, piston, lamp, core, sky;
-    gltf_author_ground(&floor, 24.0f, 8, 6.0f);
-    machine_post(&frame, 32, 4.2f, 0, 0, 0.0f, MACHINE_DAIS_TOP, MACHINE_STEEL);
-    machine_post(&frame, 12, 0.3f, 0, 0, MACHINE_DAIS_TOP, 4.3f, MACHINE_STEEL);
+    gltf_author_ground(&floor, 24.0f, 6, 6.0f);
+    machine_post(&frame, 24, 4.2f, 0, 0, 0.0f, MACHINE_DAIS_TOP, MACHINE_STEEL, GLTF_AUTHOR_CAP_TOP);
+    machine_post(&frame, 12, 0.3f, 0, 0, MACHINE_DAIS_TOP, MACHINE_AXLE_TOP, MACHINE_STEEL, GLTF_AUTHOR_CAP_TOP);
     const float satellite_distance = MACHINE_PITCH * (float)(MACHINE_BIG_TEETH + MACHINE_SMALL_TEETH) / (2.0f * MADGEN_PI);
     for (uint32_t i = 0; i < MACHINE_SATELLITES; i++) {
         const float theta = machine_satellite_theta(i);
         machine_post(&frame, 8, 0.18f, satellite_distance * cosf(theta), -satellite_distance * sinf(theta),
-                     MACHINE_DAIS_TOP, MACHINE_GEAR_Y, MACHINE_STEEL);
+                     MACHINE_DAIS_TOP, MACHINE_GEAR_Y, MACHINE_STEEL, 0);  // the gear hides its top
     }
     for (uint32_t i = 0; i < MACHINE_PISTONS; i++) {
         const float a = 2.0f * MADGEN_PI * ((float)i + 0.5f) / (float)MACHINE_PISTONS;
         machine_post(&frame, 12, 0.42f, MACHINE_PISTON_RADIUS * cosf(a), -MACHINE_PISTON_RADIUS * sinf(a),
-                     MACHINE_DAIS_TOP, 1.5f, MACHINE_STEEL);
+                     MACHINE_DAIS_TOP, 1.5f, MACHINE_STEEL, GLTF_AUTHOR_CAP_TOP);
     }
     for (uint32_t i = 0; i < MACHINE_LAMPS; i++) {
         const float a = 2.0f * MADGEN_PI * (float)i / (float)MACHINE_LAMPS;
         machine_post(&frame, 6, 0.12f, MACHINE_LAMP_RADIUS * sinf(a), MACHINE_LAMP_RADIUS * cosf(a), 0.0f, 1.65f,
-                     MACHINE_STEEL);
+                     MACHINE_STEEL, 0);  // the lamp hides its top
     }
     // the moving parts, each about its own origin
-    machine_gear(&big, MACHINE_BIG_TEETH, 0.3f);
-    machine_gear(&small, MACHINE_SMALL_TEETH, 0.26f);
-    machine_gear(&upper, 20, 0.24f);
-    machine_gear(&top, 12, 0.2f);
-    machine_post(&piston, 8, 0.13f, 0, 0, 0.0f, 1.3f, MACHINE_STEEL);  // the rod, inside the housing at rest
-    machine_post(&piston, 12, 0.5f, 0, 0, 1.3f, 1.55f, MACHINE_HAZARD);
-    gltf_author_sphere(&lamp, 0.32f, 6, 10, false);
+    // the camera never goes below 2.1: the gears at 1.0 are seen from above only
+    machine_gear(&big, MACHINE_BIG_TEETH, 0.3f, GLTF_AUTHOR_CAP_TOP);
+    machine_gear(&small, MACHINE_SMALL_TEETH, 0.26f, GLTF_AUTHOR_CAP_TOP);
+    machine_gear(&upper, MACHINE_UPPER_TEETH, 0.26f, GLTF_AUTHOR_CAPS_BOTH);
+    machine_gear(&top, MACHINE_TOP_TEETH, 0.22f, GLTF_AUTHOR_CAPS_BOTH);
+    // the rod, inside the housing at rest, and the head
+    machine_post(&piston, 8, 0.13f, 0, 0, 0.0f, 1.3f, MACHINE_STEEL, 0);
+    machine_post(&piston, 12, 0.5f, 0, 0, 1.3f, 1.55f, MACHINE_HAZARD, GLTF_AUTHOR_CAPS_BOTH);
+    gltf_author_sphere(&lamp, 0.34f, 4, 6, false);  // a faceted glass
     machine_finish(&lamp, 0, MACHINE_LAMP_GLOW);
     gltf_author_sphere(&core, 0.7f, 4, 6, false);  // a faceted crystal
     machine_finish(&core, 0, MACHINE_CORE_GLOW);
-    gltf_author_sphere(&sky, MADGEN_SKY_RADIUS, 12, 24, true);
+    gltf_author_sphere(&sky, MADGEN_SKY_RADIUS, 8, 16, true);
 
     struct {
         const char* name;
@@ -484,27 +496,40 @@ void madgen_machine(const char* dir)
     for (uint32_t i = 0; i < 10; i++)
         mesh_index[i] = gltf_author_add_mesh(&m, meshes[i].name, meshes[i].mesh, meshes[i].material);
 
-    // nodes; the channels below say where the moving ones are
+    // nodes: the moving parts in their places, turned and lifted by the channels below
     std::vector<uint32_t> roots;
     auto add = [&](json node) {
         roots.push_back(gltf_author_add_node(&m, node));
         return roots.back();
     };
-    add({{"name", "floor"}, {"mesh", mesh_index[0]}});
-    add({{"name", "frame"}, {"mesh", mesh_index[1]}});
-    const uint32_t big_node = add({{"name", "gear_big"}, {"mesh", mesh_index[2]}});
+    // the scene draws in node order with a depth test: the parts nearer the camera (which looks
+    // down on the machine) come first, so that fewer hidden pixels are shaded; the floor comes last
     uint32_t satellite_nodes[MACHINE_SATELLITES], piston_nodes[MACHINE_PISTONS], lamp_nodes[MACHINE_LAMPS];
-    for (uint32_t i = 0; i < MACHINE_SATELLITES; i++)
-        satellite_nodes[i] = add({{"name", "gear_small" + std::to_string(i)}, {"mesh", mesh_index[3]}});
-    const uint32_t upper_node = add({{"name", "gear_upper"}, {"mesh", mesh_index[4]}});
-    const uint32_t top_node = add({{"name", "gear_top"}, {"mesh", mesh_index[5]}});
+    // the crystal waits inside the axle's top, too small to see, until the second animation
+    const uint32_t core_node = add({{"name", "core"},
+                                    {"mesh", mesh_index[8]},
+                                    {"translation", {0.0f, MACHINE_AXLE_TOP - 0.3f, 0.0f}},
+                                    {"scale", {0.01f, 0.01f, 0.01f}}});
+    for (uint32_t i = 0; i < MACHINE_LAMPS; i++) {
+        const float a = 2.0f * MADGEN_PI * (float)i / (float)MACHINE_LAMPS;
+        const json at = {MACHINE_LAMP_RADIUS * sinf(a), 1.9f, MACHINE_LAMP_RADIUS * cosf(a)};
+        lamp_nodes[i] = add({{"name", "lamp" + std::to_string(i)}, {"mesh", mesh_index[7]}, {"translation", at}});
+    }
+    const uint32_t top_node = add({{"name", "gear_top"}, {"mesh", mesh_index[5]}, {"translation", {0.0f, 3.4f, 0.0f}}});
+    const uint32_t upper_node =
+        add({{"name", "gear_upper"}, {"mesh", mesh_index[4]}, {"translation", {0.0f, 2.3f, 0.0f}}});
     for (uint32_t i = 0; i < MACHINE_PISTONS; i++)
         piston_nodes[i] = add({{"name", "piston" + std::to_string(i)}, {"mesh", mesh_index[6]}});
-    for (uint32_t i = 0; i < MACHINE_LAMPS; i++)
-        lamp_nodes[i] = add({{"name", "lamp" + std::to_string(i)}, {"mesh", mesh_index[7]}});
-    // the crystal waits inside the axle's top, too small to see, until the second animation
-    const uint32_t core_node = add(
-        {{"name", "core"}, {"mesh", mesh_index[8]}, {"translation", {0.0, 4.0, 0.0}}, {"scale", {0.01, 0.01, 0.01}}});
+    const uint32_t big_node =
+        add({{"name", "gear_big"}, {"mesh", mesh_index[2]}, {"translation", {0.0f, MACHINE_GEAR_Y, 0.0f}}});
+    for (uint32_t i = 0; i < MACHINE_SATELLITES; i++) {
+        const float theta = machine_satellite_theta(i);
+        const json at = {satellite_distance * cosf(theta), MACHINE_GEAR_Y, -satellite_distance * sinf(theta)};
+        satellite_nodes[i] =
+            add({{"name", "gear_small" + std::to_string(i)}, {"mesh", mesh_index[3]}, {"translation", at}});
+    }
+    add({{"name", "frame"}, {"mesh", mesh_index[1]}});
+    add({{"name", "floor"}, {"mesh", mesh_index[0]}});
     add({{"name", "sky"}, {"mesh", mesh_index[9]}});
     const uint32_t camera_node = add({{"name", "camera"}, {"camera", 0}});
     m.gltf["scenes"] = {{{"nodes", roots}}};
@@ -516,34 +541,25 @@ void madgen_machine(const char* dir)
     gltf_author_channel(a, camera_node, "translation", 3, machine_camera_position);
     gltf_author_channel(a, camera_node, "rotation", 4, [](float t, float* v) {
         float position[3];
-        const float target[3] = {0.0f, 1.4f, 0.0f};
+        const float target[3] = {0.0f, 1.8f, 0.0f};
         machine_camera_position(t, position);
         madgen_look_at(v, position, target);
     });
-    gltf_author_channel(a, big_node, "translation", 3,
-                        [](float, float* v) { v[0] = 0.0f, v[1] = MACHINE_GEAR_Y, v[2] = 0.0f; });
     gltf_author_channel(a, big_node, "rotation", 4,
                         [](float t, float* v) { gltf_author_quat_axis(v, 0, 1, 0, machine_big_angle(t)); });
-    for (uint32_t i = 0; i < MACHINE_SATELLITES; i++) {
-        const float theta = machine_satellite_theta(i);
-        gltf_author_channel(a, satellite_nodes[i], "translation", 3, [&](float, float* v) {
-            v[0] = satellite_distance * cosf(theta), v[1] = MACHINE_GEAR_Y, v[2] = -satellite_distance * sinf(theta);
-        });
+    for (uint32_t i = 0; i < MACHINE_SATELLITES; i++)
         gltf_author_channel(a, satellite_nodes[i], "rotation", 4, [i](float t, float* v) {
             gltf_author_quat_axis(v, 0, 1, 0, machine_satellite_angle(i, t));
         });
-    }
     // the stacked gears on the axle: the upper one against the large gear, the top one snapping
     // on every half beat
-    gltf_author_channel(a, upper_node, "translation", 3, [](float, float* v) { v[0] = 0, v[1] = 2.3f, v[2] = 0; });
     gltf_author_channel(a, upper_node, "rotation", 4, [](float t, float* v) {
         gltf_author_quat_axis(v, 0, 1, 0, -1.6f * machine_big_angle(t));
     });
-    gltf_author_channel(a, top_node, "translation", 3, [](float, float* v) { v[0] = 0, v[1] = 3.4f, v[2] = 0; });
     gltf_author_channel(a, top_node, "rotation", 4, [](float t, float* v) {
         uint32_t half_beats;
         const float f = machine_beat(2.0f * t, &half_beats);
-        gltf_author_quat_axis(v, 0, 1, 0, ((float)half_beats + machine_snap(f)) * 2.0f * MADGEN_PI / 12.0f);
+        gltf_author_quat_axis(v, 0, 1, 0, ((float)half_beats + machine_snap(f)) * 2.0f * MADGEN_PI / MACHINE_TOP_TEETH);
     });
     for (uint32_t i = 0; i < MACHINE_PISTONS; i++) {
         const float angle = 2.0f * MADGEN_PI * ((float)i + 0.5f) / (float)MACHINE_PISTONS;
@@ -552,26 +568,22 @@ void madgen_machine(const char* dir)
             v[2] = -MACHINE_PISTON_RADIUS * sinf(angle);
         });
     }
-    for (uint32_t i = 0; i < MACHINE_LAMPS; i++) {
-        const float angle = 2.0f * MADGEN_PI * (float)i / (float)MACHINE_LAMPS;
-        gltf_author_channel(a, lamp_nodes[i], "translation", 3, [&](float, float* v) {
-            v[0] = MACHINE_LAMP_RADIUS * sinf(angle), v[1] = 1.9f, v[2] = MACHINE_LAMP_RADIUS * cosf(angle);
-        });
+    for (uint32_t i = 0; i < MACHINE_LAMPS; i++)
         gltf_author_channel(a, lamp_nodes[i], "scale", 3,
-                            [&](float t, float* v) { v[0] = v[1] = v[2] = machine_lamp_scale(i, t); });
-    }
-    // the second animation: the crystal rises out of the axle over the first bar, then spins a
-    // quarter turn on every beat and jumps with the strikes
+                            [i](float t, float* v) { v[0] = v[1] = v[2] = machine_lamp_scale(i, t); });
+    // the second animation: the crystal shoots up out of the axle over the first two beats,
+    // spins a quarter turn on every beat, jumps with the strikes and sinks back in over the last
+    // beat, so that it plays on from one 16 s to the next like the first
     gltf_author_animation extra = {&m, {{"name", "extra"}}, times, MACHINE_KEYS, MACHINE_KEY_STEP};
     gltf_author_channel(&extra, core_node, "translation", 3, [](float t, float* v) {
         uint32_t beat;
         const float hit = machine_hit(machine_beat(t, &beat));
-        v[0] = 0.0f, v[1] = 4.0f + 1.2f * fminf(1.0f, t / 2.0f) + 0.3f * hit, v[2] = 0.0f;
+        v[0] = 0.0f, v[1] = MACHINE_AXLE_TOP - 0.3f + (1.2f + 0.3f * hit) * machine_core_presence(t), v[2] = 0.0f;
     });
     gltf_author_channel(&extra, core_node, "scale", 3, [](float t, float* v) {
         uint32_t beat;
         const float hit = machine_hit(machine_beat(t, &beat));
-        v[0] = v[1] = v[2] = fmaxf(0.01f, fminf(1.0f, t / 2.0f)) * (1.0f + 0.25f * hit);
+        v[0] = v[1] = v[2] = fmaxf(0.01f, machine_core_presence(t) * (1.0f + 0.25f * hit));
     });
     gltf_author_channel(&extra, core_node, "rotation", 4, [](float t, float* v) {
         uint32_t beat;
