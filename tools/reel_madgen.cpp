@@ -1,251 +1,58 @@
-// The animated 3D example scene, authored in code as a glTF 2.0 model: a checkered ground, a
-// striped totem skinned to two bones that spin, bounce and sway it, a crate circling it, a
-// moon that a second animation brings in, a sky sphere with a direct-colour texture (the
-// scene's special node, drawn behind everything at a fifth of its size) and an animated camera
-// that swings round the totem. The importer turns the model into the show's datapack and
-// palette textures like any other glTF; the sky's texture, which the special node needs as
-// direct colour, is written here too, under the name the import gives it, for a later pack.
+// The animated 3D example scenes, authored in code as glTF 2.0 models that the importer turns
+// into the show's datapacks and palette textures like any other glTF. Each has a sky sphere with
+// a direct-colour texture (the scene's special node, drawn behind everything at a fifth of its
+// size) whose texture the special node needs as direct colour: it is written here too, under
+// the name the import gives it, for a later pack.
 //
-//   reel_madgen OUTDIR   (the folder is created)
-// writes OUTDIR/madpack.gltf, OUTDIR/madpack.bin, the PNG images the model names and
-// OUTDIR/madpack_sky.tmap (ARGB1555, swizzled).
+// totem (the default): a checkered ground, a striped totem skinned to two bones that spin,
+// bounce and sway it, a crate circling it, a moon that a second animation brings in, and an
+// animated camera that swings round the totem over 12 s.
+//
+// machine: a clockwork on a round dais: a large brass gear meshing with four small ones, two
+// more gears stacked on the axle, four pistons and a ring of eight lamps, all moving on the
+// beats of a 120 bpm bar (a beat every 0.5 s): the gears snap forward a tooth or two at once,
+// the pistons strike in a pattern of the bar, the lamps flash round the ring. The camera circles
+// it once in 16 s (eight bars), swooping in low twice; a second animation brings in a crystal
+// (the optional node) that shoots up out of the axle, spins on the beats and sinks back at the
+// end. Both animations end where they began, so a scene restarted every 16 s plays on without a
+// seam.
+//
+//   reel_madgen [--model totem|machine] OUTDIR   (the folder is created)
+// writes OUTDIR/<model file>.gltf, its .bin, the PNG images the model names and
+// OUTDIR/<model file>_sky.tmap (ARGB1555, swizzled); the totem's model file is "madpack".
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
-#include "bitmap.h"
-#include "n3d_convert.h"
-#include "n3d_io.h"
+#include "gltf_author.h"
 #include "tool.h"
-#include "vmath.h"
 
 namespace {
 
 using json = nlohmann::json;
 
-constexpr float MADGEN_PI = 3.14159265f;
-constexpr float MADGEN_SECONDS = 12.0f;  // the animations' length
-constexpr float MADGEN_KEY_STEP = 0.25f;
-constexpr uint32_t MADGEN_KEYS = (uint32_t)(MADGEN_SECONDS / MADGEN_KEY_STEP) + 1;
-constexpr float MADGEN_SKY_RADIUS = 100.0f;  // drawn at a fifth: 20 units round the totem
+constexpr float MADGEN_PI = GLTF_AUTHOR_PI;
 
-// One primitive's vertex arrays, as glTF attributes.
-struct madgen_mesh {
-    std::vector<float> position, normal, tangent, uv;  // tangent: xyz and the bitangent's sign
-    std::vector<uint8_t> joints;
-    std::vector<float> weights;
-    void vertex(const vec3 p, const vec3 n, const vec3 t, float u, float v)
-    {
-        position.insert(position.end(), p, p + 3);
-        normal.insert(normal.end(), n, n + 3);
-        tangent.insert(tangent.end(), {t[0], t[1], t[2], 1.0f});
-        uv.insert(uv.end(), {u, v});
-    }
-};
+// ---- the totem ----
 
-// A sphere-like surface of revolution round y: f(ring, side) gives the point; the quads are
-// wound counter-clockwise seen from outside, or from inside when `inward`.
-template <typename Surface>
-void madgen_revolve(madgen_mesh* m, uint32_t rings, uint32_t sides, bool inward, Surface surface)
-{
-    // (ring, side) corners: rings run down from the top and sides round y, so this order is
-    // counter-clockwise seen from outside
-    const uint32_t corners[6][2] = {{0, 0}, {1, 1}, {0, 1}, {0, 0}, {1, 0}, {1, 1}};
-    for (uint32_t r = 0; r < rings; r++)
-        for (uint32_t s = 0; s < sides; s++)
-            for (uint32_t k = 0; k < 6; k++) {
-                const uint32_t* c = corners[inward ? 5 - k : k];
-                vec3 p, n, t;
-                surface(p, n, t, r + c[0], s + c[1]);
-                if (inward)
-                    vec3_scale(n, n, -1.0f);
-                m->vertex(p, n, t, (float)(s + c[1]) / (float)sides, (float)(r + c[0]) / (float)rings);
-            }
-}
-
-void madgen_sphere(madgen_mesh* m, float radius, uint32_t rings, uint32_t sides, bool inward)
-{
-    madgen_revolve(m, rings, sides, inward, [&](vec3 p, vec3 n, vec3 t, uint32_t ring, uint32_t side) {
-        const float polar = MADGEN_PI * (float)ring / (float)rings;  // from the top down
-        const float a = 2.0f * MADGEN_PI * (float)side / (float)sides;
-        vec3_set(n, sinf(polar) * sinf(a), cosf(polar), sinf(polar) * cosf(a));
-        vec3_scale(p, n, radius);
-        vec3_set(t, cosf(a), 0.0f, -sinf(a));
-    });
-}
+constexpr float TOTEM_SECONDS = 12.0f;  // the animations' length
+constexpr float TOTEM_KEY_STEP = 0.25f;
+constexpr uint32_t TOTEM_KEYS = (uint32_t)(TOTEM_SECONDS / TOTEM_KEY_STEP) + 1;
+constexpr float MADGEN_SKY_RADIUS = 100.0f;  // drawn at a fifth: 20 units round the model
 
 // The totem: a cylinder from y = 0 to `height`, skinned to joint 0 (the base) and joint 1 (at
 // half height), the upper joint's weight rising from a quarter to three quarters of the height.
-void madgen_totem(madgen_mesh* m, float radius, float height, uint32_t rings, uint32_t sides)
+void madgen_totem_mesh(gltf_author_mesh* m, float radius, float height, uint32_t rings, uint32_t sides)
 {
-    madgen_revolve(m, rings, sides, false, [&](vec3 p, vec3 n, vec3 t, uint32_t ring, uint32_t side) {
-        const float a = 2.0f * MADGEN_PI * (float)side / (float)sides;
-        vec3_set(n, sinf(a), 0.0f, cosf(a));
-        vec3_set(p, radius * sinf(a), height * (1.0f - (float)ring / (float)rings), radius * cosf(a));
-        vec3_set(t, cosf(a), 0.0f, -sinf(a));
-    });
-    for (size_t i = 0; i < m->position.size() / 3; i++) {
+    gltf_author_tube(m, radius, 0.0f, height, rings, sides);
+    for (size_t i = 0; i < gltf_author_vertex_count(m); i++) {
         const float y = m->position[i * 3 + 1] / height;
         const float top = y < 0.25f ? 0.0f : y > 0.75f ? 1.0f : (y - 0.25f) * 2.0f;
         m->joints.insert(m->joints.end(), {0, 1, 0, 0});
         m->weights.insert(m->weights.end(), {1.0f - top, top, 0.0f, 0.0f});
     }
-}
-
-// A square of `size` in the y = 0 plane facing up, cut into cells so that clipping stays local.
-void madgen_ground(madgen_mesh* m, float size, uint32_t cells, float repeat)
-{
-    const vec3 up = {0, 1, 0}, along = {1, 0, 0};
-    const uint32_t corners[6][2] = {{0, 0}, {0, 1}, {1, 1}, {0, 0}, {1, 1}, {1, 0}};
-    for (uint32_t z = 0; z < cells; z++)
-        for (uint32_t x = 0; x < cells; x++)
-            for (const auto& c : corners) {
-                const float u = (float)(x + c[0]) / (float)cells, v = (float)(z + c[1]) / (float)cells;
-                const vec3 p = {(u - 0.5f) * size, 0.0f, (v - 0.5f) * size};
-                m->vertex(p, up, along, u * repeat, v * repeat);
-            }
-}
-
-// A cube of side `size` about the origin, each face its own four corners of the texture.
-void madgen_cube(madgen_mesh* m, float size)
-{
-    const float h = 0.5f * size;
-    for (uint32_t axis = 0; axis < 3; axis++)
-        for (float sign : {1.0f, -1.0f}) {
-            vec3 n = {0, 0, 0}, t = {0, 0, 0}, b = {0, 0, 0};
-            n[axis] = sign, t[(axis + 1) % 3] = 1.0f;
-            vec3_mul_cross(b, n, t);  // t x b = n: counter-clockwise seen from outside
-            const float corners[6][2] = {{-1, -1}, {1, -1}, {1, 1}, {-1, -1}, {1, 1}, {-1, 1}};
-            for (const auto& c : corners) {
-                vec3 p;
-                for (int i = 0; i < 3; i++)
-                    p[i] = h * (n[i] + c[0] * t[i] + c[1] * b[i]);
-                m->vertex(p, n, t, 0.5f * (c[0] + 1), 0.5f * (c[1] + 1));
-            }
-        }
-}
-
-// ---- the model's JSON and binary buffer ----
-
-struct madgen_model {
-    json gltf;
-    std::vector<uint8_t> bin;
-
-    // A buffer view and accessor over the floats or bytes; returns the accessor index.
-    template <typename T>
-    uint32_t accessor(const std::vector<T>& values, const char* type, uint32_t components, bool with_bounds = false)
-    {
-        while (bin.size() % 4)
-            bin.push_back(0);
-        const size_t offset = bin.size();
-        bin.resize(offset + values.size() * sizeof(T));
-        memcpy(bin.data() + offset, values.data(), values.size() * sizeof(T));
-        gltf["bufferViews"].push_back({{"buffer", 0}, {"byteOffset", offset}, {"byteLength", values.size() * sizeof(T)}});
-        json a = {{"bufferView", gltf["bufferViews"].size() - 1},
-                  {"componentType", sizeof(T) == 1 ? 5121 : 5126},
-                  {"count", values.size() / components},
-                  {"type", type}};
-        if (with_bounds) {
-            std::vector<float> lo(components, 1e30f), hi(components, -1e30f);
-            for (size_t i = 0; i < values.size(); i++)
-                lo[i % components] = std::min(lo[i % components], (float)values[i]),
-                hi[i % components] = std::max(hi[i % components], (float)values[i]);
-            a["min"] = lo, a["max"] = hi;
-        }
-        gltf["accessors"].push_back(a);
-        return (uint32_t)gltf["accessors"].size() - 1;
-    }
-
-    uint32_t mesh(const char* name, const madgen_mesh& m, uint32_t material)
-    {
-        json attributes = {{"POSITION", accessor(m.position, "VEC3", 3, true)},
-                           {"NORMAL", accessor(m.normal, "VEC3", 3)},
-                           {"TANGENT", accessor(m.tangent, "VEC4", 4)},
-                           {"TEXCOORD_0", accessor(m.uv, "VEC2", 2)}};
-        if (!m.joints.empty())
-            attributes["JOINTS_0"] = accessor(m.joints, "VEC4", 4), attributes["WEIGHTS_0"] = accessor(m.weights, "VEC4", 4);
-        gltf["meshes"].push_back({{"name", name}, {"primitives", {{{"attributes", attributes}, {"material", material}}}}});
-        return (uint32_t)gltf["meshes"].size() - 1;
-    }
-
-    // A material whose base colour is the image `name`.png.
-    uint32_t material(const char* name)
-    {
-        gltf["images"].push_back({{"name", name}, {"uri", std::string(name) + ".png"}});
-        gltf["textures"].push_back({{"source", gltf["images"].size() - 1}, {"sampler", 0}});
-        gltf["materials"].push_back(
-            {{"name", name},
-             {"pbrMetallicRoughness", {{"baseColorTexture", {{"index", gltf["textures"].size() - 1}}}}}});
-        return (uint32_t)gltf["materials"].size() - 1;
-    }
-
-    uint32_t node(json n)
-    {
-        gltf["nodes"].push_back(n);
-        return (uint32_t)gltf["nodes"].size() - 1;
-    }
-};
-
-// One animation channel sampled every MADGEN_KEY_STEP seconds: f(time, out) gives the value.
-struct madgen_animation {
-    madgen_model* model;
-    json animation;
-    uint32_t times;
-
-    template <typename Value>
-    void channel(uint32_t node, const char* path, uint32_t components, Value value)
-    {
-        std::vector<float> out;
-        float previous[4] = {0, 0, 0, 0};
-        for (uint32_t k = 0; k < MADGEN_KEYS; k++) {
-            float v[4];
-            value((float)k * MADGEN_KEY_STEP, v);
-            // rotation keys on the side of the one before: the player's slerp does not choose
-            const float dot = v[0] * previous[0] + v[1] * previous[1] + v[2] * previous[2] + v[3] * previous[3];
-            if (components == 4 && dot < 0.0f)
-                for (float& c : v)
-                    c = -c;
-            memcpy(previous, v, sizeof(v));
-            out.insert(out.end(), v, v + components);
-        }
-        const uint32_t output = model->accessor(out, components == 4 ? "VEC4" : "VEC3", components);
-        animation["samplers"].push_back({{"input", times}, {"output", output}, {"interpolation", "LINEAR"}});
-        animation["channels"].push_back(
-            {{"sampler", animation["samplers"].size() - 1}, {"target", {{"node", node}, {"path", path}}}});
-    }
-};
-
-void madgen_quat_axis(float* q, float x, float y, float z, float angle)
-{
-    const float s = sinf(0.5f * angle);
-    q[0] = x * s, q[1] = y * s, q[2] = z * s, q[3] = cosf(0.5f * angle);
-}
-
-void madgen_quat_mul(float* r, const float* a, const float* b)
-{
-    r[0] = a[3] * b[0] + a[0] * b[3] + a[1] * b[2] - a[2] * b[1];
-    r[1] = a[3] * b[1] - a[0] * b[2] + a[1] * b[3] + a[2] * b[0];
-    r[2] = a[3] * b[2] + a[0] * b[1] - a[1] * b[0] + a[2] * b[3];
-    r[3] = a[3] * b[3] - a[0] * b[0] - a[1] * b[1] - a[2] * b[2];
-}
-
-// ---- images ----
-
-typedef void madgen_paint_fn(uint8_t* rgba, float u, float v);
-
-bitmap* madgen_image(xmemarena* arena, uint32_t side, madgen_paint_fn* paint)
-{
-    bitmap* bm = bitmap_create(arena, side, side, BITMAP_SRGB | BITMAP_CHANNELS_4);
-    for (uint32_t y = 0; y < side; y++)
-        for (uint32_t x = 0; x < side; x++) {
-            uint8_t* p = bitmap_pixel(bm, x, y);
-            paint(p, ((float)x + 0.5f) / (float)side, ((float)y + 0.5f) / (float)side);
-            p[3] = 255;
-        }
-    return bm;
 }
 
 void madgen_paint_ground(uint8_t* p, float u, float v)
@@ -291,129 +98,552 @@ void madgen_paint_sky(uint8_t* p, float u, float v)
     p[2] = (uint8_t)fminf(255.0f, 110 + 90 * up + 20 * glow);
 }
 
-const tool_info MADGEN_TOOL = {
-    "reel_madgen", "usage: reel_madgen OUTDIR\n"
-                   "Writes the animated 3D example as a glTF model: OUTDIR/madpack.gltf, OUTDIR/madpack.bin,\n"
-                   "its PNG images, and OUTDIR/madpack_sky.tmap (the sky as a direct-colour texture).\n"
-                   "OUTDIR is created when it does not exist.\n"};
+// One painted picture per material, written as name.png; the special node's also as a
+// direct-colour texture under the name the import gives it.
+struct madgen_picture {
+    const char* name;
+    uint32_t side;
+    gltf_author_paint_fn* paint;
+};
 
-// dir/name, for the tool's messages and writes.
-std::string madgen_path(const char* dir, const std::string& name)
+void madgen_write_pictures(const char* dir, const char* model_name, const madgen_picture* pictures, uint32_t count,
+                           const char* special)
 {
-    char path[TOOL_PATH_MAX];
-    tool_join_path(path, dir, name.c_str());
-    return path;
+    static uint8_t block[16u << 20], tmp_block[16u << 20];
+    xmemarena arena, tmp_arena;
+    xmemarena_init(&arena, "reel_madgen", sizeof(block), block);
+    xmemarena_init(&tmp_arena, "reel_madgen_tmp", sizeof(tmp_block), tmp_block);
+    for (uint32_t i = 0; i < count; i++) {
+        bitmap* bm = gltf_author_image(&arena, pictures[i].side, pictures[i].paint);
+        tool_save_png(bm, gltf_author_path(dir, std::string(pictures[i].name) + ".png").c_str(), &arena);
+        if (strcmp(pictures[i].name, special) == 0)
+            gltf_author_write_direct_texture(
+                bm, gltf_author_path(dir, std::string(model_name) + "_" + special + ".tmap").c_str(), &arena,
+                &tmp_arena);
+    }
 }
+
+// The perspective camera both models' camera nodes carry.
+void madgen_add_camera(gltf_author_model* m)
+{
+    m->gltf["cameras"] = {
+        {{"type", "perspective"}, {"perspective", {{"yfov", 0.8}, {"znear", 0.5}, {"aspectRatio", 4.0 / 3.0}}}}};
+}
+
+// The rotation that turns a camera (looking down -z) at `position` towards `target`.
+void madgen_look_at(float* q, const float* position, const float* target)
+{
+    const float dx = target[0] - position[0], dy = target[1] - position[1], dz = target[2] - position[2];
+    float yaw[4], pitch[4];
+    gltf_author_quat_axis(yaw, 0, 1, 0, atan2f(-dx, -dz));
+    gltf_author_quat_axis(pitch, 1, 0, 0, atan2f(dy, sqrtf(dx * dx + dz * dz)));
+    gltf_author_quat_mul(q, yaw, pitch);
+}
+
+void madgen_totem(const char* dir)
+{
+    gltf_author_model m;
+    gltf_author_begin(&m, "reel_madgen");
+
+    // meshes
+    gltf_author_mesh ground, totem, crate, moon, sky;
+    gltf_author_ground(&ground, 24.0f, 8, 6.0f);
+    madgen_totem_mesh(&totem, 0.5f, 3.0f, 6, 16);
+    gltf_author_cube(&crate, 0.9f);
+    gltf_author_sphere(&moon, 0.45f, 8, 12, false);
+    gltf_author_sphere(&sky, MADGEN_SKY_RADIUS, 12, 24, true);
+    const madgen_picture pictures[5] = {{"ground", 128, madgen_paint_ground},
+                                        {"totem", 128, madgen_paint_totem},
+                                        {"crate", 64, madgen_paint_crate},
+                                        {"moon", 64, madgen_paint_moon},
+                                        {"sky", 128, madgen_paint_sky}};
+    const gltf_author_mesh* meshes[5] = {&ground, &totem, &crate, &moon, &sky};
+    uint32_t mesh_index[5];
+    uint32_t triangles = 0;
+    for (uint32_t i = 0; i < 5; i++) {
+        mesh_index[i] = gltf_author_add_mesh(&m, pictures[i].name, meshes[i], gltf_author_add_material(&m, pictures[i].name));
+        triangles += gltf_author_triangles(meshes[i]);
+    }
+
+    // nodes: the totem's mesh hangs under its base bone, so that the bones carry it here too,
+    // where a skinned mesh is drawn in its bind pose
+    const uint32_t ground_node = gltf_author_add_node(&m, {{"name", "ground"}, {"mesh", mesh_index[0]}});
+    const uint32_t top_bone = gltf_author_add_node(&m, {{"name", "bone_top"}, {"translation", {0.0, 1.5, 0.0}}});
+    const uint32_t totem_node = gltf_author_add_node(&m, {{"name", "totem"}, {"mesh", mesh_index[1]}, {"skin", 0}});
+    const uint32_t base_bone = gltf_author_add_node(&m, {{"name", "bone_base"}, {"children", {top_bone, totem_node}}});
+    const uint32_t crate_node = gltf_author_add_node(&m, {{"name", "crate"}, {"mesh", mesh_index[2]}});
+    const uint32_t moon_node =
+        gltf_author_add_node(&m, {{"name", "moon"}, {"mesh", mesh_index[3]}, {"translation", {0.0, 4.5, 0.0}}});
+    const uint32_t sky_node = gltf_author_add_node(&m, {{"name", "sky"}, {"mesh", mesh_index[4]}});
+    const uint32_t camera_node = gltf_author_add_node(&m, {{"name", "camera"}, {"camera", 0}});
+    m.gltf["scenes"] = {{{"nodes", {ground_node, base_bone, crate_node, moon_node, sky_node, camera_node}}}};
+    madgen_add_camera(&m);
+    // inverse bind matrices: the base bone at the origin, the top one 1.5 up
+    const std::vector<float> inverse_binds = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1,
+                                              1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, -1.5f, 0, 1};
+    m.gltf["skins"] = {{{"name", "totem_skin"},
+                        {"joints", {base_bone, top_bone}},
+                        {"inverseBindMatrices", gltf_author_accessor(&m, inverse_binds, "MAT4", 16)}}};
+
+    // animations
+    const uint32_t times = gltf_author_key_times(&m, TOTEM_KEYS, TOTEM_KEY_STEP);
+    gltf_author_animation main_animation = {&m, {{"name", "main"}}, times, TOTEM_KEYS, TOTEM_KEY_STEP};
+    // the camera swings +-0.7 rad round the totem, 9 out and 3.2 up, looking down at its middle
+    gltf_author_channel(&main_animation, camera_node, "translation", 3, [](float t, float* v) {
+        const float a = 0.7f * sinf(2.0f * MADGEN_PI * t / TOTEM_SECONDS);
+        v[0] = 9.0f * sinf(a), v[1] = 3.2f, v[2] = 9.0f * cosf(a);
+    });
+    gltf_author_channel(&main_animation, camera_node, "rotation", 4, [](float t, float* v) {
+        const float a = 0.7f * sinf(2.0f * MADGEN_PI * t / TOTEM_SECONDS);
+        float yaw[4], pitch[4];
+        gltf_author_quat_axis(yaw, 0, 1, 0, a);
+        gltf_author_quat_axis(pitch, 1, 0, 0, -atanf(1.7f / 9.0f));
+        gltf_author_quat_mul(v, yaw, pitch);
+    });
+    gltf_author_channel(&main_animation, base_bone, "rotation", 4,
+                        [](float t, float* v) { gltf_author_quat_axis(v, 0, 1, 0, 0.8f * MADGEN_PI * t); });
+    gltf_author_channel(&main_animation, base_bone, "translation", 3, [](float t, float* v) {
+        v[0] = 0.0f, v[1] = 0.4f * fabsf(sinf(1.5f * MADGEN_PI * t)), v[2] = 0.0f;
+    });
+    gltf_author_channel(&main_animation, top_bone, "rotation", 4, [](float t, float* v) {
+        gltf_author_quat_axis(v, 0, 0, 1, 0.4f * sinf(2.0f * MADGEN_PI * t));
+    });
+    gltf_author_channel(&main_animation, crate_node, "translation", 3, [](float t, float* v) {
+        const float a = 2.0f * MADGEN_PI * t / 6.0f;
+        v[0] = 3.2f * cosf(a), v[1] = 0.6f + 0.3f * sinf(3.0f * a), v[2] = 3.2f * sinf(a);
+    });
+    gltf_author_channel(&main_animation, crate_node, "rotation", 4,
+                        [](float t, float* v) { gltf_author_quat_axis(v, 0.6f, 0.8f, 0.0f, 1.3f * MADGEN_PI * t); });
+    // the second animation brings the moon in, growing from nothing, and circles it over the totem
+    gltf_author_animation extra = {&m, {{"name", "extra"}}, times, TOTEM_KEYS, TOTEM_KEY_STEP};
+    gltf_author_channel(&extra, moon_node, "scale", 3,
+                        [](float t, float* v) { v[0] = v[1] = v[2] = fminf(1.0f, t / 2.0f); });
+    gltf_author_channel(&extra, moon_node, "translation", 3, [](float t, float* v) {
+        v[0] = 1.5f * sinf(MADGEN_PI * t / 3.0f), v[1] = 4.3f, v[2] = 1.5f * cosf(MADGEN_PI * t / 3.0f);
+    });
+    m.gltf["animations"] = {main_animation.animation, extra.animation};
+
+    madgen_write_pictures(dir, "madpack", pictures, 5, "sky");
+    gltf_author_write(&m, dir, "madpack");
+    printf("reel_madgen: wrote %s/madpack.gltf (%u triangles, %u keys per channel) and its images\n", dir, triangles,
+           TOTEM_KEYS);
+}
+
+// ---- the machine ----
+
+constexpr float MACHINE_SECONDS = 16.0f;  // eight bars of 120 bpm
+constexpr float MACHINE_BEAT = 0.5f;
+constexpr float MACHINE_KEY_STEP = 0.0625f;  // eight keys a beat: a strike rises within one key
+constexpr uint32_t MACHINE_KEYS = (uint32_t)(MACHINE_SECONDS / MACHINE_KEY_STEP) + 1;
+// The gears: teeth of one pitch (arc length on the pitch circle) so that any two mesh.
+// Few, chunky teeth: every triangle costs the renderer its set-up, and a gear's wall is made of
+// small ones (two per corner of the outline).
+constexpr float MACHINE_PITCH = 0.7854f;  // 2 pi x 2.0 / 16
+constexpr float MACHINE_TOOTH = 0.22f;    // from the pitch circle to the tip, and to the root
+constexpr uint32_t MACHINE_BIG_TEETH = 16, MACHINE_SMALL_TEETH = 8, MACHINE_UPPER_TEETH = 10, MACHINE_TOP_TEETH = 8;
+constexpr uint32_t MACHINE_SATELLITES = 4, MACHINE_PISTONS = 4, MACHINE_LAMPS = 8;
+constexpr float MACHINE_GEAR_Y = 1.0f;
+constexpr float MACHINE_DAIS_TOP = 0.35f;
+constexpr float MACHINE_AXLE_TOP = 4.0f;
+constexpr float MACHINE_PISTON_RADIUS = 3.4f;  // on the diagonals between the small gears
+constexpr float MACHINE_LAMP_RADIUS = 6.5f;
+
+// The picture atlas "parts": brass, steel, hazard stripes and glow in its four quarters, so
+// that the whole machine takes one palette texture (the scene keeps ten shade tables for the
+// whole show). Each part's texture coordinates are moved into its quarter, inset by a margin.
+enum machine_surface { MACHINE_BRASS, MACHINE_STEEL, MACHINE_HAZARD, MACHINE_LAMP_GLOW, MACHINE_CORE_GLOW };
+
+void machine_finish(gltf_author_mesh* m, size_t first_vertex, machine_surface finish)
+{
+    // the glow quarter holds two halves: amber for the lamps, cyan for the crystal
+    const float rects[5][4] = {{0.02f, 0.02f, 0.46f, 0.46f},
+                               {0.52f, 0.02f, 0.46f, 0.46f},
+                               {0.02f, 0.52f, 0.46f, 0.46f},
+                               {0.52f, 0.52f, 0.21f, 0.46f},
+                               {0.77f, 0.52f, 0.21f, 0.46f}};
+    const float* r = rects[finish];
+    gltf_author_uv_rect(m, first_vertex, r[0], r[1], r[2], r[3]);
+}
+
+// A closed regular polygon of `count` corners (x, z), counter-clockwise from above.
+std::vector<float> machine_circle(uint32_t count, float radius)
+{
+    std::vector<float> outline;
+    for (uint32_t i = 0; i < count; i++) {
+        const float a = 2.0f * MADGEN_PI * (float)i / (float)count;
+        outline.insert(outline.end(), {radius * cosf(a), -radius * sinf(a)});
+    }
+    return outline;
+}
+
+// A prism of a regular polygon at (x, z), from y0 to y1, in one finish, with the caps one sees.
+void machine_post(gltf_author_mesh* m, uint32_t sides, float radius, float x, float z, float y0, float y1,
+                  machine_surface finish, uint32_t caps)
+{
+    const size_t first = gltf_author_vertex_count(m);
+    const std::vector<float> outline = machine_circle(sides, radius);
+    gltf_author_prism(m, outline.data(), sides, y0, y1, radius, caps);
+    gltf_author_translate(m, first, x, 0.0f, z);
+    machine_finish(m, first, finish);
+}
+
+// A gear of `teeth` about its own origin, centred on y = 0, with the pitch of every gear here.
+void machine_gear(gltf_author_mesh* m, uint32_t teeth, float thickness, uint32_t caps)
+{
+    const float pitch_radius = MACHINE_PITCH * (float)teeth / (2.0f * MADGEN_PI);
+    gltf_author_gear(m, teeth, pitch_radius - MACHINE_TOOTH, pitch_radius + MACHINE_TOOTH, -0.5f * thickness,
+                     0.5f * thickness, caps);
+    machine_finish(m, 0, MACHINE_BRASS);
+}
+
+// Where a small gear sits: direction theta from the axle (angle a: x = cos a, z = -sin a).
+float machine_satellite_theta(uint32_t i) { return 2.0f * MADGEN_PI * (float)i / (float)MACHINE_SATELLITES; }
+
+// 0 at a beat, up to 1 within the first key, back down to 0 by the next beat: a strike.
+float machine_hit(float beat_fraction)
+{
+    const float rise = MACHINE_KEY_STEP / MACHINE_BEAT;
+    if (beat_fraction < rise)
+        return beat_fraction / rise;
+    const float fall = 1.0f - (beat_fraction - rise) / (1.0f - rise);
+    return fall * fall;
+}
+
+// A step taken at once, in the first 0.3 of a beat, then held: 0 to 1.
+float machine_snap(float beat_fraction)
+{
+    const float f = fminf(1.0f, beat_fraction / 0.3f);
+    return 1.0f - (1.0f - f) * (1.0f - f) * (1.0f - f);
+}
+
+// The beat (0, 1, ...) and how far into it t is.
+float machine_beat(float t, uint32_t* beat)
+{
+    const float beats = t / MACHINE_BEAT;
+    *beat = (uint32_t)beats;
+    return beats - (float)*beat;
+}
+
+// The large gear's turn at t: two teeth a beat, 64 teeth (four turns) in the 16 s.
+float machine_big_angle(float t)
+{
+    uint32_t beat;
+    const float f = machine_beat(t, &beat);
+    return 2.0f * ((float)beat + machine_snap(f)) * 2.0f * MADGEN_PI / (float)MACHINE_BIG_TEETH;
+}
+
+// A small gear turns the other way, as many teeth; its start puts a gap where the large gear's
+// tooth meets it. In pitches at the contact, the large gear's position p and the small one's q
+// move oppositely, and a tooth centre (0.325 of a pitch) meets a gap centre (0.825): p + q = 1.15.
+float machine_satellite_angle(uint32_t i, float t)
+{
+    const float big_step = 2.0f * MADGEN_PI / (float)MACHINE_BIG_TEETH;
+    const float small_step = 2.0f * MADGEN_PI / (float)MACHINE_SMALL_TEETH;
+    const float theta = machine_satellite_theta(i);
+    const float start = theta + MADGEN_PI - small_step * (1.15f - theta / big_step);
+    return start - machine_big_angle(t) * (float)MACHINE_BIG_TEETH / (float)MACHINE_SMALL_TEETH;
+}
+
+// How far the crystal is out: rising over the first two beats, sinking over the last one.
+float machine_core_presence(float t)
+{
+    const float in = fminf(1.0f, t / (2.0f * MACHINE_BEAT));
+    const float out = fminf(1.0f, (MACHINE_SECONDS - t) / MACHINE_BEAT);
+    const float x = fmaxf(0.0f, fminf(in, out));
+    return x * x * (3.0f - 2.0f * x);
+}
+
+// The lamps' scale: lamp i flashes on the beats that come round to it (once in two bars), and
+// all of them a little on every bar's first beat.
+float machine_lamp_scale(uint32_t i, float t)
+{
+    uint32_t beat;
+    const float hit = machine_hit(machine_beat(t, &beat));
+    return 1.0f + (beat % MACHINE_LAMPS == i ? 0.9f * hit : 0.0f) + (beat % 4 == 0 ? 0.35f * hit : 0.0f);
+}
+
+// The pistons' lift: all four on a bar's first beat, then the opposite pairs in turn (A B A).
+float machine_piston_lift(uint32_t i, float t)
+{
+    uint32_t beat;
+    const float hit = machine_hit(machine_beat(t, &beat));
+    const uint32_t in_bar = beat % 4;
+    const bool strikes = in_bar == 0 || (in_bar == 2 ? i % 2 == 1 : i % 2 == 0);
+    return strikes ? 1.1f * hit : 0.0f;
+}
+
+// The camera: once round in the 16 s, swooping in from 10.5 out and 4.8 up to 6.5 out and 2.1
+// up at 4 s and 12 s, pushed in a little on every bar's first beat, looking at the gears.
+void machine_camera_position(float t, float* p)
+{
+    uint32_t beat;
+    const float hit = machine_hit(machine_beat(t, &beat));
+    const float swoop = sinf(MADGEN_PI * t / 8.0f) * sinf(MADGEN_PI * t / 8.0f);
+    const float radius = 10.5f - 4.0f * swoop - (beat % 4 == 0 ? 0.4f * hit : 0.0f);
+    const float a = 2.0f * MADGEN_PI * t / MACHINE_SECONDS + 0.3f;
+    p[0] = radius * sinf(a), p[1] = 4.8f - 2.7f * swoop, p[2] = radius * cosf(a);
+}
+
+void machine_paint_floor(uint8_t* p, float u, float v)
+{
+    // dark steel plates with seams, rivets in the corners and a raised diamond tread
+    const float fu = u * 2.0f - floorf(u * 2.0f), fv = v * 2.0f - floorf(v * 2.0f);
+    const bool seam = fu < 0.03f || fv < 0.03f;
+    const float cu = fminf(fu, 1.0f - fu), cv = fminf(fv, 1.0f - fv);
+    const bool rivet = (cu - 0.09f) * (cu - 0.09f) + (cv - 0.09f) * (cv - 0.09f) < 0.0012f;
+    const float du = u * 16.0f - floorf(u * 16.0f) - 0.5f, dv = v * 16.0f - floorf(v * 16.0f) - 0.5f;
+    const bool tread = fabsf(du + dv) < 0.12f || fabsf(du - dv) < 0.12f;
+    const float g = seam ? 50.0f : rivet ? 230.0f : tread ? 170.0f : 125.0f;
+    p[0] = (uint8_t)g, p[1] = (uint8_t)(g * 1.04f), p[2] = (uint8_t)(g * 1.18f);
+}
+
+void machine_paint_parts(uint8_t* p, float u, float v)
+{
+    const int quarter = (u >= 0.5f ? 1 : 0) + (v >= 0.5f ? 2 : 0);
+    const float x = u * 2.0f - floorf(u * 2.0f), y = v * 2.0f - floorf(v * 2.0f);  // in the quarter
+    const float dx = x - 0.5f, dy = y - 0.5f, r = sqrtf(dx * dx + dy * dy);
+    if (quarter == 0) {  // brass: machined rings, a dark hub, bolt holes round it
+        const float rings = 0.9f + 0.1f * sinf(r * 70.0f);
+        const float a = atan2f(dy, dx);
+        const bool hole = fabsf(r - 0.25f) < 0.035f && cosf(6.0f * a) > 0.93f;
+        const float k = r < 0.1f ? 0.45f : hole ? 0.3f : rings;
+        p[0] = (uint8_t)(255 * k), p[1] = (uint8_t)(205 * k), p[2] = (uint8_t)(80 * k);
+    } else if (quarter == 1) {  // steel: blue-grey panels, seams and rivets
+        const float px = x * 4.0f - floorf(x * 4.0f), py = y * 2.0f - floorf(y * 2.0f);
+        const bool seam = px < 0.05f || py < 0.05f;
+        const bool rivet = (px - 0.15f) * (px - 0.15f) + (py - 0.15f) * (py - 0.15f) < 0.004f;
+        const float g = seam ? 90.0f : rivet ? 255.0f : 215.0f + 15.0f * sinf(x * 25.0f);
+        p[0] = (uint8_t)(g * 0.82f), p[1] = (uint8_t)(g * 0.92f), p[2] = (uint8_t)g;
+    } else if (quarter == 2) {  // hazard: yellow and black stripes
+        const bool black = (int)floorf((x + y) * 6.0f) % 2 != 0;
+        p[0] = black ? 40 : 255, p[1] = black ? 40 : 215, p[2] = black ? 35 : 30;
+    } else {  // glow: amber on the left half, cyan on the right, white-hot bands across
+        const float band = 0.5f + 0.5f * cosf(y * 6.0f * MADGEN_PI);
+        const float hot = band * band * band;
+        if (x < 0.5f)
+            p[0] = 255, p[1] = (uint8_t)(190 + 65 * hot), p[2] = (uint8_t)(60 + 195 * hot);
+        else
+            p[0] = (uint8_t)(90 + 165 * hot), p[1] = (uint8_t)(230 + 25 * hot), p[2] = 255;
+    }
+}
+
+// The machine's sky from inside: a night of smoke over a furnace glow all round the horizon.
+void machine_paint_sky(uint8_t* p, float u, float v)
+{
+    const float height = 1.0f - 2.0f * v;
+    const float smoke = 0.5f + 0.5f * sinf(u * 14.0f * MADGEN_PI + 4.0f * v) * sinf(u * 6.0f * MADGEN_PI - 9.0f * v);
+    const float glow = expf(-30.0f * height * height) * (0.6f + 0.4f * smoke);
+    const float up = height > 0 ? height : 0.0f;
+    p[0] = (uint8_t)fminf(255.0f, 25 + 30 * (1 - up) + 170 * glow);
+    p[1] = (uint8_t)fminf(255.0f, 12 + 10 * (1 - up) + 70 * glow);
+    p[2] = (uint8_t)fminf(255.0f, 45 + 40 * up + 10 * glow);
+}
+
+void madgen_machine(const char* dir)
+{
+    gltf_author_model m;
+    gltf_author_begin(&m, "reel_madgen");
+    const uint32_t floor_material = gltf_author_add_material(&m, "floor");
+    const uint32_t parts_material = gltf_author_add_material(&m, "parts");
+    const uint32_t sky_material = gltf_author_add_material(&m, "sky");
+
+    // the still frame: the dais, the axle, the small gears' posts, the piston housings, the lamp posts
+    gltf_author_mesh floor, frame, big, small, upper, top, piston, lamp, core, sky;
+    gltf_author_ground(&floor, 24.0f, 6, 6.0f);
+    machine_post(&frame, 24, 4.2f, 0, 0, 0.0f, MACHINE_DAIS_TOP, MACHINE_STEEL, GLTF_AUTHOR_CAP_TOP);
+    machine_post(&frame, 12, 0.3f, 0, 0, MACHINE_DAIS_TOP, MACHINE_AXLE_TOP, MACHINE_STEEL, GLTF_AUTHOR_CAP_TOP);
+    const float satellite_distance = MACHINE_PITCH * (float)(MACHINE_BIG_TEETH + MACHINE_SMALL_TEETH) / (2.0f * MADGEN_PI);
+    for (uint32_t i = 0; i < MACHINE_SATELLITES; i++) {
+        const float theta = machine_satellite_theta(i);
+        machine_post(&frame, 8, 0.18f, satellite_distance * cosf(theta), -satellite_distance * sinf(theta),
+                     MACHINE_DAIS_TOP, MACHINE_GEAR_Y, MACHINE_STEEL, 0);  // the gear hides its top
+    }
+    for (uint32_t i = 0; i < MACHINE_PISTONS; i++) {
+        const float a = 2.0f * MADGEN_PI * ((float)i + 0.5f) / (float)MACHINE_PISTONS;
+        machine_post(&frame, 12, 0.42f, MACHINE_PISTON_RADIUS * cosf(a), -MACHINE_PISTON_RADIUS * sinf(a),
+                     MACHINE_DAIS_TOP, 1.5f, MACHINE_STEEL, GLTF_AUTHOR_CAP_TOP);
+    }
+    for (uint32_t i = 0; i < MACHINE_LAMPS; i++) {
+        const float a = 2.0f * MADGEN_PI * (float)i / (float)MACHINE_LAMPS;
+        machine_post(&frame, 6, 0.12f, MACHINE_LAMP_RADIUS * sinf(a), MACHINE_LAMP_RADIUS * cosf(a), 0.0f, 1.65f,
+                     MACHINE_STEEL, 0);  // the lamp hides its top
+    }
+    // the moving parts, each about its own origin
+    // the camera never goes below 2.1: the gears at 1.0 are seen from above only
+    machine_gear(&big, MACHINE_BIG_TEETH, 0.3f, GLTF_AUTHOR_CAP_TOP);
+    machine_gear(&small, MACHINE_SMALL_TEETH, 0.26f, GLTF_AUTHOR_CAP_TOP);
+    machine_gear(&upper, MACHINE_UPPER_TEETH, 0.26f, GLTF_AUTHOR_CAPS_BOTH);
+    machine_gear(&top, MACHINE_TOP_TEETH, 0.22f, GLTF_AUTHOR_CAPS_BOTH);
+    // the rod, inside the housing at rest, and the head
+    machine_post(&piston, 8, 0.13f, 0, 0, 0.0f, 1.3f, MACHINE_STEEL, 0);
+    machine_post(&piston, 12, 0.5f, 0, 0, 1.3f, 1.55f, MACHINE_HAZARD, GLTF_AUTHOR_CAPS_BOTH);
+    gltf_author_sphere(&lamp, 0.34f, 4, 6, false);  // a faceted glass
+    machine_finish(&lamp, 0, MACHINE_LAMP_GLOW);
+    gltf_author_sphere(&core, 0.7f, 4, 6, false);  // a faceted crystal
+    machine_finish(&core, 0, MACHINE_CORE_GLOW);
+    gltf_author_sphere(&sky, MADGEN_SKY_RADIUS, 8, 16, true);
+
+    struct {
+        const char* name;
+        const gltf_author_mesh* mesh;
+        uint32_t material;
+    } meshes[] = {{"floor", &floor, floor_material}, {"frame", &frame, parts_material},
+                  {"gear_big", &big, parts_material}, {"gear_small", &small, parts_material},
+                  {"gear_upper", &upper, parts_material}, {"gear_top", &top, parts_material},
+                  {"piston", &piston, parts_material}, {"lamp", &lamp, parts_material},
+                  {"core", &core, parts_material},   {"sky", &sky, sky_material}};
+    uint32_t mesh_index[10];
+    for (uint32_t i = 0; i < 10; i++)
+        mesh_index[i] = gltf_author_add_mesh(&m, meshes[i].name, meshes[i].mesh, meshes[i].material);
+
+    // nodes: the moving parts in their places, turned and lifted by the channels below
+    std::vector<uint32_t> roots;
+    auto add = [&](json node) {
+        roots.push_back(gltf_author_add_node(&m, node));
+        return roots.back();
+    };
+    // the scene draws in node order with a depth test: the parts nearer the camera (which looks
+    // down on the machine) come first, so that fewer hidden pixels are shaded; the floor comes last
+    uint32_t satellite_nodes[MACHINE_SATELLITES], piston_nodes[MACHINE_PISTONS], lamp_nodes[MACHINE_LAMPS];
+    // the crystal waits inside the axle's top, too small to see, until the second animation
+    const uint32_t core_node = add({{"name", "core"},
+                                    {"mesh", mesh_index[8]},
+                                    {"translation", {0.0f, MACHINE_AXLE_TOP - 0.3f, 0.0f}},
+                                    {"scale", {0.01f, 0.01f, 0.01f}}});
+    for (uint32_t i = 0; i < MACHINE_LAMPS; i++) {
+        const float a = 2.0f * MADGEN_PI * (float)i / (float)MACHINE_LAMPS;
+        const json at = {MACHINE_LAMP_RADIUS * sinf(a), 1.9f, MACHINE_LAMP_RADIUS * cosf(a)};
+        lamp_nodes[i] = add({{"name", "lamp" + std::to_string(i)}, {"mesh", mesh_index[7]}, {"translation", at}});
+    }
+    const uint32_t top_node = add({{"name", "gear_top"}, {"mesh", mesh_index[5]}, {"translation", {0.0f, 3.4f, 0.0f}}});
+    const uint32_t upper_node =
+        add({{"name", "gear_upper"}, {"mesh", mesh_index[4]}, {"translation", {0.0f, 2.3f, 0.0f}}});
+    for (uint32_t i = 0; i < MACHINE_PISTONS; i++)
+        piston_nodes[i] = add({{"name", "piston" + std::to_string(i)}, {"mesh", mesh_index[6]}});
+    const uint32_t big_node =
+        add({{"name", "gear_big"}, {"mesh", mesh_index[2]}, {"translation", {0.0f, MACHINE_GEAR_Y, 0.0f}}});
+    for (uint32_t i = 0; i < MACHINE_SATELLITES; i++) {
+        const float theta = machine_satellite_theta(i);
+        const json at = {satellite_distance * cosf(theta), MACHINE_GEAR_Y, -satellite_distance * sinf(theta)};
+        satellite_nodes[i] =
+            add({{"name", "gear_small" + std::to_string(i)}, {"mesh", mesh_index[3]}, {"translation", at}});
+    }
+    add({{"name", "frame"}, {"mesh", mesh_index[1]}});
+    add({{"name", "floor"}, {"mesh", mesh_index[0]}});
+    add({{"name", "sky"}, {"mesh", mesh_index[9]}});
+    const uint32_t camera_node = add({{"name", "camera"}, {"camera", 0}});
+    m.gltf["scenes"] = {{{"nodes", roots}}};
+    madgen_add_camera(&m);
+
+    const uint32_t times = gltf_author_key_times(&m, MACHINE_KEYS, MACHINE_KEY_STEP);
+    gltf_author_animation main_animation = {&m, {{"name", "main"}}, times, MACHINE_KEYS, MACHINE_KEY_STEP};
+    gltf_author_animation* a = &main_animation;
+    gltf_author_channel(a, camera_node, "translation", 3, machine_camera_position);
+    gltf_author_channel(a, camera_node, "rotation", 4, [](float t, float* v) {
+        float position[3];
+        const float target[3] = {0.0f, 1.8f, 0.0f};
+        machine_camera_position(t, position);
+        madgen_look_at(v, position, target);
+    });
+    gltf_author_channel(a, big_node, "rotation", 4,
+                        [](float t, float* v) { gltf_author_quat_axis(v, 0, 1, 0, machine_big_angle(t)); });
+    for (uint32_t i = 0; i < MACHINE_SATELLITES; i++)
+        gltf_author_channel(a, satellite_nodes[i], "rotation", 4, [i](float t, float* v) {
+            gltf_author_quat_axis(v, 0, 1, 0, machine_satellite_angle(i, t));
+        });
+    // the stacked gears on the axle: the upper one against the large gear, the top one snapping
+    // on every half beat
+    gltf_author_channel(a, upper_node, "rotation", 4, [](float t, float* v) {
+        gltf_author_quat_axis(v, 0, 1, 0, -1.6f * machine_big_angle(t));
+    });
+    gltf_author_channel(a, top_node, "rotation", 4, [](float t, float* v) {
+        uint32_t half_beats;
+        const float f = machine_beat(2.0f * t, &half_beats);
+        gltf_author_quat_axis(v, 0, 1, 0, ((float)half_beats + machine_snap(f)) * 2.0f * MADGEN_PI / MACHINE_TOP_TEETH);
+    });
+    for (uint32_t i = 0; i < MACHINE_PISTONS; i++) {
+        const float angle = 2.0f * MADGEN_PI * ((float)i + 0.5f) / (float)MACHINE_PISTONS;
+        gltf_author_channel(a, piston_nodes[i], "translation", 3, [&](float t, float* v) {
+            v[0] = MACHINE_PISTON_RADIUS * cosf(angle), v[1] = MACHINE_DAIS_TOP + machine_piston_lift(i, t),
+            v[2] = -MACHINE_PISTON_RADIUS * sinf(angle);
+        });
+    }
+    for (uint32_t i = 0; i < MACHINE_LAMPS; i++)
+        gltf_author_channel(a, lamp_nodes[i], "scale", 3,
+                            [i](float t, float* v) { v[0] = v[1] = v[2] = machine_lamp_scale(i, t); });
+    // the second animation: the crystal shoots up out of the axle over the first two beats,
+    // spins a quarter turn on every beat, jumps with the strikes and sinks back in over the last
+    // beat, so that it plays on from one 16 s to the next like the first
+    gltf_author_animation extra = {&m, {{"name", "extra"}}, times, MACHINE_KEYS, MACHINE_KEY_STEP};
+    gltf_author_channel(&extra, core_node, "translation", 3, [](float t, float* v) {
+        uint32_t beat;
+        const float hit = machine_hit(machine_beat(t, &beat));
+        v[0] = 0.0f, v[1] = MACHINE_AXLE_TOP - 0.3f + (1.2f + 0.3f * hit) * machine_core_presence(t), v[2] = 0.0f;
+    });
+    gltf_author_channel(&extra, core_node, "scale", 3, [](float t, float* v) {
+        uint32_t beat;
+        const float hit = machine_hit(machine_beat(t, &beat));
+        v[0] = v[1] = v[2] = fmaxf(0.01f, machine_core_presence(t) * (1.0f + 0.25f * hit));
+    });
+    gltf_author_channel(&extra, core_node, "rotation", 4, [](float t, float* v) {
+        uint32_t beat;
+        const float f = machine_beat(t, &beat);
+        float spin[4], tilt[4];
+        gltf_author_quat_axis(spin, 0, 1, 0, ((float)beat + machine_snap(f)) * 0.5f * MADGEN_PI);
+        gltf_author_quat_axis(tilt, 1, 0, 0, 0.35f);
+        gltf_author_quat_mul(v, spin, tilt);
+    });
+    m.gltf["animations"] = {main_animation.animation, extra.animation};
+
+    const madgen_picture pictures[3] = {
+        {"floor", 128, machine_paint_floor}, {"parts", 256, machine_paint_parts}, {"sky", 128, machine_paint_sky}};
+    madgen_write_pictures(dir, "machine", pictures, 3, "sky");
+    gltf_author_write(&m, dir, "machine");
+    uint32_t triangles = 0;
+    for (const auto& mesh : meshes)
+        triangles += gltf_author_triangles(mesh.mesh);
+    const uint32_t lit = gltf_author_triangles(&floor) + gltf_author_triangles(&frame) + gltf_author_triangles(&big) +
+          MACHINE_SATELLITES * gltf_author_triangles(&small) + gltf_author_triangles(&upper) +
+          gltf_author_triangles(&top) + MACHINE_PISTONS * gltf_author_triangles(&piston) +
+          MACHINE_LAMPS * gltf_author_triangles(&lamp);
+    printf("reel_madgen: wrote %s/machine.gltf (%u triangles in its meshes, %u drawn lit a frame without the "
+           "crystal, %u keys per channel) and its images\n",
+           dir, triangles, lit, MACHINE_KEYS);
+}
+
+const tool_info MADGEN_TOOL = {
+    "reel_madgen",
+    "usage: reel_madgen [--model totem|machine] OUTDIR\n"
+    "Writes an animated 3D example as a glTF model with its PNG images and its sky as a direct-colour\n"
+    "texture: the totem (the default) as OUTDIR/madpack.gltf, OUTDIR/madpack.bin and\n"
+    "OUTDIR/madpack_sky.tmap; the machine as OUTDIR/machine.gltf, OUTDIR/machine.bin and\n"
+    "OUTDIR/machine_sky.tmap. OUTDIR is created when it does not exist.\n"};
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
     tool_begin(&MADGEN_TOOL, argc, argv);
-    const char* dir = tool_one_operand(argc, argv, "output folder");
-    tool_make_dir(dir);
-
-    madgen_model m;
-    m.gltf = {{"asset", {{"version", "2.0"}, {"generator", "reel_madgen"}}}, {"scene", 0}};
-    m.gltf["samplers"] = {{{"magFilter", 9729}, {"minFilter", 9729}}};
-
-    // meshes
-    madgen_mesh ground, totem, crate, moon, sky;
-    madgen_ground(&ground, 24.0f, 8, 6.0f);
-    madgen_totem(&totem, 0.5f, 3.0f, 6, 16);
-    madgen_cube(&crate, 0.9f);
-    madgen_sphere(&moon, 0.45f, 8, 12, false);
-    madgen_sphere(&sky, MADGEN_SKY_RADIUS, 12, 24, true);
-    const char* image_names[5] = {"ground", "totem", "crate", "moon", "sky"};
-    madgen_paint_fn* painters[5] = {madgen_paint_ground, madgen_paint_totem, madgen_paint_crate, madgen_paint_moon,
-                                    madgen_paint_sky};
-    const madgen_mesh* meshes[5] = {&ground, &totem, &crate, &moon, &sky};
-    uint32_t mesh_index[5];
-    for (uint32_t i = 0; i < 5; i++)
-        mesh_index[i] = m.mesh(image_names[i], *meshes[i], m.material(image_names[i]));
-
-    // nodes: the totem's mesh hangs under its base bone, so that the bones carry it here too,
-    // where a skinned mesh is drawn in its bind pose
-    const uint32_t ground_node = m.node({{"name", "ground"}, {"mesh", mesh_index[0]}});
-    const uint32_t top_bone = m.node({{"name", "bone_top"}, {"translation", {0.0, 1.5, 0.0}}});
-    const uint32_t totem_node = m.node({{"name", "totem"}, {"mesh", mesh_index[1]}, {"skin", 0}});
-    const uint32_t base_bone = m.node({{"name", "bone_base"}, {"children", {top_bone, totem_node}}});
-    const uint32_t crate_node = m.node({{"name", "crate"}, {"mesh", mesh_index[2]}});
-    const uint32_t moon_node = m.node({{"name", "moon"}, {"mesh", mesh_index[3]}, {"translation", {0.0, 4.5, 0.0}}});
-    const uint32_t sky_node = m.node({{"name", "sky"}, {"mesh", mesh_index[4]}});
-    const uint32_t camera_node = m.node({{"name", "camera"}, {"camera", 0}});
-    m.gltf["scenes"] = {{{"nodes", {ground_node, base_bone, crate_node, moon_node, sky_node, camera_node}}}};
-    m.gltf["cameras"] = {{{"type", "perspective"},
-                          {"perspective", {{"yfov", 0.8}, {"znear", 0.5}, {"aspectRatio", 4.0 / 3.0}}}}};
-    // inverse bind matrices: the base bone at the origin, the top one 1.5 up
-    const std::vector<float> inverse_binds = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1,
-                                              1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, -1.5f, 0, 1};
-    m.gltf["skins"] = {{{"name", "totem_skin"},
-                        {"joints", {base_bone, top_bone}},
-                        {"inverseBindMatrices", m.accessor(inverse_binds, "MAT4", 16)}}};
-
-    // animations
-    std::vector<float> times;
-    for (uint32_t k = 0; k < MADGEN_KEYS; k++)
-        times.push_back((float)k * MADGEN_KEY_STEP);
-    const uint32_t time_accessor = m.accessor(times, "SCALAR", 1, true);
-    madgen_animation main_animation = {&m, {{"name", "main"}}, time_accessor};
-    // the camera swings +-0.7 rad round the totem, 9 out and 3.2 up, looking down at its middle
-    main_animation.channel(camera_node, "translation", 3, [](float t, float* v) {
-        const float a = 0.7f * sinf(2.0f * MADGEN_PI * t / MADGEN_SECONDS);
-        v[0] = 9.0f * sinf(a), v[1] = 3.2f, v[2] = 9.0f * cosf(a);
-    });
-    main_animation.channel(camera_node, "rotation", 4, [](float t, float* v) {
-        const float a = 0.7f * sinf(2.0f * MADGEN_PI * t / MADGEN_SECONDS);
-        float yaw[4], pitch[4];
-        madgen_quat_axis(yaw, 0, 1, 0, a);
-        madgen_quat_axis(pitch, 1, 0, 0, -atanf(1.7f / 9.0f));
-        madgen_quat_mul(v, yaw, pitch);
-    });
-    main_animation.channel(base_bone, "rotation", 4,
-                           [](float t, float* v) { madgen_quat_axis(v, 0, 1, 0, 0.8f * MADGEN_PI * t); });
-    main_animation.channel(base_bone, "translation", 3, [](float t, float* v) {
-        v[0] = 0.0f, v[1] = 0.4f * fabsf(sinf(1.5f * MADGEN_PI * t)), v[2] = 0.0f;
-    });
-    main_animation.channel(top_bone, "rotation", 4,
-                           [](float t, float* v) { madgen_quat_axis(v, 0, 0, 1, 0.4f * sinf(2.0f * MADGEN_PI * t)); });
-    main_animation.channel(crate_node, "translation", 3, [](float t, float* v) {
-        const float a = 2.0f * MADGEN_PI * t / 6.0f;
-        v[0] = 3.2f * cosf(a), v[1] = 0.6f + 0.3f * sinf(3.0f * a), v[2] = 3.2f * sinf(a);
-    });
-    main_animation.channel(crate_node, "rotation", 4,
-                           [](float t, float* v) { madgen_quat_axis(v, 0.6f, 0.8f, 0.0f, 1.3f * MADGEN_PI * t); });
-    // the second animation brings the moon in, growing from nothing, and circles it over the totem
-    madgen_animation extra = {&m, {{"name", "extra"}}, time_accessor};
-    extra.channel(moon_node, "scale", 3, [](float t, float* v) { v[0] = v[1] = v[2] = fminf(1.0f, t / 2.0f); });
-    extra.channel(moon_node, "translation", 3, [](float t, float* v) {
-        v[0] = 1.5f * sinf(MADGEN_PI * t / 3.0f), v[1] = 4.3f, v[2] = 1.5f * cosf(MADGEN_PI * t / 3.0f);
-    });
-    m.gltf["animations"] = {main_animation.animation, extra.animation};
-    m.gltf["buffers"] = {{{"uri", "madpack.bin"}, {"byteLength", m.bin.size()}}};
-
-    static uint8_t block[16u << 20], tmp_block[16u << 20];
-    xmemarena arena, tmp_arena;
-    xmemarena_init(&arena, "reel_madgen", sizeof(block), block);
-    xmemarena_init(&tmp_arena, "reel_madgen_tmp", sizeof(tmp_block), tmp_block);
-    for (uint32_t i = 0; i < 5; i++) {
-        bitmap* bm = madgen_image(&arena, i == 2 || i == 3 ? 64 : 128, painters[i]);
-        tool_save_png(bm, madgen_path(dir, std::string(image_names[i]) + ".png").c_str(), &arena);
-        if (i == 4) {  // the sky, for the special node: direct colour, swizzled, no mips
-            n3d_texture sky_texture;
-            n3d_texture_from_bitmap(&sky_texture, &arena, &tmp_arena, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 1, 0, 0,
-                                    bm, nullptr, N3D_TRANSPARENT_INDEX_NONE, 0.5f);
-            std::vector<uint8_t> bytes(n3d_texture_write_size(&sky_texture));
-            n3d_texture_write(bytes.data(), &sky_texture, BYTE_ORDER_NATIVE);
-            tool_write_resource(madgen_path(dir, "madpack_sky.tmap").c_str(), bytes.data(), bytes.size());
-        }
+    const char* model = "totem";
+    const char* dir = nullptr;
+    for (int i = 1; i < argc; i++) {
+        if (strcmp(argv[i], "--model") == 0)
+            model = tool_option_value(argc, argv, &i);
+        else if (argv[i][0] == '-')
+            tool_usage_error("unknown option \"%s\"", argv[i]);
+        else if (dir)
+            tool_usage_error("one output folder only");
+        else
+            dir = argv[i];
     }
-    const std::string text = m.gltf.dump(1);
-    tool_write_file(madgen_path(dir, "madpack.bin").c_str(), m.bin.data(), m.bin.size(), nullptr, 0);
-    tool_write_file(madgen_path(dir, "madpack.gltf").c_str(), text.data(), text.size(), nullptr, 0);
-    printf("reel_madgen: wrote %s/madpack.gltf (%zu triangles, %u keys per channel) and its images\n", dir,
-           (ground.position.size() + totem.position.size() + crate.position.size() + moon.position.size() +
-            sky.position.size()) / 9,
-           MADGEN_KEYS);
+    if (!dir)
+        tool_usage_error("no output folder");
+    if (strcmp(model, "totem") != 0 && strcmp(model, "machine") != 0)
+        tool_usage_error("--model needs totem or machine, not \"%s\"", model);
+    tool_make_dir(dir);
+    if (strcmp(model, "totem") == 0)
+        madgen_totem(dir);
+    else
+        madgen_machine(dir);
     return 0;
 }
