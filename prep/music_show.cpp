@@ -41,7 +41,7 @@ template <size_t Bars>
 constexpr std::array<music_synth_note, MUSIC_SYNTH_SHOW_PAD_NOTES * Bars> music_synth_show_pad_part(
     const music_synth_show_chord (&chords)[Bars])
 {
-    std::array<music_synth_note, MUSIC_SYNTH_SHOW_PAD_NOTES * Bars> notes = {};
+    std::array<music_synth_note, MUSIC_SYNTH_SHOW_PAD_NOTES* Bars> notes = {};
     for (size_t b = 0; b < Bars; b++) {
         const uint16_t at = (uint16_t)(b * MUSIC_SYNTH_SHOW_STEPS);
         notes[4 * b] = {at, MUSIC_SYNTH_SHOW_STEPS, (uint8_t)(chords[b].root + MUSIC_SYNTH_SHOW_OCTAVE), 100};
@@ -52,12 +52,13 @@ constexpr std::array<music_synth_note, MUSIC_SYNTH_SHOW_PAD_NOTES * Bars> music_
 }
 
 // the arpeggio: sixteenths up and down the voicing and its octave, accented on the beats
-constexpr uint8_t MUSIC_SYNTH_SHOW_ARP_FIGURE[MUSIC_SYNTH_SHOW_STEPS] = {0, 1, 2, 3, 2, 1, 0, 1, 2, 3, 2, 1, 0, 1, 2, 3};
+constexpr uint8_t MUSIC_SYNTH_SHOW_ARP_FIGURE[MUSIC_SYNTH_SHOW_STEPS] = {0, 1, 2, 3, 2, 1, 0, 1,
+                                                                         2, 3, 2, 1, 0, 1, 2, 3};
 template <size_t Bars>
 constexpr std::array<music_synth_note, MUSIC_SYNTH_SHOW_STEPS * Bars> music_synth_show_arp_part(
     const music_synth_show_chord (&chords)[Bars])
 {
-    std::array<music_synth_note, MUSIC_SYNTH_SHOW_STEPS * Bars> notes = {};
+    std::array<music_synth_note, MUSIC_SYNTH_SHOW_STEPS* Bars> notes = {};
     for (size_t b = 0; b < Bars; b++) {
         for (uint16_t s = 0; s < MUSIC_SYNTH_SHOW_STEPS; s++) {
             const uint8_t k = MUSIC_SYNTH_SHOW_ARP_FIGURE[s];
@@ -77,14 +78,15 @@ struct music_synth_show_bass_step {
     uint8_t velocity;
 };
 constexpr music_synth_show_bass_step MUSIC_SYNTH_SHOW_BASS_GROOVE[] = {
-    {0, 2, 0, 120}, {3, 1, 0, 90}, {4, 1, 12, 105}, {6, 2, 0, 110}, {8, 2, 7, 110},
+    {0, 2, 0, 120}, {3, 1, 0, 90},  {4, 1, 12, 105},  {6, 2, 0, 110}, {8, 2, 7, 110},
     {10, 1, 0, 90}, {11, 1, 0, 80}, {12, 2, 12, 110}, {14, 2, 7, 100}};
-constexpr size_t MUSIC_SYNTH_SHOW_BASS_NOTES = sizeof(MUSIC_SYNTH_SHOW_BASS_GROOVE) / sizeof(MUSIC_SYNTH_SHOW_BASS_GROOVE[0]);
+constexpr size_t MUSIC_SYNTH_SHOW_BASS_NOTES =
+    sizeof(MUSIC_SYNTH_SHOW_BASS_GROOVE) / sizeof(MUSIC_SYNTH_SHOW_BASS_GROOVE[0]);
 template <size_t Bars>
 constexpr std::array<music_synth_note, MUSIC_SYNTH_SHOW_BASS_NOTES * Bars> music_synth_show_bass_part(
     const music_synth_show_chord (&chords)[Bars])
 {
-    std::array<music_synth_note, MUSIC_SYNTH_SHOW_BASS_NOTES * Bars> notes = {};
+    std::array<music_synth_note, MUSIC_SYNTH_SHOW_BASS_NOTES* Bars> notes = {};
     for (size_t b = 0; b < Bars; b++) {
         for (size_t i = 0; i < MUSIC_SYNTH_SHOW_BASS_NOTES; i++) {
             const music_synth_show_bass_step& g = MUSIC_SYNTH_SHOW_BASS_GROOVE[i];
@@ -427,8 +429,8 @@ constexpr music_synth_note music_synth_show_build_roll[] = {
     {10, 1, 0, 90}, {11, 1, 0, 94}, {12, 1, 0, 98}, {13, 1, 0, 104}, {14, 1, 0, 112}, {15, 1, 0, 120}};
 // bar 52: sixteenths from a whisper to full
 constexpr music_synth_note music_synth_show_break_roll[] = {
-    {0, 1, 0, 20},  {1, 1, 0, 26},  {2, 1, 0, 32},   {3, 1, 0, 38},   {4, 1, 0, 44},   {5, 1, 0, 50},
-    {6, 1, 0, 56},  {7, 1, 0, 62},  {8, 1, 0, 68},   {9, 1, 0, 75},   {10, 1, 0, 82},  {11, 1, 0, 89},
+    {0, 1, 0, 20},  {1, 1, 0, 26},   {2, 1, 0, 32},   {3, 1, 0, 38},  {4, 1, 0, 44},  {5, 1, 0, 50},
+    {6, 1, 0, 56},  {7, 1, 0, 62},   {8, 1, 0, 68},   {9, 1, 0, 75},  {10, 1, 0, 82}, {11, 1, 0, 89},
     {12, 1, 0, 96}, {13, 1, 0, 104}, {14, 1, 0, 112}, {15, 1, 0, 120}};
 constexpr music_synth_note music_synth_show_hat_eighths[] = {{0, 1, 0, 45},  {2, 1, 0, 90}, {4, 1, 0, 45},
                                                              {6, 1, 0, 90},  {8, 1, 0, 45}, {10, 1, 0, 90},
@@ -448,8 +450,8 @@ constexpr auto music_synth_show_pad_break = music_synth_show_pad_part(MUSIC_SYNT
 constexpr auto music_synth_show_arp_cycle = music_synth_show_arp_part(MUSIC_SYNTH_SHOW_CYCLE);
 constexpr auto music_synth_show_arp_break = music_synth_show_arp_part(MUSIC_SYNTH_SHOW_BREAK_CYCLE);
 // D minor with an added ninth, from the D an octave above the bass to the E at the top
-constexpr music_synth_note music_synth_show_last_chord_notes[] = {
-    {0, 32, 50, 110}, {0, 32, 57, 100}, {0, 32, 62, 100}, {0, 32, 65, 100}, {0, 32, 69, 95}, {0, 32, 76, 85}};
+constexpr music_synth_note music_synth_show_last_chord_notes[] = {{0, 32, 50, 110}, {0, 32, 57, 100}, {0, 32, 62, 100},
+                                                                  {0, 32, 65, 100}, {0, 32, 69, 95},  {0, 32, 76, 85}};
 constexpr music_synth_note music_synth_show_riser_four_bars[] = {{0, 64, 62, 120}};
 constexpr music_synth_note music_synth_show_riser_two_bars[] = {{0, 32, 62, 120}};
 
@@ -457,39 +459,39 @@ constexpr music_synth_note music_synth_show_riser_two_bars[] = {{0, 32, 62, 120}
 // through the D minor chord and falls back, answers a step higher, and comes to rest on the E
 // of the C chord.
 constexpr music_synth_note music_synth_show_melody_a[] = {
-    {0, 3, 69, 110},   {3, 3, 74, 95},    {6, 2, 77, 100},   {8, 2, 76, 90},    {10, 2, 74, 90},  {12, 4, 69, 95},
-    {16, 3, 70, 110},  {19, 3, 74, 95},   {22, 4, 77, 100},  {26, 2, 79, 90},   {28, 2, 77, 90},  {30, 2, 74, 90},
-    {32, 3, 72, 110},  {35, 3, 77, 95},   {38, 4, 81, 105},  {42, 2, 79, 90},   {44, 2, 77, 90},  {46, 2, 76, 90},
-    {48, 6, 76, 110},  {54, 2, 74, 90},   {56, 4, 72, 100},  {60, 4, 67, 90},   {64, 3, 69, 110}, {67, 3, 74, 95},
-    {70, 2, 77, 100},  {72, 2, 76, 90},   {74, 2, 74, 90},   {76, 4, 77, 95},   {80, 3, 79, 110}, {83, 3, 77, 95},
-    {86, 4, 74, 100},  {90, 2, 70, 90},   {92, 2, 72, 90},   {94, 2, 74, 90},   {96, 4, 72, 110}, {100, 4, 69, 95},
-    {104, 2, 72, 90},  {106, 2, 77, 95},  {108, 4, 76, 100}, {112, 8, 76, 110}, {120, 4, 79, 95}, {124, 4, 76, 90}};
+    {0, 3, 69, 110},  {3, 3, 74, 95},   {6, 2, 77, 100},   {8, 2, 76, 90},    {10, 2, 74, 90},  {12, 4, 69, 95},
+    {16, 3, 70, 110}, {19, 3, 74, 95},  {22, 4, 77, 100},  {26, 2, 79, 90},   {28, 2, 77, 90},  {30, 2, 74, 90},
+    {32, 3, 72, 110}, {35, 3, 77, 95},  {38, 4, 81, 105},  {42, 2, 79, 90},   {44, 2, 77, 90},  {46, 2, 76, 90},
+    {48, 6, 76, 110}, {54, 2, 74, 90},  {56, 4, 72, 100},  {60, 4, 67, 90},   {64, 3, 69, 110}, {67, 3, 74, 95},
+    {70, 2, 77, 100}, {72, 2, 76, 90},  {74, 2, 74, 90},   {76, 4, 77, 95},   {80, 3, 79, 110}, {83, 3, 77, 95},
+    {86, 4, 74, 100}, {90, 2, 70, 90},  {92, 2, 72, 90},   {94, 2, 74, 90},   {96, 4, 72, 110}, {100, 4, 69, 95},
+    {104, 2, 72, 90}, {106, 2, 77, 95}, {108, 4, 76, 100}, {112, 8, 76, 110}, {120, 4, 79, 95}, {124, 4, 76, 90}};
 // The second phrase sits a fifth higher and moves more, peaking on the high D.
 constexpr music_synth_note music_synth_show_melody_b[] = {
-    {0, 2, 77, 110},   {2, 2, 81, 95},    {4, 4, 86, 105},   {8, 2, 84, 90},    {10, 2, 81, 90},   {12, 4, 77, 95},
-    {16, 2, 77, 110},  {18, 2, 82, 95},   {20, 4, 86, 105},  {24, 2, 84, 90},   {26, 2, 82, 90},   {28, 2, 81, 90},
-    {30, 2, 79, 90},   {32, 4, 81, 110},  {36, 2, 84, 95},   {38, 2, 81, 90},   {40, 4, 77, 100},  {44, 2, 79, 90},
-    {46, 2, 81, 90},   {48, 6, 79, 110},  {54, 2, 76, 90},   {56, 4, 79, 100},  {60, 4, 84, 100},  {64, 4, 86, 115},
-    {68, 2, 84, 95},   {70, 2, 81, 90},   {72, 2, 77, 90},   {74, 2, 81, 95},   {76, 4, 86, 105},  {80, 4, 82, 110},
-    {84, 2, 81, 90},   {86, 2, 79, 90},   {88, 4, 77, 100},  {92, 4, 74, 90},   {96, 2, 72, 105},  {98, 2, 77, 90},
-    {100, 4, 81, 100}, {104, 2, 79, 90},  {106, 2, 77, 90},  {108, 4, 72, 95},  {112, 4, 76, 110}, {116, 4, 79, 95},
+    {0, 2, 77, 110},   {2, 2, 81, 95},   {4, 4, 86, 105},  {8, 2, 84, 90},   {10, 2, 81, 90},   {12, 4, 77, 95},
+    {16, 2, 77, 110},  {18, 2, 82, 95},  {20, 4, 86, 105}, {24, 2, 84, 90},  {26, 2, 82, 90},   {28, 2, 81, 90},
+    {30, 2, 79, 90},   {32, 4, 81, 110}, {36, 2, 84, 95},  {38, 2, 81, 90},  {40, 4, 77, 100},  {44, 2, 79, 90},
+    {46, 2, 81, 90},   {48, 6, 79, 110}, {54, 2, 76, 90},  {56, 4, 79, 100}, {60, 4, 84, 100},  {64, 4, 86, 115},
+    {68, 2, 84, 95},   {70, 2, 81, 90},  {72, 2, 77, 90},  {74, 2, 81, 95},  {76, 4, 86, 105},  {80, 4, 82, 110},
+    {84, 2, 81, 90},   {86, 2, 79, 90},  {88, 4, 77, 100}, {92, 4, 74, 90},  {96, 2, 72, 105},  {98, 2, 77, 90},
+    {100, 4, 81, 100}, {104, 2, 79, 90}, {106, 2, 77, 90}, {108, 4, 72, 95}, {112, 4, 76, 110}, {116, 4, 79, 95},
     {120, 4, 84, 105}, {124, 4, 76, 90}};
 // The variation: the first phrase's opening four bars, then this turn in running eighths that
 // ends on a long E.
 constexpr music_synth_note music_synth_show_melody_turn[] = {
-    {0, 2, 69, 110},  {2, 2, 74, 90},  {4, 2, 77, 95},   {6, 2, 81, 100},  {8, 2, 79, 90},  {10, 2, 77, 90},
-    {12, 2, 76, 90},  {14, 2, 74, 90}, {16, 3, 77, 110}, {19, 3, 74, 95},  {22, 2, 70, 90}, {24, 2, 74, 90},
-    {26, 2, 77, 95},  {28, 4, 82, 105}, {32, 3, 81, 110}, {35, 3, 79, 95}, {38, 2, 77, 90}, {40, 2, 76, 90},
-    {42, 2, 77, 95},  {44, 4, 79, 100}, {48, 4, 76, 110}, {52, 4, 74, 95}, {56, 8, 76, 105}};
+    {0, 2, 69, 110}, {2, 2, 74, 90},   {4, 2, 77, 95},   {6, 2, 81, 100}, {8, 2, 79, 90},  {10, 2, 77, 90},
+    {12, 2, 76, 90}, {14, 2, 74, 90},  {16, 3, 77, 110}, {19, 3, 74, 95}, {22, 2, 70, 90}, {24, 2, 74, 90},
+    {26, 2, 77, 95}, {28, 4, 82, 105}, {32, 3, 81, 110}, {35, 3, 79, 95}, {38, 2, 77, 90}, {40, 2, 76, 90},
+    {42, 2, 77, 95}, {44, 4, 79, 100}, {48, 4, 76, 110}, {52, 4, 74, 95}, {56, 8, 76, 105}};
 // The break's bell: few notes, long ones, for the echo to fill; it ends on the E of A major.
 constexpr music_synth_note music_synth_show_bell_break[] = {
-    {0, 8, 74, 100},  {8, 4, 70, 85},   {12, 4, 67, 85},  {16, 12, 65, 95}, {28, 4, 70, 85},  {32, 8, 72, 100},
-    {40, 8, 69, 90},  {48, 16, 73, 100}, {64, 4, 74, 100}, {68, 4, 77, 90}, {72, 8, 79, 100}, {80, 8, 77, 95},
-    {88, 8, 74, 90},  {96, 8, 72, 100}, {104, 4, 69, 85}, {108, 4, 72, 90}, {112, 16, 76, 105}};
+    {0, 8, 74, 100}, {8, 4, 70, 85},    {12, 4, 67, 85},  {16, 12, 65, 95}, {28, 4, 70, 85},   {32, 8, 72, 100},
+    {40, 8, 69, 90}, {48, 16, 73, 100}, {64, 4, 74, 100}, {68, 4, 77, 90},  {72, 8, 79, 100},  {80, 8, 77, 95},
+    {88, 8, 74, 90}, {96, 8, 72, 100},  {104, 4, 69, 85}, {108, 4, 72, 90}, {112, 16, 76, 105}};
 // The climax's counter-melody under the lead: half notes moving against the chords.
 constexpr music_synth_note music_synth_show_bell_counter[] = {
-    {0, 6, 69, 100},  {6, 2, 67, 85},  {8, 8, 65, 95},  {16, 6, 65, 100}, {22, 2, 67, 85},
-    {24, 8, 70, 95},  {32, 6, 69, 100}, {38, 2, 70, 85}, {40, 8, 72, 95},  {48, 12, 67, 100}, {60, 4, 64, 85}};
+    {0, 6, 69, 100},  {6, 2, 67, 85},  {8, 8, 65, 95},  {16, 6, 65, 100},  {22, 2, 67, 85}, {24, 8, 70, 95},
+    {32, 6, 69, 100}, {38, 2, 70, 85}, {40, 8, 72, 95}, {48, 12, 67, 100}, {60, 4, 64, 85}};
 
 enum music_synth_show_pattern_id : uint16_t {
     MUSIC_SYNTH_SHOW_PAT_FOUR_ON_THE_FLOOR,
@@ -579,7 +581,7 @@ constexpr uint16_t MUSIC_SYNTH_SHOW_CLIMAX_BARS = MUSIC_SYNTH_SHOW_ENDING_BAR - 
 constexpr int8_t MUSIC_SYNTH_SHOW_OCTAVE_UP = 12;
 
 // a cue that plays its pattern as the instrument is
-constexpr music_synth_cue music_synth_show_play(uint16_t bar, uint16_t bars, uint16_t pattern, int8_t transpose)
+constexpr music_synth_cue music_synth_show_play(uint16_t bar, uint16_t bars, uint16_t pattern, int8_t transpose = 0)
 {
     return {bar, bars, pattern, transpose, 0.0f, 0.0f, 0.0f, 0.0f};
 }
@@ -594,68 +596,77 @@ constexpr music_synth_cue music_synth_show_swept(uint16_t bar, uint16_t bars, ui
 // Kick: in with the build-up, four on the floor; pushed in the climax; it stops two bars before
 // the last chord and strikes once more with it.
 const music_synth_cue music_synth_show_kick_cues[] = {
-    music_synth_show_swept(MUSIC_SYNTH_SHOW_BUILD, MUSIC_SYNTH_SHOW_BUILD_BARS, MUSIC_SYNTH_SHOW_PAT_FOUR_ON_THE_FLOOR, 0, 0, 0, -6, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_MAIN_BARS, MUSIC_SYNTH_SHOW_PAT_FOUR_ON_THE_FLOOR, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_CLIMAX_BARS, MUSIC_SYNTH_SHOW_PAT_KICK_DRIVE, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_ENDING, 6, MUSIC_SYNTH_SHOW_PAT_FOUR_ON_THE_FLOOR, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_LAST_CHORD, 1, MUSIC_SYNTH_SHOW_PAT_DOWNBEAT, 0),
+    music_synth_show_swept(MUSIC_SYNTH_SHOW_BUILD, MUSIC_SYNTH_SHOW_BUILD_BARS, MUSIC_SYNTH_SHOW_PAT_FOUR_ON_THE_FLOOR,
+                           0, 0, 0, -6, 0),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_MAIN_BARS, MUSIC_SYNTH_SHOW_PAT_FOUR_ON_THE_FLOOR),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_CLIMAX_BARS, MUSIC_SYNTH_SHOW_PAT_KICK_DRIVE),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_ENDING, 6, MUSIC_SYNTH_SHOW_PAT_FOUR_ON_THE_FLOOR),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_LAST_CHORD, 1, MUSIC_SYNTH_SHOW_PAT_DOWNBEAT),
 };
 // Snare and clap: from the build-up's third phrase, with a roll into the main part; pick-ups
 // every eight bars; a roll out of the break; out four bars before the last chord.
 const music_synth_cue music_synth_show_snare_cues[] = {
-    music_synth_show_play(MUSIC_SYNTH_SHOW_BUILD + 8, 3, MUSIC_SYNTH_SHOW_PAT_TWO_AND_FOUR, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_BUILD + 11, 1, MUSIC_SYNTH_SHOW_PAT_BUILD_ROLL, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_MAIN_BARS, MUSIC_SYNTH_SHOW_PAT_BACKBEAT_PHRASE, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_BREAK + 7, 1, MUSIC_SYNTH_SHOW_PAT_BREAK_ROLL, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_CLIMAX_BARS, MUSIC_SYNTH_SHOW_PAT_BACKBEAT_PHRASE, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_ENDING, 4, MUSIC_SYNTH_SHOW_PAT_TWO_AND_FOUR, 0),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_BUILD + 8, 3, MUSIC_SYNTH_SHOW_PAT_TWO_AND_FOUR),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_BUILD + 11, 1, MUSIC_SYNTH_SHOW_PAT_BUILD_ROLL),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_MAIN_BARS, MUSIC_SYNTH_SHOW_PAT_BACKBEAT_PHRASE),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_BREAK + 7, 1, MUSIC_SYNTH_SHOW_PAT_BREAK_ROLL),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_CLIMAX_BARS, MUSIC_SYNTH_SHOW_PAT_BACKBEAT_PHRASE),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_ENDING, 4, MUSIC_SYNTH_SHOW_PAT_TWO_AND_FOUR),
 };
 const music_synth_cue music_synth_show_clap_cues[] = {
-    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_MAIN_BARS, MUSIC_SYNTH_SHOW_PAT_TWO_AND_FOUR, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_CLIMAX_BARS, MUSIC_SYNTH_SHOW_PAT_TWO_AND_FOUR, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_ENDING, 4, MUSIC_SYNTH_SHOW_PAT_TWO_AND_FOUR, 0),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_MAIN_BARS, MUSIC_SYNTH_SHOW_PAT_TWO_AND_FOUR),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_CLIMAX_BARS, MUSIC_SYNTH_SHOW_PAT_TWO_AND_FOUR),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_ENDING, 4, MUSIC_SYNTH_SHOW_PAT_TWO_AND_FOUR),
 };
 // Hats: eighths from the first beat, sixteenths from the snare's entry on; quiet in the break;
 // the last to go, fading over the ending.
 const music_synth_cue music_synth_show_hat_cues[] = {
-    music_synth_show_swept(MUSIC_SYNTH_SHOW_INTRO, MUSIC_SYNTH_SHOW_BUILD + 8, MUSIC_SYNTH_SHOW_PAT_HAT_EIGHTHS, 0, 0, 0, -4, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_BUILD + 8, 4, MUSIC_SYNTH_SHOW_PAT_HAT_SIXTEENTHS, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_MAIN_BARS, MUSIC_SYNTH_SHOW_PAT_HAT_SIXTEENTHS, 0),
-    music_synth_show_swept(MUSIC_SYNTH_SHOW_BREAK, MUSIC_SYNTH_SHOW_BREAK_BARS, MUSIC_SYNTH_SHOW_PAT_HAT_EIGHTHS, 0, 0, 0, -10, -10),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_CLIMAX_BARS, MUSIC_SYNTH_SHOW_PAT_HAT_SIXTEENTHS, 0),
+    music_synth_show_swept(MUSIC_SYNTH_SHOW_INTRO, MUSIC_SYNTH_SHOW_BUILD + 8, MUSIC_SYNTH_SHOW_PAT_HAT_EIGHTHS, 0, 0,
+                           0, -4, 0),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_BUILD + 8, 4, MUSIC_SYNTH_SHOW_PAT_HAT_SIXTEENTHS),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_MAIN_BARS, MUSIC_SYNTH_SHOW_PAT_HAT_SIXTEENTHS),
+    music_synth_show_swept(MUSIC_SYNTH_SHOW_BREAK, MUSIC_SYNTH_SHOW_BREAK_BARS, MUSIC_SYNTH_SHOW_PAT_HAT_EIGHTHS, 0, 0,
+                           0, -10, -10),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_CLIMAX_BARS, MUSIC_SYNTH_SHOW_PAT_HAT_SIXTEENTHS),
     music_synth_show_swept(MUSIC_SYNTH_SHOW_ENDING, 8, MUSIC_SYNTH_SHOW_PAT_HAT_SIXTEENTHS, 0, 0, 0, 0, -12),
 };
 const music_synth_cue music_synth_show_open_hat_cues[] = {
-    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_MAIN_BARS, MUSIC_SYNTH_SHOW_PAT_OPEN_HAT_LAST_OFFBEAT, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_CLIMAX_BARS, MUSIC_SYNTH_SHOW_PAT_OPEN_HAT_OFFBEATS, 0),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_MAIN_BARS,
+                          MUSIC_SYNTH_SHOW_PAT_OPEN_HAT_LAST_OFFBEAT),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_CLIMAX_BARS,
+                          MUSIC_SYNTH_SHOW_PAT_OPEN_HAT_OFFBEATS),
 };
 // Crash on the first beat of each phrase of the main part and the climax, and on the last chord.
 const music_synth_cue music_synth_show_crash_cues[] = {
-    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN, 1, MUSIC_SYNTH_SHOW_PAT_DOWNBEAT, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN + 8, 1, MUSIC_SYNTH_SHOW_PAT_DOWNBEAT, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN + 16, 1, MUSIC_SYNTH_SHOW_PAT_DOWNBEAT, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX, 1, MUSIC_SYNTH_SHOW_PAT_DOWNBEAT, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX + 8, 1, MUSIC_SYNTH_SHOW_PAT_DOWNBEAT, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX + 16, 1, MUSIC_SYNTH_SHOW_PAT_DOWNBEAT, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_LAST_CHORD, 1, MUSIC_SYNTH_SHOW_PAT_DOWNBEAT, 0),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN, 1, MUSIC_SYNTH_SHOW_PAT_DOWNBEAT),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN + 8, 1, MUSIC_SYNTH_SHOW_PAT_DOWNBEAT),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN + 16, 1, MUSIC_SYNTH_SHOW_PAT_DOWNBEAT),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX, 1, MUSIC_SYNTH_SHOW_PAT_DOWNBEAT),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX + 8, 1, MUSIC_SYNTH_SHOW_PAT_DOWNBEAT),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX + 16, 1, MUSIC_SYNTH_SHOW_PAT_DOWNBEAT),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_LAST_CHORD, 1, MUSIC_SYNTH_SHOW_PAT_DOWNBEAT),
 };
 // Bass: enters in the build-up's second phrase with its filter closed and opening; out in the
 // break; leaves two bars before the last chord, which it holds under.
 const music_synth_cue music_synth_show_bass_cues[] = {
     music_synth_show_swept(MUSIC_SYNTH_SHOW_BUILD + 4, 8, MUSIC_SYNTH_SHOW_PAT_BASS_CYCLE, 0, -1.5f, 0, -3, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_MAIN_BARS, MUSIC_SYNTH_SHOW_PAT_BASS_CYCLE, 0),
-    music_synth_show_swept(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_CLIMAX_BARS, MUSIC_SYNTH_SHOW_PAT_BASS_CYCLE, 0, 0.3f, 0.3f, 0, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_ENDING, 6, MUSIC_SYNTH_SHOW_PAT_BASS_CYCLE, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_LAST_CHORD, 1, MUSIC_SYNTH_SHOW_PAT_BASS_LAST, 0),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_MAIN_BARS, MUSIC_SYNTH_SHOW_PAT_BASS_CYCLE),
+    music_synth_show_swept(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_CLIMAX_BARS, MUSIC_SYNTH_SHOW_PAT_BASS_CYCLE, 0,
+                           0.3f, 0.3f, 0, 0),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_ENDING, 6, MUSIC_SYNTH_SHOW_PAT_BASS_CYCLE),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_LAST_CHORD, 1, MUSIC_SYNTH_SHOW_PAT_BASS_LAST),
 };
 // Pad: from the first beat to the last chord; dark in the intro, opening through the build-up,
 // closing again over the ending.
 const music_synth_cue music_synth_show_pad_cues[] = {
     music_synth_show_swept(MUSIC_SYNTH_SHOW_INTRO, 8, MUSIC_SYNTH_SHOW_PAT_PAD_CYCLE, 0, -0.8f, -0.6f, -2, 0),
-    music_synth_show_swept(MUSIC_SYNTH_SHOW_BUILD, MUSIC_SYNTH_SHOW_BUILD_BARS, MUSIC_SYNTH_SHOW_PAT_PAD_CYCLE, 0, -0.6f, 0.5f, 0, 0),
-    music_synth_show_swept(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_MAIN_BARS, MUSIC_SYNTH_SHOW_PAT_PAD_CYCLE, 0, 0.5f, 0.5f, -2, -2),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_BREAK, MUSIC_SYNTH_SHOW_BREAK_BARS, MUSIC_SYNTH_SHOW_PAT_PAD_BREAK, 0),
-    music_synth_show_swept(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_CLIMAX_BARS, MUSIC_SYNTH_SHOW_PAT_PAD_CYCLE, 0, 1.0f, 1.0f, 1, 1),
+    music_synth_show_swept(MUSIC_SYNTH_SHOW_BUILD, MUSIC_SYNTH_SHOW_BUILD_BARS, MUSIC_SYNTH_SHOW_PAT_PAD_CYCLE, 0,
+                           -0.6f, 0.5f, 0, 0),
+    music_synth_show_swept(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_MAIN_BARS, MUSIC_SYNTH_SHOW_PAT_PAD_CYCLE, 0, 0.5f,
+                           0.5f, -2, -2),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_BREAK, MUSIC_SYNTH_SHOW_BREAK_BARS, MUSIC_SYNTH_SHOW_PAT_PAD_BREAK),
+    music_synth_show_swept(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_CLIMAX_BARS, MUSIC_SYNTH_SHOW_PAT_PAD_CYCLE, 0,
+                           1.0f, 1.0f, 1, 1),
     music_synth_show_swept(MUSIC_SYNTH_SHOW_ENDING, 8, MUSIC_SYNTH_SHOW_PAT_PAD_CYCLE, 0, 1.0f, -1.0f, 1, -3),
 };
 // Arpeggio: soft from the first beat, brightening through the build-up, back under the lead in
@@ -663,10 +674,14 @@ const music_synth_cue music_synth_show_pad_cues[] = {
 // the climax; it leaves after the ending's first four bars.
 const music_synth_cue music_synth_show_arp_cues[] = {
     music_synth_show_swept(MUSIC_SYNTH_SHOW_INTRO, 8, MUSIC_SYNTH_SHOW_PAT_ARP_CYCLE, 0, -1.2f, -1.0f, -6, -4),
-    music_synth_show_swept(MUSIC_SYNTH_SHOW_BUILD, MUSIC_SYNTH_SHOW_BUILD_BARS, MUSIC_SYNTH_SHOW_PAT_ARP_CYCLE, 0, -1.0f, 0.8f, -4, 0),
-    music_synth_show_swept(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_MAIN_BARS, MUSIC_SYNTH_SHOW_PAT_ARP_CYCLE, 0, 0, 0, -9, -9),
-    music_synth_show_swept(MUSIC_SYNTH_SHOW_BREAK, MUSIC_SYNTH_SHOW_BREAK_BARS, MUSIC_SYNTH_SHOW_PAT_ARP_BREAK, 0, -1.5f, 0.5f, -8, -2),
-    music_synth_show_swept(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_CLIMAX_BARS, MUSIC_SYNTH_SHOW_PAT_ARP_CYCLE, MUSIC_SYNTH_SHOW_OCTAVE_UP, 0, 0, -5, -5),
+    music_synth_show_swept(MUSIC_SYNTH_SHOW_BUILD, MUSIC_SYNTH_SHOW_BUILD_BARS, MUSIC_SYNTH_SHOW_PAT_ARP_CYCLE, 0,
+                           -1.0f, 0.8f, -4, 0),
+    music_synth_show_swept(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_MAIN_BARS, MUSIC_SYNTH_SHOW_PAT_ARP_CYCLE, 0, 0, 0,
+                           -9, -9),
+    music_synth_show_swept(MUSIC_SYNTH_SHOW_BREAK, MUSIC_SYNTH_SHOW_BREAK_BARS, MUSIC_SYNTH_SHOW_PAT_ARP_BREAK, 0,
+                           -1.5f, 0.5f, -8, -2),
+    music_synth_show_swept(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_CLIMAX_BARS, MUSIC_SYNTH_SHOW_PAT_ARP_CYCLE,
+                           MUSIC_SYNTH_SHOW_OCTAVE_UP, 0, 0, -5, -5),
     music_synth_show_swept(MUSIC_SYNTH_SHOW_ENDING, 4, MUSIC_SYNTH_SHOW_PAT_ARP_CYCLE, 0, 0, -1.5f, -5, -10),
 };
 // Riser: four bars into the main part, two into the climax.
@@ -677,23 +692,25 @@ const music_synth_cue music_synth_show_riser_cues[] = {
 // Lead: two phrases and the variation in the main part; in the climax the first phrase an
 // octave up, the second as written over the bell, the variation an octave up again.
 const music_synth_cue music_synth_show_lead_cues[] = {
-    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_PHRASE, MUSIC_SYNTH_SHOW_PAT_MELODY_A, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN + 8, MUSIC_SYNTH_SHOW_PHRASE, MUSIC_SYNTH_SHOW_PAT_MELODY_B, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN + 16, 4, MUSIC_SYNTH_SHOW_PAT_MELODY_A, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN + 20, 4, MUSIC_SYNTH_SHOW_PAT_MELODY_TURN, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_PHRASE, MUSIC_SYNTH_SHOW_PAT_MELODY_A, MUSIC_SYNTH_SHOW_OCTAVE_UP),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX + 8, MUSIC_SYNTH_SHOW_PHRASE, MUSIC_SYNTH_SHOW_PAT_MELODY_B, 0),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_PHRASE, MUSIC_SYNTH_SHOW_PAT_MELODY_A),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN + 8, MUSIC_SYNTH_SHOW_PHRASE, MUSIC_SYNTH_SHOW_PAT_MELODY_B),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN + 16, 4, MUSIC_SYNTH_SHOW_PAT_MELODY_A),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN + 20, 4, MUSIC_SYNTH_SHOW_PAT_MELODY_TURN),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_PHRASE, MUSIC_SYNTH_SHOW_PAT_MELODY_A,
+                          MUSIC_SYNTH_SHOW_OCTAVE_UP),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX + 8, MUSIC_SYNTH_SHOW_PHRASE, MUSIC_SYNTH_SHOW_PAT_MELODY_B),
     music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX + 16, 4, MUSIC_SYNTH_SHOW_PAT_MELODY_A, MUSIC_SYNTH_SHOW_OCTAVE_UP),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX + 20, 4, MUSIC_SYNTH_SHOW_PAT_MELODY_TURN, MUSIC_SYNTH_SHOW_OCTAVE_UP),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX + 20, 4, MUSIC_SYNTH_SHOW_PAT_MELODY_TURN,
+                          MUSIC_SYNTH_SHOW_OCTAVE_UP),
 };
 // Bell: the break's melody, then the counter-melody of the climax's last sixteen bars and the
 // ending's first two.
 const music_synth_cue music_synth_show_bell_cues[] = {
-    music_synth_show_play(MUSIC_SYNTH_SHOW_BREAK, MUSIC_SYNTH_SHOW_BREAK_BARS, MUSIC_SYNTH_SHOW_PAT_BELL_BREAK, 0),
-    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX + 8, 18, MUSIC_SYNTH_SHOW_PAT_BELL_COUNTER, 0),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_BREAK, MUSIC_SYNTH_SHOW_BREAK_BARS, MUSIC_SYNTH_SHOW_PAT_BELL_BREAK),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX + 8, 18, MUSIC_SYNTH_SHOW_PAT_BELL_COUNTER),
 };
 const music_synth_cue music_synth_show_last_chord_cues[] = {
-    music_synth_show_play(MUSIC_SYNTH_SHOW_LAST_CHORD, 2, MUSIC_SYNTH_SHOW_PAT_LAST_CHORD, 0),
+    music_synth_show_play(MUSIC_SYNTH_SHOW_LAST_CHORD, 2, MUSIC_SYNTH_SHOW_PAT_LAST_CHORD),
 };
 
 template <size_t N>

@@ -24,7 +24,7 @@ constexpr float MUSIC_SYNTH_SILENT_TIME_CONSTANTS = 9.21f;
 // cutoff and vibrato change slowly: their coefficients are recomputed every 16 frames
 constexpr uint32_t MUSIC_SYNTH_CONTROL_FRAMES = 16;
 constexpr float MUSIC_SYNTH_CUTOFF_MAX_HZ = 0.45f * MUSIC_SYNTH_RATE;  // the filter's tan() stays finite
-constexpr float MUSIC_SYNTH_Q_FLAT = 0.70710678f;  // no peak at the cutoff
+constexpr float MUSIC_SYNTH_Q_FLAT = 0.70710678f;                      // no peak at the cutoff
 constexpr float MUSIC_SYNTH_DC_BLOCK_HZ = 10.0f;
 constexpr float MUSIC_SYNTH_SOFT_KNEE = 0.75f;  // linear below this share of full scale
 constexpr float MUSIC_SYNTH_FULL_SCALE = 32767.0f;
@@ -190,8 +190,8 @@ static void music_synth_drum_voice(const music_synth_bus* bus, const music_synth
     const uint32_t bursts = d->noise_bursts > 1 ? d->noise_bursts : 1;
     const uint32_t burst_gap = music_synth_seconds_to_frames(d->burst_gap);
     const float longest = d->tone_decay > d->noise_decay ? d->tone_decay : d->noise_decay;
-    uint32_t end = start + (bursts - 1) * burst_gap +
-                   music_synth_seconds_to_frames(longest * MUSIC_SYNTH_SILENT_TIME_CONSTANTS);
+    uint32_t end =
+        start + (bursts - 1) * burst_gap + music_synth_seconds_to_frames(longest * MUSIC_SYNTH_SILENT_TIME_CONSTANTS);
     end = end < bus->frames ? end : bus->frames;
     float pan_left, pan_right;
     music_synth_pan(ins->pan, &pan_left, &pan_right);
@@ -379,24 +379,22 @@ static void music_synth_play_tracks(const music_synth_bus* bus, const music_synt
     }
     for (uint32_t k = 0; k < song->track_count; k++) {
         const music_synth_instrument* ins = song->tracks[k].instrument;
-        music_synth_track_notes(song, k, bus->frames,
-                                [&](const music_synth_note* note, uint64_t step, const music_synth_ramp* ramp,
-                                    uint64_t serial) {
-                                    // every note has its own noise and phases, whatever else the song holds
-                                    pcg32 rng = {MUSIC_SYNTH_SEED ^ (serial * MUSIC_SYNTH_SEED_SPREAD),
-                                                 2 * serial + 1};
-                                    pcg32_random(&rng);
-                                    const uint32_t start = music_synth_step_frame(song, step);
-                                    const float amplitude =
-                                        ins->gain * (float)note->velocity / MUSIC_SYNTH_VELOCITY_MAX;
-                                    if (ins->kind == MUSIC_SYNTH_DRUM) {
-                                        music_synth_drum_voice(bus, ins, start, amplitude, ramp, &rng);
-                                        return;
-                                    }
-                                    const uint32_t gate = music_synth_step_frame(song, step + note->length) - start;
-                                    const float pitch = (float)note->pitch + (float)ramp->cue->transpose;
-                                    music_synth_tone_voice(bus, ins, start, gate, pitch, amplitude, ramp, &rng);
-                                });
+        music_synth_track_notes(
+            song, k, bus->frames,
+            [&](const music_synth_note* note, uint64_t step, const music_synth_ramp* ramp, uint64_t serial) {
+                // every note has its own noise and phases, whatever else the song holds
+                pcg32 rng = {MUSIC_SYNTH_SEED ^ (serial * MUSIC_SYNTH_SEED_SPREAD), 2 * serial + 1};
+                pcg32_random(&rng);
+                const uint32_t start = music_synth_step_frame(song, step);
+                const float amplitude = ins->gain * (float)note->velocity / MUSIC_SYNTH_VELOCITY_MAX;
+                if (ins->kind == MUSIC_SYNTH_DRUM) {
+                    music_synth_drum_voice(bus, ins, start, amplitude, ramp, &rng);
+                    return;
+                }
+                const uint32_t gate = music_synth_step_frame(song, step + note->length) - start;
+                const float pitch = (float)note->pitch + (float)ramp->cue->transpose;
+                music_synth_tone_voice(bus, ins, start, gate, pitch, amplitude, ramp, &rng);
+            });
     }
 }
 

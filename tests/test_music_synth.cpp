@@ -380,8 +380,8 @@ TEST(music_synth_show, lasts_88_bars_of_two_seconds_in_the_planned_sections)
         const char* name;
         uint32_t first_bar, last_bar, first_ms;
     };
-    const planned plan[] = {{"intro", 1, 8, 0},          {"build-up", 9, 20, 16000}, {"main", 21, 44, 40000},
-                            {"break", 45, 52, 88000},    {"climax", 53, 76, 104000}, {"ending", 77, 86, 152000},
+    const planned plan[] = {{"intro", 1, 8, 0},       {"build-up", 9, 20, 16000}, {"main", 21, 44, 40000},
+                            {"break", 45, 52, 88000}, {"climax", 53, 76, 104000}, {"ending", 77, 86, 152000},
                             {"tail", 87, 88, 172000}};
     ASSERT_EQ(std::size(MUSIC_SYNTH_SHOW_SECTIONS), std::size(plan));
     for (size_t i = 0; i < std::size(plan); i++) {

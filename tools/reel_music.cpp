@@ -148,11 +148,12 @@ void music_tool_print_section(const music_synth_show_section* section, const int
         quiet_run = quiet ? quiet_run + 1 : 0;
         quiet_longest = quiet_run > quiet_longest ? quiet_run : quiet_longest;
     }
-    printf("%-9s bars %2u-%2u  %5.1f-%5.1f s: rms %6.1f dBFS, peak %5.1f dBFS, longest clipped run %u, "
-           "longest silence %.3f s\n",
-           section->name, section->first_bar, section->end_bar - 1, (double)first / MUSIC_SAMPLE_RATE,
-           (double)end / MUSIC_SAMPLE_RATE, music_tool_dbfs(sqrt(squares / (MUSIC_CHANNELS * (end - first)))),
-           music_tool_dbfs(peak), clipped_longest, (double)quiet_longest / MUSIC_SAMPLE_RATE);
+    printf(
+        "%-9s bars %2u-%2u  %5.1f-%5.1f s: rms %6.1f dBFS, peak %5.1f dBFS, longest clipped run %u, "
+        "longest silence %.3f s\n",
+        section->name, section->first_bar, section->end_bar - 1, (double)first / MUSIC_SAMPLE_RATE,
+        (double)end / MUSIC_SAMPLE_RATE, music_tool_dbfs(sqrt(squares / (MUSIC_CHANNELS * (end - first)))),
+        music_tool_dbfs(peak), clipped_longest, (double)quiet_longest / MUSIC_SAMPLE_RATE);
 }
 
 double music_tool_ms_since(uint64_t start_ns)
