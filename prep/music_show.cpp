@@ -618,15 +618,13 @@ const music_synth_cue music_synth_show_clap_cues[] = {
     music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_CLIMAX_BARS, MUSIC_SYNTH_SHOW_PAT_TWO_AND_FOUR),
     music_synth_show_play(MUSIC_SYNTH_SHOW_ENDING, 4, MUSIC_SYNTH_SHOW_PAT_TWO_AND_FOUR),
 };
-// Hats: eighths from the first beat, sixteenths from the snare's entry on; quiet in the break;
+// Hats: eighths from the first beat, sixteenths from the snare's entry on; out in the break;
 // the last to go, fading over the ending.
 const music_synth_cue music_synth_show_hat_cues[] = {
     music_synth_show_swept(MUSIC_SYNTH_SHOW_INTRO, MUSIC_SYNTH_SHOW_BUILD + 8, MUSIC_SYNTH_SHOW_PAT_HAT_EIGHTHS, 0, 0,
                            0, -4, 0),
     music_synth_show_play(MUSIC_SYNTH_SHOW_BUILD + 8, 4, MUSIC_SYNTH_SHOW_PAT_HAT_SIXTEENTHS),
     music_synth_show_play(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_MAIN_BARS, MUSIC_SYNTH_SHOW_PAT_HAT_SIXTEENTHS),
-    music_synth_show_swept(MUSIC_SYNTH_SHOW_BREAK, MUSIC_SYNTH_SHOW_BREAK_BARS, MUSIC_SYNTH_SHOW_PAT_HAT_EIGHTHS, 0, 0,
-                           0, -10, -10),
     music_synth_show_play(MUSIC_SYNTH_SHOW_CLIMAX, MUSIC_SYNTH_SHOW_CLIMAX_BARS, MUSIC_SYNTH_SHOW_PAT_HAT_SIXTEENTHS),
     music_synth_show_swept(MUSIC_SYNTH_SHOW_ENDING, 8, MUSIC_SYNTH_SHOW_PAT_HAT_SIXTEENTHS, 0, 0, 0, 0, -12),
 };
