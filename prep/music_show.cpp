@@ -160,92 +160,47 @@ const music_synth_instrument music_synth_show_snare = {
              .burst_gap = 0.0f},
     .tone = {},
 };
-// three quick strikes of band-passed noise, a little left of the snare it doubles
-const music_synth_instrument music_synth_show_clap = {
-    .kind = MUSIC_SYNTH_DRUM,
-    .gain = 0.45f,
-    .pan = -0.2f,
-    .echo_send = 0.2f,
-    .duck_key = 0,
-    .duck = 0.0f,
-    .drum = {.tone_level = 0.0f,
-             .tone_start_hz = 0.0f,
-             .tone_end_hz = 0.0f,
-             .tone_sweep = 0.0f,
-             .tone_decay = 0.0f,
-             .noise_level = 1.0f,
-             .noise_filter = MUSIC_SYNTH_FILTER_BAND,
-             .noise_hz = 1300.0f,
-             .noise_q = 1.4f,
-             .noise_decay = 0.045f,
-             .noise_bursts = 3,
-             .burst_gap = 0.011f},
-    .tone = {},
+// Noise alone through one filter, fading with one time constant: hats, cymbals and claps.
+struct music_synth_show_noise {
+    float gain;
+    float pan;
+    float echo_send;
+    uint32_t filter;  // music_synth_filter
+    float hz;
+    float q;
+    float decay;      // seconds
+    uint32_t bursts;  // strikes per note, 0 or 1 for one
+    float burst_gap;  // seconds between strikes
 };
-// hats and the crash are high-passed noise alone
-const music_synth_instrument music_synth_show_hat = {
-    .kind = MUSIC_SYNTH_DRUM,
-    .gain = 0.28f,
-    .pan = 0.30f,
-    .echo_send = 0.0f,
-    .duck_key = 0,
-    .duck = 0.0f,
-    .drum = {.tone_level = 0.0f,
-             .tone_start_hz = 0.0f,
-             .tone_end_hz = 0.0f,
-             .tone_sweep = 0.0f,
-             .tone_decay = 0.0f,
-             .noise_level = 1.0f,
-             .noise_filter = MUSIC_SYNTH_FILTER_HIGH,
-             .noise_hz = 7000.0f,
-             .noise_q = 0.0f,
-             .noise_decay = 0.03f,
-             .noise_bursts = 0,
-             .burst_gap = 0.0f},
-    .tone = {},
-};
-const music_synth_instrument music_synth_show_open_hat = {
-    .kind = MUSIC_SYNTH_DRUM,
-    .gain = 0.17f,
-    .pan = 0.35f,
-    .echo_send = 0.05f,
-    .duck_key = 0,
-    .duck = 0.0f,
-    .drum = {.tone_level = 0.0f,
-             .tone_start_hz = 0.0f,
-             .tone_end_hz = 0.0f,
-             .tone_sweep = 0.0f,
-             .tone_decay = 0.0f,
-             .noise_level = 1.0f,
-             .noise_filter = MUSIC_SYNTH_FILTER_HIGH,
-             .noise_hz = 6500.0f,
-             .noise_q = 0.0f,
-             .noise_decay = 0.16f,
-             .noise_bursts = 0,
-             .burst_gap = 0.0f},
-    .tone = {},
-};
-const music_synth_instrument music_synth_show_crash = {
-    .kind = MUSIC_SYNTH_DRUM,
-    .gain = 0.20f,
-    .pan = -0.25f,
-    .echo_send = 0.15f,
-    .duck_key = 0,
-    .duck = 0.0f,
-    .drum = {.tone_level = 0.0f,
-             .tone_start_hz = 0.0f,
-             .tone_end_hz = 0.0f,
-             .tone_sweep = 0.0f,
-             .tone_decay = 0.0f,
-             .noise_level = 1.0f,
-             .noise_filter = MUSIC_SYNTH_FILTER_HIGH,
-             .noise_hz = 4500.0f,
-             .noise_q = 0.0f,
-             .noise_decay = 0.75f,
-             .noise_bursts = 0,
-             .burst_gap = 0.0f},
-    .tone = {},
-};
+
+constexpr music_synth_instrument music_synth_show_noise_drum(const music_synth_show_noise& n)
+{
+    music_synth_instrument ins = {};
+    ins.kind = MUSIC_SYNTH_DRUM;
+    ins.gain = n.gain;
+    ins.pan = n.pan;
+    ins.echo_send = n.echo_send;
+    ins.drum.noise_level = 1.0f;
+    ins.drum.noise_filter = n.filter;
+    ins.drum.noise_hz = n.hz;
+    ins.drum.noise_q = n.q;
+    ins.drum.noise_decay = n.decay;
+    ins.drum.noise_bursts = n.bursts;
+    ins.drum.burst_gap = n.burst_gap;
+    return ins;
+}
+
+// {gain, pan, echo send, filter, Hz, q, decay, strikes, seconds between}
+// a clap: three quick strikes of band-passed noise, a little left of the snare it doubles
+const music_synth_instrument music_synth_show_clap =
+    music_synth_show_noise_drum({0.45f, -0.2f, 0.2f, MUSIC_SYNTH_FILTER_BAND, 1300.0f, 1.4f, 0.045f, 3, 0.011f});
+// hats and the crash are high-passed noise
+const music_synth_instrument music_synth_show_hat =
+    music_synth_show_noise_drum({0.28f, 0.30f, 0.0f, MUSIC_SYNTH_FILTER_HIGH, 7000.0f, 0.0f, 0.03f, 1, 0.0f});
+const music_synth_instrument music_synth_show_open_hat =
+    music_synth_show_noise_drum({0.17f, 0.35f, 0.05f, MUSIC_SYNTH_FILTER_HIGH, 6500.0f, 0.0f, 0.16f, 1, 0.0f});
+const music_synth_instrument music_synth_show_crash =
+    music_synth_show_noise_drum({0.20f, -0.25f, 0.15f, MUSIC_SYNTH_FILTER_HIGH, 4500.0f, 0.0f, 0.75f, 1, 0.0f});
 // a saw and a square an octave below it, through a filter that opens on each note
 const music_synth_instrument music_synth_show_bass = {
     .kind = MUSIC_SYNTH_TONE,
