@@ -60,6 +60,7 @@ struct small_song {
     std::vector<music_synth_pattern> patterns;
     music_synth_song song = {};
     std::vector<uint8_t> memory;
+    music_synth_note single_note = {};
 
     small_song(uint32_t bars, uint32_t track_count)
     {
@@ -72,6 +73,16 @@ struct small_song {
     {
         patterns.push_back({notes, count, bars});
         return (uint16_t)(patterns.size() - 1);
+    }
+
+    // one note of one instrument in a cue; the cue's pattern is that note's
+    pcm_buffer play(const music_synth_instrument& ins, music_synth_note note, music_synth_cue cue)
+    {
+        single_note = note;
+        instruments[0] = ins;
+        cues[0] = cue;
+        cues[0].pattern = add_pattern(&single_note, 1, 1);
+        return render();
     }
 
     pcm_buffer render()
@@ -196,11 +207,8 @@ TEST(music_synth, drum_tone_glides_from_its_start_pitch_to_its_end_pitch)
     kick.kind = MUSIC_SYNTH_DRUM;
     kick.gain = 0.5f;
     kick.drum = {1.0f, 400.0f, 100.0f, 0.05f, 10.0f, 0.0f, MUSIC_SYNTH_FILTER_LOW, 1000.0f, 0.0f, 0.01f, 0, 0.0f};
-    const music_synth_note hit[] = {{0, 1, 0, 127}};
     small_song s(2, 1);
-    s.instruments[0] = kick;
-    s.cues[0] = {1, 1, s.add_pattern(hit, 1, 1), 0, 0.0f, 0.0f, 0.0f, 0.0f};
-    const pcm_buffer pcm = s.render();
+    const pcm_buffer pcm = s.play(kick, {0, 1, 0, 127}, {1, 1, 0, 0, 0.0f, 0.0f, 0.0f, 0.0f});
 
     struct span {
         double from_s, to_s;
@@ -220,11 +228,8 @@ TEST(music_synth, clap_strikes_again_after_each_gap_and_no_more)
     music_synth_instrument clap = noise_drum(0.002f);
     clap.drum.noise_bursts = 3;
     clap.drum.burst_gap = 0.01f;
-    const music_synth_note hit[] = {{0, 1, 0, 127}};
     small_song s(2, 1);
-    s.instruments[0] = clap;
-    s.cues[0] = {1, 1, s.add_pattern(hit, 1, 1), 0, 0.0f, 0.0f, 0.0f, 0.0f};
-    const pcm_buffer pcm = s.render();
+    const pcm_buffer pcm = s.play(clap, {0, 1, 0, 127}, {1, 1, 0, 0, 0.0f, 0.0f, 0.0f, 0.0f});
     for (uint32_t strike = 1; strike <= 3; strike++) {
         const uint32_t at = BAR + strike * 220;
         const double before = rms(pcm, at - 20, at);
@@ -241,11 +246,8 @@ TEST(music_synth, clap_strikes_again_after_each_gap_and_no_more)
 TEST(music_synth, cue_sweeps_the_level_evenly_in_decibels_and_holds_its_end)
 {
     // -20 dB to 0 dB across a one-bar cue; the note is held for two bars
-    const music_synth_note held[] = {{0, 32, 69, 127}};
     small_song s(3, 1);
-    s.instruments[0] = sine_tone();
-    s.cues[0] = {0, 1, s.add_pattern(held, 1, 1), 0, 0.0f, 0.0f, -20.0f, 0.0f};
-    const pcm_buffer pcm = s.render();
+    const pcm_buffer pcm = s.play(sine_tone(), {0, 32, 69, 127}, {0, 1, 0, 0, 0.0f, 0.0f, -20.0f, 0.0f});
     for (uint32_t frame : {1000u, BAR / 4, BAR / 2, 3 * BAR / 4, BAR + 10000}) {
         const double db = -20.0 + 20.0 * std::min(1.0, (double)frame / BAR);
         const double expected = CENTRED_HALF * pow(10.0, db / 20.0);
@@ -259,11 +261,8 @@ TEST(music_synth, cue_sweeps_the_cutoff_in_octaves_and_holds_its_end)
     // one-bar cue: at the end the tone sits exactly on the cutoff, 3 dB down
     music_synth_instrument ins = sine_tone();
     ins.tone.cutoff_hz = 110.0f;
-    const music_synth_note held[] = {{0, 32, 69, 127}};
     small_song s(3, 1);
-    s.instruments[0] = ins;
-    s.cues[0] = {0, 1, s.add_pattern(held, 1, 1), 0, 0.0f, 2.0f, 0.0f, 0.0f};
-    const pcm_buffer pcm = s.render();
+    const pcm_buffer pcm = s.play(ins, {0, 32, 69, 127}, {0, 1, 0, 0, 0.0f, 2.0f, 0.0f, 0.0f});
 
     struct point {
         uint32_t frame;
@@ -319,12 +318,9 @@ TEST(music_synth, echo_repeats_a_delay_apart_left_then_right)
     // first repeat comes back on the left, the second crosses to the right
     music_synth_instrument hat = noise_drum(0.0005f);  // silent 101 frames after the strike
     hat.echo_send = 1.0f;
-    const music_synth_note hit[] = {{0, 1, 0, 127}};
     small_song s(2, 1);
     s.song.echo = {3, 0.5f, 8000.0f, 0.5f};
-    s.instruments[0] = hat;
-    s.cues[0] = {1, 1, s.add_pattern(hit, 1, 1), 0, 0.0f, 0.0f, 0.0f, 0.0f};
-    const pcm_buffer pcm = s.render();
+    const pcm_buffer pcm = s.play(hat, {0, 1, 0, 127}, {1, 1, 0, 0, 0.0f, 0.0f, 0.0f, 0.0f});
     constexpr uint32_t delay = 8268;
     ASSERT_GE(abs(pcm[2 * BAR]), 8) << "the strike's first frame must be loud enough to see its repeats";
 
