@@ -612,9 +612,9 @@ const music_synth_cue music_synth_show_bass_cues[] = {
 // Pad: from the first beat to the last chord; dark in the intro, opening through the build-up,
 // closing again over the ending.
 const music_synth_cue music_synth_show_pad_cues[] = {
-    music_synth_show_swept(MUSIC_SYNTH_SHOW_INTRO, 8, MUSIC_SYNTH_SHOW_PAT_PAD_CYCLE, 0, -0.8f, -0.6f, -2, 0),
+    music_synth_show_swept(MUSIC_SYNTH_SHOW_INTRO, 8, MUSIC_SYNTH_SHOW_PAT_PAD_CYCLE, 0, -0.6f, -0.4f, 1, 3),
     music_synth_show_swept(MUSIC_SYNTH_SHOW_BUILD, MUSIC_SYNTH_SHOW_BUILD_BARS, MUSIC_SYNTH_SHOW_PAT_PAD_CYCLE, 0,
-                           -0.6f, 0.5f, 0, 0),
+                           -0.4f, 0.5f, 3, 0),
     music_synth_show_swept(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_MAIN_BARS, MUSIC_SYNTH_SHOW_PAT_PAD_CYCLE, 0, 0.5f,
                            0.5f, -2, -2),
     music_synth_show_play(MUSIC_SYNTH_SHOW_BREAK, MUSIC_SYNTH_SHOW_BREAK_BARS, MUSIC_SYNTH_SHOW_PAT_PAD_BREAK),
@@ -626,9 +626,9 @@ const music_synth_cue music_synth_show_pad_cues[] = {
 // the main part, the break's own voice as its filter opens towards the climax, an octave up in
 // the climax; it leaves after the ending's first four bars.
 const music_synth_cue music_synth_show_arp_cues[] = {
-    music_synth_show_swept(MUSIC_SYNTH_SHOW_INTRO, 8, MUSIC_SYNTH_SHOW_PAT_ARP_CYCLE, 0, -1.2f, -1.0f, -6, -4),
+    music_synth_show_swept(MUSIC_SYNTH_SHOW_INTRO, 8, MUSIC_SYNTH_SHOW_PAT_ARP_CYCLE, 0, -1.0f, -0.8f, -3, -2),
     music_synth_show_swept(MUSIC_SYNTH_SHOW_BUILD, MUSIC_SYNTH_SHOW_BUILD_BARS, MUSIC_SYNTH_SHOW_PAT_ARP_CYCLE, 0,
-                           -1.0f, 0.8f, -4, 0),
+                           -0.8f, 0.8f, -2, 0),
     music_synth_show_swept(MUSIC_SYNTH_SHOW_MAIN, MUSIC_SYNTH_SHOW_MAIN_BARS, MUSIC_SYNTH_SHOW_PAT_ARP_CYCLE, 0, 0, 0,
                            -9, -9),
     music_synth_show_swept(MUSIC_SYNTH_SHOW_BREAK, MUSIC_SYNTH_SHOW_BREAK_BARS, MUSIC_SYNTH_SHOW_PAT_ARP_BREAK, 0,
