@@ -146,9 +146,10 @@ struct music_synth_pattern {
 // A pattern played over `bars` bars from `bar` (counted from 0 here), repeated as often as it
 // fits and cut at the cue's end, transposed by some semitones. Across the cue's bars its notes'
 // filter cutoff glides from `cutoff_octaves_from` to `cutoff_octaves_to` octaves off the
-// instrument's own (a drum's noise filter too) and their level from `level_db_from` to
-// `level_db_to` decibels, evenly in octaves and decibels; the end values hold for the tails
-// that ring past the cue. All zeros leave the instrument as it is.
+// instrument's own and their level from `level_db_from` to `level_db_to` decibels, evenly in
+// octaves and decibels; the end values hold for the tails that ring past the cue. A drum takes
+// the values of its strike, for its noise filter and its level. All zeros leave the instrument
+// as it is.
 struct music_synth_cue {
     uint16_t bar;
     uint16_t bars;
