@@ -2,8 +2,10 @@
 // and the show's own piece written for it. A song is a tempo, a grid of steps, patterns of
 // notes on that grid and tracks that place patterns bar by bar, each track playing one
 // instrument: a drum (a pitch-swept sine and a filtered noise burst, both decaying) or a tone
-// (a few oscillators through a low-pass filter, shaped by an envelope). Voices feed a dry mix
-// and a ping-pong echo; the sum loses its DC and is soft-clipped to 16 bits.
+// (a few oscillators through a low-pass filter, shaped by an envelope). A cue can sweep its
+// notes' filter and level across its bars, and instruments can duck under a key (the kick).
+// Voices feed a dry mix and a ping-pong echo; the sum loses its DC and is soft-clipped to 16
+// bits.
 //
 // Everything is in floats, the noise comes from PCG32 seeded per note, and the order of work
 // is fixed, so a song renders to the same samples every time. Working memory comes from the
@@ -23,14 +25,32 @@ constexpr uint32_t MUSIC_SYNTH_SHOW_BAR_FRAMES = MUSIC_SYNTH_SHOW_BEAT_FRAMES * 
 constexpr uint32_t MUSIC_SYNTH_SHOW_BAR_MS = 2000;
 constexpr uint32_t MUSIC_SYNTH_SHOW_STEPS_PER_BEAT = 4;  // the note grid is in sixteenths
 // Bars are counted from 1, as musicians do; each constant is the first bar of its section.
-constexpr uint32_t MUSIC_SYNTH_SHOW_INTRO_BAR = 1;   // pad chords and hi-hats
-constexpr uint32_t MUSIC_SYNTH_SHOW_GROOVE_BAR = 3;  // kick on every beat, snare on 2 and 4, bass
-constexpr uint32_t MUSIC_SYNTH_SHOW_LEAD_BAR = 7;    // the melody joins the groove
-constexpr uint32_t MUSIC_SYNTH_SHOW_BREAK_BAR = 15;  // drums and bass stop but for a snare roll; pad and lead
-constexpr uint32_t MUSIC_SYNTH_SHOW_CHORD_BAR = 16;  // the last chord, struck on the bar's first beat
-constexpr uint32_t MUSIC_SYNTH_SHOW_TAIL_BAR = 17;   // nothing new: the chord and the echo ring out
-constexpr uint32_t MUSIC_SYNTH_SHOW_BARS = 18;       // 16 bars of music and a tail of 2
+constexpr uint32_t MUSIC_SYNTH_SHOW_INTRO_BAR = 1;        // pad chords, hi-hats and a soft arpeggio
+constexpr uint32_t MUSIC_SYNTH_SHOW_BUILD_BAR = 9;        // kick, then bass, then snare; the filters open
+constexpr uint32_t MUSIC_SYNTH_SHOW_MAIN_BAR = 21;        // the full groove and the lead melody
+constexpr uint32_t MUSIC_SYNTH_SHOW_BREAK_BAR = 45;       // drums and bass out: pad, a quiet lead, echo
+constexpr uint32_t MUSIC_SYNTH_SHOW_CLIMAX_BAR = 53;      // everything, the lead an octave up, denser drums
+constexpr uint32_t MUSIC_SYNTH_SHOW_ENDING_BAR = 77;      // the parts drop out one by one
+constexpr uint32_t MUSIC_SYNTH_SHOW_LAST_CHORD_BAR = 85;  // the last chord, struck on the bar's first beat
+constexpr uint32_t MUSIC_SYNTH_SHOW_TAIL_BAR = 87;        // nothing new: the chord and the echo ring out
+constexpr uint32_t MUSIC_SYNTH_SHOW_BARS = 88;            // 86 bars of music and a tail of 2
 constexpr uint32_t MUSIC_SYNTH_SHOW_FRAMES = MUSIC_SYNTH_SHOW_BARS * MUSIC_SYNTH_SHOW_BAR_FRAMES;
+
+// The sections by name, each from its first bar up to the next one's.
+struct music_synth_show_section {
+    const char* name;
+    uint32_t first_bar;
+    uint32_t end_bar;  // the first bar after it
+};
+constexpr music_synth_show_section MUSIC_SYNTH_SHOW_SECTIONS[] = {
+    {"intro", MUSIC_SYNTH_SHOW_INTRO_BAR, MUSIC_SYNTH_SHOW_BUILD_BAR},
+    {"build-up", MUSIC_SYNTH_SHOW_BUILD_BAR, MUSIC_SYNTH_SHOW_MAIN_BAR},
+    {"main", MUSIC_SYNTH_SHOW_MAIN_BAR, MUSIC_SYNTH_SHOW_BREAK_BAR},
+    {"break", MUSIC_SYNTH_SHOW_BREAK_BAR, MUSIC_SYNTH_SHOW_CLIMAX_BAR},
+    {"climax", MUSIC_SYNTH_SHOW_CLIMAX_BAR, MUSIC_SYNTH_SHOW_ENDING_BAR},
+    {"ending", MUSIC_SYNTH_SHOW_ENDING_BAR, MUSIC_SYNTH_SHOW_TAIL_BAR},
+    {"tail", MUSIC_SYNTH_SHOW_TAIL_BAR, MUSIC_SYNTH_SHOW_BARS + 1},
+};
 
 // The frame and the millisecond at which a bar (counted from 1) starts.
 static constexpr uint32_t music_synth_show_bar_frame(uint32_t bar) { return (bar - 1) * MUSIC_SYNTH_SHOW_BAR_FRAMES; }
@@ -50,6 +70,7 @@ enum music_synth_wave : uint32_t {
     MUSIC_SYNTH_WAVE_SAW = 1,     // band-limited at its jumps
     MUSIC_SYNTH_WAVE_SQUARE = 2,  // band-limited at its jumps
     MUSIC_SYNTH_WAVE_TRIANGLE = 3,
+    MUSIC_SYNTH_WAVE_NOISE = 4,  // white, from the note's own generator; pitch and detune do nothing
 };
 
 enum music_synth_filter : uint32_t {
@@ -75,6 +96,10 @@ struct music_synth_drum {
     float noise_hz;         // the filter's cutoff or centre
     float noise_q;  // 0.707 (or 0) is flat, more rings at the cutoff
     float noise_decay;  // time constant of the noise's level, seconds
+    // A clap: the noise strikes again this many times in all (0 counts as 1), `burst_gap`
+    // seconds apart, each strike at full level.
+    uint32_t noise_bursts;
+    float burst_gap;
 };
 
 struct music_synth_tone {
@@ -97,6 +122,8 @@ struct music_synth_instrument {
     float gain;     // level of a note of velocity 127
     float pan;      // -1 left, 0 centre, +1 right
     float echo_send;
+    uint32_t duck_key;  // not 0: every note of this instrument ducks the instruments with `duck`
+    float duck;         // 0 to 1: how far this instrument's level dips at a key note
     music_synth_drum drum;
     music_synth_tone tone;
 };
@@ -109,18 +136,29 @@ struct music_synth_note {
     uint8_t velocity;  // 1 to 127
 };
 
+// Notes' steps count from the pattern's first bar, so a pattern may span several bars.
 struct music_synth_pattern {
     const music_synth_note* notes;
     uint32_t count;
+    uint32_t bars;  // its length, after which it repeats; 0 counts as 1
 };
 
-// A pattern played in `bars` bars in a row from `bar` (counted from 0 here), transposed by
-// some semitones.
+// A pattern played over `bars` bars from `bar` (counted from 0 here), repeated as often as it
+// fits and cut at the cue's end, transposed by some semitones. Across the cue's bars its notes'
+// filter cutoff glides from `cutoff_octaves_from` to `cutoff_octaves_to` octaves off the
+// instrument's own and their level from `level_db_from` to `level_db_to` decibels, evenly in
+// octaves and decibels; the end values hold for the tails that ring past the cue. A drum takes
+// the values of its strike, for its noise filter and its level. All zeros leave the instrument
+// as it is.
 struct music_synth_cue {
     uint16_t bar;
     uint16_t bars;
     uint16_t pattern;
     int8_t transpose;
+    float cutoff_octaves_from;
+    float cutoff_octaves_to;
+    float level_db_from;
+    float level_db_to;
 };
 
 struct music_synth_track {
@@ -136,6 +174,13 @@ struct music_synth_echo {
     float wet;
 };
 
+// The dip of a ducked instrument follows each key note: a linear fall to 1 - duck over
+// `attack` seconds, then an exponential return with time constant `release`.
+struct music_synth_duck {
+    float attack;
+    float release;
+};
+
 struct music_synth_song {
     uint32_t bpm;  // with 22,050 frames a second, beats fall on whole frames when 1,323,000 / bpm is whole
     uint32_t steps_per_beat;
@@ -147,6 +192,7 @@ struct music_synth_song {
     uint32_t track_count;
     music_synth_echo echo;
     float master_gain;
+    music_synth_duck duck;
 };
 
 // The length of a song in stereo frames.

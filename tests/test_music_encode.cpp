@@ -1,4 +1,4 @@
-// The music encoder against the player's decoder, and the synthesiser and the show's piece.
+// The music encoder against the player's decoder.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -8,7 +8,6 @@
 
 #include "music.h"
 #include "music_encode.h"
-#include "music_synth.h"
 #include "vmath.h"
 
 namespace {
@@ -87,21 +86,6 @@ double squared_error(const pcm_buffer& a, const pcm_buffer& b)
     return sum;
 }
 
-// The show's piece, rendered once for all the tests that look at it.
-const pcm_buffer& show_music()
-{
-    static pcm_buffer pcm;
-    if (pcm.empty()) {
-        const uint64_t scratch_bytes = music_synth_scratch_bytes(music_synth_show_song());
-        std::vector<uint8_t> memory(scratch_bytes);
-        xmemarena scratch;
-        xmemarena_init(&scratch, "test_music_scratch", scratch_bytes, memory.data());
-        pcm.resize(2 * MUSIC_SYNTH_SHOW_FRAMES);
-        music_synth_render_show(pcm.data(), &scratch);
-    }
-    return pcm;
-}
-
 // The nearest of all sixteen codes at every sample, ties to the lower code: greedy by definition.
 std::vector<uint8_t> reference_greedy(const pcm_buffer& pcm)
 {
@@ -127,8 +111,6 @@ std::vector<uint8_t> reference_greedy(const pcm_buffer& pcm)
 }
 
 }  // namespace
-
-// ---- the encoder ----
 
 TEST(music_encode, reproduces_test_signals_above_their_bounds)
 {
@@ -181,115 +163,4 @@ TEST(music_encode_death, rejects_beam_widths_out_of_range)
     uint8_t out[2];
     EXPECT_DEATH(music_encode_stream(out, pcm.data(), 2, 0), "music_encode_stream");
     EXPECT_DEATH(music_encode_stream(out, pcm.data(), 2, MUSIC_ENCODE_BEAM_MAX + 1), "beam width 33");
-}
-
-// ---- the synthesiser ----
-
-namespace {
-
-// a bare sine, its filter wide open
-const music_synth_instrument sine_tone = {
-    .kind = MUSIC_SYNTH_TONE,
-    .gain = 0.5f,
-    .pan = 0.0f,
-    .echo_send = 0.0f,
-    .drum = {},
-    .tone = {.oscillators = {{MUSIC_SYNTH_WAVE_SINE, 0.0f, 1.0f}, {}, {}},
-             .oscillator_count = 1,
-             .attack = 0.001f,
-             .decay = 0.1f,
-             .sustain = 1.0f,
-             .release = 0.01f,
-             .cutoff_hz = 9000.0f,
-             .cutoff_env_hz = 0.0f,
-             .cutoff_decay = 0.1f,
-             .resonance_q = 0.0f,
-             .vibrato_cents = 0.0f,
-             .vibrato_hz = 0.0f},
-};
-const music_synth_note one_note[] = {{5, 8, 69, 127}};  // A4 from step 5 for two beats
-const music_synth_pattern one_pattern[] = {{one_note, 1}};
-
-struct small_song {
-    music_synth_cue cue = {1, 1, 0, 0};  // the second bar
-    music_synth_track track = {&sine_tone, &cue, 1};
-    music_synth_song song = {120, 4, 4, 3, one_pattern, 1, &track, 1, {6, 0.5f, 8000.0f, 0.0f}, 1.0f};
-    std::vector<uint8_t> memory;
-    xmemarena scratch;
-
-    pcm_buffer render()
-    {
-        memory.assign(music_synth_scratch_bytes(&song), 0);
-        xmemarena_init(&scratch, "test_synth_scratch", memory.size(), memory.data());
-        const uint32_t frames = music_synth_song_frames(&song);
-        pcm_buffer pcm(2 * frames + 2, 0x5A5A);  // one frame more, to catch writes past the end
-        music_synth_render(pcm.data(), &song, &scratch);
-        EXPECT_EQ(pcm[2 * frames], 0x5A5A);
-        EXPECT_EQ(xmemarena_get_sp(&scratch), 0u);
-        pcm.resize(2 * frames);
-        return pcm;
-    }
-};
-
-// the frequency of a steady tone from its upward zero crossings on one channel
-double measured_hz(const pcm_buffer& pcm, uint32_t first_frame, uint32_t end_frame)
-{
-    uint32_t first = 0, last = 0, crossings = 0;
-    for (uint32_t i = first_frame + 1; i < end_frame; i++) {
-        if (pcm[2 * i - 2] < 0 && pcm[2 * i] >= 0) {
-            first = crossings ? first : i;
-            last = i;
-            crossings++;
-        }
-    }
-    return crossings > 1 ? (double)(crossings - 1) * RATE / (last - first) : 0.0;
-}
-
-}  // namespace
-
-TEST(music_synth, places_notes_on_the_grid_at_their_pitch)
-{
-    small_song s;
-    EXPECT_EQ(music_synth_song_frames(&s.song), 3u * 44100u);
-    pcm_buffer pcm = s.render();
-    const uint32_t start = 44100 + 5 * 11025 / 4;  // bar 1, step 5: 13,781.25 frames in, rounded down
-    for (uint32_t i = 0; i < 2 * start; i++)
-        ASSERT_EQ(pcm[i], 0) << "before the note, frame " << i / 2;
-    EXPECT_NE(pcm[2 * (start + 2)], 0);
-    EXPECT_NEAR(measured_hz(pcm, start + 1000, start + 20000), 440.0, 0.5);
-    EXPECT_EQ(pcm[2 * 60000], pcm[2 * 60000 + 1]);  // centred: both sides alike
-
-    s.cue.transpose = 12;  // an octave up
-    pcm = s.render();
-    EXPECT_NEAR(measured_hz(pcm, start + 1000, start + 20000), 880.0, 1.0);
-}
-
-// ---- the show's piece ----
-
-TEST(music_synth_show, every_groove_beat_starts_on_its_frame)
-{
-    // the energy of the next 512 frames over that of the last 512 peaks where a kick strikes;
-    // searched half a beat either side of each beat, it must peak within 256 frames of it
-    const pcm_buffer& pcm = show_music();
-    std::vector<double> total(MUSIC_SYNTH_SHOW_FRAMES + 1, 0.0);
-    for (uint32_t i = 0; i < MUSIC_SYNTH_SHOW_FRAMES; i++) {
-        const double mono = (double)pcm[2 * i] + pcm[2 * i + 1];
-        total[i + 1] = total[i] + mono * mono;
-    }
-    constexpr uint32_t window = 512, hop = 16, tolerance = 256;
-    constexpr double floor = 1e6;  // keeps the ratio finite over silence
-    const uint32_t first_beat = (MUSIC_SYNTH_SHOW_GROOVE_BAR - 1) * MUSIC_SYNTH_SHOW_BEATS_PER_BAR;
-    const uint32_t end_beat = (MUSIC_SYNTH_SHOW_BREAK_BAR - 1) * MUSIC_SYNTH_SHOW_BEATS_PER_BAR;
-    for (uint32_t beat = first_beat; beat < end_beat; beat++) {
-        const uint32_t at = beat * MUSIC_SYNTH_SHOW_BEAT_FRAMES;
-        uint32_t best = 0;
-        double best_ratio = 0.0;
-        for (uint32_t p = at - MUSIC_SYNTH_SHOW_BEAT_FRAMES / 2; p < at + MUSIC_SYNTH_SHOW_BEAT_FRAMES / 2; p += hop) {
-            const double ratio = (total[p + window] - total[p] + floor) / (total[p] - total[p - window] + floor);
-            if (ratio > best_ratio)
-                best_ratio = ratio, best = p;
-        }
-        EXPECT_LE(abs((int32_t)best - (int32_t)at), (int32_t)tolerance) << "beat " << beat;
-        EXPECT_GT(best_ratio, 4.0) << "beat " << beat;
-    }
 }

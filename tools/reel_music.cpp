@@ -2,8 +2,9 @@
 // player's 4-bit ADPCM stream and writes the raw bytes (one per stereo frame, no header: the
 // pack stores them as a blob). For a person to listen to, it can also write the synthesised
 // PCM and the stream decoded again as WAV files. It prints the length, the time taken, the
-// signal-to-noise ratio of the stream (and of a greedy encoding, for comparison) and the
-// levels of the music.
+// signal-to-noise ratio of the stream, the levels of the music and, section by section, those
+// of the stream as the player decodes it: loudness, peak, the longest run of samples at full
+// scale and the longest near-silence.
 //
 //   reel_music OUT.bin [--wav OUT.wav] [--decoded-wav OUT.wav] [--beam N]
 #include <cmath>
@@ -27,6 +28,8 @@ constexpr uint16_t MUSIC_TOOL_WAV_PCM = 1;
 constexpr uint16_t MUSIC_TOOL_BITS = 16;
 constexpr double MUSIC_TOOL_FULL_SCALE = 32768.0;
 constexpr double MUSIC_TOOL_NS_PER_MS = 1e6;
+constexpr int32_t MUSIC_TOOL_CLIPPED = 32767;  // and -32768: the decoder's clamps
+constexpr int32_t MUSIC_TOOL_QUIET = 33;       // below -60 dBFS on both sides counts as silence
 
 struct music_tool_options {
     const char* out_path;
@@ -121,6 +124,38 @@ void music_tool_print_levels(const char* name, const int16_t* pcm, uint32_t fram
            music_tool_dbfs(sqrt(squares / frames)), sum / frames);
 }
 
+// The figures of one section of the decoded stream, both channels together.
+void music_tool_print_section(const music_synth_show_section* section, const int16_t* pcm)
+{
+    const uint32_t first = music_synth_show_bar_frame(section->first_bar);
+    const uint32_t end = music_synth_show_bar_frame(section->end_bar);
+    double squares = 0.0;
+    int32_t peak = 0;
+    uint32_t clipped_run[2] = {0, 0};
+    uint32_t clipped_longest = 0;
+    uint32_t quiet_run = 0;
+    uint32_t quiet_longest = 0;
+    for (uint32_t i = first; i < end; i++) {
+        bool quiet = true;
+        for (uint32_t c = 0; c < MUSIC_CHANNELS; c++) {
+            const int32_t v = pcm[MUSIC_CHANNELS * i + c];
+            squares += (double)v * v;
+            peak = abs(v) > peak ? abs(v) : peak;
+            quiet = quiet && abs(v) < MUSIC_TOOL_QUIET;
+            clipped_run[c] = v >= MUSIC_TOOL_CLIPPED || v < -MUSIC_TOOL_CLIPPED ? clipped_run[c] + 1 : 0;
+            clipped_longest = clipped_run[c] > clipped_longest ? clipped_run[c] : clipped_longest;
+        }
+        quiet_run = quiet ? quiet_run + 1 : 0;
+        quiet_longest = quiet_run > quiet_longest ? quiet_run : quiet_longest;
+    }
+    printf(
+        "%-9s bars %2u-%2u  %5.1f-%5.1f s: rms %6.1f dBFS, peak %5.1f dBFS, longest clipped run %u, "
+        "longest silence %.3f s\n",
+        section->name, section->first_bar, section->end_bar - 1, (double)first / MUSIC_SAMPLE_RATE,
+        (double)end / MUSIC_SAMPLE_RATE, music_tool_dbfs(sqrt(squares / (MUSIC_CHANNELS * (end - first)))),
+        music_tool_dbfs(peak), clipped_longest, (double)quiet_longest / MUSIC_SAMPLE_RATE);
+}
+
 double music_tool_ms_since(uint64_t start_ns)
 {
     return (double)(prof_monotonic_ns() - start_ns) / MUSIC_TOOL_NS_PER_MS;
@@ -151,12 +186,6 @@ int main(int argc, char** argv)
     const double synth_ms = music_tool_ms_since(start);
 
     start = prof_monotonic_ns();
-    music_encode_stream(stream, pcm, frames, MUSIC_ENCODE_BEAM_GREEDY);
-    const double greedy_ms = music_tool_ms_since(start);
-    music_encode_decode(decoded, stream, frames);
-    const double greedy_snr = music_encode_snr_db(pcm, decoded, frames);
-
-    start = prof_monotonic_ns();
     music_encode_stream(stream, pcm, frames, opt.beam_width);
     const double encode_ms = music_tool_ms_since(start);
     music_encode_decode(decoded, stream, frames);
@@ -165,10 +194,14 @@ int main(int argc, char** argv)
     printf("music: %u frames, %.3f s, %u bars at %u bpm, %u bytes\n", frames, (double)frames / MUSIC_SAMPLE_RATE,
            song->bars, song->bpm, frames);
     printf("synthesis: %.0f ms\n", synth_ms);
-    printf("encoding: %.0f ms with a beam of %u (greedy: %.0f ms)\n", encode_ms, opt.beam_width, greedy_ms);
-    printf("snr: %.2f dB (greedy: %.2f dB)\n", snr, greedy_snr);
+    printf("encoding: %.0f ms with a beam of %u\n", encode_ms, opt.beam_width);
+    printf("snr: %.2f dB\n", snr);
     music_tool_print_levels("left", pcm, frames);
     music_tool_print_levels("right", pcm + 1, frames);
+    // the sections belong to the show's piece, which is the song rendered here
+    printf("decoded, by section:\n");
+    for (const music_synth_show_section& section : MUSIC_SYNTH_SHOW_SECTIONS)
+        music_tool_print_section(&section, decoded);
 
     tool_write_file(opt.out_path, "", 0, stream, frames);
     if (opt.wav_path)
