@@ -601,9 +601,11 @@ int main(int argc, char** argv)
     tool_make_dir(dir);
     // taken once; untouched pages cost nothing
     constexpr uint64_t arena_bytes = 256ull << 20, tmp_bytes = 64ull << 20;
+    void* arena_memory = malloc(arena_bytes);
+    void* tmp_memory = malloc(tmp_bytes);
     xmemarena arena, tmp;
-    xmemarena_init(&arena, "reel_showgen", arena_bytes, malloc(arena_bytes));
-    xmemarena_init(&tmp, "reel_showgen_tmp", tmp_bytes, malloc(tmp_bytes));
+    xmemarena_init(&arena, "reel_showgen", arena_bytes, arena_memory);
+    xmemarena_init(&tmp, "reel_showgen_tmp", tmp_bytes, tmp_memory);
 
     // warm sunset colours for the rings, cold blues and violets for the plasma
     static const showgen_rgb warm[] = {{1.0f, 0.85f, 0.3f}, {1.0f, 0.4f, 0.1f}, {0.6f, 0.05f, 0.3f}, {0.15f, 0.0f, 0.25f},
@@ -616,5 +618,7 @@ int main(int argc, char** argv)
     showgen_plasma(dir, &arena, cold, sizeof(cold) / sizeof(cold[0]));
     xmemarena_reset(&arena);
     showgen_show(dir, font_path, &arena, &tmp);
+    free(tmp_memory);
+    free(arena_memory);
     return 0;
 }
