@@ -131,6 +131,24 @@ const char* tool_one_operand(int argc, char** argv, const char* what)
     return argv[1];
 }
 
+const char* tool_one_operand_with_option(int argc, char** argv, const char* what, const char* option, const char** value)
+{
+    const char* operand = nullptr;
+    for (int i = 1; i < argc; i++) {
+        if (strcmp(argv[i], option) == 0)
+            *value = tool_option_value(argc, argv, &i);
+        else if (argv[i][0] == '-')
+            tool_usage_error("unknown option \"%s\"", argv[i]);
+        else if (operand)
+            tool_usage_error("one %s only", what);
+        else
+            operand = argv[i];
+    }
+    if (!operand)
+        tool_usage_error("no %s", what);
+    return operand;
+}
+
 uint64_t tool_parse_u64(const char* option, const char* text, uint64_t min, uint64_t max)
 {
     char* end = nullptr;

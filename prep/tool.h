@@ -44,6 +44,9 @@ const char* tool_option_value(int argc, char** argv, int* i);
 // The one operand of a tool that takes exactly one (named `what` in messages); anything else,
 // an option included, is a usage error.
 const char* tool_one_operand(int argc, char** argv, const char* what);
+// The same with one option that takes a value: `option` VALUE may come anywhere, its value is
+// stored in *value (left as it is when the option is not given).
+const char* tool_one_operand_with_option(int argc, char** argv, const char* what, const char* option, const char** value);
 // A whole number in [min, max] written in base 10 and nothing else; otherwise a usage error
 // that names the option.
 uint64_t tool_parse_u64(const char* option, const char* text, uint64_t min, uint64_t max);

@@ -625,19 +625,7 @@ int main(int argc, char** argv)
 {
     tool_begin(&MADGEN_TOOL, argc, argv);
     const char* model = "totem";
-    const char* dir = nullptr;
-    for (int i = 1; i < argc; i++) {
-        if (strcmp(argv[i], "--model") == 0)
-            model = tool_option_value(argc, argv, &i);
-        else if (argv[i][0] == '-')
-            tool_usage_error("unknown option \"%s\"", argv[i]);
-        else if (dir)
-            tool_usage_error("one output folder only");
-        else
-            dir = argv[i];
-    }
-    if (!dir)
-        tool_usage_error("no output folder");
+    const char* dir = tool_one_operand_with_option(argc, argv, "output folder", "--model", &model);
     if (strcmp(model, "totem") != 0 && strcmp(model, "machine") != 0)
         tool_usage_error("--model needs totem or machine, not \"%s\"", model);
     tool_make_dir(dir);

@@ -584,20 +584,8 @@ void showgen_show(const char* dir, const char* font_path, xmemarena* arena, xmem
 int main(int argc, char** argv)
 {
     tool_begin(&SHOWGEN_TOOL, argc, argv);
-    const char* dir = nullptr;
     const char* font_path = SHOWGEN_DEFAULT_FONT;
-    for (int i = 1; i < argc; i++) {
-        if (!strcmp(argv[i], "--font"))
-            font_path = tool_option_value(argc, argv, &i);
-        else if (argv[i][0] == '-' && argv[i][1] != 0)
-            tool_usage_error("unknown option \"%s\"", argv[i]);
-        else if (dir)
-            tool_usage_error("one output folder only");
-        else
-            dir = argv[i];
-    }
-    if (!dir)
-        tool_usage_error("no output folder");
+    const char* dir = tool_one_operand_with_option(argc, argv, "output folder", "--font", &font_path);
     tool_make_dir(dir);
     // taken once; untouched pages cost nothing
     constexpr uint64_t arena_bytes = 256ull << 20, tmp_bytes = 64ull << 20;
