@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include <emmintrin.h>
+
 #include "diag.h"
 #include "n3d_rasterizers.h"
 
@@ -350,29 +352,190 @@ int32_t n3d_draw_clipped(n3d_raster_call* rc, const n3d_batch_vertex* tri, const
     return drawn;
 }
 
-inline uint32_t n3d_draw_outcode(const float* c, const n3d_draw_frame& fr)
+// Outcodes, projection and lighting run on four vertices at once in SSE2 lanes (the x86-64
+// baseline). Every lane performs the scalar operations in the scalar order, so the results are
+// bit for bit those of one vertex at a time.
+typedef __m128 n3d_lanes;
+
+inline n3d_lanes n3d_lanes_set(float x) { return _mm_set1_ps(x); }
+
+// x < lo ? lo : (x > hi ? hi : x), NaN passing through as in n3d_draw_clamp: max and min
+// return their second operand when the comparison fails.
+inline n3d_lanes n3d_lanes_clamp(n3d_lanes x, n3d_lanes lo, n3d_lanes hi)
 {
-    const float w = c[3];
-    return (c[0] < -w * fr.guard_x_lo ? N3D_OUT_LEFT : 0u) | (c[0] > w * fr.guard_x_hi ? N3D_OUT_RIGHT : 0u) |
-           (c[1] < -w * fr.guard_y_lo ? N3D_OUT_TOP : 0u) | (c[1] > w * fr.guard_y_hi ? N3D_OUT_BOTTOM : 0u) |
-           (c[2] < -w ? N3D_OUT_NEAR : 0u) | (c[2] > w ? N3D_OUT_FAR : 0u);
+    return _mm_min_ps(hi, _mm_max_ps(lo, x));
 }
 
-inline void n3d_draw_normalize(vec3 v) { vec3_scale(v, v, f32_rsqrt(vec3_mul_inner(v, v))); }
-
-// The half-vector terms of a vertex at model-space position p.
-inline void n3d_draw_phong_terms(float* p0, float* p1, const float* p, const float* t, const float* b,
-                                 const n3d_draw_call* call)
+// (float)(1 / sqrt((double)x)) per lane, as f32_rsqrt computes it.
+inline n3d_lanes n3d_lanes_rsqrt(n3d_lanes x)
 {
-    vec3 l, v, h;
-    vec3_sub(l, call->light_position, p);
-    vec3_sub(v, call->camera_position, p);
-    n3d_draw_normalize(l);
-    n3d_draw_normalize(v);
-    vec3_add(h, l, v);
-    n3d_draw_normalize(h);
-    *p0 = n3d_draw_clamp(vec3_mul_inner(h, t), -1.0f, 1.0f);
-    *p1 = n3d_draw_clamp(vec3_mul_inner(h, b), -1.0f, 1.0f);
+    const __m128d one = _mm_set1_pd(1.0);
+    const __m128d lo = _mm_div_pd(one, _mm_sqrt_pd(_mm_cvtps_pd(x)));
+    const __m128d hi = _mm_div_pd(one, _mm_sqrt_pd(_mm_cvtps_pd(_mm_movehl_ps(x, x))));
+    return _mm_movelh_ps(_mm_cvtpd_ps(lo), _mm_cvtpd_ps(hi));
+}
+
+// (a0 b0 + a1 b1) + a2 b2, as vec3_mul_inner.
+inline n3d_lanes n3d_lanes_dot(const n3d_lanes* a, const n3d_lanes* b)
+{
+    return _mm_add_ps(_mm_add_ps(_mm_mul_ps(a[0], b[0]), _mm_mul_ps(a[1], b[1])), _mm_mul_ps(a[2], b[2]));
+}
+
+inline void n3d_lanes_normalize(n3d_lanes* v)
+{
+    const n3d_lanes s = n3d_lanes_rsqrt(n3d_lanes_dot(v, v));
+    for (int c = 0; c < 3; c++)
+        v[c] = _mm_mul_ps(v[c], s);
+}
+
+// bit where the lanes' comparison holds
+inline __m128i n3d_lanes_bit(n3d_lanes mask, uint32_t bit)
+{
+    return _mm_and_si128(_mm_castps_si128(mask), _mm_set1_epi32((int)bit));
+}
+
+// Set beside the outcode bits: w' is not above 0 (NaN included), so the vertex cannot be
+// projected as it is. It takes no part in the test of all vertices outside one plane.
+constexpr uint32_t N3D_OUT_UNPROJECTABLE = 64;
+constexpr uint32_t N3D_OUT_PLANES = 63;
+
+// Vertices per batch: whole triangles that fill whole lanes.
+constexpr int32_t N3D_DRAW_BATCH_VERTICES = 3 * N3D_DRAW_BATCH_TRIANGLES;
+static_assert(N3D_DRAW_BATCH_VERTICES % 4 == 0, "a batch's vertices fill whole lanes");
+
+// A batch of vertices, one array per component. pos, tangent and bitangent are the model-space
+// inputs; clip and attr are n3d_batch_vertex's fields; proj is the projected vertex of the
+// direct path (x and y clamped to the frame); outcode has the N3D_OUT_ bits.
+struct n3d_draw_batch {
+    alignas(16) float pos[3][N3D_DRAW_BATCH_VERTICES];
+    alignas(16) float tangent[3][N3D_DRAW_BATCH_VERTICES];
+    alignas(16) float bitangent[3][N3D_DRAW_BATCH_VERTICES];
+    alignas(16) float clip[4][N3D_DRAW_BATCH_VERTICES];
+    alignas(16) float attr[4][N3D_DRAW_BATCH_VERTICES];
+    alignas(16) float proj[N3D_CLIP_VERTEX_FLOATS][N3D_DRAW_BATCH_VERTICES];
+    alignas(16) uint32_t outcode[N3D_DRAW_BATCH_VERTICES];
+};
+
+// The frame's and the call's values that every lane reads.
+struct n3d_draw_lanes_frame {
+    n3d_lanes m[4][4];  // the viewport-folded matrix, element by element
+    n3d_lanes light[3], camera[3];
+    n3d_lanes hw, hh, width, height, half, zero, one, minus_one, attribute_scale_is_iw;
+    n3d_lanes guard_x_lo, guard_x_hi, guard_y_lo, guard_y_hi;
+};
+
+// Copies batch vertex k's inputs (vertex i of the call) into the component arrays; the skinned
+// kind blends its clip position here, as it has no single matrix.
+template <n3d_draw_kind Kind>
+inline void n3d_draw_load_vertex(n3d_draw_batch* b, int32_t k, uint32_t i, const n3d_draw_call* call,
+                                 const n3d_draw_frame& fr)
+{
+    const n3d_vertices* vx = call->vertices;
+    const float* p = vx->xyz + 3 * i;
+    for (int c = 0; c < 3; c++)
+        b->pos[c][k] = p[c];
+    b->attr[0][k] = vx->uv0[2 * i];
+    b->attr[1][k] = vx->uv0[2 * i + 1];
+    if constexpr (Kind == N3D_DRAW_KIND_PHONG) {
+        for (int c = 0; c < 3; c++) {
+            b->tangent[c][k] = vx->t_xyz[3 * i + c];
+            b->bitangent[c][k] = vx->b_xyz[3 * i + c];
+        }
+    }
+    if constexpr (Kind == N3D_DRAW_KIND_SKINNED) {
+        float c[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+        for (int j = 0; j < 4; j++) {
+            const mat4x4& s = call->skin_matrices[vx->joints[4 * i + j]];
+            const float wt = vx->weights[4 * i + j];
+            for (int r = 0; r < 4; r++)
+                c[r] += wt * (s[0][r] * p[0] + s[1][r] * p[1] + s[2][r] * p[2] + s[3][r]);
+        }
+        // skin matrices end in clip space; the viewport is applied here instead
+        b->clip[0][k] = c[0] * fr.hw;
+        b->clip[1][k] = c[1] * fr.hh;
+        b->clip[2][k] = c[2];
+        b->clip[3][k] = c[3];
+    }
+}
+
+// Batch vertices k to k + 3: clip position (but for the skinned kind), lighting terms, outcode
+// and projection.
+template <n3d_draw_kind Kind>
+inline void n3d_draw_lanes(n3d_draw_batch* b, int32_t k, const n3d_draw_lanes_frame& lf)
+{
+    n3d_lanes p[3];
+    for (int c = 0; c < 3; c++)
+        p[c] = _mm_load_ps(&b->pos[c][k]);
+    n3d_lanes clip[4];
+    if constexpr (Kind == N3D_DRAW_KIND_SKINNED) {
+        for (int r = 0; r < 4; r++)
+            clip[r] = _mm_load_ps(&b->clip[r][k]);
+    } else {
+        for (int r = 0; r < 4; r++) {
+            clip[r] = _mm_add_ps(_mm_add_ps(_mm_add_ps(_mm_mul_ps(lf.m[0][r], p[0]), _mm_mul_ps(lf.m[1][r], p[1])),
+                                            _mm_mul_ps(lf.m[2][r], p[2])),
+                                 lf.m[3][r]);
+            _mm_store_ps(&b->clip[r][k], clip[r]);
+        }
+    }
+    constexpr int attrs = Kind == N3D_DRAW_KIND_PHONG ? 4 : 2;
+    n3d_lanes attr[4];
+    attr[0] = _mm_load_ps(&b->attr[0][k]);
+    attr[1] = _mm_load_ps(&b->attr[1][k]);
+    if constexpr (Kind == N3D_DRAW_KIND_PHONG) {
+        // the half vector between the directions to the light and to the camera
+        n3d_lanes l[3], v[3], h[3], t[3], bt[3];
+        for (int c = 0; c < 3; c++) {
+            l[c] = _mm_sub_ps(lf.light[c], p[c]);
+            v[c] = _mm_sub_ps(lf.camera[c], p[c]);
+        }
+        n3d_lanes_normalize(l);
+        n3d_lanes_normalize(v);
+        for (int c = 0; c < 3; c++) {
+            h[c] = _mm_add_ps(l[c], v[c]);
+            t[c] = _mm_load_ps(&b->tangent[c][k]);
+            bt[c] = _mm_load_ps(&b->bitangent[c][k]);
+        }
+        n3d_lanes_normalize(h);
+        attr[2] = n3d_lanes_clamp(n3d_lanes_dot(h, t), lf.minus_one, lf.one);
+        attr[3] = n3d_lanes_clamp(n3d_lanes_dot(h, bt), lf.minus_one, lf.one);
+        _mm_store_ps(&b->attr[2][k], attr[2]);
+        _mm_store_ps(&b->attr[3][k], attr[3]);
+    }
+
+    const n3d_lanes w = clip[3];
+    const n3d_lanes minus_w = _mm_xor_ps(w, _mm_set1_ps(-0.0f));
+    __m128i code = n3d_lanes_bit(_mm_cmplt_ps(clip[0], _mm_mul_ps(minus_w, lf.guard_x_lo)), N3D_OUT_LEFT);
+    code = _mm_or_si128(code, n3d_lanes_bit(_mm_cmpgt_ps(clip[0], _mm_mul_ps(w, lf.guard_x_hi)), N3D_OUT_RIGHT));
+    code = _mm_or_si128(code, n3d_lanes_bit(_mm_cmplt_ps(clip[1], _mm_mul_ps(minus_w, lf.guard_y_lo)), N3D_OUT_TOP));
+    code = _mm_or_si128(code, n3d_lanes_bit(_mm_cmpgt_ps(clip[1], _mm_mul_ps(w, lf.guard_y_hi)), N3D_OUT_BOTTOM));
+    code = _mm_or_si128(code, n3d_lanes_bit(_mm_cmplt_ps(clip[2], minus_w), N3D_OUT_NEAR));
+    code = _mm_or_si128(code, n3d_lanes_bit(_mm_cmpgt_ps(clip[2], w), N3D_OUT_FAR));
+    code = _mm_or_si128(code, n3d_lanes_bit(_mm_cmpngt_ps(w, lf.zero), N3D_OUT_UNPROJECTABLE));
+    _mm_store_si128((__m128i*)&b->outcode[k], code);
+
+    // as n3d_draw_project, then clamped as the direct path wants it; lanes that go to the
+    // clipping path instead are projected again there
+    const n3d_lanes iw = _mm_div_ps(lf.one, w);
+    const n3d_lanes x = _mm_add_ps(_mm_add_ps(_mm_mul_ps(clip[0], iw), lf.hw), lf.half);
+    const n3d_lanes y = _mm_add_ps(_mm_add_ps(_mm_mul_ps(clip[1], iw), lf.hh), lf.half);
+    _mm_store_ps(&b->proj[0][k], n3d_lanes_clamp(x, lf.zero, lf.width));
+    _mm_store_ps(&b->proj[1][k], n3d_lanes_clamp(y, lf.zero, lf.height));
+    _mm_store_ps(&b->proj[2][k], iw);
+    const n3d_lanes scale = _mm_or_ps(_mm_and_ps(lf.attribute_scale_is_iw, iw),
+                                      _mm_andnot_ps(lf.attribute_scale_is_iw, lf.one));
+    for (int a = 0; a < attrs; a++)
+        _mm_store_ps(&b->proj[3 + a][k], _mm_mul_ps(attr[a], scale));
+}
+
+// Batch vertex k as the clipping path reads it.
+template <int Attrs>
+inline void n3d_draw_batch_vertex_at(n3d_batch_vertex* out, const n3d_draw_batch* b, int32_t k)
+{
+    for (int c = 0; c < 4; c++)
+        out->clip[c] = b->clip[c][k];
+    for (int a = 0; a < Attrs; a++)
+        out->attr[a] = b->attr[a][k];
 }
 
 template <n3d_draw_kind Kind>
@@ -380,6 +543,7 @@ int32_t n3d_draw_kind_triangles(const n3d_draw_call* call, const char* function)
 {
     constexpr bool phong = Kind == N3D_DRAW_KIND_PHONG;
     constexpr int attrs = phong ? 4 : 2;
+    constexpr int floats = 3 + attrs;
     n3d_rasterizer_entry* entry = n3d_draw_prepare(call, Kind, function);
 
     prof_block_begin(BLOCK_RENDER_MESH_TRANSFORM_VERTICES_SETUP);
@@ -402,15 +566,36 @@ int32_t n3d_draw_kind_triangles(const n3d_draw_call* call, const char* function)
     fr.guard_y_hi = fr.hh - 0.5f;
     fr.attributes_times_iw = (entry->flags & (N3D_RASTERIZER_AFFINE | N3D_RASTERIZER_PHONG)) != N3D_RASTERIZER_AFFINE;
 
-    // the viewport folded into rows 0 and 1, so that projection is one multiply-add per axis
-    mat4x4 m;
+    n3d_draw_lanes_frame lf;
     if constexpr (Kind != N3D_DRAW_KIND_SKINNED) {
+        // the viewport folded into rows 0 and 1, so that projection is one multiply-add per axis
+        mat4x4 m;
         mat4x4_dup(m, *call->mvp);
         for (int c = 0; c < 4; c++) {
             m[c][0] *= fr.hw;
             m[c][1] *= fr.hh;
         }
+        for (int c = 0; c < 4; c++)
+            for (int r = 0; r < 4; r++)
+                lf.m[c][r] = n3d_lanes_set(m[c][r]);
     }
+    for (int c = 0; c < 3; c++) {
+        lf.light[c] = n3d_lanes_set(call->light_position[c]);
+        lf.camera[c] = n3d_lanes_set(call->camera_position[c]);
+    }
+    lf.hw = n3d_lanes_set(fr.hw);
+    lf.hh = n3d_lanes_set(fr.hh);
+    lf.width = n3d_lanes_set(fr.width);
+    lf.height = n3d_lanes_set(fr.height);
+    lf.half = n3d_lanes_set(0.5f);
+    lf.zero = n3d_lanes_set(0.0f);
+    lf.one = n3d_lanes_set(1.0f);
+    lf.minus_one = n3d_lanes_set(-1.0f);
+    lf.attribute_scale_is_iw = _mm_castsi128_ps(_mm_set1_epi32(fr.attributes_times_iw ? -1 : 0));
+    lf.guard_x_lo = n3d_lanes_set(fr.guard_x_lo);
+    lf.guard_x_hi = n3d_lanes_set(fr.guard_x_hi);
+    lf.guard_y_lo = n3d_lanes_set(fr.guard_y_lo);
+    lf.guard_y_hi = n3d_lanes_set(fr.guard_y_hi);
 
     n3d_raster_call rc;
     memset(&rc, 0, sizeof(rc));
@@ -420,64 +605,47 @@ int32_t n3d_draw_kind_triangles(const n3d_draw_call* call, const char* function)
     rc.phong = &call->textures->phong_table;
     prof_block_end(BLOCK_RENDER_MESH_TRANSFORM_VERTICES_SETUP, "src/n3d_draw", __LINE__);
 
-    const n3d_vertices* vx = call->vertices;
     const int32_t count = call->triangle_count;
     int32_t drawn = 0;
-    n3d_batch_vertex batch[3 * N3D_DRAW_BATCH_TRIANGLES];
-    uint32_t outcodes[3 * N3D_DRAW_BATCH_TRIANGLES];
+    n3d_draw_batch batch;
     for (int32_t first = 0; first < count; first += N3D_DRAW_BATCH_TRIANGLES) {
         const int32_t n = count - first < N3D_DRAW_BATCH_TRIANGLES ? count - first : N3D_DRAW_BATCH_TRIANGLES;
 
         prof_block_begin(BLOCK_RENDER_MESH_TRANSFORM_VERTICES);
-        for (int32_t k = 0; k < 3 * n; k++) {
-            const uint32_t i = (uint32_t)(3 * first + k);
-            const float* p = vx->xyz + 3 * i;
-            n3d_batch_vertex* bv = &batch[k];
-            if constexpr (Kind == N3D_DRAW_KIND_SKINNED) {
-                float c[4] = {0.0f, 0.0f, 0.0f, 0.0f};
-                for (int j = 0; j < 4; j++) {
-                    const mat4x4& s = call->skin_matrices[vx->joints[4 * i + j]];
-                    const float wt = vx->weights[4 * i + j];
-                    for (int r = 0; r < 4; r++)
-                        c[r] += wt * (s[0][r] * p[0] + s[1][r] * p[1] + s[2][r] * p[2] + s[3][r]);
-                }
-                // skin matrices end in clip space; the viewport is applied here instead
-                bv->clip[0] = c[0] * fr.hw;
-                bv->clip[1] = c[1] * fr.hh;
-                bv->clip[2] = c[2];
-                bv->clip[3] = c[3];
-            } else {
-                for (int r = 0; r < 4; r++)
-                    bv->clip[r] = m[0][r] * p[0] + m[1][r] * p[1] + m[2][r] * p[2] + m[3][r];
-            }
-            bv->attr[0] = vx->uv0[2 * i];
-            bv->attr[1] = vx->uv0[2 * i + 1];
-            if constexpr (phong)
-                n3d_draw_phong_terms(&bv->attr[2], &bv->attr[3], p, vx->t_xyz + 3 * i, vx->b_xyz + 3 * i, call);
-            outcodes[k] = n3d_draw_outcode(bv->clip, fr);
+        const int32_t vertices = 3 * n;
+        const int32_t lanes_end = (vertices + 3) & ~3;
+        for (int32_t k = 0; k < lanes_end; k++) {
+            // the last lanes of a short batch repeat its last vertex
+            const int32_t from = k < vertices ? k : vertices - 1;
+            n3d_draw_load_vertex<Kind>(&batch, k, (uint32_t)(3 * first + from), call, fr);
         }
+        for (int32_t k = 0; k < lanes_end; k += 4)
+            n3d_draw_lanes<Kind>(&batch, k, lf);
         prof_block_end(BLOCK_RENDER_MESH_TRANSFORM_VERTICES, "src/n3d_draw", __LINE__);
 
         for (int32_t t = 0; t < n; t++) {
-            const n3d_batch_vertex* tri = &batch[3 * t];
-            const uint32_t o0 = outcodes[3 * t], o1 = outcodes[3 * t + 1], o2 = outcodes[3 * t + 2];
+            const int32_t k = 3 * t;
+            const uint32_t o0 = batch.outcode[k], o1 = batch.outcode[k + 1], o2 = batch.outcode[k + 2];
             const uint32_t id = (uint32_t)(first + t);
-            if (o0 & o1 & o2)
+            if (o0 & o1 & o2 & N3D_OUT_PLANES)
                 continue;
-            if (!(o0 | o1 | o2) && tri[0].clip[3] > 0.0f && tri[1].clip[3] > 0.0f && tri[2].clip[3] > 0.0f) {
-                for (int j = 0; j < 3; j++) {
-                    float* out = rc.vertices[j];
-                    n3d_draw_project<attrs>(out, tri[j], fr);
-                    // the outcodes admit exactly [0, width] x [0, height]; the projection's
-                    // rounding may not, and the variants draw only what they are given
-                    out[0] = n3d_draw_clamp(out[0], 0.0f, fr.width);
-                    out[1] = n3d_draw_clamp(out[1], 0.0f, fr.height);
-                }
-                const float area = n3d_draw_area(rc.vertices[0], rc.vertices[1], rc.vertices[2]);
-                if (area > 0.0f)
-                    drawn += n3d_draw_raster<attrs>(&rc, area, id);
+            if (!(o0 | o1 | o2)) {
+                // the outcodes admit exactly [0, width] x [0, height]; the projection's rounding
+                // may not, and the variants draw only what they are given: hence the clamped x, y
+                const float* x = &batch.proj[0][k];
+                const float* y = &batch.proj[1][k];
+                const float area = (x[1] - x[2]) * (y[0] - y[2]) - (x[0] - x[2]) * (y[1] - y[2]);
+                if (!(area > 0.0f))
+                    continue;
+                for (int j = 0; j < 3; j++)
+                    for (int f = 0; f < floats; f++)
+                        rc.vertices[j][f] = batch.proj[f][k + j];
+                drawn += n3d_draw_raster<attrs>(&rc, area, id);
                 continue;
             }
+            n3d_batch_vertex tri[3];
+            for (int j = 0; j < 3; j++)
+                n3d_draw_batch_vertex_at<attrs>(&tri[j], &batch, k + j);
             drawn += n3d_draw_clipped<attrs>(&rc, tri, fr, poly_a, poly_b, id);
         }
     }

@@ -119,8 +119,9 @@ constexpr uint32_t N3D_CLIP_VERTEX_FLOATS = 7;
 constexpr uint64_t N3D_DRAW_SCRATCH_BYTES = 2 * N3D_CLIP_MAX_VERTICES * N3D_CLIP_VERTEX_FLOATS * sizeof(float);
 constexpr uint64_t N3D_DRAW_SCRATCH_ALIGN = 32;
 static_assert(N3D_DRAW_SCRATCH_BYTES <= N3D_BATCH_ARENA_SIZE, "a draw call's scratch must fit the batch arena");
-// Triangles are transformed a few at a time and then clipped and drawn in their order.
-constexpr int32_t N3D_DRAW_BATCH_TRIANGLES = 5;
+// Triangles are transformed a batch at a time (their vertices four at once) and then clipped
+// and drawn in their order; a multiple of 4, so that a full batch fills whole lanes.
+constexpr int32_t N3D_DRAW_BATCH_TRIANGLES = 16;
 
 // The triangle being handed to a rasterizer (its index in its draw call), for diagnostics.
 extern uint32_t n3d_current_triangle_id;
