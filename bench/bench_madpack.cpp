@@ -103,6 +103,14 @@ void bench_animate_node(bench_keys* k, float radius, float phase)
 
 double bench_ms(uint64_t cycles) { return (double)cycles * 1000.0 / prof_global.cycles_per_second; }
 
+// The draw functions' vertex stage (per-call set-up and every batch's vertices), from the frame
+// profiler's blocks.
+uint64_t bench_vertex_cycles()
+{
+    return prof_global.cycles[BLOCK_RENDER_MESH_TRANSFORM_VERTICES] +
+           prof_global.cycles[BLOCK_RENDER_MESH_TRANSFORM_VERTICES_SETUP];
+}
+
 uint64_t bench_raster_cycles()
 {
     uint64_t sum = 0;
@@ -280,6 +288,7 @@ int main(int argc, char** argv)
     const uint64_t clear_cycles = prof_cycles_since(start);
 
     const uint64_t raster_before = bench_raster_cycles();
+    const uint64_t vertex_before = bench_vertex_cycles();
     auto* took = (uint64_t*)xmemarena_push_align(&demo, sizeof(uint64_t) * frames, 8);
     start = prof_cycles_now();
     for (uint32_t f = 0; f < frames; f++) {
@@ -290,6 +299,7 @@ int main(int argc, char** argv)
     }
     const uint64_t total_cycles = prof_cycles_since(start);
     const uint64_t raster_cycles = bench_raster_cycles() - raster_before;
+    const uint64_t vertex_cycles = bench_vertex_cycles() - vertex_before;
 
     uint64_t drawn = 0;
     for (uint32_t i = 0; i < n3d_rasterizer_table_count; i++)
@@ -312,6 +322,14 @@ int main(int argc, char** argv)
     const double pipeline_ms = frame_ms - animation_ms - raster_ms - clear_ms;
     printf("pipeline:      %.3f ms  (%.0f%%)  transforms, clipping, projection, gradients, commands\n", pipeline_ms,
            100.0 * pipeline_ms / frame_ms);
+    // the pipeline split into its vertex stage and the rest (the scene's commands, culling,
+    // clipping, gradients and the calls of the variants), with cycles per submitted triangle
+    const double vertex_ms = bench_ms(vertex_cycles) / frames;
+    const double cycles_per_ms = prof_global.cycles_per_second / 1000.0;
+    printf("  vertices:    %.3f ms  %.0f cycles a triangle  transform, lighting, outcodes, projection\n", vertex_ms,
+           vertex_ms * cycles_per_ms / triangles);
+    printf("  triangles:   %.3f ms  %.0f cycles a triangle  commands, culling, clipping, gradients, calls\n",
+           pipeline_ms - vertex_ms, (pipeline_ms - vertex_ms) * cycles_per_ms / triangles);
     printf("clears:        %.3f ms  (%.0f%%)  coverage and depth\n", clear_ms, 100.0 * clear_ms / frame_ms);
     if (argc > 2) {
         bitmap* out = bitmap_create(tmp, 320, 240, BITMAP_SRGB | BITMAP_CHANNELS_3);

@@ -403,13 +403,10 @@ constexpr uint32_t N3D_OUT_PLANES = 63;
 constexpr int32_t N3D_DRAW_BATCH_VERTICES = 3 * N3D_DRAW_BATCH_TRIANGLES;
 static_assert(N3D_DRAW_BATCH_VERTICES % 4 == 0, "a batch's vertices fill whole lanes");
 
-// A batch of vertices, one array per component. pos, tangent and bitangent are the model-space
-// inputs; clip and attr are n3d_batch_vertex's fields; proj is the projected vertex of the
-// direct path (x and y clamped to the frame); outcode has the N3D_OUT_ bits.
+// A batch of vertices, one array per component: clip and attr are n3d_batch_vertex's fields,
+// proj is the projected vertex of the direct path (x and y clamped to the frame), outcode has
+// the N3D_OUT_ bits.
 struct n3d_draw_batch {
-    alignas(16) float pos[3][N3D_DRAW_BATCH_VERTICES];
-    alignas(16) float tangent[3][N3D_DRAW_BATCH_VERTICES];
-    alignas(16) float bitangent[3][N3D_DRAW_BATCH_VERTICES];
     alignas(16) float clip[4][N3D_DRAW_BATCH_VERTICES];
     alignas(16) float attr[4][N3D_DRAW_BATCH_VERTICES];
     alignas(16) float proj[N3D_CLIP_VERTEX_FLOATS][N3D_DRAW_BATCH_VERTICES];
@@ -424,48 +421,44 @@ struct n3d_draw_lanes_frame {
     n3d_lanes guard_x_lo, guard_x_hi, guard_y_lo, guard_y_hi;
 };
 
-// Copies batch vertex k's inputs (vertex i of the call) into the component arrays; the skinned
-// kind blends its clip position here, as it has no single matrix.
-template <n3d_draw_kind Kind>
-inline void n3d_draw_load_vertex(n3d_draw_batch* b, int32_t k, uint32_t i, const n3d_draw_call* call,
+// The skinned kind has no single matrix: it blends batch vertex k's clip position (vertex i of
+// the call) one vertex at a time.
+inline void n3d_draw_skin_vertex(n3d_draw_batch* b, int32_t k, uint32_t i, const n3d_draw_call* call,
                                  const n3d_draw_frame& fr)
 {
     const n3d_vertices* vx = call->vertices;
     const float* p = vx->xyz + 3 * i;
-    for (int c = 0; c < 3; c++)
-        b->pos[c][k] = p[c];
-    b->attr[0][k] = vx->uv0[2 * i];
-    b->attr[1][k] = vx->uv0[2 * i + 1];
-    if constexpr (Kind == N3D_DRAW_KIND_PHONG) {
-        for (int c = 0; c < 3; c++) {
-            b->tangent[c][k] = vx->t_xyz[3 * i + c];
-            b->bitangent[c][k] = vx->b_xyz[3 * i + c];
-        }
+    float c[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+    for (int j = 0; j < 4; j++) {
+        const mat4x4& s = call->skin_matrices[vx->joints[4 * i + j]];
+        const float wt = vx->weights[4 * i + j];
+        for (int r = 0; r < 4; r++)
+            c[r] += wt * (s[0][r] * p[0] + s[1][r] * p[1] + s[2][r] * p[2] + s[3][r]);
     }
-    if constexpr (Kind == N3D_DRAW_KIND_SKINNED) {
-        float c[4] = {0.0f, 0.0f, 0.0f, 0.0f};
-        for (int j = 0; j < 4; j++) {
-            const mat4x4& s = call->skin_matrices[vx->joints[4 * i + j]];
-            const float wt = vx->weights[4 * i + j];
-            for (int r = 0; r < 4; r++)
-                c[r] += wt * (s[0][r] * p[0] + s[1][r] * p[1] + s[2][r] * p[2] + s[3][r]);
-        }
-        // skin matrices end in clip space; the viewport is applied here instead
-        b->clip[0][k] = c[0] * fr.hw;
-        b->clip[1][k] = c[1] * fr.hh;
-        b->clip[2][k] = c[2];
-        b->clip[3][k] = c[3];
-    }
+    // skin matrices end in clip space; the viewport is applied here instead
+    b->clip[0][k] = c[0] * fr.hw;
+    b->clip[1][k] = c[1] * fr.hh;
+    b->clip[2][k] = c[2];
+    b->clip[3][k] = c[3];
 }
 
-// Batch vertices k to k + 3: clip position (but for the skinned kind), lighting terms, outcode
-// and projection.
+// Component c of four vertices' records of `stride` floats.
+inline n3d_lanes n3d_lanes_gather(const float* array, uint32_t stride, const uint32_t* index, uint32_t c)
+{
+    return _mm_setr_ps(array[stride * index[0] + c], array[stride * index[1] + c], array[stride * index[2] + c],
+                       array[stride * index[3] + c]);
+}
+
+// Batch vertices k to k + 3 (vertices index[0] to index[3] of the call): clip position (but for
+// the skinned kind, whose positions are in the batch already), lighting terms, outcode and
+// projection.
 template <n3d_draw_kind Kind>
-inline void n3d_draw_lanes(n3d_draw_batch* b, int32_t k, const n3d_draw_lanes_frame& lf)
+inline void n3d_draw_lanes(n3d_draw_batch* b, int32_t k, const uint32_t* index, const n3d_vertices* vx,
+                           const n3d_draw_lanes_frame& lf)
 {
     n3d_lanes p[3];
     for (int c = 0; c < 3; c++)
-        p[c] = _mm_load_ps(&b->pos[c][k]);
+        p[c] = n3d_lanes_gather(vx->xyz, 3, index, (uint32_t)c);
     n3d_lanes clip[4];
     if constexpr (Kind == N3D_DRAW_KIND_SKINNED) {
         for (int r = 0; r < 4; r++)
@@ -480,8 +473,10 @@ inline void n3d_draw_lanes(n3d_draw_batch* b, int32_t k, const n3d_draw_lanes_fr
     }
     constexpr int attrs = Kind == N3D_DRAW_KIND_PHONG ? 4 : 2;
     n3d_lanes attr[4];
-    attr[0] = _mm_load_ps(&b->attr[0][k]);
-    attr[1] = _mm_load_ps(&b->attr[1][k]);
+    for (int a = 0; a < 2; a++) {
+        attr[a] = n3d_lanes_gather(vx->uv0, 2, index, (uint32_t)a);
+        _mm_store_ps(&b->attr[a][k], attr[a]);
+    }
     if constexpr (Kind == N3D_DRAW_KIND_PHONG) {
         // the half vector between the directions to the light and to the camera
         n3d_lanes l[3], v[3], h[3], t[3], bt[3];
@@ -493,8 +488,8 @@ inline void n3d_draw_lanes(n3d_draw_batch* b, int32_t k, const n3d_draw_lanes_fr
         n3d_lanes_normalize(v);
         for (int c = 0; c < 3; c++) {
             h[c] = _mm_add_ps(l[c], v[c]);
-            t[c] = _mm_load_ps(&b->tangent[c][k]);
-            bt[c] = _mm_load_ps(&b->bitangent[c][k]);
+            t[c] = n3d_lanes_gather(vx->t_xyz, 3, index, (uint32_t)c);
+            bt[c] = n3d_lanes_gather(vx->b_xyz, 3, index, (uint32_t)c);
         }
         n3d_lanes_normalize(h);
         attr[2] = n3d_lanes_clamp(n3d_lanes_dot(h, t), lf.minus_one, lf.one);
@@ -605,6 +600,7 @@ int32_t n3d_draw_kind_triangles(const n3d_draw_call* call, const char* function)
     rc.phong = &call->textures->phong_table;
     prof_block_end(BLOCK_RENDER_MESH_TRANSFORM_VERTICES_SETUP, "src/n3d_draw", __LINE__);
 
+    const n3d_vertices* vx = call->vertices;
     const int32_t count = call->triangle_count;
     int32_t drawn = 0;
     n3d_draw_batch batch;
@@ -614,13 +610,15 @@ int32_t n3d_draw_kind_triangles(const n3d_draw_call* call, const char* function)
         prof_block_begin(BLOCK_RENDER_MESH_TRANSFORM_VERTICES);
         const int32_t vertices = 3 * n;
         const int32_t lanes_end = (vertices + 3) & ~3;
-        for (int32_t k = 0; k < lanes_end; k++) {
-            // the last lanes of a short batch repeat its last vertex
-            const int32_t from = k < vertices ? k : vertices - 1;
-            n3d_draw_load_vertex<Kind>(&batch, k, (uint32_t)(3 * first + from), call, fr);
+        for (int32_t k = 0; k < lanes_end; k += 4) {
+            uint32_t index[4];
+            for (int32_t j = 0; j < 4; j++)  // the last lanes of a short batch repeat its last vertex
+                index[j] = (uint32_t)(3 * first + (k + j < vertices ? k + j : vertices - 1));
+            if constexpr (Kind == N3D_DRAW_KIND_SKINNED)
+                for (int32_t j = 0; j < 4; j++)
+                    n3d_draw_skin_vertex(&batch, k + j, index[j], call, fr);
+            n3d_draw_lanes<Kind>(&batch, k, index, vx, lf);
         }
-        for (int32_t k = 0; k < lanes_end; k += 4)
-            n3d_draw_lanes<Kind>(&batch, k, lf);
         prof_block_end(BLOCK_RENDER_MESH_TRANSFORM_VERTICES, "src/n3d_draw", __LINE__);
 
         for (int32_t t = 0; t < n; t++) {
