@@ -410,7 +410,21 @@ struct n3d_draw_batch {
     alignas(16) float clip[4][N3D_DRAW_BATCH_VERTICES];
     alignas(16) float attr[4][N3D_DRAW_BATCH_VERTICES];
     alignas(16) float proj[N3D_CLIP_VERTEX_FLOATS][N3D_DRAW_BATCH_VERTICES];
+    alignas(16) float scale[N3D_DRAW_BATCH_VERTICES];  // what the attributes are multiplied by: iw or 1
     alignas(16) uint32_t outcode[N3D_DRAW_BATCH_VERTICES];
+    // per triangle: how it is drawn, and for N3D_DRAW_DIRECT its area
+    uint32_t path[N3D_DRAW_BATCH_TRIANGLES];
+    float area[N3D_DRAW_BATCH_TRIANGLES];
+    // the slots of the vertices whose triangles are drawn, in order
+    int32_t lit[N3D_DRAW_BATCH_VERTICES];
+};
+
+// How a batch triangle is drawn: not at all (outside one plane, or a back face or empty on the
+// direct path), directly from its projected vertices, or through clipping.
+enum : uint32_t {
+    N3D_DRAW_SKIP = 0,
+    N3D_DRAW_DIRECT = 1,
+    N3D_DRAW_CLIPPED = 2,
 };
 
 // The frame's and the call's values that every lane reads.
@@ -450,52 +464,26 @@ inline n3d_lanes n3d_lanes_gather(const float* array, uint32_t stride, const uin
 }
 
 // Batch vertices k to k + 3 (vertices index[0] to index[3] of the call): clip position (but for
-// the skinned kind, whose positions are in the batch already), lighting terms, outcode and
+// the skinned kind, whose positions are in the batch already), texture coordinates, outcode and
 // projection.
 template <n3d_draw_kind Kind>
-inline void n3d_draw_lanes(n3d_draw_batch* b, int32_t k, const uint32_t* index, const n3d_vertices* vx,
-                           const n3d_draw_lanes_frame& lf)
+inline void n3d_draw_lanes_position(n3d_draw_batch* b, int32_t k, const uint32_t* index, const n3d_vertices* vx,
+                                    const n3d_draw_lanes_frame& lf)
 {
-    n3d_lanes p[3];
-    for (int c = 0; c < 3; c++)
-        p[c] = n3d_lanes_gather(vx->xyz, 3, index, (uint32_t)c);
     n3d_lanes clip[4];
     if constexpr (Kind == N3D_DRAW_KIND_SKINNED) {
         for (int r = 0; r < 4; r++)
             clip[r] = _mm_load_ps(&b->clip[r][k]);
     } else {
+        n3d_lanes p[3];
+        for (int c = 0; c < 3; c++)
+            p[c] = n3d_lanes_gather(vx->xyz, 3, index, (uint32_t)c);
         for (int r = 0; r < 4; r++) {
             clip[r] = _mm_add_ps(_mm_add_ps(_mm_add_ps(_mm_mul_ps(lf.m[0][r], p[0]), _mm_mul_ps(lf.m[1][r], p[1])),
                                             _mm_mul_ps(lf.m[2][r], p[2])),
                                  lf.m[3][r]);
             _mm_store_ps(&b->clip[r][k], clip[r]);
         }
-    }
-    constexpr int attrs = Kind == N3D_DRAW_KIND_PHONG ? 4 : 2;
-    n3d_lanes attr[4];
-    for (int a = 0; a < 2; a++) {
-        attr[a] = n3d_lanes_gather(vx->uv0, 2, index, (uint32_t)a);
-        _mm_store_ps(&b->attr[a][k], attr[a]);
-    }
-    if constexpr (Kind == N3D_DRAW_KIND_PHONG) {
-        // the half vector between the directions to the light and to the camera
-        n3d_lanes l[3], v[3], h[3], t[3], bt[3];
-        for (int c = 0; c < 3; c++) {
-            l[c] = _mm_sub_ps(lf.light[c], p[c]);
-            v[c] = _mm_sub_ps(lf.camera[c], p[c]);
-        }
-        n3d_lanes_normalize(l);
-        n3d_lanes_normalize(v);
-        for (int c = 0; c < 3; c++) {
-            h[c] = _mm_add_ps(l[c], v[c]);
-            t[c] = n3d_lanes_gather(vx->t_xyz, 3, index, (uint32_t)c);
-            bt[c] = n3d_lanes_gather(vx->b_xyz, 3, index, (uint32_t)c);
-        }
-        n3d_lanes_normalize(h);
-        attr[2] = n3d_lanes_clamp(n3d_lanes_dot(h, t), lf.minus_one, lf.one);
-        attr[3] = n3d_lanes_clamp(n3d_lanes_dot(h, bt), lf.minus_one, lf.one);
-        _mm_store_ps(&b->attr[2][k], attr[2]);
-        _mm_store_ps(&b->attr[3][k], attr[3]);
     }
 
     const n3d_lanes w = clip[3];
@@ -519,8 +507,48 @@ inline void n3d_draw_lanes(n3d_draw_batch* b, int32_t k, const uint32_t* index, 
     _mm_store_ps(&b->proj[2][k], iw);
     const n3d_lanes scale = _mm_or_ps(_mm_and_ps(lf.attribute_scale_is_iw, iw),
                                       _mm_andnot_ps(lf.attribute_scale_is_iw, lf.one));
-    for (int a = 0; a < attrs; a++)
-        _mm_store_ps(&b->proj[3 + a][k], _mm_mul_ps(attr[a], scale));
+    _mm_store_ps(&b->scale[k], scale);
+    for (int a = 0; a < 2; a++) {
+        const n3d_lanes attr = n3d_lanes_gather(vx->uv0, 2, index, (uint32_t)a);
+        _mm_store_ps(&b->attr[a][k], attr);
+        _mm_store_ps(&b->proj[3 + a][k], _mm_mul_ps(attr, scale));
+    }
+}
+
+// The half-vector terms of the four batch vertices at slot[0] to slot[3] (vertices first + slot
+// of the call): the lighting of the phong kind, as attributes 2 and 3 and their projections.
+inline void n3d_draw_lanes_phong(n3d_draw_batch* b, const int32_t* slot, uint32_t first, const n3d_vertices* vx,
+                                 const n3d_draw_lanes_frame& lf)
+{
+    uint32_t index[4];
+    for (int j = 0; j < 4; j++)
+        index[j] = first + (uint32_t)slot[j];
+    n3d_lanes p[3], l[3], v[3], h[3], t[3], bt[3];
+    for (int c = 0; c < 3; c++) {
+        p[c] = n3d_lanes_gather(vx->xyz, 3, index, (uint32_t)c);
+        l[c] = _mm_sub_ps(lf.light[c], p[c]);
+        v[c] = _mm_sub_ps(lf.camera[c], p[c]);
+    }
+    n3d_lanes_normalize(l);
+    n3d_lanes_normalize(v);
+    for (int c = 0; c < 3; c++) {
+        h[c] = _mm_add_ps(l[c], v[c]);
+        t[c] = n3d_lanes_gather(vx->t_xyz, 3, index, (uint32_t)c);
+        bt[c] = n3d_lanes_gather(vx->b_xyz, 3, index, (uint32_t)c);
+    }
+    n3d_lanes_normalize(h);
+    const n3d_lanes scale = _mm_setr_ps(b->scale[slot[0]], b->scale[slot[1]], b->scale[slot[2]], b->scale[slot[3]]);
+    alignas(16) float terms[2][4], projected[2][4];
+    for (int a = 0; a < 2; a++) {
+        const n3d_lanes term = n3d_lanes_clamp(n3d_lanes_dot(h, a == 0 ? t : bt), lf.minus_one, lf.one);
+        _mm_store_ps(terms[a], term);
+        _mm_store_ps(projected[a], _mm_mul_ps(term, scale));
+    }
+    for (int j = 0; j < 4; j++)
+        for (int a = 0; a < 2; a++) {
+            b->attr[2 + a][slot[j]] = terms[a][j];
+            b->proj[5 + a][slot[j]] = projected[a][j];
+        }
 }
 
 // Batch vertex k as the clipping path reads it.
@@ -617,34 +645,53 @@ int32_t n3d_draw_kind_triangles(const n3d_draw_call* call, const char* function)
             if constexpr (Kind == N3D_DRAW_KIND_SKINNED)
                 for (int32_t j = 0; j < 4; j++)
                     n3d_draw_skin_vertex(&batch, k + j, index[j], call, fr);
-            n3d_draw_lanes<Kind>(&batch, k, index, vx, lf);
+            n3d_draw_lanes_position<Kind>(&batch, k, index, vx, lf);
         }
-        prof_block_end(BLOCK_RENDER_MESH_TRANSFORM_VERTICES, "src/n3d_draw", __LINE__);
-
+        // Which triangles are drawn, and how: back faces and triangles outside one plane are
+        // known from positions alone, so only the others' vertices are lit.
+        int32_t lit = 0;
         for (int32_t t = 0; t < n; t++) {
             const int32_t k = 3 * t;
             const uint32_t o0 = batch.outcode[k], o1 = batch.outcode[k + 1], o2 = batch.outcode[k + 2];
-            const uint32_t id = (uint32_t)(first + t);
-            if (o0 & o1 & o2 & N3D_OUT_PLANES)
-                continue;
-            if (!(o0 | o1 | o2)) {
+            uint32_t path = N3D_DRAW_CLIPPED;
+            if (o0 & o1 & o2 & N3D_OUT_PLANES) {
+                path = N3D_DRAW_SKIP;
+            } else if (!(o0 | o1 | o2)) {
                 // the outcodes admit exactly [0, width] x [0, height]; the projection's rounding
                 // may not, and the variants draw only what they are given: hence the clamped x, y
                 const float* x = &batch.proj[0][k];
                 const float* y = &batch.proj[1][k];
                 const float area = (x[1] - x[2]) * (y[0] - y[2]) - (x[0] - x[2]) * (y[1] - y[2]);
-                if (!(area > 0.0f))
-                    continue;
+                batch.area[t] = area;
+                path = area > 0.0f ? N3D_DRAW_DIRECT : N3D_DRAW_SKIP;
+            }
+            batch.path[t] = path;
+            if (phong && path != N3D_DRAW_SKIP)
+                for (int32_t j = 0; j < 3; j++)
+                    batch.lit[lit++] = k + j;
+        }
+        if constexpr (phong) {
+            for (int32_t j = lit; j < ((lit + 3) & ~3); j++)
+                batch.lit[j] = batch.lit[lit - 1];  // spare lanes repeat the last vertex
+            for (int32_t j = 0; j < lit; j += 4)
+                n3d_draw_lanes_phong(&batch, &batch.lit[j], (uint32_t)(3 * first), vx, lf);
+        }
+        prof_block_end(BLOCK_RENDER_MESH_TRANSFORM_VERTICES, "src/n3d_draw", __LINE__);
+
+        for (int32_t t = 0; t < n; t++) {
+            const int32_t k = 3 * t;
+            const uint32_t id = (uint32_t)(first + t);
+            if (batch.path[t] == N3D_DRAW_DIRECT) {
                 for (int j = 0; j < 3; j++)
                     for (int f = 0; f < floats; f++)
                         rc.vertices[j][f] = batch.proj[f][k + j];
-                drawn += n3d_draw_raster<attrs>(&rc, area, id);
-                continue;
+                drawn += n3d_draw_raster<attrs>(&rc, batch.area[t], id);
+            } else if (batch.path[t] == N3D_DRAW_CLIPPED) {
+                n3d_batch_vertex tri[3];
+                for (int j = 0; j < 3; j++)
+                    n3d_draw_batch_vertex_at<attrs>(&tri[j], &batch, k + j);
+                drawn += n3d_draw_clipped<attrs>(&rc, tri, fr, poly_a, poly_b, id);
             }
-            n3d_batch_vertex tri[3];
-            for (int j = 0; j < 3; j++)
-                n3d_draw_batch_vertex_at<attrs>(&tri[j], &batch, k + j);
-            drawn += n3d_draw_clipped<attrs>(&rc, tri, fr, poly_a, poly_b, id);
         }
     }
 
