@@ -484,3 +484,70 @@ TEST_F(n3d_draw, phong_terms_are_the_half_vector_against_tangent_and_bitangent)
     EXPECT_EQ(r.grad_x[4], 0.0f);
 }
 
+
+// Vertices are lit only for the triangles that are drawn: whatever the batch holds around a
+// triangle (back faces, triangles off screen, triangles cut at an edge, batch ends), the terms
+// that reach the rasterizer are its own vertices' half vectors. V is drawn as it is, B is its
+// back face, O lies right of the screen and P reaches past the left edge (cut into two).
+TEST_F(n3d_draw, phong_terms_follow_their_triangle_whatever_is_culled_around_it)
+{
+    const struct {
+        const char* triangles;
+    } rows[] = {{"V"}, {"BV"}, {"OBOV"}, {"VPBV"}, {"BBBBBBBBBBBBBBBV"}, {"OOOOOOOOOOOOOOOOV"},
+                {"VBOPVBOPVBOPVBOPVB"}, {"PPPPPPPPPPPPPPPPPPPP"}};
+    const float screens[4][3][2] = {{{100, 60}, {110, 180}, {220, 70}},   // V
+                                    {{100, 60}, {220, 70}, {110, 180}},   // B
+                                    {{400, 60}, {410, 180}, {520, 70}},   // O
+                                    {{-50, 60}, {110, 180}, {220, 70}}};  // P
+    const float light[3] = {0.0f, 0.0f, 4.0f}, camera[3] = {1.0f, 2.0f, 3.0f};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.triangles);
+        clear_mesh();
+        recorded.clear();
+        const uint32_t count = (uint32_t)strlen(row.triangles);
+        for (uint32_t t = 0; t < count; t++) {
+            const int kind = (int)(strchr("VBOP", row.triangles[t]) - "VBOP");
+            for (int i = 0; i < 3; i++)
+                screen_vertex(screens[kind][i][0], screens[kind][i][1]);
+        }
+        for (uint32_t n = 0; n < 3 * count; n++) {  // every vertex its own tangent frame
+            const float a = 0.3f * (float)n;
+            const float t[3] = {std::cos(a), std::sin(a), 0.0f}, b[3] = {0.0f, std::cos(a), std::sin(a)};
+            memcpy(&tangents[3 * n], t, sizeof(t));
+            memcpy(&bitangents[3 * n], b, sizeof(b));
+        }
+        n3d_draw_call c = call(RECORD_PHONG_FLAGS, 4 | TRIANGLES);
+        vec3_dup(c.light_position, light);
+        vec3_dup(c.camera_position, camera);
+        n3d_draw_triangles_phong(&c);
+
+        uint32_t expected_calls = 0;
+        std::vector<bool> matched(3 * count, false);
+        for (uint32_t t = 0; t < count; t++)
+            expected_calls += row.triangles[t] == 'V' ? 1 : row.triangles[t] == 'P' ? 2 : 0;
+        ASSERT_EQ(recorded.size(), expected_calls);
+        for (const recorded_call& rc : recorded) {
+            const uint32_t t = rc.current_triangle_id;
+            ASSERT_LT(t, count);
+            EXPECT_TRUE(row.triangles[t] == 'V' || row.triangles[t] == 'P') << t;
+            for (int j = 0; j < 3; j++)
+                for (uint32_t n = 3 * t; n < 3 * t + 3; n++) {
+                    const float sx = 160.0f * xyz[3 * n] + 160.5f, sy = 120.0f * xyz[3 * n + 1] + 120.5f;
+                    if (std::fabs(rc.c.vertices[j][0] - sx) > 1e-3f || std::fabs(rc.c.vertices[j][1] - sy) > 1e-3f)
+                        continue;
+                    double h[3], p0 = 0, p1 = 0;
+                    test_half_vector(h, &xyz[3 * n], light, camera);
+                    for (int k = 0; k < 3; k++)
+                        p0 += h[k] * tangents[3 * n + k], p1 += h[k] * bitangents[3 * n + k];
+                    EXPECT_NEAR(rc.c.vertices[j][5], p0, 1e-5) << "triangle " << t << " vertex " << n;
+                    EXPECT_NEAR(rc.c.vertices[j][6], p1, 1e-5) << "triangle " << t << " vertex " << n;
+                    matched[n] = true;
+                }
+        }
+        // V hands over its three vertices, P its two inside the screen
+        for (uint32_t n = 0; n < 3 * count; n++) {
+            const char kind = row.triangles[n / 3];
+            EXPECT_EQ(matched[n], kind == 'V' || (kind == 'P' && n % 3 != 0)) << "vertex " << n;
+        }
+    }
+}
