@@ -235,7 +235,19 @@ inline int32_t n3d_draw_raster(n3d_raster_call* rc, float area, uint32_t triangl
     const float dy02 = v[0][1] - v[2][1], dy12 = v[1][1] - v[2][1];
     const float inv_area = 1.0f / area;
     // gradient order: the attributes times iw, then iw
-    for (int a = 0; a <= Attrs; a++) {
+    int a = 0;
+    if constexpr (Attrs == 4) {
+        // the four attributes side by side in lanes, each as the loop below computes it
+        const __m128 v0 = _mm_loadu_ps(&v[0][3]), v1 = _mm_loadu_ps(&v[1][3]), v2 = _mm_loadu_ps(&v[2][3]);
+        const __m128 d0 = _mm_sub_ps(v0, v2), d1 = _mm_sub_ps(v1, v2);
+        const __m128 inv = _mm_set1_ps(inv_area);
+        const __m128 gx = _mm_sub_ps(_mm_mul_ps(d1, _mm_set1_ps(dy02)), _mm_mul_ps(d0, _mm_set1_ps(dy12)));
+        const __m128 gy = _mm_sub_ps(_mm_mul_ps(d1, _mm_set1_ps(dx02)), _mm_mul_ps(d0, _mm_set1_ps(dx12)));
+        _mm_storeu_ps(rc->grad_x, _mm_mul_ps(gx, inv));
+        _mm_storeu_ps(rc->grad_y, _mm_mul_ps(_mm_xor_ps(gy, _mm_set1_ps(-0.0f)), inv));
+        a = 4;
+    }
+    for (; a <= Attrs; a++) {
         const int k = a < Attrs ? 3 + a : 2;
         const float d0 = v[0][k] - v[2][k];
         const float d1 = v[1][k] - v[2][k];
@@ -403,13 +415,13 @@ constexpr uint32_t N3D_OUT_PLANES = 63;
 constexpr int32_t N3D_DRAW_BATCH_VERTICES = 3 * N3D_DRAW_BATCH_TRIANGLES;
 static_assert(N3D_DRAW_BATCH_VERTICES % 4 == 0, "a batch's vertices fill whole lanes");
 
-// A batch of vertices, one array per component: clip and attr are n3d_batch_vertex's fields,
-// proj is the projected vertex of the direct path (x and y clamped to the frame), outcode has
-// the N3D_OUT_ bits.
+// A batch of vertices, one array per component (clip and attr are n3d_batch_vertex's fields,
+// outcode has the N3D_OUT_ bits), but for proj: each vertex's projected floats of the direct
+// path (x and y clamped to the frame), ready to be copied for the rasterizer.
 struct n3d_draw_batch {
     alignas(16) float clip[4][N3D_DRAW_BATCH_VERTICES];
     alignas(16) float attr[4][N3D_DRAW_BATCH_VERTICES];
-    alignas(16) float proj[N3D_CLIP_VERTEX_FLOATS][N3D_DRAW_BATCH_VERTICES];
+    alignas(16) float proj[N3D_DRAW_BATCH_VERTICES][8];  // vertex by vertex, as the rasterizer reads it
     alignas(16) float scale[N3D_DRAW_BATCH_VERTICES];  // what the attributes are multiplied by: iw or 1
     alignas(16) uint32_t outcode[N3D_DRAW_BATCH_VERTICES];
     // per triangle: how it is drawn, and for N3D_DRAW_DIRECT its area
@@ -502,16 +514,24 @@ inline void n3d_draw_lanes_position(n3d_draw_batch* b, int32_t k, const uint32_t
     const n3d_lanes iw = _mm_div_ps(lf.one, w);
     const n3d_lanes x = _mm_add_ps(_mm_add_ps(_mm_mul_ps(clip[0], iw), lf.hw), lf.half);
     const n3d_lanes y = _mm_add_ps(_mm_add_ps(_mm_mul_ps(clip[1], iw), lf.hh), lf.half);
-    _mm_store_ps(&b->proj[0][k], n3d_lanes_clamp(x, lf.zero, lf.width));
-    _mm_store_ps(&b->proj[1][k], n3d_lanes_clamp(y, lf.zero, lf.height));
-    _mm_store_ps(&b->proj[2][k], iw);
     const n3d_lanes scale = _mm_or_ps(_mm_and_ps(lf.attribute_scale_is_iw, iw),
                                       _mm_andnot_ps(lf.attribute_scale_is_iw, lf.one));
     _mm_store_ps(&b->scale[k], scale);
+    n3d_lanes projected[8];
+    projected[0] = n3d_lanes_clamp(x, lf.zero, lf.width);
+    projected[1] = n3d_lanes_clamp(y, lf.zero, lf.height);
+    projected[2] = iw;
     for (int a = 0; a < 2; a++) {
         const n3d_lanes attr = n3d_lanes_gather(vx->uv0, 2, index, (uint32_t)a);
         _mm_store_ps(&b->attr[a][k], attr);
-        _mm_store_ps(&b->proj[3 + a][k], _mm_mul_ps(attr, scale));
+        projected[3 + a] = _mm_mul_ps(attr, scale);
+    }
+    // the phong terms follow for the vertices that are lit
+    projected[5] = projected[6] = projected[7] = lf.zero;
+    for (int half = 0; half < 8; half += 4) {
+        _MM_TRANSPOSE4_PS(projected[half], projected[half + 1], projected[half + 2], projected[half + 3]);
+        for (int j = 0; j < 4; j++)
+            _mm_store_ps(&b->proj[k + j][half], projected[half + j]);
     }
 }
 
@@ -547,7 +567,7 @@ inline void n3d_draw_lanes_phong(n3d_draw_batch* b, const int32_t* slot, uint32_
     for (int j = 0; j < 4; j++)
         for (int a = 0; a < 2; a++) {
             b->attr[2 + a][slot[j]] = terms[a][j];
-            b->proj[5 + a][slot[j]] = projected[a][j];
+            b->proj[slot[j]][5 + a] = projected[a][j];
         }
 }
 
@@ -659,9 +679,10 @@ int32_t n3d_draw_kind_triangles(const n3d_draw_call* call, const char* function)
             } else if (!(o0 | o1 | o2)) {
                 // the outcodes admit exactly [0, width] x [0, height]; the projection's rounding
                 // may not, and the variants draw only what they are given: hence the clamped x, y
-                const float* x = &batch.proj[0][k];
-                const float* y = &batch.proj[1][k];
-                const float area = (x[1] - x[2]) * (y[0] - y[2]) - (x[0] - x[2]) * (y[1] - y[2]);
+                const float* v0 = batch.proj[k];
+                const float* v1 = batch.proj[k + 1];
+                const float* v2 = batch.proj[k + 2];
+                const float area = n3d_draw_area(v0, v1, v2);
                 batch.area[t] = area;
                 path = area > 0.0f ? N3D_DRAW_DIRECT : N3D_DRAW_SKIP;
             }
@@ -683,8 +704,7 @@ int32_t n3d_draw_kind_triangles(const n3d_draw_call* call, const char* function)
             const uint32_t id = (uint32_t)(first + t);
             if (batch.path[t] == N3D_DRAW_DIRECT) {
                 for (int j = 0; j < 3; j++)
-                    for (int f = 0; f < floats; f++)
-                        rc.vertices[j][f] = batch.proj[f][k + j];
+                    memcpy(rc.vertices[j], batch.proj[k + j], floats * sizeof(float));
                 drawn += n3d_draw_raster<attrs>(&rc, batch.area[t], id);
             } else if (batch.path[t] == N3D_DRAW_CLIPPED) {
                 n3d_batch_vertex tri[3];
