@@ -4,7 +4,10 @@
 // scene_video_madpack exactly as the show calls it once per frame. Prints milliseconds per
 // frame, triangles per second and the split between animation (keys and world matrices),
 // rasterization (the variants' own profile blocks: set-up and spans), the clears of coverage
-// and depth, and the rest of the pipeline (transforms, clipping, projection, gradients).
+// and depth, and the rest of the pipeline (transforms, clipping, projection, gradients), which
+// is split again into the draw functions' vertex stage (their profile blocks: transform,
+// lighting, outcodes, projection, culling decisions) and the per-triangle rest, each also in
+// cycles per submitted triangle.
 //
 //   bench_madpack [--model WORKDIR NAME ARGS] [frames, default 600] [PNG of the last frame]
 // With --model, the frame is that of an example's imported model instead: WORKDIR/imported/NAME.mad
@@ -326,9 +329,9 @@ int main(int argc, char** argv)
     // clipping, gradients and the calls of the variants), with cycles per submitted triangle
     const double vertex_ms = bench_ms(vertex_cycles) / frames;
     const double cycles_per_ms = prof_global.cycles_per_second / 1000.0;
-    printf("  vertices:    %.3f ms  %.0f cycles a triangle  transform, lighting, outcodes, projection\n", vertex_ms,
+    printf("  vertices:    %.3f ms  %.0f cycles a triangle  transform, lighting, outcodes, projection, culling\n", vertex_ms,
            vertex_ms * cycles_per_ms / triangles);
-    printf("  triangles:   %.3f ms  %.0f cycles a triangle  commands, culling, clipping, gradients, calls\n",
+    printf("  triangles:   %.3f ms  %.0f cycles a triangle  commands, clipping, gradients, calls\n",
            pipeline_ms - vertex_ms, (pipeline_ms - vertex_ms) * cycles_per_ms / triangles);
     printf("clears:        %.3f ms  (%.0f%%)  coverage and depth\n", clear_ms, 100.0 * clear_ms / frame_ms);
     if (argc > 2) {

@@ -46,11 +46,13 @@ int32_t n3d_find_rasterizer(uint32_t flags)
 // ---- draw functions ----
 //
 // Per call: the checks, the variant, the viewport folded into the matrix and the scratch. Per
-// batch of up to N3D_DRAW_BATCH_TRIANGLES triangles: every vertex transformed to clip space
-// with its outcode. Per triangle, in order: dropped when all its vertices are outside one plane;
-// projected, culled and drawn directly when none is outside anything; otherwise clipped against
-// the near plane in clip space, projected, clipped against the four screen edges and drawn as
-// a fan.
+// batch of up to N3D_DRAW_BATCH_TRIANGLES triangles: every vertex transformed to clip space with
+// its outcode and projected, four at a time; then each triangle's path is decided (dropped when
+// all its vertices are outside one plane, or when none is outside anything and its projected
+// area is not positive; drawn directly when none is outside anything; clipped otherwise), and
+// only the vertices of triangles that are drawn get their phong terms. Then, triangle by
+// triangle in order: drawn directly from the projected vertices, or clipped against the near
+// plane in clip space, projected, clipped against the four screen edges and drawn as a fan.
 
 uint32_t n3d_current_triangle_id;
 
