@@ -14,6 +14,7 @@
 #include "n3d.h"
 #include "reel.h"
 #include "reel_scenes.h"
+#include "test_fatal.h"
 
 // A reel_image over a linear index8 texture of 2^log2_w x 2^log2_h texels (format 3 unless
 // given), its visible rectangle w x h; texel(x, y) sets the texels.

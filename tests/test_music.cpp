@@ -45,29 +45,23 @@ struct reference_decoder {
 
 }  // namespace
 
-TEST(music_adpcm, products_not_shifted_sums)
+TEST(music_adpcm, products_not_shifted_sums_and_clamped_predictor_and_index)
 {
-    // code, then sample, step index and step after it, from the reset state (step 7): 7 x 3 >> 2
-    // + 7 >> 3 = 5; code 0 adds 7 >> 3 = 0; code 8 and up subtract
-    const int32_t cases[][4] = {{3, 5, 0, 7}, {7, 12, 8, 16}, {0, 0, 0, 7}, {15, -12, 8, 16}};
+    // decoder state, code, then sample, step index and step after it. From the reset state (step
+    // 7): 7 x 3 >> 2 + 7 >> 3 = 5; code 0 adds 7 >> 3 = 0; code 8 and up subtract. Step 2272 at
+    // index 60: code 0 adds 284 and clamps at 32767; the index stays inside 0 to 88.
+    const struct { adpcm_decoder d; uint32_t code; int32_t sample, index, step; } cases[] = {
+        {{0, 0, 7}, 3, 5, 0, 7},     {{0, 0, 7}, 7, 12, 8, 16},     {{0, 0, 7}, 0, 0, 0, 7},
+        {{0, 0, 7}, 15, -12, 8, 16}, {{32760, 60, 2272}, 0, 32767, 59, 2066},
+        {{-32760, 88, 32767}, 15, -32768, 88, 32767}, {{0, 0, 7}, 1, 1, 0, 7}};
     for (const auto& c : cases) {
-        adpcm_decoder d;
-        adpcm_reset(&d);
-        EXPECT_EQ(adpcm_decode_nibble(&d, (uint32_t)c[0]), c[1]) << c[0];
-        EXPECT_TRUE(d.step_index == c[2] && d.step == c[3]) << c[0];
+        adpcm_decoder d = c.d;
+        EXPECT_EQ(adpcm_decode_nibble(&d, c.code), c.sample) << c.code;
+        EXPECT_TRUE(d.step_index == c.index && d.step == c.step) << c.code << " " << d.step_index << " " << d.step;
     }
-}
-
-TEST(music_adpcm, clamps_predictor_and_index)
-{
-    adpcm_decoder d = {32760, 60, adpcm_step_table[60]};  // step 2272: code 0 adds 284
-    EXPECT_EQ(adpcm_decode_nibble(&d, 0), 32767);
-    d = {-32760, 88, 32767};
-    EXPECT_EQ(adpcm_decode_nibble(&d, 15), -32768);
-    EXPECT_TRUE(d.step_index == 88 && d.step == 32767);
-    d = {0, 0, 7};
-    adpcm_decode_nibble(&d, 1);
-    EXPECT_EQ(d.step_index, 0);
+    adpcm_decoder reset;
+    adpcm_reset(&reset);
+    EXPECT_TRUE(reset.predictor == 0 && reset.step_index == 0 && reset.step == 7);
 }
 
 TEST_F(music_fixture, clock_stands_until_started_and_ready)
@@ -114,40 +108,30 @@ TEST_F(music_fixture, end_of_music_is_silence_while_the_clock_runs)
     EXPECT_TRUE(silent(0, 1024) && music_sample_counter() == 2048);
 }
 
+// Volume 128 - (position - fade start) / 512 from the fade start on, applied as (sample x
+// volume) >> 7: the stream is mixed up to the position, so the decoder state matches.
 TEST_F(music_fixture, fade_volume_steps_every_512_samples)
 {
-    // constant code 0 from a predictor that stays at 0: use a loud stream instead and compare
-    // against the reference decoder scaled by the expected volume
     std::vector<uint8_t> data(80000);
     for (size_t i = 0; i < data.size(); i++)
         data[i] = (i & 1) ? 0x77 : 0xFF;
-    reference_decoder left, right;
+    reference_decoder left;
     std::vector<int32_t> ref_left(data.size());
-    for (size_t i = 0; i < data.size(); i++) {
+    for (size_t i = 0; i < data.size(); i++)
         ref_left[i] = left.decode(data[i] & 15);
-        right.decode(data[i] >> 4);
-    }
-    auto volume_at = [&](int32_t position) {
+    const int32_t cases[][2] = {{10000, 128}, {10511, 127}, {10512, 126}, {75024, 0}};  // position, volume
+    for (const auto& c : cases) {
         music_reset();
         music_prepare(0);
         music_start(data.data(), (uint32_t)data.size(), 0);
         music_set_fade_start(10000);  // as the fade_out_music scene does, after the start
-        // decode up to the position so the decoder state matches, then mix one frame there
-        std::vector<int16_t> skip(2 * (size_t)position + 2);
-        music_mix(skip.data(), (uint32_t)position);
+        std::vector<int16_t> skip(2 * (size_t)c[0] + 2);
+        music_mix(skip.data(), (uint32_t)c[0]);
         int16_t frame[2];
         music_mix(frame, 1);
-        return std::pair<int32_t, int32_t>(frame[0], ref_left[position]);
-    };
-    auto [at_start, ref_start] = volume_at(10000);  // not past fade start yet: full volume
-    EXPECT_EQ(at_start, ref_start);
-    auto [just_after, ref_after] = volume_at(10511);
-    EXPECT_EQ(just_after, (ref_after * 127) >> 7);
-    auto [one_step, ref_step] = volume_at(10512);
-    EXPECT_EQ(one_step, (ref_step * 126) >> 7);
-    auto [end, ref_end] = volume_at(75024);
-    EXPECT_EQ(end, 0);
-    EXPECT_NE(ref_end, 0);
+        ASSERT_NE(ref_left[c[0]], 0);
+        EXPECT_EQ(frame[0], (ref_left[c[0]] * c[1]) >> 7) << c[0];
+    }
 }
 
 TEST_F(music_fixture, seek_moves_only_the_clock_keeps_the_decoders_and_stops_at_zero)

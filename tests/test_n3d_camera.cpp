@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "n3d_camera.h"
+#include "test_fatal.h"
 
 namespace {
 
@@ -46,11 +47,11 @@ TEST(n3d_camera, perspective_has_no_far_plane_and_flips_y)
 
     n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, 0.25f);
     EXPECT_FLOAT_EQ(ndc_depth(m, 0.25f), -1.0f);
-    EXPECT_EXIT(n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, 0.24f), testing::ExitedWithCode(1),
-                "^crash in n3d_perspective at src/n3d:[0-9]+\nnear_plane must be >= N3D_ZBUFFER_MIN_NEAR_PLANE but "
-                "is 0\\.24 \\(impacts z-buffer number of bits to avoid overflow!\\) define "
-                "N3D_IGNORE_ZBUFFER_MIN_NEAR_PLANE_CHECK to 1 to skip this check\n$");
-    EXPECT_EXIT(n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, NAN), testing::ExitedWithCode(1), "but is -?nan ");
+    EXPECT_FATAL(n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, 0.24f),
+                 "^crash in n3d_perspective at src/n3d:[0-9]+\nnear_plane must be >= N3D_ZBUFFER_MIN_NEAR_PLANE but "
+                 "is 0\\.24 \\(impacts z-buffer number of bits to avoid overflow!\\) define "
+                 "N3D_IGNORE_ZBUFFER_MIN_NEAR_PLANE_CHECK to 1 to skip this check\n$");
+    EXPECT_FATAL(n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, NAN), "but is -?nan ");
 }
 
 TEST(n3d_camera, init_takes_aspect_from_the_framebuffer_and_position_from_camera_to_world)

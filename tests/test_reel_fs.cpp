@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -129,10 +128,7 @@ TEST(reel_fs_death, damaged_packs_are_refused_naming_the_fault)
     };
     bytes no_nul = good;
     std::replace(no_nul.begin() + 56, no_nul.begin() + 90, (uint8_t)0, (uint8_t)'_');
-    const struct {
-        bytes image;
-        const char* message;
-    } cases[] = {
+    const struct { bytes image; const char* message; } cases[] = {
         {damaged({{0, 0xABCE}}), "crash in reel_fs_open_image at src/reel_fs:[0-9]+\ntest.rpk: not a pack file: marker 0x0000abce"},
         {bytes(good.begin(), good.begin() + 6), "test.rpk: truncated pack header: needs 8 bytes at offset 0, 6 left"},
         {bytes(good.begin(), good.begin() + 50), "directory of 3 entries needs 48 bytes, the file has 42 after the count"},
@@ -145,7 +141,7 @@ TEST(reel_fs_death, damaged_packs_are_refused_naming_the_fault)
         {damaged({{8 + 16 + 6, 12}}, 2), "entry 1: name \"sequence.csv\" has 13 bytes with its NUL, its record says 12"},
     };
     for (const auto& c : cases)
-        EXPECT_EXIT(r.open(c.image), testing::ExitedWithCode(1), c.message);
+        EXPECT_FATAL(r.open(c.image), c.message);
 }
 
 TEST(reel_fs_death, writer_failures)
@@ -155,12 +151,12 @@ TEST(reel_fs_death, writer_failures)
     write_text(empty, "");
     reel_fs_writer writer;
     reel_fs_pack_begin(&writer, BYTE_ORDER_NATIVE);
-    EXPECT_EXIT(reel_fs_pack_add_file(&writer, &r.arena, 9, 0, "x", test_temp_path("missing.txt").c_str()),
-                testing::ExitedWithCode(1), "crash in reel_fs_pack_add_file .*\nfailed open \".*missing.txt\"\n$");
-    EXPECT_EXIT(reel_fs_pack_add_file(&writer, &r.arena, 70000, 0, "x", empty.c_str()), testing::ExitedWithCode(1),
-                "kind 70000 of \"x\" does not fit 16 bits");
-    EXPECT_EXIT(reel_fs_pack_end(&writer, test_temp_path("no/folder.rpk").c_str(), &r.arena), testing::ExitedWithCode(1),
-                "crash in reel_fs_pack_end .*\nfailed open \".*folder.rpk\"\n$");
+    EXPECT_FATAL(reel_fs_pack_add_file(&writer, &r.arena, 9, 0, "x", test_temp_path("missing.txt").c_str()),
+                 "crash in reel_fs_pack_add_file .*\nfailed open \".*missing.txt\"\n$");
+    EXPECT_FATAL(reel_fs_pack_add_file(&writer, &r.arena, 70000, 0, "x", empty.c_str()),
+                 "kind 70000 of \"x\" does not fit 16 bits");
+    EXPECT_FATAL(reel_fs_pack_end(&writer, test_temp_path("no/folder.rpk").c_str(), &r.arena),
+                 "crash in reel_fs_pack_end .*\nfailed open \".*folder.rpk\"\n$");
 }
 
 // ---- the reel_pack tool ----
@@ -176,13 +172,8 @@ std::string tool_path()
 // Exit status and everything the tool printed.
 std::pair<int, std::string> run_tool(const std::string& args)
 {
-    FILE* p = popen((tool_path() + " " + args + " 2>&1").c_str(), "r");
-    std::string out;
-    char buffer[4096];
-    for (size_t got; p && (got = fread(buffer, 1, sizeof(buffer), p)) > 0;)
-        out.append(buffer, got);
-    const int status = p ? pclose(p) : -1;
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+    const tool_run_result r = tool_fixture_run(".", tool_path() + " " + args);
+    return {r.status, r.out + r.err};
 }
 
 }  // namespace
@@ -196,9 +187,9 @@ TEST(reel_fs_death, empty_and_oversized_packs_say_why_they_cannot_be_read)
     write_text(big, std::string(100, 'x'));
     reel_fs_pack pack;
     test_reader r;
-    EXPECT_EXIT((dup2(2, 1), reel_fs_open_file(&pack, empty.c_str(), &r.arena)), testing::ExitedWithCode(1),
-                "^pack \".*nothing.rpk\" is empty\ncrash in reel_fs_open_file at src/reel_fs:[0-9]+\n"
-                "failed read \".*nothing.rpk\"\n$");
+    EXPECT_FATAL_OUT(reel_fs_open_file(&pack, empty.c_str(), &r.arena),
+                     "^pack \".*nothing.rpk\" is empty\ncrash in reel_fs_open_file at src/reel_fs:[0-9]+\n"
+                     "failed read \".*nothing.rpk\"\n$");
     alignas(32) static uint8_t small_memory[128];
     // 128 bytes left; 99; 108, which hold the pack but not the 12 bytes that align it to 32 first
     for (uint64_t used : {0, 29, 20}) {
@@ -208,15 +199,14 @@ TEST(reel_fs_death, empty_and_oversized_packs_say_why_they_cannot_be_read)
         const uint64_t left = sizeof(small_memory) - used;
         if (left >= 100 + (32 - used % 32) % 32) {
             reel_fs_pack fits;
-            EXPECT_EXIT((reel_fs_open_file(&fits, big.c_str(), &small), exit(0)), testing::ExitedWithCode(1),
-                        "not a pack file")
+            EXPECT_FATAL((reel_fs_open_file(&fits, big.c_str(), &small), exit(0)), "not a pack file")
                 << "a pack that fits reaches the reader";
             continue;
         }
-        EXPECT_EXIT((dup2(2, 1), reel_fs_open_file(&pack, big.c_str(), &small)), testing::ExitedWithCode(1),
-                    "^pack \".*big.rpk\" of 100 bytes does not fit the " + std::to_string(left) +
-                        " bytes left in \"small_arena\"\n.*\ncrash in xmemarena_push at src/memarena:[0-9]+\n"
-                        "arena is out of mem\n$")
+        EXPECT_FATAL_OUT(reel_fs_open_file(&pack, big.c_str(), &small),
+                         "^pack \".*big.rpk\" of 100 bytes does not fit the " + std::to_string(left) +
+                         " bytes left in \"small_arena\"\n.*\ncrash in xmemarena_push at src/memarena:[0-9]+\n"
+                         "arena is out of mem\n$")
             << used;
     }
 }
@@ -225,9 +215,8 @@ TEST(reel_pack_tool, builds_and_lists_a_pack_from_a_manifest)
 {
     ASSERT_TRUE(std::filesystem::exists(tool_path())) << "build the reel_pack target first";
     std::filesystem::create_directories(test_temp_path("assets/sub"));
-    write_text(test_temp_path("assets/sub/sunset.pal"), "PAL");
-    write_text(test_temp_path("assets/sequence.csv"), "row\n");
-    write_text(test_temp_path("assets/music.raw"), "MUSIC");
+    for (const auto& [name, text] : {std::pair{"sub/sunset.pal", "PAL"}, {"sequence.csv", "row\n"}, {"music.raw", "MUSIC"}})
+        write_text(test_temp_path("assets/") + name, text);
     const std::string manifest = test_temp_path("assets/show.manifest");
     write_text(manifest,
                "# the show's first pack\n\n"

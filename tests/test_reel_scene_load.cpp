@@ -35,10 +35,7 @@ void grant_needs(reel_scene* s, const reel_scene_needs& n)
 }
 
 // Each binding's name in loading's messages, with its need.
-const struct {
-    const char* name;
-    uint8_t reel_scene_needs::*need;
-} need_fields[] = {
+const struct { const char* name; uint8_t reel_scene_needs::*need; } need_fields[] = {
     {"integers", &reel_scene_needs::integers},     {"floats", &reel_scene_needs::floats},
     {"palettes", &reel_scene_needs::palettes},     {"rle_images", &reel_scene_needs::rle_images},
     {"images", &reel_scene_needs::images},         {"stencils", &reel_scene_needs::stencils},
@@ -82,10 +79,7 @@ std::vector<std::string> parse(const std::string& text)
 
 TEST(reel_scene_load, a_row_binds_to_the_first_table_row_its_function_name_begins)
 {
-    const struct {
-        const char* function;
-        const char* expected;
-    } cases[] = {
+    const struct { const char* function; const char* expected; } cases[] = {
         {"music_sync", "music_sync"},
         {"music_s", "music_start"},  // both begin so: the earlier row wins
         {"load", "load_sync"},
@@ -108,12 +102,12 @@ TEST(reel_scene_load, a_row_binds_to_the_first_table_row_its_function_name_begin
 
     scene_engine f;
     reel_sequence_row unknown = script_row("music_stop", nullptr);
-    EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &unknown), testing::ExitedWithCode(1),
-                test_literal("crash in reel_load_scene at src/reel:") + "[0-9]+\n" +
-                    test_literal("failed find binding for \"music_stop\" on line: 7\n"));
+    EXPECT_FATAL(reel_load_scene(&f.engine, &f.scene, &unknown),
+                 test_literal("crash in reel_load_scene at src/reel:") + "[0-9]+\n" +
+                 test_literal("failed find binding for \"music_stop\" on line: 7\n"));
     reel_sequence_row empty = script_row("", nullptr);
-    EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &empty), testing::ExitedWithCode(1),
-                test_literal("failed find binding for \"\" on line: 7\n"));
+    EXPECT_FATAL(reel_load_scene(&f.engine, &f.scene, &empty),
+                 test_literal("failed find binding for \"\" on line: 7\n"));
 }
 
 TEST(reel_scene_load, argument_text_goes_to_the_parser_and_a_loaded_scene_is_left_alone)
@@ -123,9 +117,9 @@ TEST(reel_scene_load, argument_text_goes_to_the_parser_and_a_loaded_scene_is_lef
             continue;
         scene_engine f;
         reel_sequence_row r = script_row(reel_scene_table[i].name, "1");
-        EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &r), testing::ExitedWithCode(1),
-                    test_literal("sequence args not supported for function \"" + std::string(reel_scene_table[i].name) +
-                            "\" (line: 7 in sequence file)\n"));
+        EXPECT_FATAL(reel_load_scene(&f.engine, &f.scene, &r),
+                     test_literal("sequence args not supported for function \"" + std::string(reel_scene_table[i].name) +
+                     "\" (line: 7 in sequence file)\n"));
         break;
     }
 
@@ -166,9 +160,9 @@ TEST(reel_scene_load, a_description_short_of_a_binding_the_scene_reads_is_fatal)
             one_short.*field.need = (uint8_t)(need - 1);
             grant_needs(&f.scene, one_short);
             reel_sequence_row row = script_row(r.name, "@d.ini");
-            EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &row), testing::ExitedWithCode(1),
-                        test_literal("scene \"" + std::string(r.name) + "\" on line 7 reads " + std::to_string(need) +
-                                     " " + field.name + ", it was given " + std::to_string(need - 1) + "\n"));
+            EXPECT_FATAL(reel_load_scene(&f.engine, &f.scene, &row),
+                         test_literal("scene \"" + std::string(r.name) + "\" on line 7 reads " + std::to_string(need) +
+                         " " + field.name + ", it was given " + std::to_string(need - 1) + "\n"));
         }
     }
 }
@@ -222,13 +216,13 @@ TEST(reel_scene_load, descriptions_that_name_missing_things_are_fatal)
 {
     scene_engine f;
     reel_sequence_row r = script_row("music_sync", "@nothing.ini");
-    EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &r), testing::ExitedWithCode(1),
-                test_literal("could not find \"nothing.ini\" with kind 9 in pak file!\n"));
+    EXPECT_FATAL(reel_load_scene(&f.engine, &f.scene, &r),
+                 test_literal("could not find \"nothing.ini\" with kind 9 in pak file!\n"));
     char text[] = "images = [ logo ]\n";
     f.add(REEL_KIND_RAW, "scene.ini", text);
     reel_sequence_row s = script_row("music_sync", "@scene.ini");
-    EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &s), testing::ExitedWithCode(1),
-                test_literal("could not find \"logo\" with kind 5 in pak file!\n"));
+    EXPECT_FATAL(reel_load_scene(&f.engine, &f.scene, &s),
+                 test_literal("could not find \"logo\" with kind 5 in pak file!\n"));
 }
 
 TEST(reel_scene_load, the_description_parser_reads_words_items_and_comments)
@@ -249,18 +243,17 @@ TEST(reel_scene_load, the_description_parser_reads_words_items_and_comments)
 
 TEST(reel_scene_load, the_description_parser_refuses_what_it_cannot_read)
 {
-    EXPECT_EXIT(parse("a = 1\rb = 2\r"), testing::ExitedWithCode(1),
-                test_literal("txt contains \\r either bug or unpacked using some tool that converts unix lines to mac.. tryp "
-                        "MacZip\n"));
-    EXPECT_EXIT(parse("a = 1\n\nkey"), testing::ExitedWithCode(1),
-                test_literal("missing '=' on line 3 in file \"scene.ini\"\n"));
-    EXPECT_EXIT(parse("a = 1\nb = [ x\n y\n"), testing::ExitedWithCode(1),
-                test_literal("expected ']' to close array starting on line 2 in file \"scene.ini\"\n"));
+    EXPECT_FATAL(parse("a = 1\rb = 2\r"),
+                 test_literal("txt contains \\r either bug or unpacked using some tool that converts unix lines to mac.. tryp "
+                 "MacZip\n"));
+    EXPECT_FATAL(parse("a = 1\n\nkey"), test_literal("missing '=' on line 3 in file \"scene.ini\"\n"));
+    EXPECT_FATAL(parse("a = 1\nb = [ x\n y\n"),
+                 test_literal("expected ']' to close array starting on line 2 in file \"scene.ini\"\n"));
 
     // a NUL ends the text even inside an array
     std::vector<char> text = {'a', '=', '[', 'x', 0, ']', 0};
-    EXPECT_EXIT(ini_parse(text.data(), "scene.ini", record_value, record_item, nullptr), testing::ExitedWithCode(1),
-                "expected '\\]' to close array starting on line 1");
+    EXPECT_FATAL(ini_parse(text.data(), "scene.ini", record_value, record_item, nullptr),
+                 "expected '\\]' to close array starting on line 1");
 }
 
 TEST(reel_scene_load, integer_float_and_string_arguments_advance_past_one_comma)
@@ -275,19 +268,19 @@ TEST(reel_scene_load, integer_float_and_string_arguments_advance_past_one_comma)
     EXPECT_EQ(parse_arg_int(&counter, &cursor, &r), 34);
     EXPECT_EQ(parse_arg_int(&counter, &cursor, &r), -7);
     EXPECT_EQ(counter, 3u);
-    EXPECT_EXIT(parse_arg_int(&counter, &cursor, &r), testing::ExitedWithCode(1),
-                test_literal("crash in parse_arg_int at src/reel_scenes:") + "[0-9]+\n" +
-                    test_literal("parse_arg_int failed \"x\" (sequence line 12, args: \"12,34, -7,x\")\n"));
+    EXPECT_FATAL(parse_arg_int(&counter, &cursor, &r),
+                 test_literal("crash in parse_arg_int at src/reel_scenes:") + "[0-9]+\n" +
+                 test_literal("parse_arg_int failed \"x\" (sequence line 12, args: \"12,34, -7,x\")\n"));
     const char* huge = "4294967296";
-    EXPECT_EXIT(parse_arg_int(&counter, &huge, &r), testing::ExitedWithCode(1),
-                test_literal("parse_arg_int out of range \"4294967296\" (sequence line 12, args: \"12,34, -7,x\")\n"));
+    EXPECT_FATAL(parse_arg_int(&counter, &huge, &r),
+                 test_literal("parse_arg_int out of range \"4294967296\" (sequence line 12, args: \"12,34, -7,x\")\n"));
 
     r.args = "0.5,-1e3,";
     cursor = r.args;
     EXPECT_EQ(parse_arg_float(&cursor, &r), 0.5f);
     EXPECT_EQ(parse_arg_float(&cursor, &r), -1000.0f);
-    EXPECT_EXIT(parse_arg_float(&cursor, &r), testing::ExitedWithCode(1),
-                test_literal("parse_arg_float failed \"\" (sequence line 12, args: \"0.5,-1e3,\")\n"));
+    EXPECT_FATAL(parse_arg_float(&cursor, &r),
+                 test_literal("parse_arg_float failed \"\" (sequence line 12, args: \"0.5,-1e3,\")\n"));
 
     scene_engine f;
     cursor = "logo,,a b\nrest";
@@ -314,10 +307,7 @@ TEST(reel_scene_load, colours_read_as_rgba_argb1555_and_linear)
     EXPECT_EQ(c.argb1555, (0x0Au >> 3) << 10 | (0x1Bu >> 3) << 5 | (0x2Cu >> 3));  // alpha below 128: bit clear
     EXPECT_NEAR(c.linear[3], 127.0f / 255.0f, 1e-7);
 
-    const struct {
-        const char* text;
-        const char* message;
-    } refusals[] = {
+    const struct { const char* text; const char* message; } refusals[] = {
         {"ff8000ff", "expected '#' for start of hexcolor on line: 5\n"},
         {"#ff8000", "expected 4 hex values of 2 digits, e.g. #00112233 (for r,g,b,a) on line: 5\n"},
         {"#ff8000ff0", "expected 4 hex values of 2 digits, e.g. #00112233 (for r,g,b,a) on line: 5\n"},
@@ -325,8 +315,8 @@ TEST(reel_scene_load, colours_read_as_rgba_argb1555_and_linear)
     };
     for (const auto& refusal : refusals) {
         const char* text = refusal.text;
-        EXPECT_EXIT(parse_arg_color(&c, &text, &r, &arena), testing::ExitedWithCode(1),
-                    test_literal("crash in parse_arg_color at src/reel_scenes:") + "[0-9]+\n" + test_literal(refusal.message));
+        EXPECT_FATAL(parse_arg_color(&c, &text, &r, &arena),
+                     test_literal("crash in parse_arg_color at src/reel_scenes:") + "[0-9]+\n" + test_literal(refusal.message));
     }
 }
 

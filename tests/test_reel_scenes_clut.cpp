@@ -258,11 +258,7 @@ TEST_F(clut_fixture, numbers_outside_a_table_or_the_back_buffers_are_fatal)
 {
     animation_data a(64, 8);
     add(REEL_KIND_PALETTE_ANIMATION, "waves", &a.animation);
-    const struct {
-        const char* function;
-        const char* args;
-        const char* message;
-    } cases[] = {
+    const struct { const char* function; const char* args; const char* message; } cases[] = {
         {"overlay_backbuffer_clear", "3,0",
          "crash in scene_overlay_backbuffer_clear_parse_args at src/reel_scenes:[0-9]+\n"
          "back buffer 3 is not one of the 3 overlay back buffers \\(sequence line 12\\)\n"},
@@ -274,13 +270,13 @@ TEST_F(clut_fixture, numbers_outside_a_table_or_the_back_buffers_are_fatal)
         {"overlay_clut_set1_pulsate", "256,0,1,0,0,0,0,0,0", "colour index 256 is not inside the 256 entries"},
     };
     for (const auto& c : cases)
-        EXPECT_EXIT(load(c.function, c.args), testing::ExitedWithCode(1), c.message) << c.args;
+        EXPECT_FATAL(load(c.function, c.args), c.message) << c.args;
     load("overlay_clut_fade_to_color", "0,256,0,0,0");  // the whole table is fine
 
     // values a scene description bound meet the same checks in the scene's load call
     int32_t fade[5] = {200, 100, 0, 0, 0};
     load("video_clut_fade_to_color", nullptr, 9.0f, [&] { scene.integer_count = 5, scene.integers = fade; });
-    EXPECT_EXIT(pass(REEL_PASS_UPDATE, 0.0f), testing::ExitedWithCode(1), "fade of 100 entries from 200");
+    EXPECT_FATAL(pass(REEL_PASS_UPDATE, 0.0f), "fade of 100 entries from 200");
 }
 
 }  // namespace

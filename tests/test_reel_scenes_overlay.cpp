@@ -43,12 +43,7 @@ TEST_F(overlay_fixture, rle_image_lands_once_at_its_progress_between_start_and_e
     const uint8_t data[] = {0, 3, 5, 1, 7};  // 4 x 2: a transparent row, then 5, 5, 5, 7
     reel_rle_image image = {4, 2, sizeof(data), data};
     add(REEL_KIND_RLE_IMAGE, "logo", &image);
-    const struct {
-        const char* args;
-        float since;
-        int32_t x, y;
-        bytes row;
-    } cases[] = {
+    const struct { const char* args; float since; int32_t x, y; bytes row; } cases[] = {
         {"logo,0,9,100,40,200,80", 4.5f, 150, 60, {5, 5, 5, 7}},    // halfway over 9 s
         {"logo,1,9,100,40,200,80", 9.0f, 200, 80, {9, 9, 9, 9}},    // at the end, one colour
         {"logo,0,9,100,40,200,80", 20.0f, 200, 80, {5, 5, 5, 7}},   // progress clamps to 1
@@ -69,7 +64,7 @@ TEST_F(overlay_fixture, rle_image_lands_once_at_its_progress_between_start_and_e
     }
     load("overlay_rle_image", "logo,0,9,637,0,637,0");
     pass(REEL_PASS_UPDATE, 0.0f);
-    EXPECT_EXIT(pass(REEL_PASS_RENDER, 0.0f), testing::ExitedWithCode(1), "image width \\+ dst_x0 > fb width! \\(4\\+637 vs 640\\)");
+    EXPECT_FATAL(pass(REEL_PASS_RENDER, 0.0f), "image width \\+ dst_x0 > fb width! \\(4\\+637 vs 640\\)");
 }
 
 TEST_F(overlay_fixture, stencil_set_copies_its_stencil_into_the_slot_once)
@@ -103,10 +98,7 @@ TEST_F(overlay_fixture, stencil_animation_cycles_stencils_and_bobs_ten_rows_a_se
         scene.float_count = 1, scene.floats = &speed, scene.integer_count = 1, scene.integers = &colour;
         scene.stencil_count = 4, scene.stencils = list;
     });
-    const struct {
-        float since;
-        int32_t first_row;
-    } cases[] = {
+    const struct { float since; int32_t first_row; } cases[] = {
         {0.6f, 100 + (int32_t)(10 * sin(1.2 * M_PI))},  // frame 4: stencil 0, bob trunc(-5.88) = -5
         {0.75f, 120 - 10},                              // frame 6: stencil 2, 10 x sin(1.5 pi) = -10
         {0.25f, 120 + 10},                              // frame 2, bob +10
@@ -149,11 +141,7 @@ TEST_F(overlay_fixture, scale_grows_about_the_centre_and_interlaces_alternate_ro
     scene_test_image img(7, 7, 128, 128);
     std::fill(img.texels.begin(), img.texels.end(), 3);
     add(REEL_KIND_TEXTURE, "ball", &img.image.texture);
-    const struct {
-        const char* args;
-        float since;
-        int32_t x0, y0, size;
-    } cases[] = {
+    const struct { const char* args; float since; int32_t x0, y0, size; } cases[] = {
         {"ball,0,0,0,64,64,256,256", 2.0f, 320 - 80, 240 - 80, 160},   // halfway over 4 s
         {"ball,0,7,-5,64,64,256,256", 2.0f, 320 - 80 + 7, 240 - 80 - 5, 160},
         {"ball,0,0,0,64,64,256,256", 0.0f, 320 - 32, 240 - 32, 64},
@@ -202,11 +190,7 @@ TEST_F(overlay_fixture, progress_bar_runs_from_the_show_start_to_the_end_of_its_
         scene.integer_count = 7, scene.integers = integers, scene.float_count = 1, scene.floats = &fps;
         scene.palette_count = 1, scene.palettes = palettes, scene.image_count = 2, scene.images = heads;
     });
-    const struct {
-        int32_t samples;
-        float clock;
-        int32_t head_x;
-    } cases[] = {
+    const struct { int32_t samples; float clock; int32_t head_x; } cases[] = {
         {0, 0.0f, 100},
         {220500, 10.0f, 100 + 100},  // p = 0.5 of (208 - 8)
         {330750, 15.5f, 100 + 150},  // p = 0.75, and the second frame: trunc(2 x 15.5) mod 2 = 1
@@ -261,10 +245,7 @@ TEST_F(overlay_fixture, stroke_draws_holds_erases_and_restores_everything_at_its
         }
         return std::pair{drawn, restored};
     };
-    const struct {
-        float since;
-        uint32_t drawn, restored;
-    } cases[] = {
+    const struct { float since; uint32_t drawn, restored; } cases[] = {
         {0.0f, 0, 0},
         {1.0f, 187 / 8, 0},      // level 127: threshold trunc(255 s(127 / 255)) = 187 -> texels 8..184
         {2.5f, 31, 0},           // held at level 255: threshold 254, the texel 255 stays out
@@ -353,7 +334,7 @@ TEST_F(overlay_fixture, numbers_outside_their_ranges_and_missing_bindings_are_fa
             if (c.at_load)
                 pass(REEL_PASS_UPDATE, 0.0f);
         };
-        EXPECT_EXIT(run(), testing::ExitedWithCode(1), c.message) << c.function << " " << (c.args ? c.args : "");
+        EXPECT_FATAL(run(), c.message) << c.function << " " << (c.args ? c.args : "");
     }
 }
 }  // namespace

@@ -41,11 +41,7 @@ TEST_F(video_fixture, tunnel_offsets_grow_with_time_and_wrap_at_256)
     for (uint32_t i = 0; i < 65536; i++)
         ((uint16_t*)map->mips[0])[i] = (uint16_t)i;  // each pixel shows its colour-map index
     add(REEL_KIND_TEXTURE, "rings", map);
-    const struct {
-        const char* args;
-        float seconds;
-        uint32_t distance, angle;
-    } cases[] = {
+    const struct { const char* args; float seconds; uint32_t distance, angle; } cases[] = {
         {"rings,0,0", 5.0f, 0, 0},         // still: every pixel shows its own table entry
         {"rings,261,-3", 1.0f, 5, 253},    // 261 mod 256; -3 is 253 in the low byte
         {"rings,256,512", 3.0f, 0, 0},     // whole turns are no change
@@ -70,8 +66,8 @@ TEST_F(video_fixture, tunnel_offsets_grow_with_time_and_wrap_at_256)
 TEST_F(video_fixture, tunnel_refuses_a_colour_map_of_another_size)
 {
     add(REEL_KIND_TEXTURE, "small", texture(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 8, 7));
-    EXPECT_EXIT(load("video_tunnel", "small,1,1"), testing::ExitedWithCode(1),
-                "crash in reel_tunnel_argb1555 at src/reel_tunnel_func:[0-9]+\ncolor map must be 256x256 texture for now\n");
+    EXPECT_FATAL(load("video_tunnel", "small,1,1"),
+                 "crash in reel_tunnel_argb1555 at src/reel_tunnel_func:[0-9]+\ncolor map must be 256x256 texture for now\n");
 }
 
 // ---- bump map ----
@@ -194,25 +190,25 @@ TEST_F(background_fixture, pixels_covered_this_frame_keep_what_was_drawn)
 TEST_F(background_fixture, it_refuses_swizzled_textures_and_viewports_outside_the_texture)
 {
     add(REEL_KIND_TEXTURE, "swizzled", texture(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 8, 8, 0));
-    EXPECT_EXIT(load("video_background", "swizzled,0,0,0,0"), testing::ExitedWithCode(1),
-                "crash in scene_video_background_parse_args at src/reel_scenes:[0-9]+\n"
-                "swizzled not supported for video background texture\n");
+    EXPECT_FATAL(load("video_background", "swizzled,0,0,0,0"),
+                 "crash in scene_video_background_parse_args at src/reel_scenes:[0-9]+\n"
+                 "swizzled not supported for video background texture\n");
     const char* outside[] = {"wall,193,0,0,0", "wall,0,0,0,17", "wall,-1,0,0,0", "wall,0,0,0,-1"};
     for (const char* args : outside)
-        EXPECT_EXIT(load("video_background", args), testing::ExitedWithCode(1),
-                    "viewport of 320 x 240 at \\(-?[0-9]+, -?[0-9]+\\) is not inside the 512 x 256 background texture")
+        EXPECT_FATAL(load("video_background", args),
+                     "viewport of 320 x 240 at \\(-?[0-9]+, -?[0-9]+\\) is not inside the 512 x 256 background texture")
             << args;
 
     // another format passes the parser and ends in the copy, or at the row bytes if unknown
     add(REEL_KIND_TEXTURE, "indexed", texture(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 9, 8));
     load("video_background", "indexed,0,0,0,0");
-    EXPECT_EXIT((dup2(2, 1), pass(REEL_PASS_UPDATE, 0.0f)), testing::ExitedWithCode(1),
-                "src_fb format must be N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555 \\(was 1\\)");
+    EXPECT_FATAL_OUT(pass(REEL_PASS_UPDATE, 0.0f),
+                     "src_fb format must be N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555 \\(was 1\\)");
     load("video_background", "wall,0,0,0,0");
     pass(REEL_PASS_UPDATE, 0.0f);
     wall->format = 7;
-    EXPECT_EXIT(pass(REEL_PASS_UPDATE, 0.0f), testing::ExitedWithCode(1),
-                "crash in scene_video_background at src/reel_scenes:[0-9]+\nbad N3D_TEXEL_FORMAT 7\\?\n");
+    EXPECT_FATAL(pass(REEL_PASS_UPDATE, 0.0f),
+                 "crash in scene_video_background at src/reel_scenes:[0-9]+\nbad N3D_TEXEL_FORMAT 7\\?\n");
 }
 
 }  // namespace

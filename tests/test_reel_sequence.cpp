@@ -33,7 +33,7 @@ std::string row_text(const reel_sequence_row& r)
 
 void expect_load_fails(const std::string& body, const std::string& message)
 {
-    EXPECT_EXIT(seq_fixture().load(HEADER + body), testing::ExitedWithCode(1), test_literal(message));
+    EXPECT_FATAL(seq_fixture().load(HEADER + body), test_literal(message));
 }
 
 }  // namespace
@@ -150,9 +150,9 @@ TEST(reel_sequence, music_sync_delays_the_music_or_moves_the_script)
 
 TEST(reel_sequence, references_that_cannot_resolve_are_fatal)
 {
-    EXPECT_EXIT(seq_fixture().load(HEADER + std::string("relstart,me,0,0,abs,,1000,a\n")), testing::ExitedWithCode(1),
-                "^crash in reel_load_sequence at src/reel:[0-9]+\ncannot take start to be relative its own start! line: 2 "
-                "in sequence.csv\n$");
+    EXPECT_FATAL(seq_fixture().load(HEADER + std::string("relstart,me,0,0,abs,,1000,a\n")),
+                 "^crash in reel_load_sequence at src/reel:[0-9]+\ncannot take start to be relative its own start! line: 2 "
+                 "in sequence.csv\n$");
     expect_load_fails("abs,,0,0,relend,me,1000,a\n", "cannot take end to be relative its own end! line: 2 in sequence.csv\n");
     expect_load_fails("relend,me,0,0,relstart,me,1000,a\n",
                       "could not resolve start/end on line: 2 in sequence.csv (bug? or are you doing something weird?)\n");
@@ -175,6 +175,6 @@ TEST(reel_sequence, malformed_lines_are_fatal_with_their_line)
     expect_load_fails("abs,,97391549,0,abs,,0,a\n",
                       "time 97391549 ms on line 2 in \"sequence.csv\" is out of range (at most 97391548 ms either way)\n");
     expect_load_fails("abs,,0,0,abs,,1000,a", "sequence \"sequence.csv\" is empty or does not end with a line feed\n");
-    EXPECT_EXIT(seq_fixture().load(""), testing::ExitedWithCode(1), "is empty or does not end with a line feed");
+    EXPECT_FATAL(seq_fixture().load(""), "is empty or does not end with a line feed");
 }
 

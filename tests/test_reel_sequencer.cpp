@@ -249,6 +249,6 @@ TEST_F(sequencer_fixture, fade_out_music_sets_the_fade_and_ends_the_show)
 TEST_F(sequencer_fixture, load_sync_needs_a_label_that_exists)
 {
     load("abs,,0,0,abs,,1000,load_sync,nowhere\n");
-    EXPECT_EXIT(reel_load_scene(&engine, &engine.scenes[0], &engine.sequence.rows[0]), testing::ExitedWithCode(1),
-                "crash in scene_load_sync_parse_args at src/reel_scenes:[0-9]+\ncould not find label \"nowhere\" in sequence!\n");
+    EXPECT_FATAL(reel_load_scene(&engine, &engine.scenes[0], &engine.sequence.rows[0]),
+                 "crash in scene_load_sync_parse_args at src/reel_scenes:[0-9]+\ncould not find label \"nowhere\" in sequence!\n");
 }

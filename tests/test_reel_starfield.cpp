@@ -37,10 +37,10 @@ TEST_F(starfield_fixture, set_up_values_and_level_counts)
     for (int i = 0; i < 6; i++)
         EXPECT_FLOAT_EQ(got[i], want[i]) << i;
     for (const auto& bad : {std::pair{16, 40}, std::pair{16, 15}, std::pair{5, 3}})
-        EXPECT_EXIT(init(10, bad.first, bad.second), testing::ExitedWithCode(1),
-                    "crash in reel_starfield_init_i8 at src/reel_starfield:[0-9]+\nstars brightess levels must be a log2 "
-                    "number of entries but has " +
-                        std::to_string(bad.second - bad.first + 1) + " levels\n");
+        EXPECT_FATAL(init(10, bad.first, bad.second),
+                     "crash in reel_starfield_init_i8 at src/reel_starfield:[0-9]+\nstars brightess levels must be a log2 "
+                     "number of entries but has " +
+                     std::to_string(bad.second - bad.first + 1) + " levels\n");
 }
 
 // Stars placed by the same stream of random floats as the field draws them: (x', y', r) with
@@ -98,12 +98,7 @@ TEST_F(starfield_fixture, first_frame_from_the_fixed_seed)
 
 TEST_F(starfield_fixture, levels_and_colours_at_the_depth_limits)
 {
-    const struct {
-        float z;
-        uint32_t first, count;
-        int32_t first_level;
-        uint8_t colour;
-    } cases[] = {
+    const struct { float z; uint32_t first, count; int32_t first_level; uint8_t colour; } cases[] = {
         {0.1f, 0, 256, 16, 47},   // at near: bright 1 (b = 1.11, clamped), the last level
         {6.0f, 0, 256, 16, 16},   // at far: bright 0, level 0
         {0.1f, 0, 40, 16, 39},    // the palette ends first: 40 - 1, not 47
@@ -132,10 +127,7 @@ TEST_F(starfield_fixture, levels_and_colours_at_the_depth_limits)
 
 TEST_F(starfield_fixture, stars_outside_the_view_are_respawned_and_hidden_ones_are_not)
 {
-    const struct {
-        reel_star star;
-        bool respawned;
-    } cases[] = {
+    const struct { reel_star star; bool respawned; } cases[] = {
         {{0.0f, 0.0f, 0.09f}, true},             // before near
         {{0.0f, 0.0f, 6.01f}, true},             // beyond far
         {{1.0f, 0.0f, 1.0f}, true},              // 320 + 320 = 640: one past the right edge
