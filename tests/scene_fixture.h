@@ -124,8 +124,7 @@ struct scene_engine {
 
     // A fresh scene record, given bindings by `bind`, bound through the scene table, its argument
     // text parsed.
-    void load(const char* function, const char* args, float span_seconds = 9.0f,
-              const std::function<void()>& bind = {})
+    void load(const char* function, const char* args, float span_seconds = 9.0f, const std::function<void()>& bind = {})
     {
         memset((void*)&scene, 0, sizeof(scene));
         row.function = function, row.args = args;

@@ -43,9 +43,7 @@ TEST(platform, key_table_from_keyboard_state)
     uint8_t table[256];
     memset(table, 0xEE, sizeof(table));
     uint8_t state[256] = {};
-    state[20] = 1;   // 'q'
-    state[7] = 1;    // 'd'
-    state[200] = 1;  // ignored: key code above 255
+    state[20] = state[7] = state[200] = 1;  // 'q', 'd', and a key code above 255 (ignored)
     EXPECT_EQ(platform_fill_key_table(table, state, 256, fake_key_from_scancode), 0u);
     for (int k = 0; k < 256; k++)
         EXPECT_EQ(table[k], (k == 'q' || k == 'd') ? 1 : 0) << k;

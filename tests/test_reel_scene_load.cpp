@@ -229,8 +229,7 @@ TEST(reel_scene_load, the_description_parser_reads_words_items_and_comments)
 {
     EXPECT_EQ(parse("scene_name = my-scene\nfloats = [1 ]\n"), std::vector<std::string>{"scene_name=my"});
     EXPECT_EQ(parse("a=[x y]\nb=z"), (std::vector<std::string>{"a[0/2]=x", "a[1/2]=y]", "b=z"}));
-    EXPECT_EQ(parse("a = [ ]\n#only a comment\nb =\n  # between\n  c1 # trailing"),
-              (std::vector<std::string>{"b=c1"}));
+    EXPECT_EQ(parse("a = [ ]\n#only a comment\nb =\n  # between\n  c1 # trailing"), (std::vector<std::string>{"b=c1"}));
     // after line 1 a carriage return is white space
     EXPECT_EQ(parse("first = 1\nkey junk = v\r\n"), (std::vector<std::string>{"first=1", "key=v"}));
     EXPECT_EQ(parse("a = [x # one\n y ]"), (std::vector<std::string>{"a[0/2]=x", "a[1/2]=y"}));
@@ -265,9 +264,7 @@ TEST(reel_scene_load, integer_float_and_string_arguments_advance_past_one_comma)
     uint32_t counter = 0;
     EXPECT_EQ(parse_arg_int(&counter, &cursor, &r), 12);
     EXPECT_STREQ(cursor, "34, -7,x");
-    EXPECT_EQ(parse_arg_int(&counter, &cursor, &r), 34);
-    EXPECT_EQ(parse_arg_int(&counter, &cursor, &r), -7);
-    EXPECT_EQ(counter, 3u);
+    EXPECT_TRUE(parse_arg_int(&counter, &cursor, &r) == 34 && parse_arg_int(&counter, &cursor, &r) == -7 && counter == 3u);
     EXPECT_FATAL(parse_arg_int(&counter, &cursor, &r),
                  test_literal("crash in parse_arg_int at src/reel_scenes:") + "[0-9]+\n" +
                  test_literal("parse_arg_int failed \"x\" (sequence line 12, args: \"12,34, -7,x\")\n"));
@@ -277,8 +274,7 @@ TEST(reel_scene_load, integer_float_and_string_arguments_advance_past_one_comma)
 
     r.args = "0.5,-1e3,";
     cursor = r.args;
-    EXPECT_EQ(parse_arg_float(&cursor, &r), 0.5f);
-    EXPECT_EQ(parse_arg_float(&cursor, &r), -1000.0f);
+    EXPECT_TRUE(parse_arg_float(&cursor, &r) == 0.5f && parse_arg_float(&cursor, &r) == -1000.0f);
     EXPECT_FATAL(parse_arg_float(&cursor, &r),
                  test_literal("parse_arg_float failed \"\" (sequence line 12, args: \"0.5,-1e3,\")\n"));
 

@@ -63,13 +63,6 @@ TEST_F(video_fixture, tunnel_offsets_grow_with_time_and_wrap_at_256)
     }
 }
 
-TEST_F(video_fixture, tunnel_refuses_a_colour_map_of_another_size)
-{
-    add(REEL_KIND_TEXTURE, "small", texture(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 8, 7));
-    EXPECT_FATAL(load("video_tunnel", "small,1,1"),
-                 "crash in reel_tunnel_argb1555 at src/reel_tunnel_func:[0-9]+\ncolor map must be 256x256 texture for now\n");
-}
-
 // ---- bump map ----
 
 struct bumpmap_scene_fixture : video_fixture {

@@ -14,14 +14,7 @@
 namespace {
 
 // What the test's scene function saw, per call.
-struct seen_call {
-    uint32_t row;
-    uint32_t pass;
-    uint32_t kind;  // 0 load, 1 run, 2 end
-    int32_t clock;
-    int32_t since_start;
-    int64_t budget;
-};
+struct seen_call { uint32_t row, pass, kind; int32_t clock, since_start; int64_t budget; };  // kind 0 load, 1 run, 2 end
 
 std::vector<seen_call> calls;
 uint32_t complete_after_loads = 1;  // load calls a recording scene needs before it is complete
@@ -51,11 +44,8 @@ struct sequencer_fixture : testing::Test {
         complete_after_loads = 1;
         music_reset();
         memset(&engine, 0, sizeof(engine));
-        engine.arena = &arena;
-        engine.tmp_arena = &tmp;
         memset(&ctx, 0, sizeof(ctx));
-        ctx.engine = &engine;
-        ctx.keys = keys;
+        engine.arena = &arena, engine.tmp_arena = &tmp, ctx.engine = &engine, ctx.keys = keys;
     }
     // Loads the script; rows whose function is "test" get the recording scene, already bound.
     void load(const std::string& rows)
@@ -67,11 +57,8 @@ struct sequencer_fixture : testing::Test {
         for (uint32_t i = 0; i < engine.scene_count; i++) {
             reel_scene* s = &engine.scenes[i];
             s->first_update = s->first_render = 1;
-            if (strcmp(engine.sequence.rows[i].function, "test") == 0) {
-                s->loaded = 1;
-                s->run = recording_scene;
-                s->name = "test";
-            }
+            if (strcmp(engine.sequence.rows[i].function, "test") == 0)
+                s->loaded = 1, s->run = recording_scene, s->name = "test";
         }
         music_prepare((int32_t)engine.sequence.lead_in);
         static const uint8_t silence[1] = {0x77};
@@ -112,11 +99,9 @@ TEST_F(sequencer_fixture, run_calls_inside_the_span_and_end_calls_after_it)
     ASSERT_EQ(of(0, 1).size(), 2u);
     EXPECT_EQ(of(0, 1)[0].since_start, 0);
     both(88199);
-    EXPECT_EQ(of(0, 1).size(), 4u);
-    EXPECT_EQ(of(0, 1).back().since_start, 88199 - 44100);
+    EXPECT_TRUE(of(0, 1).size() == 4u && of(0, 1).back().since_start == 88199 - 44100);
     both(88200);  // neither a run call nor an end call
-    EXPECT_EQ(of(0, 1).size(), 4u);
-    EXPECT_TRUE(of(0, 2).empty());
+    EXPECT_TRUE(of(0, 1).size() == 4u && of(0, 2).empty());
     both(88201);
     ASSERT_EQ(of(0, 2).size(), 2u);  // one end call per pass kind
     EXPECT_TRUE(of(0, 2)[0].pass == REEL_PASS_UPDATE && of(0, 2)[1].pass == REEL_PASS_RENDER);
@@ -146,8 +131,7 @@ TEST_F(sequencer_fixture, a_span_skipped_by_a_seek_still_runs_once_per_pass_kind
     ASSERT_EQ(of(1, 1).size(), 2u);
     EXPECT_TRUE(of(1, 1)[0].pass == REEL_PASS_UPDATE && of(1, 1)[1].pass == REEL_PASS_RENDER && of(1, 2).empty());
     both(100001);
-    EXPECT_EQ(of(1, 2).size(), 2u);
-    EXPECT_EQ(of(1, 1).size(), 2u);
+    EXPECT_TRUE(of(1, 2).size() == 2u && of(1, 1).size() == 2u);
 }
 
 TEST_F(sequencer_fixture, preloading_and_budgets)
@@ -190,12 +174,10 @@ TEST_F(sequencer_fixture, barriers_hold_later_rows_until_the_row_has_completed)
          "abs,,0,0,abs,,5000,test\n"
          "abs,,0,0,abs,,5000,test\n");
     both(0);
-    EXPECT_EQ(of(3, 1).size(), 2u);
-    EXPECT_TRUE(of(4, 1).empty() && of(5, 1).empty());
+    EXPECT_TRUE(of(3, 1).size() == 2u && of(4, 1).empty() && of(5, 1).empty());
     EXPECT_EQ(of(4, 0).size(), 1u);  // loading goes on behind the barrier
     both(44099);  // c + 1 = 44,100 = row 3's end: completed
-    EXPECT_EQ(of(4, 1).size(), 2u);
-    EXPECT_EQ(of(5, 1).size(), 2u);
+    EXPECT_TRUE(of(4, 1).size() == 2u && of(5, 1).size() == 2u);
 }
 
 TEST_F(sequencer_fixture, load_sync_loads_every_row_before_its_label_at_once)
@@ -237,8 +219,7 @@ TEST_F(sequencer_fixture, fade_out_music_sets_the_fade_and_ends_the_show)
     reel_load_scene(&engine, &engine.scenes[0], &engine.sequence.rows[0]);
     music_global.music_position.store(1234);
     both(0);
-    EXPECT_EQ(music_global.fade_start.load(), 1234 + 154350);
-    EXPECT_EQ(engine.quit, 0u);
+    EXPECT_TRUE(music_global.fade_start.load() == 1234 + 154350 && engine.quit == 0u);
     both(220500);
     EXPECT_EQ(engine.quit, 0u);
     at(220501);
