@@ -16,9 +16,7 @@ namespace {
 reel_sequence_row script_row(const char* function, const char* args)
 {
     reel_sequence_row r = {};
-    r.line = 7;
-    r.function = function;
-    r.args = args;
+    r.line = 7, r.function = function, r.args = args;
     return r;
 }
 
@@ -44,51 +42,40 @@ const struct { const char* name; uint8_t reel_scene_needs::*need; } need_fields[
     {"fonts", &reel_scene_needs::fonts},           {"blobs", &reel_scene_needs::blobs},
 };
 
-// What ini_parse hands to its callbacks, checked for the NUL it promises while the call lasts.
-struct ini_record {
-    std::vector<std::string> calls;
-};
-
+// What ini_parse hands to its callbacks (a list of texts), checked for the NUL it promises
+// while the call lasts.
 void record_value(const char* key, uint32_t key_length, const char* value, uint32_t value_length, void* user)
 {
-    EXPECT_EQ(key[key_length], 0);
-    EXPECT_EQ(value[value_length], 0);
-    ((ini_record*)user)->calls.push_back(std::string(key) + "=" + value);
+    EXPECT_TRUE(key[key_length] == 0 && value[value_length] == 0);
+    ((std::vector<std::string>*)user)->push_back(std::string(key) + "=" + value);
 }
 
 void record_item(const char* key, uint32_t key_length, const char* item, uint32_t item_length, uint32_t index,
                  uint32_t count, void* user)
 {
-    EXPECT_EQ(key[key_length], 0);
-    EXPECT_EQ(item[item_length], 0);
-    ((ini_record*)user)->calls.push_back(std::string(key) + "[" + std::to_string(index) + "/" +
-                                         std::to_string(count) + "]=" + item);
+    EXPECT_TRUE(key[key_length] == 0 && item[item_length] == 0);
+    ((std::vector<std::string>*)user)->push_back(key + ("[" + std::to_string(index) + "/" + std::to_string(count) + "]=") + item);
 }
 
 std::vector<std::string> parse(const std::string& text)
 {
-    std::vector<char> buffer(text.begin(), text.end());
-    buffer.push_back(0);
-    ini_record record;
-    ini_parse(buffer.data(), "scene.ini", record_value, record_item, &record);
+    std::vector<char> buffer(text.c_str(), text.c_str() + text.size() + 1);  // with its NUL
+    std::vector<std::string> calls;
+    ini_parse(buffer.data(), "scene.ini", record_value, record_item, &calls);
     EXPECT_EQ(std::string(buffer.data()), text) << "the parser must put back every character it replaced";
-    return record.calls;
+    return calls;
 }
 
 }  // namespace
 
 TEST(reel_scene_load, a_row_binds_to_the_first_table_row_its_function_name_begins)
 {
+    // "music_s": both music_start and music_sync begin so, the earlier row wins; "overlay_clut_set"
+    // is not overlay_clut_set1_pulsate, which comes later
     const struct { const char* function; const char* expected; } cases[] = {
-        {"music_sync", "music_sync"},
-        {"music_s", "music_start"},  // both begin so: the earlier row wins
-        {"load", "load_sync"},
-        {"overlay_clut_set", "overlay_clut_set"},  // not overlay_clut_set1_pulsate, which comes later
-        {"overlay_clut_set1", "overlay_clut_set1_pulsate"},
-        {"video_clut", "video_clut_reset"},
-        {"video_cl", "video_clut_reset"},
-        {"video_clea", "video_clear"},
-    };
+        {"music_sync", "music_sync"}, {"music_s", "music_start"}, {"load", "load_sync"},
+        {"overlay_clut_set", "overlay_clut_set"}, {"overlay_clut_set1", "overlay_clut_set1_pulsate"},
+        {"video_clut", "video_clut_reset"}, {"video_cl", "video_clut_reset"}, {"video_clea", "video_clear"}};
     for (const auto& c : cases) {
         const reel_scene_binding* expected = table_row(c.expected);
         scene_engine f;
@@ -125,15 +112,13 @@ TEST(reel_scene_load, argument_text_goes_to_the_parser_and_a_loaded_scene_is_lef
 
     scene_engine f;
     reel_sequence_row r = script_row("music_sync", "22050");
-    f.scene.integer_count = 99;  // a loaded scene is left as it is
-    f.scene.loaded = 1;
+    f.scene.integer_count = 99, f.scene.loaded = 1;  // a loaded scene is left as it is
     reel_load_scene(&f.engine, &f.scene, &r);
     EXPECT_EQ(f.scene.name, nullptr);
     f.scene.loaded = 0;
     reel_load_scene(&f.engine, &f.scene, &r);
-    EXPECT_EQ(f.scene.run, table_row("music_sync")->run);
+    EXPECT_TRUE(f.scene.run == table_row("music_sync")->run && xmemarena_get_sp(f.engine.tmp_arena) == 0u);
     EXPECT_STREQ(r.args, "22050");
-    EXPECT_EQ(xmemarena_get_sp(f.engine.tmp_arena), 0u);
 }
 
 // Every scene that reads bindings, bound through a description that binds nothing: one entry
@@ -170,27 +155,16 @@ TEST(reel_scene_load, a_description_short_of_a_binding_the_scene_reads_is_fatal)
 TEST(reel_scene_load, a_description_binds_names_numbers_and_resources)
 {
     scene_engine f;
-    std::string text = "# tunnel, first part\n"
-                       "scene_name = tunnel_a\n"
-                       "textures = [ wall\tfloor # the two of them\n"
-                       "  ]\n"
-                       "integers=[1 -2 3 ]\n"
-                       "floats = [9 ]\n"
-                       "floats = [0.5 2 ]  # replaces the first list\n"
-                       "speed = fast\n"
-                       "colors = [red ]\n"
-                       "pal = [ripple ]\n"
-                       "palettes = [sky ]\n";
-    std::vector<char> ini(text.begin(), text.end());
-    ini.push_back(0);
+    std::string text = "# tunnel, first part\nscene_name = tunnel_a\ntextures = [ wall\tfloor # the two of them\n  ]\n"
+                       "integers=[1 -2 3 ]\nfloats = [9 ]\nfloats = [0.5 2 ]  # replaces the first list\n"
+                       "speed = fast\ncolors = [red ]\npal = [ripple ]\npalettes = [sky ]\n";
+    std::vector<char> ini(text.c_str(), text.c_str() + text.size() + 1);
     n3d_texture wall = {}, floor = {};
     reel_palette sky = {};
     reel_palette_animation ripple = {};
     f.add(REEL_KIND_RAW, "tunnel_a.ini", ini.data());
-    f.add(REEL_KIND_TEXTURE, "wall", &wall);
-    f.add(REEL_KIND_TEXTURE, "floor", &floor);
-    f.add(REEL_KIND_PALETTE, "sky", &sky);
-    f.add(REEL_KIND_PALETTE_ANIMATION, "ripple", &ripple);
+    f.add(REEL_KIND_TEXTURE, "wall", &wall), f.add(REEL_KIND_TEXTURE, "floor", &floor);
+    f.add(REEL_KIND_PALETTE, "sky", &sky), f.add(REEL_KIND_PALETTE_ANIMATION, "ripple", &ripple);
     reel_sequence_row r = script_row("music_sync", "@tunnel_a.ini");
 
     testing::internal::CaptureStdout();
@@ -208,8 +182,7 @@ TEST(reel_scene_load, a_description_binds_names_numbers_and_resources)
     EXPECT_TRUE(g.palette_animation_count == 1 && g.palette_animations[0] == &ripple);
     EXPECT_TRUE(g.palette_count == 1 && g.palettes[0] == &sky);
     EXPECT_EQ(r.args, nullptr);  // no argument parser runs after a description
-    EXPECT_EQ(f.scene.run, table_row("music_sync")->run);
-    EXPECT_EQ(std::string(ini.data()), text);
+    EXPECT_TRUE(f.scene.run == table_row("music_sync")->run && std::string(ini.data()) == text);
 }
 
 TEST(reel_scene_load, descriptions_that_name_missing_things_are_fatal)

@@ -82,8 +82,8 @@ struct greets_fixture : scene_fixture {
 
 TEST_F(greets_fixture, lines_are_the_non_empty_ones_ended_by_a_line_feed)
 {
-    const struct { const char* text; std::vector<std::string> lines; } cases[] = {
-        {"A\n\nB\nC", {"A", "B"}}, {"", {}}, {"\n\n", {}}, {"first line\nsecond\n", {"first line", "second"}}};  // C: no line feed
+    const struct { const char* text; std::vector<std::string> lines; } cases[] = {  // "C" has no line feed
+        {"A\n\nB\nC", {"A", "B"}}, {"", {}}, {"\n\n", {}}, {"first line\nsecond\n", {"first line", "second"}}};
     for (const auto& c : cases) {
         engine.greetings = {};
         start(c.text);
