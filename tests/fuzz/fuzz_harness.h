@@ -72,6 +72,31 @@ static inline const uint8_t* fuzz_shifted_copy(const uint8_t* data, size_t size)
     return previous + 1;
 }
 
+// The input as a writable NUL-terminated text that ends exactly at its allocation, so that a read
+// past the NUL is seen. Freed at the next input.
+static inline char* fuzz_text(const uint8_t* data, size_t size)
+{
+    static char* previous = nullptr;
+    free(previous);
+    previous = (char*)malloc(size + 1);
+    memcpy(previous, data, size);
+    previous[size] = 0;
+    return previous;
+}
+
+// A file of one block: a cursor past its byte-order marker, and after the read, the block's
+// length, checked to end where the cursor stands, inside the input.
+static inline void fuzz_block_cursor(stream_cursor* cur, const uint8_t* data, size_t size, const char* name)
+{
+    stream_cursor_init(cur, data, size, BYTE_ORDER_NATIVE, name);
+    stream_cursor_read_marker(cur);
+}
+static inline uint64_t fuzz_block_read(const stream_cursor* cur, const uint8_t* end, const uint8_t* data, size_t size)
+{
+    fuzz_expect(end == cur->p && end <= data + size, "reader returned a position outside its block");
+    return (uint64_t)(end - data) - 4;
+}
+
 // One input through a reader that refuses damaged data through the fatal path, on an empty arena.
 static inline int fuzz_run(void (*read)(const uint8_t*, size_t), const uint8_t* data, size_t size)
 {
