@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-
-#include <unistd.h>
 #include <vector>
 
 #include "memarena.h"

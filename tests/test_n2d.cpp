@@ -3,7 +3,6 @@
 // choice and interlace, the fills, and every fatal path. Buffers have row tails and exact-size
 // storage, so a write past the width shows in the comparison and a read past the end under ASan.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <climits>

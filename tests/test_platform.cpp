@@ -26,17 +26,9 @@ TEST(platform, mouse_scaling_rounds_in_single_precision)
         ASSERT_EQ(platform_scale_mouse_x(x), x);
 }
 
-namespace {
-// scancode s maps to key s + 100, except the letters block (4..29 -> 'a'..'z')
-int32_t fake_key_from_scancode(int32_t s)
-{
-    if (s >= 4 && s <= 29)
-        return 'a' + (s - 4);
-    if (s == 200)
-        return 0x40000052;  // a key code outside the table
-    return s + 100;
-}
-}  // namespace
+// scancode s maps to key s + 100, except the letters block (4..29 -> 'a'..'z') and 200, a key
+// code outside the table
+static int32_t fake_key_from_scancode(int32_t s) { return s >= 4 && s <= 29 ? 'a' + (s - 4) : s == 200 ? 0x40000052 : s + 100; }
 
 TEST(platform, key_table_from_keyboard_state)
 {

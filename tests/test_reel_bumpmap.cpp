@@ -3,7 +3,6 @@
 // texture checks. The colour texture's shade table holds colour << 5 | shade, so every pixel
 // tells which palette index and which shade it was drawn from.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>

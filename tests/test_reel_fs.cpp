@@ -2,9 +2,6 @@
 // refusal of damaged packs, and the reel_pack tool from manifest to listing.
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
 #include <filesystem>

@@ -2,9 +2,6 @@
 // orders, in-place use, and the refusal of missing, unknown and damaged resources.
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cmath>
 #include <cstring>
 #include <filesystem>

@@ -2,7 +2,6 @@
 // row tails (a write past a run or a row shows), the visible/invisible boundary, the crop
 // messages, and clipping on the left and at the top of the encoder's output.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>

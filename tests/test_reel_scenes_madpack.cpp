@@ -3,9 +3,6 @@
 // light, the fly camera and its key, the shade-table cache, the two draw passes and the exits.
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cmath>
 #include <functional>
