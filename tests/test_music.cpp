@@ -10,6 +10,11 @@ struct music_fixture : testing::Test {
     std::vector<int16_t> out = std::vector<int16_t>(2 * 4096, 0x5555);
     void SetUp() override { music_reset(); }
     void mix(uint32_t frames) { music_mix(out.data(), frames); }
+    void play(const std::vector<uint8_t>& data, int32_t lead_in = 0)
+    {
+        music_prepare(lead_in);
+        music_start(data.data(), (uint32_t)data.size(), 0);
+    }
     bool silent(uint32_t from, uint32_t to) const
     {
         for (uint32_t i = 2 * from; i < 2 * to; i++)
@@ -81,8 +86,7 @@ TEST_F(music_fixture, clock_stands_until_started_and_ready)
 TEST_F(music_fixture, lead_in_then_music_byte_zero)
 {
     const std::vector<uint8_t> data = varied_stream(4000);
-    music_prepare(1500);
-    music_start(data.data(), (uint32_t)data.size(), 0);
+    play(data, 1500);
     music_seek(1000);
     mix(1024);
     EXPECT_TRUE(silent(0, 500));
@@ -100,8 +104,7 @@ TEST_F(music_fixture, lead_in_then_music_byte_zero)
 TEST_F(music_fixture, end_of_music_is_silence_while_the_clock_runs)
 {
     std::vector<uint8_t> data(1000, 0x77);
-    music_prepare(0);
-    music_start(data.data(), 1000, 0);
+    play(data);
     mix(1024);
     EXPECT_TRUE(out[2 * 999] != 0 && silent(1000, 1024) && music_sample_counter() == 1024);
     mix(1024);
@@ -122,8 +125,7 @@ TEST_F(music_fixture, fade_volume_steps_every_512_samples)
     const int32_t cases[][2] = {{10000, 128}, {10511, 127}, {10512, 126}, {75024, 0}};  // position, volume
     for (const auto& c : cases) {
         music_reset();
-        music_prepare(0);
-        music_start(data.data(), (uint32_t)data.size(), 0);
+        play(data);
         music_set_fade_start(10000);  // as the fade_out_music scene does, after the start
         std::vector<int16_t> skip(2 * (size_t)c[0] + 2);
         music_mix(skip.data(), (uint32_t)c[0]);
@@ -137,8 +139,7 @@ TEST_F(music_fixture, fade_volume_steps_every_512_samples)
 TEST_F(music_fixture, seek_moves_only_the_clock_keeps_the_decoders_and_stops_at_zero)
 {
     const std::vector<uint8_t> data = varied_stream(12000);
-    music_prepare(0);
-    music_start(data.data(), (uint32_t)data.size(), 0);
+    play(data);
     mix(100);
     music_seek(9900);
     EXPECT_EQ(music_sample_counter(), 10000);
@@ -147,13 +148,10 @@ TEST_F(music_fixture, seek_moves_only_the_clock_keeps_the_decoders_and_stops_at_
     for (size_t i = 0; i < 100; i++)
         left.decode(data[i] & 15), right.decode(data[i] >> 4);
     mix(1);
-    EXPECT_EQ(out[0], left.decode(data[10000] & 15));
-    EXPECT_EQ(out[1], right.decode(data[10000] >> 4));
-    music_seek(-1);
-    music_seek(-22050);
+    EXPECT_TRUE(out[0] == left.decode(data[10000] & 15) && out[1] == right.decode(data[10000] >> 4));
+    music_seek(-1), music_seek(-22050);
     EXPECT_EQ(music_sample_counter(), 0);
-    music_seek(2205);
-    music_seek(-2205);
+    music_seek(2205), music_seek(-2205);
     EXPECT_EQ(music_sample_counter(), 0);
     EXPECT_DOUBLE_EQ((music_seek(22050), music_seconds()), 1.0);
 }
@@ -161,8 +159,7 @@ TEST_F(music_fixture, seek_moves_only_the_clock_keeps_the_decoders_and_stops_at_
 TEST_F(music_fixture, prepare_resets_the_clock_and_restart_resets_decoders)
 {
     std::vector<uint8_t> data(64, 0x77);
-    music_prepare(0);
-    music_start(data.data(), 64, 0);
+    play(data);
     mix(32);
     const int16_t first = out[0];
     music_prepare(0);
@@ -175,8 +172,7 @@ TEST_F(music_fixture, prepare_resets_the_clock_and_restart_resets_decoders)
 TEST_F(music_fixture, callback_mixes_length_over_four_frames)
 {
     std::vector<uint8_t> data(2048, 0x70);
-    music_prepare(0);
-    music_start(data.data(), 2048, 0);
+    play(data);
     audio_callback(nullptr, (uint8_t*)out.data(), 4096);
     EXPECT_EQ(music_sample_counter(), 1024);
 }

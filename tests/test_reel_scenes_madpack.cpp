@@ -237,33 +237,19 @@ TEST_F(madpack_fixture, first_update_call_only_sets_up_the_fly_camera_render_cal
 TEST_F(madpack_fixture, key_2_switches_to_the_fly_camera_which_keeps_its_pose_until_the_next_press)
 {
     start(ARGS);
-    keys['w'] = 1;
-    update(0.1f);
-    EXPECT_EQ(reel_madpack_fly_mode, 0u);
-    EXPECT_EQ(reel_madpack_fly_camera.position[2], 0.0f) << "the fly camera stays put while off";
-
-    keys['2'] = 1;
-    update(0.2f);  // pressed: on, and it moves this frame
-    EXPECT_EQ(reel_madpack_fly_mode, 1u);
-    const float step = 2.0f / 60.0f;  // speed x 1/60 along -z
-    EXPECT_NEAR(reel_madpack_fly_camera.position[2], -step, 1e-6f);
-    update(0.3f);  // still held: no second toggle
-    EXPECT_EQ(reel_madpack_fly_mode, 1u);
-    EXPECT_NEAR(reel_madpack_fly_camera.position[2], -2 * step, 1e-6f);
-
-    keys['2'] = 0;
-    update(0.4f);
-    keys['2'] = 1;
-    update(0.5f);  // pressed again: back to the camera node
-    EXPECT_EQ(reel_madpack_fly_mode, 0u);
-    const float kept = reel_madpack_fly_camera.position[2];
-    keys['2'] = 0;
-    update(0.6f);
-    keys['2'] = 1;
-    keys['w'] = 0;
-    update(0.7f);
-    EXPECT_EQ(reel_madpack_fly_mode, 1u);
-    EXPECT_EQ(reel_madpack_fly_camera.position[2], kept) << "the pose survives the switch";
+    const float step = 2.0f / 60.0f;  // speed x 1/60 along -z while 'w' is held
+    // '2' and 'w' held or not in an update pass, then the mode and the fly camera's z after it: off,
+    // the fly camera stays put; pressed: on, and it moves this frame; still held: no second toggle;
+    // pressed again: back to the camera node; on again: the pose survived the switch
+    const struct { uint8_t two, w; uint32_t mode; float z; } steps[] = {
+        {0, 1, 0, 0.0f},      {1, 1, 1, -step},     {1, 1, 1, -2 * step}, {0, 1, 1, -3 * step},
+        {1, 1, 0, -3 * step}, {0, 1, 0, -3 * step}, {1, 0, 1, -3 * step}};
+    for (const auto& s : steps) {
+        keys['2'] = s.two, keys['w'] = s.w;
+        update(0.1f * (float)(&s - steps + 1));
+        EXPECT_EQ(reel_madpack_fly_mode, s.mode) << &s - steps;
+        EXPECT_NEAR(reel_madpack_fly_camera.position[2], s.z, 1e-6f) << &s - steps;
+    }
 }
 
 TEST_F(madpack_fixture, a_camera_node_nearer_than_the_depth_buffer_allows_is_fatal)

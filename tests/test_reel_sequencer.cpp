@@ -180,13 +180,18 @@ TEST_F(sequencer_fixture, barriers_hold_later_rows_until_the_row_has_completed)
     EXPECT_TRUE(of(4, 1).size() == 2u && of(5, 1).size() == 2u);
 }
 
+// A loading row, then `others` rows before the label "ready" and a recording row after it.
+std::string rows_before_label(const char* function, int others)
+{
+    std::string rows = std::string("abs,,0,0,abs,,100000,") + function + ",ready\n";
+    for (int i = 0; i < others; i++)
+        rows += "abs,,50000,0,abs,,60000,fade_out_music\n";
+    return rows + "ready:\nabs,,50000,0,abs,,60000,test\n";
+}
+
 TEST_F(sequencer_fixture, load_sync_loads_every_row_before_its_label_at_once)
 {
-    std::string rows = "abs,,0,0,abs,,100000,load_sync,ready\n";
-    for (int i = 1; i < 10; i++)
-        rows += "abs,,50000,0,abs,,60000,fade_out_music\n";
-    rows += "ready:\nabs,,50000,0,abs,,60000,test\n";
-    load(rows);
+    load(rows_before_label("load_sync", 9));
     both(0);
     for (int i = 1; i < 10; i++)
         EXPECT_EQ(engine.scenes[i].loaded, 1u) << i;
@@ -195,11 +200,7 @@ TEST_F(sequencer_fixture, load_sync_loads_every_row_before_its_label_at_once)
 
 TEST_F(sequencer_fixture, load_async_loads_one_row_per_call)
 {
-    std::string rows = "abs,,0,0,abs,,100000,load_async,ready\n";
-    for (int i = 1; i < 11; i++)
-        rows += "abs,,50000,0,abs,,60000,fade_out_music\n";
-    rows += "ready:\nabs,,50000,0,abs,,60000,test\n";
-    load(rows);
+    load(rows_before_label("load_async", 10));
     // rows 0 to 10 come before the label: eleven calls load them, the twelfth completes
     for (int call = 1; call <= 11; call++) {
         at(0);
