@@ -63,11 +63,9 @@ TEST(reel_fs, both_byte_orders_decode_to_the_same_directory)
     for (uint32_t i = 0; i < 3; i++) {
         for (const reel_fs_pack* p : {&n, &s}) {
             const reel_fs_entry& e = p->entries[i];
-            EXPECT_EQ(e.kind, three_inputs[i].kind);
-            EXPECT_STREQ(e.name, three_inputs[i].name.c_str());
-            EXPECT_EQ(e.name_length, three_inputs[i].name.size() + 1);
-            EXPECT_EQ(e.offset, offsets[i]);
-            EXPECT_EQ(e.size, three_inputs[i].contents.size() + three_inputs[i].extra);
+            const test_pack_input& in = three_inputs[i];
+            EXPECT_TRUE(e.kind == in.kind && e.name == in.name && e.name_length == in.name.size() + 1) << i;
+            EXPECT_TRUE(e.offset == offsets[i] && e.size == in.contents.size() + in.extra) << i;
         }
         EXPECT_EQ(std::string((const char*)n.entries[i].data, three_inputs[i].contents.size()), three_inputs[i].contents);
     }
@@ -76,8 +74,7 @@ TEST(reel_fs, both_byte_orders_decode_to_the_same_directory)
 TEST(reel_fs, header_size_rule_gap_and_extra_bytes)
 {
     const bytes two = make_pack("two.rpk", {{3, "a", "xy", 0}, {3, "bc", "z", 0}}, BYTE_ORDER_NATIVE);
-    EXPECT_EQ(two.size(), 45u + 3u);  // (20 + 1 + 1) + (20 + 2 + 1): exactly the header
-    EXPECT_EQ(two[45], 'x');
+    EXPECT_TRUE(two.size() == 45u + 3u && two[45] == 'x');  // (20 + 1 + 1) + (20 + 2 + 1): exactly the header
     const bytes three = make_pack("three.rpk", {{1, "a", "1", 0}, {1, "b", "2", 0}, {1, "c", "3", 0}}, BYTE_ORDER_NATIVE);
     EXPECT_EQ(std::string(three.begin() + 62, three.end()), std::string("\0\0\0\0" "123", 7));  // 4-byte gap
     EXPECT_EQ(make_pack("one.rpk", {{0, "a", "q", 0}}, BYTE_ORDER_NATIVE).size(), 26u + 1u);  // 8 + 17 + 1
@@ -93,22 +90,18 @@ TEST(reel_fs, header_size_rule_gap_and_extra_bytes)
 
 TEST(reel_fs, lookups_by_kind_and_name)
 {
-    const bytes image = make_pack("lookup.rpk",
-                                  {{3, "x", "palette", 0}, {5, "x", "image", 0}, {3, "x", "second", 0}, {3, "X", "upper", 0}},
-                                  BYTE_ORDER_SWAPPED);
     test_reader r;
+    const bytes image = make_pack(
+        "lookup.rpk", {{3, "x", "palette", 0}, {5, "x", "image", 0}, {3, "x", "second", 0}, {3, "X", "upper", 0}}, BYTE_ORDER_SWAPPED);
     const reel_fs_pack pack = r.open(image);
     auto find = [&](uint32_t kind, const char* name) {
         uint32_t size = 12345;
         const uint8_t* p = reel_fs_find_file(&pack, kind, name, &size);
         return p ? std::string((const char*)p, size) : "null " + std::to_string(size);
     };
-    EXPECT_EQ(find(3, "x"), "palette");  // the first of two with the same kind and name
-    EXPECT_EQ(find(5, "x"), "image");
-    EXPECT_EQ(find(3, "X"), "upper");
-    EXPECT_EQ(find(9, "x"), "null 12345");  // a miss leaves the size alone
-    EXPECT_EQ(find(3, "x "), "null 12345");
-    EXPECT_EQ(find(3 + 65536, "x"), "null 12345");  // kinds are not cut to 16 bits
+    // the first of two with the same kind and name; a miss leaves the size alone; kinds are not cut to 16 bits
+    EXPECT_EQ(find(3, "x") + " " + find(5, "x") + " " + find(3, "X"), "palette image upper");
+    EXPECT_EQ(find(9, "x") + " " + find(3, "x ") + " " + find(3 + 65536, "x"), "null 12345 null 12345 null 12345");
 }
 
 TEST(reel_fs_death, damaged_packs_are_refused_naming_the_fault)
