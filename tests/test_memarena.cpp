@@ -107,10 +107,10 @@ TEST(memarena_stream, values_round_trip_in_both_orders)
         EXPECT_STREQ(text, "mesh");
         EXPECT_TRUE((uint8_t*)text == arena_block && arena.sp == 5);
     }
-    // the swapped order really swaps: 0x0102 is stored as 02 01 on a little-endian machine
+    // the swapped order really swaps: on a little-endian machine 0x0102 is stored as 01 02
     uint8_t b[2];
     stream_write_u16(b, 0x0102, BYTE_ORDER_SWAPPED);
-    EXPECT_TRUE(b[0] == 2 && b[1] == 1);
+    EXPECT_TRUE(b[0] == 1 && b[1] == 2);
 }
 
 TEST(memarena_stream, cursor_reads_inside_its_block)

@@ -86,8 +86,7 @@ struct madpack_fixture : scene_fixture {
     test_pack data;
     uint16_t palette[256];
     uint16_t file_shades[256 * 32] = {};
-    std::vector<n3d_texture> textures = std::vector<n3d_texture>(32);
-    std::vector<void*> mips = std::vector<void*>(32);
+    std::vector<n3d_texture*> textures;
     std::vector<std::string> names;
 
     madpack_fixture()
@@ -107,24 +106,18 @@ struct madpack_fixture : scene_fixture {
         add_texture("unused.tmap", N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555);
     }
 
+    // Index 7 everywhere, read through the file's own palette and shade table, or the special colour.
     n3d_texture* add_texture(const char* name, N3D_TEXEL_FORMAT format)
     {
-        const uint32_t i = (uint32_t)names.size();
-        names.push_back(name);
-        n3d_texture* t = &textures[i];
-        *t = {};
-        t->format = format;
-        t->log2_w = t->log2_h = t->min_log2_w = t->min_log2_h = 8;
-        t->mips = &mips[i];
+        n3d_texture* t = texture(format, 8, 8, 0);
         if (format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555) {
-            mips[i] = memset(xmemarena_push_align(&demo, SIDE * SIDE, 32), 7, SIDE * SIDE);
-            t->colors_count = 256, t->shades_per_color = 32;
+            memset(t->mips[0], 7, SIDE * SIDE);
             t->palette = palette, t->shade_table = file_shades;
         } else {
-            auto* texels = (uint16_t*)xmemarena_push_align(&demo, SIDE * SIDE * 2, 32);
-            std::fill(texels, texels + SIDE * SIDE, SPECIAL_COLOR);
-            mips[i] = texels;
+            std::fill((uint16_t*)t->mips[0], (uint16_t*)t->mips[0] + SIDE * SIDE, SPECIAL_COLOR);
         }
+        names.push_back(name);
+        textures.push_back(t);
         add(REEL_KIND_TEXTURE, names.back().c_str(), t);
         return t;
     }
@@ -180,7 +173,7 @@ TEST_F(madpack_fixture, texture_table_has_one_slot_per_textured_primitive_of_a_n
     // draws is not touched
     const scene_video_madpack_state* s = state();
     EXPECT_EQ(std::vector<n3d_texture*>(s->textures, s->textures + s->texture_count),
-              (std::vector<n3d_texture*>{&textures[0], &textures[1], &textures[0]}));
+              (std::vector<n3d_texture*>{textures[0], textures[1], textures[0]}));
     EXPECT_TRUE(data.images[0].texture_index == 2 && data.images[1].texture_index == 1 && data.images[2].texture_index == 9);
 }
 
@@ -309,8 +302,8 @@ TEST_F(madpack_fixture, lit_textures_read_one_cached_shade_table_per_texture)
     start(ARGS_TWO);  // the lit and the optional square share wood
     update(0.0f);
     ASSERT_EQ(engine.shade_table_count, 1u);
-    EXPECT_TRUE(engine.shade_tables[0].texture == &textures[0] && textures[0].shade_table == engine.shade_tables[0].table);
-    EXPECT_EQ(textures[1].shade_table, nullptr) << "the direct-colour texture has none";
+    EXPECT_TRUE(engine.shade_tables[0].texture == textures[0] && textures[0]->shade_table == engine.shade_tables[0].table);
+    EXPECT_EQ(textures[1]->shade_table, nullptr) << "the direct-colour texture has none";
     // every texel is index 7: the centre shows one of its 32 shades from the new table
     const uint16_t* row7 = engine.shade_tables[0].table + 7 * 32;
     EXPECT_NE(std::find(row7, row7 + 32, video()[120 * 512 + 160]), row7 + 32);
@@ -355,9 +348,9 @@ TEST_F(madpack_fixture, missing_or_wrong_textures_end_the_process_with_their_mes
         {"no image", [](madpack_fixture* f) { f->data.materials[0].base_color_image = nullptr; },
          "^mesh has no base_color_image\\?\n$"},
         {"no texture", [](madpack_fixture* f) { f->data.images[0].texture_index = 99; }, "^failed get texture!\n$"},
-        {"index8 expected", [](madpack_fixture* f) { f->textures[0].format = N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555; },
+        {"index8 expected", [](madpack_fixture* f) { f->textures[0]->format = N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555; },
          "^wrong format for texture \"wood\" is 2 but expected 1\n$"},
-        {"direct colour expected", [](madpack_fixture* f) { f->textures[1].format = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555; },
+        {"direct colour expected", [](madpack_fixture* f) { f->textures[1]->format = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555; },
          "scene_video_madpack(.|\n)*wrong format for texture \"flat\" is 1 but expected 2\n"},
         {"slot 0 stands in", [](madpack_fixture* f) { f->data.special_primitives[0].material = nullptr; },
          "scene_video_madpack(.|\n)*wrong format for texture \"wood\" is 1 but expected 2\n"},

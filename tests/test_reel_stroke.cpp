@@ -54,10 +54,8 @@ TEST_F(stroke_fixture, reveals_the_lowest_texels_first_and_erases_the_highest_fi
             for (int32_t x = 0; x < 80; x++) {
                 const uint8_t t = x < 64 && y < 4 ? img.texel(x, y) : 0;
                 const bool selected = t != 0 && t >= low && t <= high;
-                const uint8_t pixel = fb->pixels[(oy + y) * 640 + ox + x];
-                const uint32_t bit = (cb->bits[(oy + y) * 20 + (ox + x) / 32] >> (31 - (ox + x) % 32)) & 1;
-                ASSERT_EQ(pixel, selected ? inside : 0) << what << " at " << x << "," << y;
-                ASSERT_EQ(bit, selected ? 1u : 0u) << what << " at " << x << "," << y;
+                ASSERT_EQ(fb->pixels[(oy + y) * 640 + ox + x], selected ? inside : 0) << what << " at " << x << "," << y;
+                ASSERT_EQ(scene_coverage_bit(cb, ox + x, oy + y), selected ? 1u : 0u) << what << " at " << x << "," << y;
             }
     };
     // draws at levels 0, 64, 128 and 255, then erases at 255, 128, 1 and 0, with their thresholds
@@ -66,13 +64,10 @@ TEST_F(stroke_fixture, reveals_the_lowest_texels_first_and_erases_the_highest_fi
     for (const auto& s : steps) {
         n3d_framebuffer_clear(fb);
         n3d_coverage_buffer_clear(cb);
-        if (s[0] == 0) {
-            reel_stroke_draw(&stroke, s[1], 7, fb, cb, ox, oy, 0, 480);
-            check(1, s[2], 7, "draw");
-        } else {
-            reel_stroke_erase(&stroke, s[1], fb, cb, backbuffers[0].framebuffer, ox, oy, 0, 480);
-            check(s[2], 255, 33, "erase");
-        }
+        if (s[0] == 0)
+            reel_stroke_draw(&stroke, s[1], 7, fb, cb, ox, oy, 0, 480), check(1, s[2], 7, "draw");
+        else
+            reel_stroke_erase(&stroke, s[1], fb, cb, backbuffers[0].framebuffer, ox, oy, 0, 480), check(s[2], 255, 33, "erase");
     }
 }
 
