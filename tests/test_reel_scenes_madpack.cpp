@@ -27,7 +27,7 @@ struct square_vertices {
         const float corners[6][2] = {{-1, -1}, {1, -1}, {1, 1}, {-1, -1}, {1, 1}, {-1, 1}};
         for (uint32_t v = 0; v < 12; v++) {
             const uint32_t c = v < 6 ? v : 11 - (v - 6);  // the second half backwards
-            const float x = corners[c][0], y = corners[c][1];
+            const float x = corners[c % 6][0], y = corners[c % 6][1];
             const float vertex[4][3] = {{x, y, 0}, {0, 0, 1}, {1, 0, 0}, {0, 1, 0}};  // position, n, t, b
             for (uint32_t k = 0; k < 3; k++)
                 xyz[v * 3 + k] = vertex[0][k], n[v * 3 + k] = vertex[1][k], t[v * 3 + k] = vertex[2][k],
