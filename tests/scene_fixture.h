@@ -14,6 +14,7 @@
 #include "n3d.h"
 #include "reel.h"
 #include "reel_scenes.h"
+#include "test_fatal.h"
 
 // A reel_image over a linear index8 texture of 2^log2_w x 2^log2_h texels (format 3 unless
 // given), its visible rectangle w x h; texel(x, y) sets the texels.
@@ -123,8 +124,7 @@ struct scene_engine {
 
     // A fresh scene record, given bindings by `bind`, bound through the scene table, its argument
     // text parsed.
-    void load(const char* function, const char* args, float span_seconds = 9.0f,
-              const std::function<void()>& bind = {})
+    void load(const char* function, const char* args, float span_seconds = 9.0f, const std::function<void()>& bind = {})
     {
         memset((void*)&scene, 0, sizeof(scene));
         row.function = function, row.args = args;

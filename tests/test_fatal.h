@@ -27,6 +27,13 @@ inline std::string test_literal(const std::string& text)
     return out;
 }
 
+// A fatal end: exit status 1 with standard error matching `regex`. The _OUT form first sends
+// the child's standard output to standard error, for messages printed there or for a detail
+// line printed before the fatal text (both then share one stream, so their order shows).
+#define EXPECT_FATAL(statement, regex) EXPECT_EXIT(statement, testing::ExitedWithCode(1), regex)
+#define EXPECT_FATAL_OUT(statement, regex) \
+    EXPECT_EXIT((fflush(stdout), dup2(fileno(stderr), fileno(stdout)), statement), testing::ExitedWithCode(1), regex)
+
 // `tail` is a pattern matched after the message (text a test prints at exit, say).
 inline std::string test_fatal(const char* function, const char* module, const std::string& message,
                               const char* tail = "")

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "diag.h"
 #include "reel.h"
@@ -14,13 +15,10 @@ TEST(host, init_creates_fullscreen_window_surfaces_and_display)
 {
     platform* p = &platform_global;
     platform_init(p);
-    ASSERT_NE(p->window, nullptr);
-    EXPECT_NE(p->audio_device, 0u);
-    const uint32_t flags = SDL_GetWindowFlags(p->window);
-    EXPECT_EQ(flags & SDL_WINDOW_FULLSCREEN_DESKTOP, (uint32_t)SDL_WINDOW_FULLSCREEN_DESKTOP);
+    ASSERT_TRUE(p->window && p->audio_device && p->composition_surface);
+    EXPECT_EQ(SDL_GetWindowFlags(p->window) & SDL_WINDOW_FULLSCREEN_DESKTOP, (uint32_t)SDL_WINDOW_FULLSCREEN_DESKTOP);
     EXPECT_STREQ(SDL_GetWindowTitle(p->window), "Window");
     const SDL_Surface* s = p->composition_surface;
-    ASSERT_NE(s, nullptr);
     EXPECT_TRUE(s->w == 640 && s->h == 480 && s->format->format == SDL_PIXELFORMAT_RGBA8888);
     EXPECT_TRUE(p->arena.capacity == 10u << 20 && p->display.overlay.width == 640);
     EXPECT_STREQ(p->arena.name, "platform_arena");
@@ -30,9 +28,7 @@ TEST(host, init_creates_fullscreen_window_surfaces_and_display)
     if (const char* expect = getenv("REEL_EXPECT_DESKTOP")) {
         int w = 0, h = 0;
         SDL_GetWindowSize(p->window, &w, &h);
-        char got[32];
-        snprintf(got, sizeof(got), "%dx%d", w, h);
-        EXPECT_STREQ(got, expect);
+        EXPECT_EQ(std::to_string(w) + "x" + std::to_string(h), expect);
         SDL_DisplayMode mode;
         ASSERT_EQ(SDL_GetDesktopDisplayMode(0, &mode), 0);
         EXPECT_TRUE(w == mode.w && h == mode.h);

@@ -3,7 +3,6 @@
 // choice and interlace, the fills, and every fatal path. Buffers have row tails and exact-size
 // storage, so a write past the width shows in the comparison and a read past the end under ASan.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <climits>
@@ -437,7 +436,7 @@ TEST(n2d_death, every_failed_check_ends_the_process_with_its_message)
                                : c.function ? test_fatal(c.function, "src/n2d", c.message)
                                             : "^crash at src/n2d:[0-9]+\n" + test_literal(c.message) + "$";
         // standard output joins standard error, where the death test looks
-        EXPECT_EXIT((fflush(stdout), dup2(fileno(stderr), fileno(stdout)), c.call()), testing::ExitedWithCode(1), re)
+        EXPECT_FATAL_OUT(c.call(), re)
             << c.message;
     }
 }

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "n3d_camera.h"
+#include "test_fatal.h"
 
 namespace {
 
@@ -34,30 +35,27 @@ TEST(n3d_camera, perspective_has_no_far_plane_and_flips_y)
 {
     mat4x4 m;
     n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, 0.5f);
-    const float expected[4][4] = {
-        {1.8106601f, 0, 0, 0}, {0, -2.4142137f, 0, 0}, {0, 0, -1, -1}, {0, 0, -1, 0}};
+    const float expected[4][4] = {{1.8106601f, 0, 0, 0}, {0, -2.4142137f, 0, 0}, {0, 0, -1, -1}, {0, 0, -1, 0}};
     for (int c = 0; c < 4; ++c)
         for (int r = 0; r < 4; ++r)
             EXPECT_FLOAT_EQ(m[c][r], expected[c][r]) << c << "," << r;
     // normalised depth 1 - 2 near / d: -1 at the near plane, approaching 1 far away
-    EXPECT_FLOAT_EQ(ndc_depth(m, 0.5f), -1.0f);
-    EXPECT_FLOAT_EQ(ndc_depth(m, 1.0f), 0.0f);
-    EXPECT_FLOAT_EQ(ndc_depth(m, 1000.0f), 0.999f);
+    for (const auto& [d, z] : {std::pair{0.5f, -1.0f}, {1.0f, 0.0f}, {1000.0f, 0.999f}})
+        EXPECT_FLOAT_EQ(ndc_depth(m, d), z) << d;
 
     n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, 0.25f);
     EXPECT_FLOAT_EQ(ndc_depth(m, 0.25f), -1.0f);
-    EXPECT_EXIT(n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, 0.24f), testing::ExitedWithCode(1),
-                "^crash in n3d_perspective at src/n3d:[0-9]+\nnear_plane must be >= N3D_ZBUFFER_MIN_NEAR_PLANE but "
-                "is 0\\.24 \\(impacts z-buffer number of bits to avoid overflow!\\) define "
-                "N3D_IGNORE_ZBUFFER_MIN_NEAR_PLANE_CHECK to 1 to skip this check\n$");
-    EXPECT_EXIT(n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, NAN), testing::ExitedWithCode(1), "but is -?nan ");
+    EXPECT_FATAL(n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, 0.24f),
+                 "^crash in n3d_perspective at src/n3d:[0-9]+\nnear_plane must be >= N3D_ZBUFFER_MIN_NEAR_PLANE but "
+                 "is 0\\.24 \\(impacts z-buffer number of bits to avoid overflow!\\) define "
+                 "N3D_IGNORE_ZBUFFER_MIN_NEAR_PLANE_CHECK to 1 to skip this check\n$");
+    EXPECT_FATAL(n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, NAN), "but is -?nan ");
 }
 
 TEST(n3d_camera, init_takes_aspect_from_the_framebuffer_and_position_from_camera_to_world)
 {
     n3d_framebuffer fb = {N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 640, 240, 1280, nullptr};
-    n3d_framecontext fc = {};
-    fc.framebuffer = &fb;
+    n3d_framecontext fc = {0, &fb, nullptr, {nullptr, nullptr}};
     mat4x4 translated, camera_to_world, view;
     mat4x4_translate(translated, 1.0f, 2.0f, 3.0f);
     mat4x4_rotate(camera_to_world, translated, 0.0f, 1.0f, 0.0f, 0.7f);
@@ -66,8 +64,7 @@ TEST(n3d_camera, init_takes_aspect_from_the_framebuffer_and_position_from_camera
     n3d_camera camera;
     n3d_camera_init(&camera, &fc, view, camera_to_world, PI / 3.0f, 0.5f);
     EXPECT_FLOAT_EQ(camera.projection[0][0], (float)(1.0 / tan(PI / 6.0) / (640.0 / 240.0)));
-    EXPECT_TRUE(camera.fov_y == PI / 3.0f && camera.near_plane == 0.5f);
-    EXPECT_EQ(memcmp(camera.view, view, sizeof(mat4x4)), 0);
+    EXPECT_TRUE(camera.fov_y == PI / 3.0f && camera.near_plane == 0.5f && !memcmp(camera.view, view, sizeof(mat4x4)));
     EXPECT_EQ(memcmp(camera.camera_to_world, camera_to_world, sizeof(mat4x4)), 0);
     // camera_to_world's translation, not view's
     EXPECT_TRUE(camera.position[0] == 1.0f && camera.position[1] == 2.0f && camera.position[2] == 3.0f);

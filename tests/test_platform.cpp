@@ -26,26 +26,16 @@ TEST(platform, mouse_scaling_rounds_in_single_precision)
         ASSERT_EQ(platform_scale_mouse_x(x), x);
 }
 
-namespace {
-// scancode s maps to key s + 100, except the letters block (4..29 -> 'a'..'z')
-int32_t fake_key_from_scancode(int32_t s)
-{
-    if (s >= 4 && s <= 29)
-        return 'a' + (s - 4);
-    if (s == 200)
-        return 0x40000052;  // a key code outside the table
-    return s + 100;
-}
-}  // namespace
+// scancode s maps to key s + 100, except the letters block (4..29 -> 'a'..'z') and 200, a key
+// code outside the table
+static int32_t fake_key_from_scancode(int32_t s) { return s >= 4 && s <= 29 ? 'a' + (s - 4) : s == 200 ? 0x40000052 : s + 100; }
 
 TEST(platform, key_table_from_keyboard_state)
 {
     uint8_t table[256];
     memset(table, 0xEE, sizeof(table));
     uint8_t state[256] = {};
-    state[20] = 1;   // 'q'
-    state[7] = 1;    // 'd'
-    state[200] = 1;  // ignored: key code above 255
+    state[20] = state[7] = state[200] = 1;  // 'q', 'd', and a key code above 255 (ignored)
     EXPECT_EQ(platform_fill_key_table(table, state, 256, fake_key_from_scancode), 0u);
     for (int k = 0; k < 256; k++)
         EXPECT_EQ(table[k], (k == 'q' || k == 'd') ? 1 : 0) << k;

@@ -2,10 +2,6 @@
 // refusal of damaged packs, and the reel_pack tool from manifest to listing.
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
@@ -67,11 +63,9 @@ TEST(reel_fs, both_byte_orders_decode_to_the_same_directory)
     for (uint32_t i = 0; i < 3; i++) {
         for (const reel_fs_pack* p : {&n, &s}) {
             const reel_fs_entry& e = p->entries[i];
-            EXPECT_EQ(e.kind, three_inputs[i].kind);
-            EXPECT_STREQ(e.name, three_inputs[i].name.c_str());
-            EXPECT_EQ(e.name_length, three_inputs[i].name.size() + 1);
-            EXPECT_EQ(e.offset, offsets[i]);
-            EXPECT_EQ(e.size, three_inputs[i].contents.size() + three_inputs[i].extra);
+            const test_pack_input& in = three_inputs[i];
+            EXPECT_TRUE(e.kind == in.kind && e.name == in.name && e.name_length == in.name.size() + 1) << i;
+            EXPECT_TRUE(e.offset == offsets[i] && e.size == in.contents.size() + in.extra) << i;
         }
         EXPECT_EQ(std::string((const char*)n.entries[i].data, three_inputs[i].contents.size()), three_inputs[i].contents);
     }
@@ -80,8 +74,7 @@ TEST(reel_fs, both_byte_orders_decode_to_the_same_directory)
 TEST(reel_fs, header_size_rule_gap_and_extra_bytes)
 {
     const bytes two = make_pack("two.rpk", {{3, "a", "xy", 0}, {3, "bc", "z", 0}}, BYTE_ORDER_NATIVE);
-    EXPECT_EQ(two.size(), 45u + 3u);  // (20 + 1 + 1) + (20 + 2 + 1): exactly the header
-    EXPECT_EQ(two[45], 'x');
+    EXPECT_TRUE(two.size() == 45u + 3u && two[45] == 'x');  // (20 + 1 + 1) + (20 + 2 + 1): exactly the header
     const bytes three = make_pack("three.rpk", {{1, "a", "1", 0}, {1, "b", "2", 0}, {1, "c", "3", 0}}, BYTE_ORDER_NATIVE);
     EXPECT_EQ(std::string(three.begin() + 62, three.end()), std::string("\0\0\0\0" "123", 7));  // 4-byte gap
     EXPECT_EQ(make_pack("one.rpk", {{0, "a", "q", 0}}, BYTE_ORDER_NATIVE).size(), 26u + 1u);  // 8 + 17 + 1
@@ -97,22 +90,18 @@ TEST(reel_fs, header_size_rule_gap_and_extra_bytes)
 
 TEST(reel_fs, lookups_by_kind_and_name)
 {
-    const bytes image = make_pack("lookup.rpk",
-                                  {{3, "x", "palette", 0}, {5, "x", "image", 0}, {3, "x", "second", 0}, {3, "X", "upper", 0}},
-                                  BYTE_ORDER_SWAPPED);
     test_reader r;
+    const bytes image = make_pack(
+        "lookup.rpk", {{3, "x", "palette", 0}, {5, "x", "image", 0}, {3, "x", "second", 0}, {3, "X", "upper", 0}}, BYTE_ORDER_SWAPPED);
     const reel_fs_pack pack = r.open(image);
     auto find = [&](uint32_t kind, const char* name) {
         uint32_t size = 12345;
         const uint8_t* p = reel_fs_find_file(&pack, kind, name, &size);
         return p ? std::string((const char*)p, size) : "null " + std::to_string(size);
     };
-    EXPECT_EQ(find(3, "x"), "palette");  // the first of two with the same kind and name
-    EXPECT_EQ(find(5, "x"), "image");
-    EXPECT_EQ(find(3, "X"), "upper");
-    EXPECT_EQ(find(9, "x"), "null 12345");  // a miss leaves the size alone
-    EXPECT_EQ(find(3, "x "), "null 12345");
-    EXPECT_EQ(find(3 + 65536, "x"), "null 12345");  // kinds are not cut to 16 bits
+    // the first of two with the same kind and name; a miss leaves the size alone; kinds are not cut to 16 bits
+    EXPECT_EQ(find(3, "x") + " " + find(5, "x") + " " + find(3, "X"), "palette image upper");
+    EXPECT_EQ(find(9, "x") + " " + find(3, "x ") + " " + find(3 + 65536, "x"), "null 12345 null 12345 null 12345");
 }
 
 TEST(reel_fs_death, damaged_packs_are_refused_naming_the_fault)
@@ -129,10 +118,7 @@ TEST(reel_fs_death, damaged_packs_are_refused_naming_the_fault)
     };
     bytes no_nul = good;
     std::replace(no_nul.begin() + 56, no_nul.begin() + 90, (uint8_t)0, (uint8_t)'_');
-    const struct {
-        bytes image;
-        const char* message;
-    } cases[] = {
+    const struct { bytes image; const char* message; } cases[] = {
         {damaged({{0, 0xABCE}}), "crash in reel_fs_open_image at src/reel_fs:[0-9]+\ntest.rpk: not a pack file: marker 0x0000abce"},
         {bytes(good.begin(), good.begin() + 6), "test.rpk: truncated pack header: needs 8 bytes at offset 0, 6 left"},
         {bytes(good.begin(), good.begin() + 50), "directory of 3 entries needs 48 bytes, the file has 42 after the count"},
@@ -145,7 +131,7 @@ TEST(reel_fs_death, damaged_packs_are_refused_naming_the_fault)
         {damaged({{8 + 16 + 6, 12}}, 2), "entry 1: name \"sequence.csv\" has 13 bytes with its NUL, its record says 12"},
     };
     for (const auto& c : cases)
-        EXPECT_EXIT(r.open(c.image), testing::ExitedWithCode(1), c.message);
+        EXPECT_FATAL(r.open(c.image), c.message);
 }
 
 TEST(reel_fs_death, writer_failures)
@@ -155,12 +141,12 @@ TEST(reel_fs_death, writer_failures)
     write_text(empty, "");
     reel_fs_writer writer;
     reel_fs_pack_begin(&writer, BYTE_ORDER_NATIVE);
-    EXPECT_EXIT(reel_fs_pack_add_file(&writer, &r.arena, 9, 0, "x", test_temp_path("missing.txt").c_str()),
-                testing::ExitedWithCode(1), "crash in reel_fs_pack_add_file .*\nfailed open \".*missing.txt\"\n$");
-    EXPECT_EXIT(reel_fs_pack_add_file(&writer, &r.arena, 70000, 0, "x", empty.c_str()), testing::ExitedWithCode(1),
-                "kind 70000 of \"x\" does not fit 16 bits");
-    EXPECT_EXIT(reel_fs_pack_end(&writer, test_temp_path("no/folder.rpk").c_str(), &r.arena), testing::ExitedWithCode(1),
-                "crash in reel_fs_pack_end .*\nfailed open \".*folder.rpk\"\n$");
+    EXPECT_FATAL(reel_fs_pack_add_file(&writer, &r.arena, 9, 0, "x", test_temp_path("missing.txt").c_str()),
+                 "crash in reel_fs_pack_add_file .*\nfailed open \".*missing.txt\"\n$");
+    EXPECT_FATAL(reel_fs_pack_add_file(&writer, &r.arena, 70000, 0, "x", empty.c_str()),
+                 "kind 70000 of \"x\" does not fit 16 bits");
+    EXPECT_FATAL(reel_fs_pack_end(&writer, test_temp_path("no/folder.rpk").c_str(), &r.arena),
+                 "crash in reel_fs_pack_end .*\nfailed open \".*folder.rpk\"\n$");
 }
 
 // ---- the reel_pack tool ----
@@ -176,13 +162,8 @@ std::string tool_path()
 // Exit status and everything the tool printed.
 std::pair<int, std::string> run_tool(const std::string& args)
 {
-    FILE* p = popen((tool_path() + " " + args + " 2>&1").c_str(), "r");
-    std::string out;
-    char buffer[4096];
-    for (size_t got; p && (got = fread(buffer, 1, sizeof(buffer), p)) > 0;)
-        out.append(buffer, got);
-    const int status = p ? pclose(p) : -1;
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+    const tool_run_result r = tool_fixture_run(".", tool_path() + " " + args);
+    return {r.status, r.out + r.err};
 }
 
 }  // namespace
@@ -196,9 +177,9 @@ TEST(reel_fs_death, empty_and_oversized_packs_say_why_they_cannot_be_read)
     write_text(big, std::string(100, 'x'));
     reel_fs_pack pack;
     test_reader r;
-    EXPECT_EXIT((dup2(2, 1), reel_fs_open_file(&pack, empty.c_str(), &r.arena)), testing::ExitedWithCode(1),
-                "^pack \".*nothing.rpk\" is empty\ncrash in reel_fs_open_file at src/reel_fs:[0-9]+\n"
-                "failed read \".*nothing.rpk\"\n$");
+    EXPECT_FATAL_OUT(reel_fs_open_file(&pack, empty.c_str(), &r.arena),
+                     "^pack \".*nothing.rpk\" is empty\ncrash in reel_fs_open_file at src/reel_fs:[0-9]+\n"
+                     "failed read \".*nothing.rpk\"\n$");
     alignas(32) static uint8_t small_memory[128];
     // 128 bytes left; 99; 108, which hold the pack but not the 12 bytes that align it to 32 first
     for (uint64_t used : {0, 29, 20}) {
@@ -208,15 +189,14 @@ TEST(reel_fs_death, empty_and_oversized_packs_say_why_they_cannot_be_read)
         const uint64_t left = sizeof(small_memory) - used;
         if (left >= 100 + (32 - used % 32) % 32) {
             reel_fs_pack fits;
-            EXPECT_EXIT((reel_fs_open_file(&fits, big.c_str(), &small), exit(0)), testing::ExitedWithCode(1),
-                        "not a pack file")
+            EXPECT_FATAL((reel_fs_open_file(&fits, big.c_str(), &small), exit(0)), "not a pack file")
                 << "a pack that fits reaches the reader";
             continue;
         }
-        EXPECT_EXIT((dup2(2, 1), reel_fs_open_file(&pack, big.c_str(), &small)), testing::ExitedWithCode(1),
-                    "^pack \".*big.rpk\" of 100 bytes does not fit the " + std::to_string(left) +
-                        " bytes left in \"small_arena\"\n.*\ncrash in xmemarena_push at src/memarena:[0-9]+\n"
-                        "arena is out of mem\n$")
+        EXPECT_FATAL_OUT(reel_fs_open_file(&pack, big.c_str(), &small),
+                         "^pack \".*big.rpk\" of 100 bytes does not fit the " + std::to_string(left) +
+                         " bytes left in \"small_arena\"\n.*\ncrash in xmemarena_push at src/memarena:[0-9]+\n"
+                         "arena is out of mem\n$")
             << used;
     }
 }
@@ -225,9 +205,8 @@ TEST(reel_pack_tool, builds_and_lists_a_pack_from_a_manifest)
 {
     ASSERT_TRUE(std::filesystem::exists(tool_path())) << "build the reel_pack target first";
     std::filesystem::create_directories(test_temp_path("assets/sub"));
-    write_text(test_temp_path("assets/sub/sunset.pal"), "PAL");
-    write_text(test_temp_path("assets/sequence.csv"), "row\n");
-    write_text(test_temp_path("assets/music.raw"), "MUSIC");
+    for (const auto& [name, text] : {std::pair{"sub/sunset.pal", "PAL"}, {"sequence.csv", "row\n"}, {"music.raw", "MUSIC"}})
+        write_text(test_temp_path("assets/") + name, text);
     const std::string manifest = test_temp_path("assets/show.manifest");
     write_text(manifest,
                "# the show's first pack\n\n"

@@ -36,12 +36,11 @@ TEST_F(image_fixture, unsupported_textures_and_frames_are_fatal)
     scene_test_image swizzled(4, 4, 16, 16), argb(4, 4, 16, 16, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555),
         fine(4, 4, 16, 16);
     swizzled.image.texture.linear = 0;
-    EXPECT_EXIT(reel_image_draw(&overlay, 0, 0, &swizzled.image), testing::ExitedWithCode(1),
-                "crash in reel_image_draw at src/reel_image:[0-9]+\nreel_image_draw: only unswizzled texture supported\n");
-    EXPECT_EXIT(reel_image_draw(&overlay, 0, 0, &argb.image), testing::ExitedWithCode(1),
-                "reel_image_draw: only index8 texture supported\n");
-    EXPECT_EXIT(reel_image_draw(ctx.video, 0, 0, &fine.image), testing::ExitedWithCode(1),
-                "reel_image_draw: only index8 frame context supported\n");
+    EXPECT_FATAL(reel_image_draw(&overlay, 0, 0, &swizzled.image),
+                 "crash in reel_image_draw at src/reel_image:[0-9]+\nreel_image_draw: only unswizzled texture supported\n");
+    EXPECT_FATAL(reel_image_draw(&overlay, 0, 0, &argb.image), "reel_image_draw: only index8 texture supported\n");
+    EXPECT_FATAL(reel_image_draw(ctx.video, 0, 0, &fine.image),
+                 "reel_image_draw: only index8 frame context supported\n");
 }
 
 }  // namespace

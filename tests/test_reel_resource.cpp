@@ -2,9 +2,6 @@
 // orders, in-place use, and the refusal of missing, unknown and damaged resources.
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -42,8 +39,7 @@ struct test_engine {
     uint32_t cache_nodes() const
     {
         uint32_t n = 0;
-        for (const reel_resource_node* node = engine.resource_cache.next; node; node = node->next)
-            n++;
+        for (const reel_resource_node* node = engine.resource_cache.next; node; node = node->next, n++) {}
         return n;
     }
     bool in_pack_0(const void* p) const
@@ -53,20 +49,13 @@ struct test_engine {
     }
 };
 
-// A resource file: the marker and one block, both in order.
-template <class R, class... A>
-bytes resource_file(const R* r, A... a)
-{
-    return test_block(r, a...);
-}
-
 bytes palette_file(uint32_t first, uint32_t count, int32_t order)
 {
     bytes entries(count * 4);
     for (uint32_t i = 0; i < count * 4; i++)
         entries[i] = (uint8_t)(i * 9 + first);
     const reel_palette p = {first, count, entries.data()};
-    return resource_file(&p, order, reel_palette_write_size, reel_palette_write);
+    return test_block(&p, order, reel_palette_write_size, reel_palette_write);
 }
 
 // The marker and u32 values in order, then raw bytes.
@@ -128,11 +117,9 @@ TEST(reel_resource, cache_by_kind_and_name_and_later_packs_override_earlier_ones
     reel_palette* p = reel_load_palette(&te.engine, "p");
     EXPECT_EQ(p->first, 16u);  // from pak 2
     EXPECT_EQ(reel_load_palette(&te.engine, "first only")->first, 1u);
-    EXPECT_EQ(te.cache_nodes(), 2u);
-    EXPECT_EQ(reel_load_palette(&te.engine, "p"), p);
-    EXPECT_EQ(te.cache_nodes(), 2u);
+    EXPECT_TRUE(reel_load_palette(&te.engine, "p") == p && te.cache_nodes() == 2u);
     // the palette "p" does not answer for the image "p": that one is read from its own block
-    EXPECT_EXIT(reel_load_image(&te.engine, "p"), testing::ExitedWithCode(1), "resource \"p\" \\(image\\)");
+    EXPECT_FATAL(reel_load_image(&te.engine, "p"), "resource \"p\" \\(image\\)");
     EXPECT_EQ(te.engine.resource_cache.name, nullptr);
     EXPECT_EQ(te.tmp.sp, tmp_mark);
 
@@ -143,8 +130,7 @@ TEST(reel_resource, cache_by_kind_and_name_and_later_packs_override_earlier_ones
     mixed.add_pack(BYTE_ORDER_NATIVE, {});
     mixed.add_pack(BYTE_ORDER_SWAPPED, {{3, "p", marked_swapped, 0}});
     const reel_palette* q = reel_load_palette(&mixed.engine, "p");
-    EXPECT_EQ(q->first, 16u);
-    EXPECT_EQ(q->count, 4u);
+    EXPECT_TRUE(q->first == 16u && q->count == 4u);
 }
 
 TEST(reel_resource, every_kind_loads_and_writes_back_in_both_orders)
@@ -167,13 +153,13 @@ TEST(reel_resource, every_kind_loads_and_writes_back_in_both_orders)
 
         const bytes files[] = {
             palette_file(16, 4, order),
-            resource_file(&mask, order, n3d_coverage_buffer_write_size, n3d_coverage_buffer_write),
-            resource_file(&animation, order, reel_palette_animation_write_size, reel_palette_animation_write),
-            resource_file(&rle, order, reel_rle_image_write_size, reel_rle_image_write),
-            resource_file(&image, order, reel_image_write_size, reel_image_write),
-            resource_file(&fs.font, order, reel_font_write_size, reel_font_write),
-            resource_file(&ts.t, order, n3d_texture_write_size, n3d_texture_write),
-            resource_file(&empty_datapack, order, mad_datapack_write_size, mad_datapack_write),
+            test_block(&mask, order, n3d_coverage_buffer_write_size, n3d_coverage_buffer_write),
+            test_block(&animation, order, reel_palette_animation_write_size, reel_palette_animation_write),
+            test_block(&rle, order, reel_rle_image_write_size, reel_rle_image_write),
+            test_block(&image, order, reel_image_write_size, reel_image_write),
+            test_block(&fs.font, order, reel_font_write_size, reel_font_write),
+            test_block(&ts.t, order, n3d_texture_write_size, n3d_texture_write),
+            test_block(&empty_datapack, order, mad_datapack_write_size, mad_datapack_write),
         };
         test_engine te;
         te.add_pack(order, {{3, "pal", files[0], 0}, {0, "mask", files[1], 0}, {2, "anim", files[2], 0},
@@ -183,10 +169,9 @@ TEST(reel_resource, every_kind_loads_and_writes_back_in_both_orders)
         const bool native = order == BYTE_ORDER_NATIVE;
 
         const reel_palette* pal = reel_load_palette(&te.engine, "pal");
-        EXPECT_EQ(pal->first, 16u);
-        EXPECT_EQ(pal->count, 4u);
+        EXPECT_TRUE(pal->first == 16u && pal->count == 4u);
         EXPECT_EQ(bytes(pal->entries, pal->entries + 16), bytes(files[0].begin() + 8, files[0].end()));
-        EXPECT_EQ(resource_file(pal, order, reel_palette_write_size, reel_palette_write), files[0]);
+        EXPECT_EQ(test_block(pal, order, reel_palette_write_size, reel_palette_write), files[0]);
 
         const n3d_coverage_buffer* m = reel_load_stencil(&te.engine, "mask");
         EXPECT_EQ(std::make_pair(m->width, m->height), std::make_pair(64u, 2u));
@@ -194,22 +179,20 @@ TEST(reel_resource, every_kind_loads_and_writes_back_in_both_orders)
 
         const reel_palette_animation* a = reel_load_palette_animation(&te.engine, "anim");
         EXPECT_EQ(a->palettes[1].first, 255u);
-        EXPECT_EQ(resource_file(a, order, reel_palette_animation_write_size, reel_palette_animation_write), files[2]);
+        EXPECT_EQ(test_block(a, order, reel_palette_animation_write_size, reel_palette_animation_write), files[2]);
 
         const reel_rle_image* r = reel_load_rle_image(&te.engine, "rle");
         EXPECT_EQ(te.in_pack_0(r->data), native);  // used in place only in the machine's order
-        EXPECT_EQ(resource_file(r, order, reel_rle_image_write_size, reel_rle_image_write), files[3]);
+        EXPECT_EQ(test_block(r, order, reel_rle_image_write_size, reel_rle_image_write), files[3]);
 
         const reel_image* i = reel_load_image(&te.engine, "image");
         EXPECT_EQ(std::make_pair(i->width, i->height), std::make_pair(6u, 4u));
         EXPECT_EQ(te.in_pack_0(i->texture.mips[0]), native);
-        EXPECT_EQ(resource_file(i, order, reel_image_write_size, reel_image_write), files[4]);
+        EXPECT_EQ(test_block(i, order, reel_image_write_size, reel_image_write), files[4]);
 
         const reel_font* f = reel_load_font(&te.engine, "font");
-        EXPECT_EQ(f->glyph_count, 59u);
-        EXPECT_EQ(f->glyphs[0].stencil.bits, nullptr);  // the space
-        EXPECT_EQ(f->glyphs[5].x_offset, -2.5f);
-        EXPECT_EQ(resource_file(f, order, reel_font_write_size, reel_font_write), files[5]);
+        EXPECT_TRUE(f->glyph_count == 59u && f->glyphs[0].stencil.bits == nullptr && f->glyphs[5].x_offset == -2.5f);
+        EXPECT_EQ(test_block(f, order, reel_font_write_size, reel_font_write), files[5]);
 
         const n3d_texture* t = reel_load_texture(&te.engine, "texture");
         EXPECT_EQ(te.in_pack_0(t->palette), native);
@@ -229,25 +212,21 @@ TEST(reel_resource_death, missing_names_unknown_kinds_and_damaged_blocks)
 {
     test_engine te;
     te.add_pack(BYTE_ORDER_NATIVE, {{10, "future", bytes{0, 0, 0, 0}, 0}});
-    EXPECT_EXIT(reel_load_resource(&te.engine, "future", 10), testing::ExitedWithCode(1),
-                "crash in reel_load_resource at src/reel:[0-9]+\nkind 10\\?\\?\n$");
-    EXPECT_EXIT(reel_load_resource(&te.engine, "past", 10), testing::ExitedWithCode(1),
-                "crash in reel_load_resource at src/reel:[0-9]+\ncould not find \"past\" with kind 10 in pak file!\n$");
-    EXPECT_EXIT(reel_load_palette(&te.engine, "future"), testing::ExitedWithCode(1), "could not find \"future\" with kind 3");
+    EXPECT_FATAL(reel_load_resource(&te.engine, "future", 10),
+                 "crash in reel_load_resource at src/reel:[0-9]+\nkind 10\\?\\?\n$");
+    EXPECT_FATAL(reel_load_resource(&te.engine, "past", 10),
+                 "crash in reel_load_resource at src/reel:[0-9]+\ncould not find \"past\" with kind 10 in pak file!\n$");
+    EXPECT_FATAL(reel_load_palette(&te.engine, "future"), "could not find \"future\" with kind 3");
 
     const int32_t n = BYTE_ORDER_NATIVE;
     font_storage fs(65, 66);
-    bytes nan_advance = resource_file(&fs.font, n, reel_font_write_size, reel_font_write);
+    bytes nan_advance = test_block(&fs.font, n, reel_font_write_size, reel_font_write);
     const float nan = std::nanf("");
     memcpy(&nan_advance[4 + 8 + 4 + 8], &nan, 4);  // glyph 0's advance
     fs.glyphs[1].stencil.height = 2;               // short of the glyph's 3 rows
     texture_storage small(2, 2), swizzled(3, 3, 0);
     const reel_image too_wide = {5, 4, small.t}, not_linear = {8, 8, swizzled.t};
-    const struct {
-        uint32_t kind;
-        bytes block;
-        const char* message;
-    } cases[] = {
+    const struct { uint32_t kind; bytes block; const char* message; } cases[] = {
         {3, bytes{0xCD, 0xAB}, "resource \"bad\" \\(palette\\): truncated block marker: needs 4 bytes at offset 0, 2 left"},
         {3, block(n, {}, {16, 0, 4, 0, 1, 2, 3}), "truncated palette entries: needs 16 bytes"},
         {3, palette_file(250, 7, n), "palette of 7 entries from 250 runs past the 256 entries of a colour table"},
@@ -263,18 +242,18 @@ TEST(reel_resource_death, missing_names_unknown_kinds_and_damaged_blocks)
         {4, block(n, {4, 3, 2}, {0, 0}), "data of 2 bytes ends before row 2 of 3"},
         {4, block(n, {4, 1, 100}), "truncated rle image data: needs 100 bytes"},
         {4, block(n, {70000, 1, 0}), "rle image of 70000 x 1 pixels is too large"},
-        {5, resource_file(&too_wide, n, reel_image_write_size, reel_image_write), "5 x 4 pixels is larger than its 4 x 4 texture"},
-        {5, resource_file(&not_linear, n, reel_image_write_size, reel_image_write), "must be linear index8 \\(format 3, swizzled\\)"},
+        {5, test_block(&too_wide, n, reel_image_write_size, reel_image_write), "5 x 4 pixels is larger than its 4 x 4 texture"},
+        {5, test_block(&not_linear, n, reel_image_write_size, reel_image_write), "must be linear index8 \\(format 3, swizzled\\)"},
         {7, block(n, {90, 32}), "\\(font\\): font glyph table from 90 to 32: last is below first"},
         {7, block(n, {0, 0xFFFFFFFF, 0}), "truncated font glyphs: 4294967296 entries of 24 bytes"},
         {7, nan_advance, "glyph 0: glyph advance -?nan is not a finite value"},
-        {7, resource_file(&fs.font, n, reel_font_write_size, reel_font_write), "glyph 1: stencil of 32 x 2 does not cover its 2 x 3"},
+        {7, test_block(&fs.font, n, reel_font_write_size, reel_font_write), "glyph 1: stencil of 32 x 2 does not cover its 2 x 3"},
         {0, block(n, {33, 1, 0}), "resource \"bad\" \\(stencil\\): coverage width 33 is not a multiple of 32"},
         {9, bytes{'a', ',', 'b', '\n'}, "pak.rpk: resource \"bad\" \\(raw\\): text of 4 bytes has no terminating NUL"},
     };
     for (const auto& c : cases) {
         test_engine bad;
         bad.add_pack(n, {{c.kind, "bad", c.block, 0}});
-        EXPECT_EXIT(reel_load_resource(&bad.engine, "bad", c.kind), testing::ExitedWithCode(1), c.message);
+        EXPECT_FATAL(reel_load_resource(&bad.engine, "bad", c.kind), c.message);
     }
 }

@@ -16,9 +16,7 @@ namespace {
 reel_sequence_row script_row(const char* function, const char* args)
 {
     reel_sequence_row r = {};
-    r.line = 7;
-    r.function = function;
-    r.args = args;
+    r.line = 7, r.function = function, r.args = args;
     return r;
 }
 
@@ -35,10 +33,7 @@ void grant_needs(reel_scene* s, const reel_scene_needs& n)
 }
 
 // Each binding's name in loading's messages, with its need.
-const struct {
-    const char* name;
-    uint8_t reel_scene_needs::*need;
-} need_fields[] = {
+const struct { const char* name; uint8_t reel_scene_needs::*need; } need_fields[] = {
     {"integers", &reel_scene_needs::integers},     {"floats", &reel_scene_needs::floats},
     {"palettes", &reel_scene_needs::palettes},     {"rle_images", &reel_scene_needs::rle_images},
     {"images", &reel_scene_needs::images},         {"stencils", &reel_scene_needs::stencils},
@@ -47,54 +42,40 @@ const struct {
     {"fonts", &reel_scene_needs::fonts},           {"blobs", &reel_scene_needs::blobs},
 };
 
-// What ini_parse hands to its callbacks, checked for the NUL it promises while the call lasts.
-struct ini_record {
-    std::vector<std::string> calls;
-};
-
+// What ini_parse hands to its callbacks (a list of texts), checked for the NUL it promises
+// while the call lasts.
 void record_value(const char* key, uint32_t key_length, const char* value, uint32_t value_length, void* user)
 {
-    EXPECT_EQ(key[key_length], 0);
-    EXPECT_EQ(value[value_length], 0);
-    ((ini_record*)user)->calls.push_back(std::string(key) + "=" + value);
+    EXPECT_TRUE(key[key_length] == 0 && value[value_length] == 0);
+    ((std::vector<std::string>*)user)->push_back(std::string(key) + "=" + value);
 }
 
 void record_item(const char* key, uint32_t key_length, const char* item, uint32_t item_length, uint32_t index,
                  uint32_t count, void* user)
 {
-    EXPECT_EQ(key[key_length], 0);
-    EXPECT_EQ(item[item_length], 0);
-    ((ini_record*)user)->calls.push_back(std::string(key) + "[" + std::to_string(index) + "/" +
-                                         std::to_string(count) + "]=" + item);
+    EXPECT_TRUE(key[key_length] == 0 && item[item_length] == 0);
+    ((std::vector<std::string>*)user)->push_back(key + ("[" + std::to_string(index) + "/" + std::to_string(count) + "]=") + item);
 }
 
 std::vector<std::string> parse(const std::string& text)
 {
-    std::vector<char> buffer(text.begin(), text.end());
-    buffer.push_back(0);
-    ini_record record;
-    ini_parse(buffer.data(), "scene.ini", record_value, record_item, &record);
+    std::vector<char> buffer(text.c_str(), text.c_str() + text.size() + 1);  // with its NUL
+    std::vector<std::string> calls;
+    ini_parse(buffer.data(), "scene.ini", record_value, record_item, &calls);
     EXPECT_EQ(std::string(buffer.data()), text) << "the parser must put back every character it replaced";
-    return record.calls;
+    return calls;
 }
 
 }  // namespace
 
 TEST(reel_scene_load, a_row_binds_to_the_first_table_row_its_function_name_begins)
 {
-    const struct {
-        const char* function;
-        const char* expected;
-    } cases[] = {
-        {"music_sync", "music_sync"},
-        {"music_s", "music_start"},  // both begin so: the earlier row wins
-        {"load", "load_sync"},
-        {"overlay_clut_set", "overlay_clut_set"},  // not overlay_clut_set1_pulsate, which comes later
-        {"overlay_clut_set1", "overlay_clut_set1_pulsate"},
-        {"video_clut", "video_clut_reset"},
-        {"video_cl", "video_clut_reset"},
-        {"video_clea", "video_clear"},
-    };
+    // "music_s": both music_start and music_sync begin so, the earlier row wins; "overlay_clut_set"
+    // is not overlay_clut_set1_pulsate, which comes later
+    const struct { const char* function; const char* expected; } cases[] = {
+        {"music_sync", "music_sync"}, {"music_s", "music_start"}, {"load", "load_sync"},
+        {"overlay_clut_set", "overlay_clut_set"}, {"overlay_clut_set1", "overlay_clut_set1_pulsate"},
+        {"video_clut", "video_clut_reset"}, {"video_cl", "video_clut_reset"}, {"video_clea", "video_clear"}};
     for (const auto& c : cases) {
         const reel_scene_binding* expected = table_row(c.expected);
         scene_engine f;
@@ -108,12 +89,12 @@ TEST(reel_scene_load, a_row_binds_to_the_first_table_row_its_function_name_begin
 
     scene_engine f;
     reel_sequence_row unknown = script_row("music_stop", nullptr);
-    EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &unknown), testing::ExitedWithCode(1),
-                test_literal("crash in reel_load_scene at src/reel:") + "[0-9]+\n" +
-                    test_literal("failed find binding for \"music_stop\" on line: 7\n"));
+    EXPECT_FATAL(reel_load_scene(&f.engine, &f.scene, &unknown),
+                 test_literal("crash in reel_load_scene at src/reel:") + "[0-9]+\n" +
+                 test_literal("failed find binding for \"music_stop\" on line: 7\n"));
     reel_sequence_row empty = script_row("", nullptr);
-    EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &empty), testing::ExitedWithCode(1),
-                test_literal("failed find binding for \"\" on line: 7\n"));
+    EXPECT_FATAL(reel_load_scene(&f.engine, &f.scene, &empty),
+                 test_literal("failed find binding for \"\" on line: 7\n"));
 }
 
 TEST(reel_scene_load, argument_text_goes_to_the_parser_and_a_loaded_scene_is_left_alone)
@@ -123,23 +104,21 @@ TEST(reel_scene_load, argument_text_goes_to_the_parser_and_a_loaded_scene_is_lef
             continue;
         scene_engine f;
         reel_sequence_row r = script_row(reel_scene_table[i].name, "1");
-        EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &r), testing::ExitedWithCode(1),
-                    test_literal("sequence args not supported for function \"" + std::string(reel_scene_table[i].name) +
-                            "\" (line: 7 in sequence file)\n"));
+        EXPECT_FATAL(reel_load_scene(&f.engine, &f.scene, &r),
+                     test_literal("sequence args not supported for function \"" + std::string(reel_scene_table[i].name) +
+                     "\" (line: 7 in sequence file)\n"));
         break;
     }
 
     scene_engine f;
     reel_sequence_row r = script_row("music_sync", "22050");
-    f.scene.integer_count = 99;  // a loaded scene is left as it is
-    f.scene.loaded = 1;
+    f.scene.integer_count = 99, f.scene.loaded = 1;  // a loaded scene is left as it is
     reel_load_scene(&f.engine, &f.scene, &r);
     EXPECT_EQ(f.scene.name, nullptr);
     f.scene.loaded = 0;
     reel_load_scene(&f.engine, &f.scene, &r);
-    EXPECT_EQ(f.scene.run, table_row("music_sync")->run);
+    EXPECT_TRUE(f.scene.run == table_row("music_sync")->run && xmemarena_get_sp(f.engine.tmp_arena) == 0u);
     EXPECT_STREQ(r.args, "22050");
-    EXPECT_EQ(xmemarena_get_sp(f.engine.tmp_arena), 0u);
 }
 
 // Every scene that reads bindings, bound through a description that binds nothing: one entry
@@ -166,9 +145,9 @@ TEST(reel_scene_load, a_description_short_of_a_binding_the_scene_reads_is_fatal)
             one_short.*field.need = (uint8_t)(need - 1);
             grant_needs(&f.scene, one_short);
             reel_sequence_row row = script_row(r.name, "@d.ini");
-            EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &row), testing::ExitedWithCode(1),
-                        test_literal("scene \"" + std::string(r.name) + "\" on line 7 reads " + std::to_string(need) +
-                                     " " + field.name + ", it was given " + std::to_string(need - 1) + "\n"));
+            EXPECT_FATAL(reel_load_scene(&f.engine, &f.scene, &row),
+                         test_literal("scene \"" + std::string(r.name) + "\" on line 7 reads " + std::to_string(need) +
+                         " " + field.name + ", it was given " + std::to_string(need - 1) + "\n"));
         }
     }
 }
@@ -176,27 +155,16 @@ TEST(reel_scene_load, a_description_short_of_a_binding_the_scene_reads_is_fatal)
 TEST(reel_scene_load, a_description_binds_names_numbers_and_resources)
 {
     scene_engine f;
-    std::string text = "# tunnel, first part\n"
-                       "scene_name = tunnel_a\n"
-                       "textures = [ wall\tfloor # the two of them\n"
-                       "  ]\n"
-                       "integers=[1 -2 3 ]\n"
-                       "floats = [9 ]\n"
-                       "floats = [0.5 2 ]  # replaces the first list\n"
-                       "speed = fast\n"
-                       "colors = [red ]\n"
-                       "pal = [ripple ]\n"
-                       "palettes = [sky ]\n";
-    std::vector<char> ini(text.begin(), text.end());
-    ini.push_back(0);
+    std::string text = "# tunnel, first part\nscene_name = tunnel_a\ntextures = [ wall\tfloor # the two of them\n  ]\n"
+                       "integers=[1 -2 3 ]\nfloats = [9 ]\nfloats = [0.5 2 ]  # replaces the first list\n"
+                       "speed = fast\ncolors = [red ]\npal = [ripple ]\npalettes = [sky ]\n";
+    std::vector<char> ini(text.c_str(), text.c_str() + text.size() + 1);
     n3d_texture wall = {}, floor = {};
     reel_palette sky = {};
     reel_palette_animation ripple = {};
     f.add(REEL_KIND_RAW, "tunnel_a.ini", ini.data());
-    f.add(REEL_KIND_TEXTURE, "wall", &wall);
-    f.add(REEL_KIND_TEXTURE, "floor", &floor);
-    f.add(REEL_KIND_PALETTE, "sky", &sky);
-    f.add(REEL_KIND_PALETTE_ANIMATION, "ripple", &ripple);
+    f.add(REEL_KIND_TEXTURE, "wall", &wall), f.add(REEL_KIND_TEXTURE, "floor", &floor);
+    f.add(REEL_KIND_PALETTE, "sky", &sky), f.add(REEL_KIND_PALETTE_ANIMATION, "ripple", &ripple);
     reel_sequence_row r = script_row("music_sync", "@tunnel_a.ini");
 
     testing::internal::CaptureStdout();
@@ -214,29 +182,27 @@ TEST(reel_scene_load, a_description_binds_names_numbers_and_resources)
     EXPECT_TRUE(g.palette_animation_count == 1 && g.palette_animations[0] == &ripple);
     EXPECT_TRUE(g.palette_count == 1 && g.palettes[0] == &sky);
     EXPECT_EQ(r.args, nullptr);  // no argument parser runs after a description
-    EXPECT_EQ(f.scene.run, table_row("music_sync")->run);
-    EXPECT_EQ(std::string(ini.data()), text);
+    EXPECT_TRUE(f.scene.run == table_row("music_sync")->run && std::string(ini.data()) == text);
 }
 
 TEST(reel_scene_load, descriptions_that_name_missing_things_are_fatal)
 {
     scene_engine f;
     reel_sequence_row r = script_row("music_sync", "@nothing.ini");
-    EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &r), testing::ExitedWithCode(1),
-                test_literal("could not find \"nothing.ini\" with kind 9 in pak file!\n"));
+    EXPECT_FATAL(reel_load_scene(&f.engine, &f.scene, &r),
+                 test_literal("could not find \"nothing.ini\" with kind 9 in pak file!\n"));
     char text[] = "images = [ logo ]\n";
     f.add(REEL_KIND_RAW, "scene.ini", text);
     reel_sequence_row s = script_row("music_sync", "@scene.ini");
-    EXPECT_EXIT(reel_load_scene(&f.engine, &f.scene, &s), testing::ExitedWithCode(1),
-                test_literal("could not find \"logo\" with kind 5 in pak file!\n"));
+    EXPECT_FATAL(reel_load_scene(&f.engine, &f.scene, &s),
+                 test_literal("could not find \"logo\" with kind 5 in pak file!\n"));
 }
 
 TEST(reel_scene_load, the_description_parser_reads_words_items_and_comments)
 {
     EXPECT_EQ(parse("scene_name = my-scene\nfloats = [1 ]\n"), std::vector<std::string>{"scene_name=my"});
     EXPECT_EQ(parse("a=[x y]\nb=z"), (std::vector<std::string>{"a[0/2]=x", "a[1/2]=y]", "b=z"}));
-    EXPECT_EQ(parse("a = [ ]\n#only a comment\nb =\n  # between\n  c1 # trailing"),
-              (std::vector<std::string>{"b=c1"}));
+    EXPECT_EQ(parse("a = [ ]\n#only a comment\nb =\n  # between\n  c1 # trailing"), (std::vector<std::string>{"b=c1"}));
     // after line 1 a carriage return is white space
     EXPECT_EQ(parse("first = 1\nkey junk = v\r\n"), (std::vector<std::string>{"first=1", "key=v"}));
     EXPECT_EQ(parse("a = [x # one\n y ]"), (std::vector<std::string>{"a[0/2]=x", "a[1/2]=y"}));
@@ -249,18 +215,17 @@ TEST(reel_scene_load, the_description_parser_reads_words_items_and_comments)
 
 TEST(reel_scene_load, the_description_parser_refuses_what_it_cannot_read)
 {
-    EXPECT_EXIT(parse("a = 1\rb = 2\r"), testing::ExitedWithCode(1),
-                test_literal("txt contains \\r either bug or unpacked using some tool that converts unix lines to mac.. tryp "
-                        "MacZip\n"));
-    EXPECT_EXIT(parse("a = 1\n\nkey"), testing::ExitedWithCode(1),
-                test_literal("missing '=' on line 3 in file \"scene.ini\"\n"));
-    EXPECT_EXIT(parse("a = 1\nb = [ x\n y\n"), testing::ExitedWithCode(1),
-                test_literal("expected ']' to close array starting on line 2 in file \"scene.ini\"\n"));
+    EXPECT_FATAL(parse("a = 1\rb = 2\r"),
+                 test_literal("txt contains \\r either bug or unpacked using some tool that converts unix lines to mac.. tryp "
+                 "MacZip\n"));
+    EXPECT_FATAL(parse("a = 1\n\nkey"), test_literal("missing '=' on line 3 in file \"scene.ini\"\n"));
+    EXPECT_FATAL(parse("a = 1\nb = [ x\n y\n"),
+                 test_literal("expected ']' to close array starting on line 2 in file \"scene.ini\"\n"));
 
     // a NUL ends the text even inside an array
     std::vector<char> text = {'a', '=', '[', 'x', 0, ']', 0};
-    EXPECT_EXIT(ini_parse(text.data(), "scene.ini", record_value, record_item, nullptr), testing::ExitedWithCode(1),
-                "expected '\\]' to close array starting on line 1");
+    EXPECT_FATAL(ini_parse(text.data(), "scene.ini", record_value, record_item, nullptr),
+                 "expected '\\]' to close array starting on line 1");
 }
 
 TEST(reel_scene_load, integer_float_and_string_arguments_advance_past_one_comma)
@@ -272,22 +237,19 @@ TEST(reel_scene_load, integer_float_and_string_arguments_advance_past_one_comma)
     uint32_t counter = 0;
     EXPECT_EQ(parse_arg_int(&counter, &cursor, &r), 12);
     EXPECT_STREQ(cursor, "34, -7,x");
-    EXPECT_EQ(parse_arg_int(&counter, &cursor, &r), 34);
-    EXPECT_EQ(parse_arg_int(&counter, &cursor, &r), -7);
-    EXPECT_EQ(counter, 3u);
-    EXPECT_EXIT(parse_arg_int(&counter, &cursor, &r), testing::ExitedWithCode(1),
-                test_literal("crash in parse_arg_int at src/reel_scenes:") + "[0-9]+\n" +
-                    test_literal("parse_arg_int failed \"x\" (sequence line 12, args: \"12,34, -7,x\")\n"));
+    EXPECT_TRUE(parse_arg_int(&counter, &cursor, &r) == 34 && parse_arg_int(&counter, &cursor, &r) == -7 && counter == 3u);
+    EXPECT_FATAL(parse_arg_int(&counter, &cursor, &r),
+                 test_literal("crash in parse_arg_int at src/reel_scenes:") + "[0-9]+\n" +
+                 test_literal("parse_arg_int failed \"x\" (sequence line 12, args: \"12,34, -7,x\")\n"));
     const char* huge = "4294967296";
-    EXPECT_EXIT(parse_arg_int(&counter, &huge, &r), testing::ExitedWithCode(1),
-                test_literal("parse_arg_int out of range \"4294967296\" (sequence line 12, args: \"12,34, -7,x\")\n"));
+    EXPECT_FATAL(parse_arg_int(&counter, &huge, &r),
+                 test_literal("parse_arg_int out of range \"4294967296\" (sequence line 12, args: \"12,34, -7,x\")\n"));
 
     r.args = "0.5,-1e3,";
     cursor = r.args;
-    EXPECT_EQ(parse_arg_float(&cursor, &r), 0.5f);
-    EXPECT_EQ(parse_arg_float(&cursor, &r), -1000.0f);
-    EXPECT_EXIT(parse_arg_float(&cursor, &r), testing::ExitedWithCode(1),
-                test_literal("parse_arg_float failed \"\" (sequence line 12, args: \"0.5,-1e3,\")\n"));
+    EXPECT_TRUE(parse_arg_float(&cursor, &r) == 0.5f && parse_arg_float(&cursor, &r) == -1000.0f);
+    EXPECT_FATAL(parse_arg_float(&cursor, &r),
+                 test_literal("parse_arg_float failed \"\" (sequence line 12, args: \"0.5,-1e3,\")\n"));
 
     scene_engine f;
     cursor = "logo,,a b\nrest";
@@ -314,10 +276,7 @@ TEST(reel_scene_load, colours_read_as_rgba_argb1555_and_linear)
     EXPECT_EQ(c.argb1555, (0x0Au >> 3) << 10 | (0x1Bu >> 3) << 5 | (0x2Cu >> 3));  // alpha below 128: bit clear
     EXPECT_NEAR(c.linear[3], 127.0f / 255.0f, 1e-7);
 
-    const struct {
-        const char* text;
-        const char* message;
-    } refusals[] = {
+    const struct { const char* text; const char* message; } refusals[] = {
         {"ff8000ff", "expected '#' for start of hexcolor on line: 5\n"},
         {"#ff8000", "expected 4 hex values of 2 digits, e.g. #00112233 (for r,g,b,a) on line: 5\n"},
         {"#ff8000ff0", "expected 4 hex values of 2 digits, e.g. #00112233 (for r,g,b,a) on line: 5\n"},
@@ -325,8 +284,8 @@ TEST(reel_scene_load, colours_read_as_rgba_argb1555_and_linear)
     };
     for (const auto& refusal : refusals) {
         const char* text = refusal.text;
-        EXPECT_EXIT(parse_arg_color(&c, &text, &r, &arena), testing::ExitedWithCode(1),
-                    test_literal("crash in parse_arg_color at src/reel_scenes:") + "[0-9]+\n" + test_literal(refusal.message));
+        EXPECT_FATAL(parse_arg_color(&c, &text, &r, &arena),
+                     test_literal("crash in parse_arg_color at src/reel_scenes:") + "[0-9]+\n" + test_literal(refusal.message));
     }
 }
 

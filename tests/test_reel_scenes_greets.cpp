@@ -82,15 +82,8 @@ struct greets_fixture : scene_fixture {
 
 TEST_F(greets_fixture, lines_are_the_non_empty_ones_ended_by_a_line_feed)
 {
-    const struct {
-        const char* text;
-        std::vector<std::string> lines;
-    } cases[] = {
-        {"A\n\nB\nC", {"A", "B"}},  // C has no line feed
-        {"", {}},
-        {"\n\n", {}},
-        {"first line\nsecond\n", {"first line", "second"}},
-    };
+    const struct { const char* text; std::vector<std::string> lines; } cases[] = {  // "C" has no line feed
+        {"A\n\nB\nC", {"A", "B"}}, {"", {}}, {"\n\n", {}}, {"first line\nsecond\n", {"first line", "second"}}};
     for (const auto& c : cases) {
         engine.greetings = {};
         start(c.text);
@@ -106,30 +99,18 @@ TEST_F(greets_fixture, lines_are_the_non_empty_ones_ended_by_a_line_feed)
     EXPECT_TRUE(engine.greetings.lines == lines && engine.greetings.line_count == 2);
 }
 
-TEST_F(greets_fixture, missing_font_is_fatal_when_the_scene_is_parsed)
-{
-    engine.resource_cache.next = nullptr;  // nothing but the 3D scene in the cache
-    node_count = 0;
-    add(REEL_KIND_MADPACK, "still", &data.pack);
-    add(REEL_KIND_RAW, "greetings.ini", (void*)"A\n");
-    EXPECT_EXIT(load("video_madpack_greets", ARGS), testing::ExitedWithCode(1),
-                "could not find \"greetings.fnt\" with kind 7 in pak file!");
-}
-
 // ---- the still ----
 
 TEST_F(greets_fixture, still_is_rendered_once_into_each_video_buffer_in_the_first_update)
 {
     start("A\n");
+    const uint32_t words = 320 / 32 * 240;
     auto fill = [&](uint32_t value) {
         for (n3d_framecontext& v : video_contexts)
-            std::fill(v.coverage[0]->bits, v.coverage[0]->bits + v.coverage[0]->width / 32 * v.coverage[0]->height, value);
+            std::fill(v.coverage[0]->bits, v.coverage[0]->bits + words, value);
     };
     auto all = [&](const n3d_framecontext& v, uint32_t value) {
-        for (uint32_t i = 0; i < v.coverage[0]->width / 32 * v.coverage[0]->height; i++)
-            if (v.coverage[0]->bits[i] != value)
-                return false;
-        return true;
+        return std::all_of(v.coverage[0]->bits, v.coverage[0]->bits + words, [value](uint32_t w) { return w == value; });
     };
     pass(REEL_PASS_RENDER, 0.0f);
     EXPECT_FALSE(scene.load_complete) << "render calls return at once";
@@ -148,15 +129,8 @@ TEST_F(greets_fixture, still_is_rendered_once_into_each_video_buffer_in_the_firs
 
 // ---- lanes and the panel ----
 
-struct lane_view {
-    int32_t line;  // -1: the lane draws nothing
-    float start;
-};
-
-struct frame_case {
-    float t;
-    lane_view lanes[2];
-};
+struct lane_view { int32_t line; float start; };  // line -1: the lane draws nothing
+struct frame_case { float t; lane_view lanes[2]; };
 
 constexpr float LANE_START_X[2] = {60, 60}, LANE_BASE_Y[2] = {22, 45}, LANE_SPEED[2] = {-58, -55};
 constexpr float LANE_PHASE[2] = {0, 0.7f};

@@ -13,11 +13,10 @@ namespace {
 
 struct seq_fixture {
     test_arena memory, tmp_memory;
-    xmemarena &arena = memory.arena, &tmp_arena = tmp_memory.arena;
     reel_sequence seq;
     const reel_sequence& load(const std::string& text)
     {
-        reel_load_sequence(&seq, text.c_str(), "sequence.csv", &arena, &tmp_arena);
+        reel_load_sequence(&seq, text.c_str(), "sequence.csv", &memory.arena, &tmp_memory.arena);
         return seq;
     }
 };
@@ -33,7 +32,7 @@ std::string row_text(const reel_sequence_row& r)
 
 void expect_load_fails(const std::string& body, const std::string& message)
 {
-    EXPECT_EXIT(seq_fixture().load(HEADER + body), testing::ExitedWithCode(1), test_literal(message));
+    EXPECT_FATAL(seq_fixture().load(HEADER + body), test_literal(message));
 }
 
 }  // namespace
@@ -41,13 +40,10 @@ void expect_load_fails(const std::string& body, const std::string& message)
 TEST(reel_sequence, rows_read_their_columns_and_resolve_against_the_previous_row)
 {
     seq_fixture f;
-    const reel_sequence& s = f.load(std::string(HEADER) +
-                                    "abs,,0,0,abs,,5000,load_sync\n"
-                                    "relend,prev,0,500,relstart,me,2000,overlay_clear,3\n"
-                                    "abs,\t,1,1,abs,,-1,video_clear  ,  #00ff00ff, 2 \n");
+    const reel_sequence& s = f.load(std::string(HEADER) + "abs,,0,0,abs,,5000,load_sync\nrelend,prev,0,500,relstart,me,2000,"
+                                    "overlay_clear,3\nabs,\t,1,1,abs,,-1,video_clear  ,  #00ff00ff, 2 \n");
     ASSERT_EQ(s.row_count, 3u);
-    EXPECT_EQ(s.lead_in, 0u);
-    EXPECT_EQ(s.rows[2].index, 2u);
+    EXPECT_TRUE(s.lead_in == 0u && s.rows[2].index == 2u);
     EXPECT_STREQ(s.rows[0].start_reference, "");
     EXPECT_STREQ(s.rows[1].start_reference, "prev");
     EXPECT_STREQ(s.rows[1].end_reference, "me");
@@ -60,14 +56,9 @@ TEST(reel_sequence, rows_read_their_columns_and_resolve_against_the_previous_row
 TEST(reel_sequence, comments_empty_lines_and_labels_keep_line_numbers_and_name_the_next_row)
 {
     seq_fixture f;
-    const reel_sequence& s = f.load(std::string(HEADER) +
-                                    "# the opening\n"
-                                    "\n"
-                                    "abs,,0,0,abs,,1000,load_sync,intro\n"
-                                    "intro: anything, here: at all\n"
-                                    "relend,prev,0,0,relstart,me,1000,overlay_clear\n"
-                                    "relstart,intro,250,0,relend,intro,0,video_clear\n"
-                                    "outro:\n");
+    const reel_sequence& s = f.load(std::string(HEADER) + "# the opening\n\nabs,,0,0,abs,,1000,load_sync,intro\n"
+                                    "intro: anything, here: at all\nrelend,prev,0,0,relstart,me,1000,overlay_clear\n"
+                                    "relstart,intro,250,0,relend,intro,0,video_clear\noutro:\n");
     ASSERT_EQ(s.row_count, 3u);
     EXPECT_EQ(row_text(s.rows[2]), "7 27562 27562 44100 video_clear(-)");
     ASSERT_EQ(s.label_count, 2u);
@@ -80,11 +71,7 @@ TEST(reel_sequence, comments_empty_lines_and_labels_keep_line_numbers_and_name_t
 TEST(reel_sequence, windows_line_ends_read_as_line_ends)
 {
     seq_fixture unix_text, windows_text;
-    const std::string body = "# the opening\n"
-                             "\n"
-                             "intro:\n"
-                             "abs,,0,0,abs,,1000,music_start,music\n"
-                             "barrier,prev_completed\n"
+    const std::string body = "# the opening\n\nintro:\nabs,,0,0,abs,,1000,music_start,music\nbarrier,prev_completed\n"
                              "relend,intro,0,0,relstart,me,500,overlay_clut_set,base\n";
     std::string crlf;
     for (char c : std::string(HEADER) + body)
@@ -109,11 +96,8 @@ TEST(reel_sequence, a_start_after_its_own_end_resolves_in_the_second_pass)
 TEST(reel_sequence, barriers_mark_the_row_before_them)
 {
     seq_fixture f;
-    const reel_sequence& s = f.load(std::string(HEADER) +
-                                    "abs,,0,0,abs,,1000,a\n"
-                                    "abs,,0,0,abs,,1000,b\n"
-                                    "barrier,prev_completed\n"
-                                    "abs,,0,0,abs,,1000,c\n");
+    const reel_sequence& s =
+        f.load(std::string(HEADER) + "abs,,0,0,abs,,1000,a\nabs,,0,0,abs,,1000,b\nbarrier,prev_completed\nabs,,0,0,abs,,1000,c\n");
     EXPECT_TRUE(s.rows[0].flags == 0 && s.rows[1].flags == SEQ_ROW_BARRIER_AFTER && s.rows[2].flags == 0);
     ASSERT_EQ(s.barrier_count, 1u);
     EXPECT_TRUE(s.barriers[0].kind == SEQ_BARRIER_PREV_COMPLETED && s.barriers[0].line == 4 && s.barriers[0].row == 1);
@@ -126,21 +110,14 @@ TEST(reel_sequence, barriers_mark_the_row_before_them)
 
 TEST(reel_sequence, music_sync_delays_the_music_or_moves_the_script)
 {
-    const std::string rows = "abs,,0,0,abs,,1000,music_start,music\n"
-                             "abs,,2000,500,relstart,me,1000,music_sync,";
-    {
-        seq_fixture f;
-        const reel_sequence& s = f.load(HEADER + rows + "22050\n");
-        EXPECT_EQ(s.lead_in, 22050u);
-        EXPECT_TRUE(s.rows[1].start == 44100 && s.rows[0].end == 22050);
-    }
-    {
-        seq_fixture f;
-        const reel_sequence& s = f.load(HEADER + rows + "66150,ignored\n");
-        EXPECT_EQ(s.lead_in, 0u);
-        EXPECT_EQ(row_text(s.rows[0]), "2 22050 22050 44100 music_start(music)");
-        EXPECT_EQ(row_text(s.rows[1]), "3 66150 55125 88200 music_sync(66150,ignored)");
-    }
+    const std::string rows = "abs,,0,0,abs,,1000,music_start,music\nabs,,2000,500,relstart,me,1000,music_sync,";
+    seq_fixture f, g;
+    const reel_sequence& s = f.load(HEADER + rows + "22050\n");
+    EXPECT_TRUE(s.lead_in == 22050u && s.rows[1].start == 44100 && s.rows[0].end == 22050);
+    const reel_sequence& t = g.load(HEADER + rows + "66150,ignored\n");
+    EXPECT_EQ(t.lead_in, 0u);
+    EXPECT_EQ(row_text(t.rows[0]), "2 22050 22050 44100 music_start(music)");
+    EXPECT_EQ(row_text(t.rows[1]), "3 66150 55125 88200 music_sync(66150,ignored)");
     expect_load_fails(rows + "1\nabs,,0,0,abs,,1,music_sync,2\n",
                       "there can be at most one \"music_sync\" but there was one on line 3 and on line 4\n");
     expect_load_fails("abs,,0,0,abs,,1,music_sync\n",
@@ -150,9 +127,9 @@ TEST(reel_sequence, music_sync_delays_the_music_or_moves_the_script)
 
 TEST(reel_sequence, references_that_cannot_resolve_are_fatal)
 {
-    EXPECT_EXIT(seq_fixture().load(HEADER + std::string("relstart,me,0,0,abs,,1000,a\n")), testing::ExitedWithCode(1),
-                "^crash in reel_load_sequence at src/reel:[0-9]+\ncannot take start to be relative its own start! line: 2 "
-                "in sequence.csv\n$");
+    EXPECT_FATAL(seq_fixture().load(HEADER + std::string("relstart,me,0,0,abs,,1000,a\n")),
+                 "^crash in reel_load_sequence at src/reel:[0-9]+\ncannot take start to be relative its own start! line: 2 "
+                 "in sequence.csv\n$");
     expect_load_fails("abs,,0,0,relend,me,1000,a\n", "cannot take end to be relative its own end! line: 2 in sequence.csv\n");
     expect_load_fails("relend,me,0,0,relstart,me,1000,a\n",
                       "could not resolve start/end on line: 2 in sequence.csv (bug? or are you doing something weird?)\n");
@@ -175,6 +152,6 @@ TEST(reel_sequence, malformed_lines_are_fatal_with_their_line)
     expect_load_fails("abs,,97391549,0,abs,,0,a\n",
                       "time 97391549 ms on line 2 in \"sequence.csv\" is out of range (at most 97391548 ms either way)\n");
     expect_load_fails("abs,,0,0,abs,,1000,a", "sequence \"sequence.csv\" is empty or does not end with a line feed\n");
-    EXPECT_EXIT(seq_fixture().load(""), testing::ExitedWithCode(1), "is empty or does not end with a line feed");
+    EXPECT_FATAL(seq_fixture().load(""), "is empty or does not end with a line feed");
 }
 

@@ -14,14 +14,7 @@
 namespace {
 
 // What the test's scene function saw, per call.
-struct seen_call {
-    uint32_t row;
-    uint32_t pass;
-    uint32_t kind;  // 0 load, 1 run, 2 end
-    int32_t clock;
-    int32_t since_start;
-    int64_t budget;
-};
+struct seen_call { uint32_t row, pass, kind; int32_t clock, since_start; int64_t budget; };  // kind 0 load, 1 run, 2 end
 
 std::vector<seen_call> calls;
 uint32_t complete_after_loads = 1;  // load calls a recording scene needs before it is complete
@@ -51,11 +44,8 @@ struct sequencer_fixture : testing::Test {
         complete_after_loads = 1;
         music_reset();
         memset(&engine, 0, sizeof(engine));
-        engine.arena = &arena;
-        engine.tmp_arena = &tmp;
         memset(&ctx, 0, sizeof(ctx));
-        ctx.engine = &engine;
-        ctx.keys = keys;
+        engine.arena = &arena, engine.tmp_arena = &tmp, ctx.engine = &engine, ctx.keys = keys;
     }
     // Loads the script; rows whose function is "test" get the recording scene, already bound.
     void load(const std::string& rows)
@@ -67,11 +57,8 @@ struct sequencer_fixture : testing::Test {
         for (uint32_t i = 0; i < engine.scene_count; i++) {
             reel_scene* s = &engine.scenes[i];
             s->first_update = s->first_render = 1;
-            if (strcmp(engine.sequence.rows[i].function, "test") == 0) {
-                s->loaded = 1;
-                s->run = recording_scene;
-                s->name = "test";
-            }
+            if (strcmp(engine.sequence.rows[i].function, "test") == 0)
+                s->loaded = 1, s->run = recording_scene, s->name = "test";
         }
         music_prepare((int32_t)engine.sequence.lead_in);
         static const uint8_t silence[1] = {0x77};
@@ -112,11 +99,9 @@ TEST_F(sequencer_fixture, run_calls_inside_the_span_and_end_calls_after_it)
     ASSERT_EQ(of(0, 1).size(), 2u);
     EXPECT_EQ(of(0, 1)[0].since_start, 0);
     both(88199);
-    EXPECT_EQ(of(0, 1).size(), 4u);
-    EXPECT_EQ(of(0, 1).back().since_start, 88199 - 44100);
+    EXPECT_TRUE(of(0, 1).size() == 4u && of(0, 1).back().since_start == 88199 - 44100);
     both(88200);  // neither a run call nor an end call
-    EXPECT_EQ(of(0, 1).size(), 4u);
-    EXPECT_TRUE(of(0, 2).empty());
+    EXPECT_TRUE(of(0, 1).size() == 4u && of(0, 2).empty());
     both(88201);
     ASSERT_EQ(of(0, 2).size(), 2u);  // one end call per pass kind
     EXPECT_TRUE(of(0, 2)[0].pass == REEL_PASS_UPDATE && of(0, 2)[1].pass == REEL_PASS_RENDER);
@@ -146,8 +131,7 @@ TEST_F(sequencer_fixture, a_span_skipped_by_a_seek_still_runs_once_per_pass_kind
     ASSERT_EQ(of(1, 1).size(), 2u);
     EXPECT_TRUE(of(1, 1)[0].pass == REEL_PASS_UPDATE && of(1, 1)[1].pass == REEL_PASS_RENDER && of(1, 2).empty());
     both(100001);
-    EXPECT_EQ(of(1, 2).size(), 2u);
-    EXPECT_EQ(of(1, 1).size(), 2u);
+    EXPECT_TRUE(of(1, 2).size() == 2u && of(1, 1).size() == 2u);
 }
 
 TEST_F(sequencer_fixture, preloading_and_budgets)
@@ -190,21 +174,24 @@ TEST_F(sequencer_fixture, barriers_hold_later_rows_until_the_row_has_completed)
          "abs,,0,0,abs,,5000,test\n"
          "abs,,0,0,abs,,5000,test\n");
     both(0);
-    EXPECT_EQ(of(3, 1).size(), 2u);
-    EXPECT_TRUE(of(4, 1).empty() && of(5, 1).empty());
+    EXPECT_TRUE(of(3, 1).size() == 2u && of(4, 1).empty() && of(5, 1).empty());
     EXPECT_EQ(of(4, 0).size(), 1u);  // loading goes on behind the barrier
     both(44099);  // c + 1 = 44,100 = row 3's end: completed
-    EXPECT_EQ(of(4, 1).size(), 2u);
-    EXPECT_EQ(of(5, 1).size(), 2u);
+    EXPECT_TRUE(of(4, 1).size() == 2u && of(5, 1).size() == 2u);
+}
+
+// A loading row, then `others` rows before the label "ready" and a recording row after it.
+std::string rows_before_label(const char* function, int others)
+{
+    std::string rows = std::string("abs,,0,0,abs,,100000,") + function + ",ready\n";
+    for (int i = 0; i < others; i++)
+        rows += "abs,,50000,0,abs,,60000,fade_out_music\n";
+    return rows + "ready:\nabs,,50000,0,abs,,60000,test\n";
 }
 
 TEST_F(sequencer_fixture, load_sync_loads_every_row_before_its_label_at_once)
 {
-    std::string rows = "abs,,0,0,abs,,100000,load_sync,ready\n";
-    for (int i = 1; i < 10; i++)
-        rows += "abs,,50000,0,abs,,60000,fade_out_music\n";
-    rows += "ready:\nabs,,50000,0,abs,,60000,test\n";
-    load(rows);
+    load(rows_before_label("load_sync", 9));
     both(0);
     for (int i = 1; i < 10; i++)
         EXPECT_EQ(engine.scenes[i].loaded, 1u) << i;
@@ -213,11 +200,7 @@ TEST_F(sequencer_fixture, load_sync_loads_every_row_before_its_label_at_once)
 
 TEST_F(sequencer_fixture, load_async_loads_one_row_per_call)
 {
-    std::string rows = "abs,,0,0,abs,,100000,load_async,ready\n";
-    for (int i = 1; i < 11; i++)
-        rows += "abs,,50000,0,abs,,60000,fade_out_music\n";
-    rows += "ready:\nabs,,50000,0,abs,,60000,test\n";
-    load(rows);
+    load(rows_before_label("load_async", 10));
     // rows 0 to 10 come before the label: eleven calls load them, the twelfth completes
     for (int call = 1; call <= 11; call++) {
         at(0);
@@ -237,8 +220,7 @@ TEST_F(sequencer_fixture, fade_out_music_sets_the_fade_and_ends_the_show)
     reel_load_scene(&engine, &engine.scenes[0], &engine.sequence.rows[0]);
     music_global.music_position.store(1234);
     both(0);
-    EXPECT_EQ(music_global.fade_start.load(), 1234 + 154350);
-    EXPECT_EQ(engine.quit, 0u);
+    EXPECT_TRUE(music_global.fade_start.load() == 1234 + 154350 && engine.quit == 0u);
     both(220500);
     EXPECT_EQ(engine.quit, 0u);
     at(220501);
@@ -249,6 +231,6 @@ TEST_F(sequencer_fixture, fade_out_music_sets_the_fade_and_ends_the_show)
 TEST_F(sequencer_fixture, load_sync_needs_a_label_that_exists)
 {
     load("abs,,0,0,abs,,1000,load_sync,nowhere\n");
-    EXPECT_EXIT(reel_load_scene(&engine, &engine.scenes[0], &engine.sequence.rows[0]), testing::ExitedWithCode(1),
-                "crash in scene_load_sync_parse_args at src/reel_scenes:[0-9]+\ncould not find label \"nowhere\" in sequence!\n");
+    EXPECT_FATAL(reel_load_scene(&engine, &engine.scenes[0], &engine.sequence.rows[0]),
+                 "crash in scene_load_sync_parse_args at src/reel_scenes:[0-9]+\ncould not find label \"nowhere\" in sequence!\n");
 }

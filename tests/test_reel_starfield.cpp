@@ -37,17 +37,13 @@ TEST_F(starfield_fixture, set_up_values_and_level_counts)
     for (int i = 0; i < 6; i++)
         EXPECT_FLOAT_EQ(got[i], want[i]) << i;
     for (const auto& bad : {std::pair{16, 40}, std::pair{16, 15}, std::pair{5, 3}})
-        EXPECT_EXIT(init(10, bad.first, bad.second), testing::ExitedWithCode(1),
-                    "crash in reel_starfield_init_i8 at src/reel_starfield:[0-9]+\nstars brightess levels must be a log2 "
-                    "number of entries but has " +
-                        std::to_string(bad.second - bad.first + 1) + " levels\n");
+        EXPECT_FATAL(init(10, bad.first, bad.second), "crash in reel_starfield_init_i8 at src/reel_starfield:[0-9]+\nstars "
+                     "brightess levels must be a log2 number of entries but has " + std::to_string(bad.second - bad.first + 1) + " levels\n");
 }
 
 // Stars placed by the same stream of random floats as the field draws them: (x', y', r) with
 // yaw and pitch 0 and the camera at the origin, so the projection is 320 + 320 x' / r.
-struct expected_star {
-    float x, y, r;
-};
+struct expected_star { float x, y, r; };
 expected_star place(pcg32* rng, const reel_starfield& sf)
 {
     const float u1 = pcg32_random_float01(rng), u2 = pcg32_random_float01(rng), u3 = pcg32_random_float01(rng);
@@ -98,25 +94,17 @@ TEST_F(starfield_fixture, first_frame_from_the_fixed_seed)
 
 TEST_F(starfield_fixture, levels_and_colours_at_the_depth_limits)
 {
-    const struct {
-        float z;
-        uint32_t first, count;
-        int32_t first_level;
-        uint8_t colour;
-    } cases[] = {
-        {0.1f, 0, 256, 16, 47},   // at near: bright 1 (b = 1.11, clamped), the last level
-        {6.0f, 0, 256, 16, 16},   // at far: bright 0, level 0
-        {0.1f, 0, 40, 16, 39},    // the palette ends first: 40 - 1, not 47
-        {0.1f, 100, 8, 0, 107},   // offsets add to the palette's first index
-    };
+    // at near: bright 1 (b = 1.11, clamped), the last level; at far: bright 0, level 0; the palette
+    // ends first: 40 - 1, not 47; offsets add to the palette's first index
+    const struct { float z; uint32_t first, count; int32_t first_level; uint8_t colour; } cases[] = {
+        {0.1f, 0, 256, 16, 47}, {6.0f, 0, 256, 16, 16}, {0.1f, 0, 40, 16, 39}, {0.1f, 100, 8, 0, 107}};
     for (const auto& c : cases) {
         palette = {c.first, c.count, entries.data()};
         init(0, c.first_level, c.first_level + 31);
         stars()[0] = {0.0f, 0.0f, c.z};
         n3d_framebuffer_clear(&overlay_framebuffer);
         reel_starfield_draw_i8(&sf, &overlay, &engine);
-        EXPECT_EQ(pixel(320, 240), c.colour) << c.z << " " << c.count;
-        EXPECT_EQ(drawn(), 1u);
+        EXPECT_TRUE(pixel(320, 240) == c.colour && drawn() == 1u) << c.z << " " << c.count;
     }
     // ARGB1555: the level in each channel
     std::vector<uint16_t> video(320 * 240);
@@ -132,23 +120,18 @@ TEST_F(starfield_fixture, levels_and_colours_at_the_depth_limits)
 
 TEST_F(starfield_fixture, stars_outside_the_view_are_respawned_and_hidden_ones_are_not)
 {
-    const struct {
-        reel_star star;
-        bool respawned;
-    } cases[] = {
-        {{0.0f, 0.0f, 0.09f}, true},             // before near
-        {{0.0f, 0.0f, 6.01f}, true},             // beyond far
-        {{1.0f, 0.0f, 1.0f}, true},              // 320 + 320 = 640: one past the right edge
-        {{319.4f / 320.0f, 0.0f, 1.0f}, false},  // 639.4 rounds to 639
-        {{0.0f, -240.6f / 240.0f, 1.0f}, true},  // -0.6 rounds to -1
-    };
+    // before near, beyond far, 320 + 320 = 640 (one past the right edge), 639.4 (rounds to 639),
+    // -0.6 (rounds to -1)
+    const struct { reel_star star; bool respawned; } cases[] = {
+        {{0.0f, 0.0f, 0.09f}, true}, {{0.0f, 0.0f, 6.01f}, true}, {{1.0f, 0.0f, 1.0f}, true},
+        {{319.4f / 320.0f, 0.0f, 1.0f}, false}, {{0.0f, -240.6f / 240.0f, 1.0f}, true}};
     for (const auto& c : cases) {
         init(0);
         stars()[0] = c.star;
         n3d_framebuffer_clear(&overlay_framebuffer);
         reel_starfield_draw_i8(&sf, &overlay, &engine);
-        EXPECT_EQ(stars()[0].z != c.star.z, c.respawned) << c.star.x << "," << c.star.y << "," << c.star.z;
-        EXPECT_EQ(drawn(), c.respawned ? 0u : 1u);
+        EXPECT_TRUE((stars()[0].z != c.star.z) == c.respawned && drawn() == (c.respawned ? 0u : 1u))
+            << c.star.x << "," << c.star.y << "," << c.star.z;
     }
 
     // behind a stencil of all ones nothing is drawn and nothing respawns

@@ -22,13 +22,10 @@ TEST(stroke, envelope_rises_holds_and_falls)
 TEST(stroke, threshold_curve_is_the_srgb_encoding_with_exponent_0_41666)
 {
     // trunc(255 x (1.055 x (l / 255)^0.41666 - 0.055)), and 12.92 x below 0.0031308
-    const struct {
-        int32_t level, threshold;
-    } cases[] = {{0, 0}, {1, 12}, {2, 21}, {64, 137}, {128, 187},
-                 {192, 225},  // 224 with the exponent 1 / 2.4
-                 {254, 254},
-                 {255, 254},  // 1.055 - 0.055 is just below 1 in double precision
-                 {-3, 0}, {300, 255}};
+    const struct { int32_t level, threshold; } cases[] = {
+        {0, 0}, {1, 12}, {2, 21}, {64, 137}, {128, 187}, {192, 225},  // 224 with the exponent 1 / 2.4
+        {254, 254}, {255, 254},  // 1.055 - 0.055 is just below 1 in double precision
+        {-3, 0}, {300, 255}};
     for (const auto& c : cases)
         EXPECT_EQ(reel_stroke_threshold(c.level), c.threshold) << c.level;
 }
@@ -57,10 +54,8 @@ TEST_F(stroke_fixture, reveals_the_lowest_texels_first_and_erases_the_highest_fi
             for (int32_t x = 0; x < 80; x++) {
                 const uint8_t t = x < 64 && y < 4 ? img.texel(x, y) : 0;
                 const bool selected = t != 0 && t >= low && t <= high;
-                const uint8_t pixel = fb->pixels[(oy + y) * 640 + ox + x];
-                const uint32_t bit = (cb->bits[(oy + y) * 20 + (ox + x) / 32] >> (31 - (ox + x) % 32)) & 1;
-                ASSERT_EQ(pixel, selected ? inside : 0) << what << " at " << x << "," << y;
-                ASSERT_EQ(bit, selected ? 1u : 0u) << what << " at " << x << "," << y;
+                ASSERT_EQ(fb->pixels[(oy + y) * 640 + ox + x], selected ? inside : 0) << what << " at " << x << "," << y;
+                ASSERT_EQ(scene_coverage_bit(cb, ox + x, oy + y), selected ? 1u : 0u) << what << " at " << x << "," << y;
             }
     };
     // draws at levels 0, 64, 128 and 255, then erases at 255, 128, 1 and 0, with their thresholds
@@ -69,13 +64,10 @@ TEST_F(stroke_fixture, reveals_the_lowest_texels_first_and_erases_the_highest_fi
     for (const auto& s : steps) {
         n3d_framebuffer_clear(fb);
         n3d_coverage_buffer_clear(cb);
-        if (s[0] == 0) {
-            reel_stroke_draw(&stroke, s[1], 7, fb, cb, ox, oy, 0, 480);
-            check(1, s[2], 7, "draw");
-        } else {
-            reel_stroke_erase(&stroke, s[1], fb, cb, backbuffers[0].framebuffer, ox, oy, 0, 480);
-            check(s[2], 255, 33, "erase");
-        }
+        if (s[0] == 0)
+            reel_stroke_draw(&stroke, s[1], 7, fb, cb, ox, oy, 0, 480), check(1, s[2], 7, "draw");
+        else
+            reel_stroke_erase(&stroke, s[1], fb, cb, backbuffers[0].framebuffer, ox, oy, 0, 480), check(s[2], 255, 33, "erase");
     }
 }
 
@@ -84,11 +76,11 @@ TEST_F(stroke_fixture, images_the_masks_cannot_take_are_refused)
     scene_test_image narrow(4, 4, 16, 16), swizzled(5, 5, 32, 32), argb(5, 5, 32, 32, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555);
     swizzled.image.texture.linear = 0;
     reel_stroke stroke;
-    EXPECT_EXIT(reel_stroke_init(&stroke, &narrow.image, &demo), testing::ExitedWithCode(1),
-                "crash in reel_stroke_init at src/reel_stroke:[0-9]+\nstroke image must be a linear index8 texture "
-                "\\(format 3\\) at least 32 texels wide \\(format 3, linear, 16 texels wide\\)");
-    EXPECT_EXIT(reel_stroke_init(&stroke, &swizzled.image, &demo), testing::ExitedWithCode(1), "format 3, swizzled");
-    EXPECT_EXIT(reel_stroke_init(&stroke, &argb.image, &demo), testing::ExitedWithCode(1), "format 1, linear");
+    EXPECT_FATAL(reel_stroke_init(&stroke, &narrow.image, &demo),
+                 "crash in reel_stroke_init at src/reel_stroke:[0-9]+\nstroke image must be a linear index8 texture "
+                 "\\(format 3\\) at least 32 texels wide \\(format 3, linear, 16 texels wide\\)");
+    EXPECT_FATAL(reel_stroke_init(&stroke, &swizzled.image, &demo), "format 3, swizzled");
+    EXPECT_FATAL(reel_stroke_init(&stroke, &argb.image, &demo), "format 1, linear");
 }
 
 }  // namespace

@@ -7,12 +7,10 @@ static void fuzz_coverage_read(const uint8_t* data, size_t size)
 {
     xmemarena* arena = &fuzz_global.arena;
     stream_cursor cur;
-    stream_cursor_init(&cur, data, size, BYTE_ORDER_NATIVE, "fuzz.stencil");
-    stream_cursor_read_marker(&cur);
+    fuzz_block_cursor(&cur, data, size, "fuzz.stencil");
     n3d_coverage_buffer cb;
     const uint8_t* end = n3d_coverage_buffer_read(arena, &cb, &cur);
-    const uint64_t consumed = (uint64_t)(end - data) - 4;
-    fuzz_expect(end == cur.p && end <= data + size, "coverage reader returned a position outside its block");
+    const uint64_t consumed = fuzz_block_read(&cur, end, data, size);
     fuzz_expect(cb.width % 32 == 0 && (uintptr_t)cb.bits % 32 == 0, "coverage buffer breaks its layout rules");
     fuzz_expect(n3d_coverage_buffer_write_size(&cb) == consumed, "coverage write size differs from the bytes read");
     auto* out = (uint8_t*)xmemarena_push_align(arena, consumed, 32);

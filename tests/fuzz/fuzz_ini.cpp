@@ -33,12 +33,7 @@ static void fuzz_ini_on_item(const char* key, uint32_t key_length, const char* i
 
 static void fuzz_ini_read(const uint8_t* data, size_t size)
 {
-    // writable, NUL-terminated, ending exactly at its allocation
-    static char* text = nullptr;
-    free(text);
-    text = (char*)malloc(size + 1);
-    memcpy(text, data, size);
-    text[size] = 0;
+    char* text = fuzz_text(data, size);
 
     fuzz_ini_counts counts = {};
     ini_parse(text, "fuzz.ini", fuzz_ini_on_value, fuzz_ini_on_item, &counts);

@@ -8,12 +8,10 @@ static void fuzz_mesh_read(const uint8_t* data, size_t size)
 {
     xmemarena* arena = &fuzz_global.arena;
     stream_cursor cur;
-    stream_cursor_init(&cur, data, size, BYTE_ORDER_NATIVE, "fuzz.mesh");
-    stream_cursor_read_marker(&cur);
+    fuzz_block_cursor(&cur, data, size, "fuzz.mesh");
     n3d_vertices vertices;
     const uint8_t* end = n3d_vertices_read(&vertices, arena, &cur);
-    const uint64_t consumed = (uint64_t)(end - data) - 4;
-    fuzz_expect(end == cur.p && end <= data + size, "vertex reader returned a position outside its block");
+    const uint64_t consumed = fuzz_block_read(&cur, end, data, size);
     const void* arrays[] = {vertices.xyz,   vertices.uv0, vertices.n_xyz,  vertices.t_xyz,
                             vertices.b_xyz, vertices.uv1, vertices.joints, vertices.weights};
     for (const void* array : arrays)

@@ -23,6 +23,7 @@
 #include "fuzz_harness.h"
 #include "music.h"
 #include "reel.h"
+#include "reel_fs.h"
 #include "reel_resource.h"
 #include "n3d_io.h"
 
@@ -54,35 +55,26 @@ struct fuzz_scenes_world {
 
 static fuzz_scenes_world* fuzz_world;
 
-// A pack in the machine's order: header, names, then the blocks back to back.
+// A pack in the machine's order, made by the pack writer from the blocks written beside it.
 static void fuzz_write_pack(const std::string& path, const std::vector<fuzz_pack_file>& files)
 {
-    uint64_t header = 8;
-    for (const fuzz_pack_file& f : files)
-        header += 16 + f.name.size() + 1;
-    std::vector<uint8_t> image(header);
-    uint8_t* p = stream_write_u32(image.data(), BYTE_ORDER_MARKER, BYTE_ORDER_NATIVE);
-    p = stream_write_u32(p, (uint32_t)files.size(), BYTE_ORDER_NATIVE);
-    uint64_t offset = header;
-    for (const fuzz_pack_file& f : files) {
-        p = stream_write_u32(p, 0, BYTE_ORDER_NATIVE);
-        p = stream_write_u16(p, (uint16_t)f.kind, BYTE_ORDER_NATIVE);
-        p = stream_write_u16(p, (uint16_t)(f.name.size() + 1), BYTE_ORDER_NATIVE);
-        p = stream_write_u32(p, (uint32_t)offset, BYTE_ORDER_NATIVE);
-        p = stream_write_u32(p, (uint32_t)f.block.size(), BYTE_ORDER_NATIVE);
-        offset += f.block.size();
+    static xmemarena memory = {};
+    if (!memory.base)
+        xmemarena_init(&memory, "fuzz_pack_writer", 1u << 20, aligned_alloc(64, 1u << 20));
+    xmemarena_reset(&memory);
+    reel_fs_writer writer;
+    reel_fs_pack_begin(&writer, BYTE_ORDER_NATIVE);
+    for (size_t i = 0; i < files.size(); i++) {
+        const std::string block = path + ".in" + std::to_string(i);
+        FILE* out = fopen(block.c_str(), "wb");
+        if (!out || fwrite(files[i].block.data(), 1, files[i].block.size(), out) != files[i].block.size() ||
+            fclose(out) != 0) {
+            fprintf(fuzz_global.report, "fuzz_scenes: cannot write %s\n", block.c_str());
+            abort();
+        }
+        reel_fs_pack_add_file(&writer, &memory, files[i].kind, 0, files[i].name.c_str(), block.c_str());
     }
-    for (const fuzz_pack_file& f : files) {
-        memcpy(p, f.name.c_str(), f.name.size() + 1);
-        p += f.name.size() + 1;
-    }
-    for (const fuzz_pack_file& f : files)
-        image.insert(image.end(), f.block.begin(), f.block.end());
-    FILE* out = fopen(path.c_str(), "wb");
-    if (!out || fwrite(image.data(), 1, image.size(), out) != image.size() || fclose(out) != 0) {
-        fprintf(fuzz_global.report, "fuzz_scenes: cannot write %s\n", path.c_str());
-        abort();
-    }
+    reel_fs_pack_end(&writer, path.c_str(), &memory);
 }
 
 // A block of kinds 0 to 7: the marker, then what the record's writer makes of it.
@@ -137,9 +129,7 @@ static std::vector<fuzz_pack_file> fuzz_resources()
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 {
-    fuzz_init();
-    if (!getenv("REEL_FUZZ_SHOW_FATAL"))
-        (void)!freopen("/dev/null", "w", stdout);  // scenes and loaders report progress there
+    fuzz_init(argc, argv, "-close_fd_mask=3");  // scenes and loaders report progress on standard output
     fuzz_world = new fuzz_scenes_world();
     fuzz_scenes_world* w = fuzz_world;
 

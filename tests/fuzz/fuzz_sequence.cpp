@@ -8,12 +8,7 @@
 
 static void fuzz_sequence_read(const uint8_t* data, size_t size)
 {
-    // a NUL-terminated copy that ends exactly at its allocation, so a read past the NUL is seen
-    static char* text = nullptr;
-    free(text);
-    text = (char*)malloc(size + 1);
-    memcpy(text, data, size);
-    text[size] = 0;
+    char* text = fuzz_text(data, size);
 
     xmemarena* arena = &fuzz_global.arena;
     xmemarena* tmp_arena = xmemarena_push_arena(arena, "fuzz_tmp_arena", 1u << 20);

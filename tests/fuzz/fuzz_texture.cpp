@@ -8,12 +8,10 @@ static void fuzz_texture_read(const uint8_t* data, size_t size, uint32_t in_plac
 {
     xmemarena* arena = &fuzz_global.arena;
     stream_cursor cur;
-    stream_cursor_init(&cur, data, size, BYTE_ORDER_NATIVE, "fuzz.tmap");
-    stream_cursor_read_marker(&cur);
+    fuzz_block_cursor(&cur, data, size, "fuzz.tmap");
     n3d_texture texture;
     const uint8_t* end = n3d_texture_read(arena, &texture, &cur, in_place);
-    const uint64_t consumed = (uint64_t)(end - data) - 4;
-    fuzz_expect(end == cur.p && end <= data + size, "texture reader returned a position outside its block");
+    const uint64_t consumed = fuzz_block_read(&cur, end, data, size);
     fuzz_expect(n3d_texture_write_size(&texture) == consumed, "texture write size differs from the bytes read");
     auto* out = (uint8_t*)xmemarena_push_align(arena, consumed, 32);
     fuzz_expect(n3d_texture_write(out, &texture, cur.order) == out + consumed, "texture writer wrote another size");
