@@ -120,15 +120,26 @@ RASTER_VEC void raster_lane_setup_avx2(raster_span_ctx* s)
 
 RASTER_VEC inline __m256i raster_lanes(const int32_t* values) { return _mm256_load_si256((const __m256i*)values); }
 
-// 8 32-bit words from base + index * Scale bytes. A gather merges into its destination, so it
-// is given a freshly zeroed one (hidden from the compiler, which would drop it): otherwise it
-// waits for whatever last wrote that register, often another gather.
+// 8 32-bit words from base + index * Scale bytes. Not the gather instruction: on processors
+// whose microcode guards it against data sampling it costs about 23 cycles for 8 lanes,
+// while 8 scalar loads put back into lanes take about 7.
 template <int Scale>
 RASTER_VEC inline __m256i raster_gather(const void* base, __m256i index)
 {
-    __m256i fresh = _mm256_setzero_si256(), all = _mm256_set1_epi32(-1);
-    __asm__ volatile("" : "+x"(fresh), "+x"(all));
-    return _mm256_mask_i32gather_epi32(fresh, (const int*)base, index, all, Scale);
+    alignas(32) int32_t at[RASTER_LANES];
+    _mm256_store_si256((__m256i*)at, index);
+    const uint8_t* b = (const uint8_t*)base;
+    auto word = [&](int i) {
+        int32_t w;
+        memcpy(&w, b + (intptr_t)at[i] * Scale, 4);
+        return w;
+    };
+    __m128i low = _mm_cvtsi32_si128(word(0));
+    __m128i high = _mm_cvtsi32_si128(word(4));
+    low = _mm_insert_epi32(low, word(1), 1), high = _mm_insert_epi32(high, word(5), 1);
+    low = _mm_insert_epi32(low, word(2), 2), high = _mm_insert_epi32(high, word(6), 2);
+    low = _mm_insert_epi32(low, word(3), 3), high = _mm_insert_epi32(high, word(7), 3);
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(low), high, 1);
 }
 
 // The phong byte (AND 31) of a product P = Q r2 whose top byte is the index (large spans).
