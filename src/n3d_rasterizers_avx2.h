@@ -69,7 +69,7 @@ struct raster_segment_counts {
     int32_t count8, partial, count;
 };
 
-inline raster_segment_counts raster_segments_of(const raster_span_job& job)
+RASTER_INLINE raster_segment_counts raster_segments_of(const raster_span_job& job)
 {
     const int32_t m = job.xr - job.xl - 1;
     return {m >> 3, (m & 4) ? 4 : 2, (m >> 3) + ((m >> 2) & 1) + ((m >> 1) & 1)};
@@ -88,6 +88,7 @@ RASTER_VEC void raster_lane_setup_avx2(raster_span_ctx* s)
     _mm256_store_si256((__m256i*)c->mask_u_low, _mm256_set1_epi32((int)(mask & 0xFC)));
     _mm256_store_si256((__m256i*)c->mask_u_high, _mm256_set1_epi32((int)(mask & 0xC000)));
     _mm256_store_si256((__m256i*)c->mask_v_high, _mm256_set1_epi32((int)(mask & 0x3F00)));
+    _mm256_store_si256((__m256i*)c->mask_v_low, _mm256_set1_epi32((int)(mask & 3)));
     _mm256_store_si256((__m256i*)c->texel_shift, _mm256_set1_epi32((F & RF_T8) ? (int)(mask & 3) << 3 : (int)(mask & 1) << 4));
     _mm256_store_si256((__m256i*)c->texel_word_bit, _mm256_set1_epi32((int)(mask & 2)));
     _mm256_store_si256((__m256i*)c->q_step, _mm256_mullo_epi32(qxx, _mm256_set1_epi32(28)));  // 8 * 7 / 2 Qxx
@@ -118,32 +119,30 @@ RASTER_VEC void raster_lane_setup_avx2(raster_span_ctx* s)
     }
 }
 
-RASTER_VEC inline __m256i raster_lanes(const int32_t* values) { return _mm256_load_si256((const __m256i*)values); }
+RASTER_VEC RASTER_INLINE __m256i raster_lanes(const int32_t* values) { return _mm256_load_si256((const __m256i*)values); }
 
 // 8 32-bit words from base + index * Scale bytes. Not the gather instruction: on processors
 // whose microcode guards it against data sampling it costs about 23 cycles for 8 lanes,
 // while 8 scalar loads put back into lanes take about 7.
 template <int Scale>
-RASTER_VEC inline __m256i raster_gather(const void* base, __m256i index)
+RASTER_VEC RASTER_INLINE __m256i raster_gather(const void* base, __m256i index)
 {
     alignas(32) int32_t at[RASTER_LANES];
     _mm256_store_si256((__m256i*)at, index);
     const uint8_t* b = (const uint8_t*)base;
-    auto word = [&](int i) {
-        int32_t w;
-        memcpy(&w, b + (intptr_t)at[i] * Scale, 4);
-        return w;
-    };
-    __m128i low = _mm_cvtsi32_si128(word(0));
-    __m128i high = _mm_cvtsi32_si128(word(4));
-    low = _mm_insert_epi32(low, word(1), 1), high = _mm_insert_epi32(high, word(5), 1);
-    low = _mm_insert_epi32(low, word(2), 2), high = _mm_insert_epi32(high, word(6), 2);
-    low = _mm_insert_epi32(low, word(3), 3), high = _mm_insert_epi32(high, word(7), 3);
+    int32_t word[RASTER_LANES];
+    for (uint32_t i = 0; i < RASTER_LANES; i++)
+        memcpy(&word[i], b + (intptr_t)at[i] * Scale, 4);
+    __m128i low = _mm_cvtsi32_si128(word[0]);
+    __m128i high = _mm_cvtsi32_si128(word[4]);
+    low = _mm_insert_epi32(low, word[1], 1), high = _mm_insert_epi32(high, word[5], 1);
+    low = _mm_insert_epi32(low, word[2], 2), high = _mm_insert_epi32(high, word[6], 2);
+    low = _mm_insert_epi32(low, word[3], 3), high = _mm_insert_epi32(high, word[7], 3);
     return _mm256_inserti128_si256(_mm256_castsi128_si256(low), high, 1);
 }
 
 // The phong byte (AND 31) of a product P = Q r2 whose top byte is the index (large spans).
-RASTER_VEC inline __m256i raster_light_of_product(const raster_span_ctx& s, __m256i product)
+RASTER_VEC RASTER_INLINE __m256i raster_light_of_product(const raster_span_ctx& s, __m256i product)
 {
 #if RASTER_VEC_512
     // every byte of P is looked up in the 256-byte table (two 128-byte permutes and a select on
@@ -159,7 +158,7 @@ RASTER_VEC inline __m256i raster_light_of_product(const raster_span_ctx& s, __m2
 }
 
 // The phong byte (AND 31) of a table index, clamped into the guards as raster_shade does.
-RASTER_VEC inline __m256i raster_light_of_index(const raster_span_ctx& s, __m256i index)
+RASTER_VEC RASTER_INLINE __m256i raster_light_of_index(const raster_span_ctx& s, __m256i index)
 {
     index = _mm256_min_epi32(_mm256_max_epi32(index, _mm256_set1_epi32(RASTER_PHONG_GUARD_LOW)),
                              _mm256_set1_epi32(RASTER_PHONG_GUARD_HIGH));
@@ -167,7 +166,7 @@ RASTER_VEC inline __m256i raster_light_of_index(const raster_span_ctx& s, __m256
 }
 
 // The span reciprocal of scaled iw in each lane, as raster_reciprocal (clamp included).
-RASTER_VEC inline __m256i raster_reciprocal_lanes(__m256i iw)
+RASTER_VEC RASTER_INLINE __m256i raster_reciprocal_lanes(__m256i iw)
 {
     const __m256i index = _mm256_min_epi32(_mm256_max_epi32(_mm256_srai_epi32(iw, N3D_IW_LUT_SHIFT), _mm256_setzero_si256()),
                                            _mm256_set1_epi32(N3D_FIXED_IIW_LUT_SIZE - 2));
@@ -190,7 +189,7 @@ RASTER_VEC inline __m256i raster_reciprocal_lanes(__m256i iw)
 // Texel coordinates (4 fraction bits) at attributes iw, U, V in each lane, as
 // raster_texel_coords, and the squared reciprocal there (phong variants; else 0).
 template <uint32_t F>
-RASTER_VEC inline void raster_coords_lanes(__m256i iw, __m256i ua, __m256i va, __m256i* u, __m256i* v, __m256i* r2)
+RASTER_VEC RASTER_INLINE void raster_coords_lanes(__m256i iw, __m256i ua, __m256i va, __m256i* u, __m256i* v, __m256i* r2)
 {
     const __m256i bias = _mm256_set1_epi32(N3D_TEXEL_BIAS);
     *r2 = _mm256_setzero_si256();
@@ -214,14 +213,14 @@ RASTER_VEC inline void raster_coords_lanes(__m256i iw, __m256i ua, __m256i va, _
 // are wider: it keeps base and step apart.
 
 // The word of a 16-bit ramp.
-RASTER_VEC inline __m256i raster_ramp_word(__m256i base, __m256i step)
+RASTER_VEC RASTER_INLINE __m256i raster_ramp_word(__m256i base, __m256i step)
 {
     return _mm256_or_si256(_mm256_slli_epi32(base, 16), _mm256_and_si256(step, _mm256_set1_epi32(0xFFFF)));
 }
 
 // Ramp j of a group, lane i holding base + i step.
 template <uint32_t F>
-RASTER_VEC inline __m256i raster_ramp(const int32_t* ramps, const int32_t* steps, uint32_t j)
+RASTER_VEC RASTER_INLINE __m256i raster_ramp(const int32_t* ramps, const int32_t* steps, uint32_t j)
 {
     if constexpr (F & RF_AFFINE) {
         const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
@@ -234,14 +233,14 @@ RASTER_VEC inline __m256i raster_ramp(const int32_t* ramps, const int32_t* steps
 }
 
 // The lanes moved up by one, lane 0 taking the last lane of `before`.
-RASTER_VEC inline __m256i raster_lanes_after(__m256i v, __m256i before)
+RASTER_VEC RASTER_INLINE __m256i raster_lanes_after(__m256i v, __m256i before)
 {
     const __m256i up = _mm256_setr_epi32(7, 0, 1, 2, 3, 4, 5, 6);
     return _mm256_blend_epi32(_mm256_permutevar8x32_epi32(v, up), _mm256_permutevar8x32_epi32(before, up), 0x01);
 }
 
 // x / 2^k truncating toward zero, k per lane (as raster_div_pow2)
-RASTER_VEC inline __m256i raster_div_pow2_lanes(__m256i x, __m256i k)
+RASTER_VEC RASTER_INLINE __m256i raster_div_pow2_lanes(__m256i x, __m256i k)
 {
     const __m256i bias = _mm256_srlv_epi32(_mm256_srai_epi32(x, 31), _mm256_sub_epi32(_mm256_set1_epi32(32), k));
     return _mm256_srav_epi32(_mm256_add_epi32(x, bias), k);
@@ -251,7 +250,7 @@ RASTER_VEC inline __m256i raster_div_pow2_lanes(__m256i x, __m256i k)
 // ends, and what each segment broadcasts. Segment j < count8 has 8 pixels, then come one of
 // `partial` pixels (4 or 2) and, when partial is 4 and a 2 follows, one of 2.
 template <uint32_t F>
-RASTER_VEC inline void raster_segment_group_avx2(const raster_span_ctx& s, const raster_attrs& a, int32_t first,
+RASTER_VEC void raster_segment_group_avx2(const raster_span_ctx& s, const raster_attrs& a, int32_t first,
                                                   int32_t count8, int32_t partial, raster_segment_ends* ends,
                                                   raster_segment_group* grp)
 {
@@ -309,7 +308,7 @@ RASTER_VEC inline void raster_segment_group_avx2(const raster_span_ctx& s, const
 
 // Which 16-bit lanes of a load or store are real: segments of 4 and 2 pixels use the low ones.
 template <uint32_t K>
-RASTER_VEC inline __m128i raster_load_lanes(const uint16_t* p)
+RASTER_VEC RASTER_INLINE __m128i raster_load_lanes(const uint16_t* p)
 {
     if constexpr (K == 3)
         return _mm_loadu_si128((const __m128i*)p);
@@ -321,7 +320,7 @@ RASTER_VEC inline __m128i raster_load_lanes(const uint16_t* p)
 }
 
 template <uint32_t K>
-RASTER_VEC inline void raster_store_lanes(uint16_t* p, __m128i v)
+RASTER_VEC RASTER_INLINE void raster_store_lanes(uint16_t* p, __m128i v)
 {
     if constexpr (K == 3) {
         _mm_storeu_si128((__m128i*)p, v);
@@ -334,7 +333,7 @@ RASTER_VEC inline void raster_store_lanes(uint16_t* p, __m128i v)
 }
 
 // Low 16 bits of each 32-bit lane, as 8 16-bit lanes.
-RASTER_VEC inline __m128i raster_pack_lanes(__m256i v)
+RASTER_VEC RASTER_INLINE __m128i raster_pack_lanes(__m256i v)
 {
     const __m256i low_halves = _mm256_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1, 0, 1, 4, 5,
                                                 8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1);
@@ -343,7 +342,7 @@ RASTER_VEC inline __m128i raster_pack_lanes(__m256i v)
 
 // The coverage bits of columns x to x + 7 as one byte, column x in the most significant bit;
 // the next word is read only when the `count` columns drawn run into it.
-inline int raster_coverage_byte(const uint32_t* cov, int32_t x, uint32_t count)
+RASTER_INLINE int raster_coverage_byte(const uint32_t* cov, int32_t x, uint32_t count)
 {
     const uint32_t* word = cov + (x >> 5);
     const uint32_t bit = (uint32_t)x & 31;
@@ -355,7 +354,7 @@ inline int raster_coverage_byte(const uint32_t* cov, int32_t x, uint32_t count)
 
 // The texel at whole-and-fraction coordinates S (u, 12 bits) and V (v) in each lane.
 template <uint32_t F>
-RASTER_VEC inline __m256i raster_texels(const raster_span_ctx& s, __m256i S, __m256i V)
+RASTER_VEC RASTER_INLINE __m256i raster_texels(const raster_span_ctx& s, __m256i S, __m256i V)
 {
     const raster_lane_constants& c = s.lanes;
     // swizzled index without v's two lowest bits, which pick the texel inside an aligned
@@ -380,7 +379,7 @@ RASTER_VEC inline __m256i raster_texels(const raster_span_ctx& s, __m256i S, __m
 
 // The pixel of a texel lit by phong byte b (phong variants) in each lane.
 template <uint32_t F>
-RASTER_VEC inline __m256i raster_pixels(const raster_span_ctx& s, __m256i texel, __m256i b)
+RASTER_VEC RASTER_INLINE __m256i raster_pixels(const raster_span_ctx& s, __m256i texel, __m256i b)
 {
     __m256i pixel;
     if constexpr (F & RF_PHONG) {
@@ -416,9 +415,43 @@ RASTER_VEC inline __m256i raster_pixels(const raster_span_ctx& s, __m256i texel,
     return pixel;
 }
 
+// The 8 pixels at texel coordinates S, V lit by phong bytes b, as 16-bit lanes. Where both
+// look-ups are byte and word reads (8-bit texels, and 16-bit texels without phong) they are
+// done with scalar loads from one word per lane holding the texel's index and the phong
+// byte: cheaper than two round trips between lanes and scalar registers.
+template <uint32_t F>
+RASTER_VEC RASTER_INLINE __m128i raster_pixel_lanes(const raster_span_ctx& s, __m256i S, __m256i V, __m256i b)
+{
+    if constexpr ((F & RF_T8) || !(F & RF_PHONG)) {
+        const raster_lane_constants& c = s.lanes;
+        __m256i index = _mm256_or_si256(
+            _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(S, 2), raster_lanes(c.mask_u_low)),
+                            _mm256_and_si256(_mm256_slli_epi32(S, 4), raster_lanes(c.mask_u_high))),
+            _mm256_and_si256(_mm256_slli_epi32(V, 2), raster_lanes(c.mask_v_high)));
+        // v's two lowest whole bits: the texel inside the 4 of the index's word
+        index = _mm256_or_si256(index, _mm256_and_si256(_mm256_srli_epi32(V, N3D_TEXEL_FRACTION_BITS), raster_lanes(c.mask_v_low)));
+        if constexpr (F & RF_PHONG)
+            index = _mm256_or_si256(index, _mm256_slli_epi32(b, 16));
+        alignas(32) uint32_t key[RASTER_LANES];
+        _mm256_store_si256((__m256i*)key, index);
+        alignas(16) uint16_t pixel[RASTER_LANES];
+        for (uint32_t i = 0; i < RASTER_LANES; i++) {
+            if constexpr (F & RF_PHONG)
+                pixel[i] = s.shade_table[((uint32_t)s.tex8[key[i] & 0xFFFF] << 5) | (key[i] >> 16)];
+            else if constexpr (F & RF_T8)
+                pixel[i] = s.palette[s.tex8[key[i]]];
+            else
+                pixel[i] = s.tex16[key[i]];
+        }
+        return _mm_load_si128((const __m128i*)pixel);
+    } else {
+        return raster_pack_lanes(raster_pixels<F>(s, raster_texels<F>(s, S, V), b));
+    }
+}
+
 // The pixels of segment j of a group, 2^K pixels from column x.
 template <uint32_t F, uint32_t K>
-RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raster_segment_group& grp, uint32_t j,
+RASTER_VEC RASTER_INLINE void raster_segment_avx2(const raster_span_ctx& s, const raster_segment_group& grp, uint32_t j,
                                             raster_span_lanes* l, uint16_t* dst, const uint32_t* cov,
                                             uint16_t* zrow, int32_t x)
 {
@@ -442,8 +475,6 @@ RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raste
                                                            N3D_PHONG_INDEX_SHIFT));
     }
 
-    const __m256i texel = raster_texels<F>(s, S, V);
-    const __m256i pixel = raster_pixels<F>(s, texel, b);
     if constexpr (F & RF_PHONG) {
         const raster_lane_constants& c = s.lanes;
         // Q moves on by the segment's length (only the last segments have fewer than 8)
@@ -457,7 +488,7 @@ RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raste
             l->dq = _mm256_add_epi32(l->dq, _mm256_set1_epi32((int)(qxx << K)));
         }
     }
-    const __m128i pixels = raster_pack_lanes(pixel);
+    const __m128i pixels = raster_pixel_lanes<F>(s, S, V, b);
 
     uint16_t* out = dst + x;
 #if RASTER_VEC_512
@@ -513,7 +544,7 @@ RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raste
 }
 
 // base + i step in lane i
-RASTER_VEC inline __m256i raster_lane_ramp(uint32_t base, int32_t step)
+RASTER_VEC RASTER_INLINE __m256i raster_lane_ramp(uint32_t base, int32_t step)
 {
     const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
     return _mm256_add_epi32(_mm256_set1_epi32((int)base), _mm256_mullo_epi32(lane, _mm256_set1_epi32(step)));
@@ -543,7 +574,7 @@ RASTER_VEC void raster_tail_lanes(const raster_span_ctx& s, uint16_t* dst, const
             b = raster_light_of_index(
                 s, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(q, N3D_PHONG_Q_SHIFT), r2), N3D_PHONG_INDEX_SHIFT));
     }
-    const __m256i pixel = raster_pixels<F>(s, raster_texels<F>(s, u, v), b);
+    const __m128i pixels = raster_pixel_lanes<F>(s, u, v, b);
 #if RASTER_VEC_512
     // masked stores of the tail's lanes, as a segment writes its own
     __mmask8 write = (__mmask8)(0xFFu >> (8 - count));
@@ -558,19 +589,19 @@ RASTER_VEC void raster_tail_lanes(const raster_span_ctx& s, uint16_t* dst, const
         write &= _mm_cmpgt_epu16_mask(z, _mm_maskz_loadu_epi16(write, zrow + x));
         _mm_mask_storeu_epi16(zrow + x, write, z);
     }
-    _mm_mask_storeu_epi16(dst + x, write, raster_pack_lanes(pixel));
+    _mm_mask_storeu_epi16(dst + x, write, pixels);
 #else
-    alignas(32) uint32_t pixels[RASTER_LANES];
-    _mm256_store_si256((__m256i*)pixels, pixel);
+    alignas(16) uint16_t pixel[RASTER_LANES];
+    _mm_store_si128((__m128i*)pixel, pixels);
     uint32_t z = a.z;
     for (int32_t i = 0; i < count; i++, z += (uint32_t)s.z_x)
-        raster_put<F>(dst, cov, zrow, x + i, (uint16_t)pixels[i], z);
+        raster_put<F>(dst, cov, zrow, x + i, pixel[i], z);
 #endif
 }
 
 // The vector kernel's preparation of a span: its first group of segments, Q and depth lanes.
 template <uint32_t F>
-RASTER_VEC inline void raster_plan_avx2(const raster_span_ctx& s, const raster_span_job& job, raster_span_plan* plan)
+RASTER_VEC RASTER_INLINE void raster_plan_avx2(const raster_span_ctx& s, const raster_span_job& job, raster_span_plan* plan)
 {
     if (job.xr - job.xl - 1 < 4)
         return;  // no segment: the whole span is tail
