@@ -916,7 +916,7 @@ int n3d_render_triangle_v8_phong_argb1555_t0argb1555_covrw01_mipconst(n3d_raster
 void n3d_register_rasterizers()
 {
     n3d_rasterizer_table_count = 0;  // a second n3d_init starts the table afresh
-    n3d_raster_use_kernels(N3D_RASTER_KERNELS_AVX2);
+    n3d_raster_use_kernels(N3D_RASTER_KERNELS_BEST);
 #define N3D_REGISTER(fn, attributes, flags) \
     n3d_register_rasterizer(#fn, attributes, fn, n3d_rasterizer_block_names, flags, "src/n3d_rasterizers", __LINE__)
     N3D_REGISTER(n3d_render_triangle_v8_affine_argb1555_t0argb1555, 2, 336);
