@@ -427,25 +427,35 @@ RASTER_INLINE uint32_t raster_lookup_pixel(const raster_span_ctx& s, uint32_t ke
         return s.tex16[key];
 }
 
-// The 8 pixels at texel coordinates S, V lit by phong bytes b, as 16-bit lanes. Where both
-// look-ups are byte and word reads (8-bit texels, and 16-bit texels without phong) they are
-// done with scalar loads from one word per lane holding the texel's index and the phong
-// byte: cheaper than two round trips between lanes and scalar registers.
+// Where both look-ups of a pixel are byte and word reads (8-bit texels, and 16-bit texels
+// without phong) they are done with scalar loads from one word per lane holding the texel's
+// index and the phong byte: cheaper than two round trips between lanes and scalar registers.
+template <uint32_t F>
+constexpr bool raster_scalar_lookups = (F & RF_T8) || !(F & RF_PHONG);
+
+// The keys of raster_lookup_pixel at texel coordinates S, V and phong bytes b, stored in key.
+template <uint32_t F>
+RASTER_VEC RASTER_INLINE void raster_pixel_keys(const raster_span_ctx& s, __m256i S, __m256i V, __m256i b, uint32_t* key)
+{
+    const raster_lane_constants& c = s.lanes;
+    __m256i index = _mm256_or_si256(
+        _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(S, 2), raster_lanes(c.mask_u_low)),
+                        _mm256_and_si256(_mm256_slli_epi32(S, 4), raster_lanes(c.mask_u_high))),
+        _mm256_and_si256(_mm256_slli_epi32(V, 2), raster_lanes(c.mask_v_high)));
+    // v's two lowest whole bits: the texel inside the 4 of the index's word
+    index = _mm256_or_si256(index, _mm256_and_si256(_mm256_srli_epi32(V, N3D_TEXEL_FRACTION_BITS), raster_lanes(c.mask_v_low)));
+    if constexpr (F & RF_PHONG)
+        index = _mm256_or_si256(index, _mm256_slli_epi32(b, 16));
+    _mm256_store_si256((__m256i*)key, index);
+}
+
+// The 8 pixels at texel coordinates S, V lit by phong bytes b, as 16-bit lanes.
 template <uint32_t F>
 RASTER_VEC RASTER_INLINE __m128i raster_pixel_lanes(const raster_span_ctx& s, __m256i S, __m256i V, __m256i b)
 {
-    if constexpr ((F & RF_T8) || !(F & RF_PHONG)) {
-        const raster_lane_constants& c = s.lanes;
-        __m256i index = _mm256_or_si256(
-            _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(S, 2), raster_lanes(c.mask_u_low)),
-                            _mm256_and_si256(_mm256_slli_epi32(S, 4), raster_lanes(c.mask_u_high))),
-            _mm256_and_si256(_mm256_slli_epi32(V, 2), raster_lanes(c.mask_v_high)));
-        // v's two lowest whole bits: the texel inside the 4 of the index's word
-        index = _mm256_or_si256(index, _mm256_and_si256(_mm256_srli_epi32(V, N3D_TEXEL_FRACTION_BITS), raster_lanes(c.mask_v_low)));
-        if constexpr (F & RF_PHONG)
-            index = _mm256_or_si256(index, _mm256_slli_epi32(b, 16));
+    if constexpr (raster_scalar_lookups<F>) {
         alignas(32) uint32_t key[RASTER_LANES];
-        _mm256_store_si256((__m256i*)key, index);
+        raster_pixel_keys<F>(s, S, V, b, key);
         // a vector load of 16-bit stores waits for them to reach the cache; still measured faster
         // than four pixels to a 64-bit register, and than extracting the keys from the lanes
         alignas(16) uint16_t pixel[RASTER_LANES];
@@ -456,6 +466,31 @@ RASTER_VEC RASTER_INLINE __m128i raster_pixel_lanes(const raster_span_ctx& s, __
         return raster_pack_lanes(raster_pixels<F>(s, raster_texels<F>(s, S, V), b));
     }
 }
+
+#if RASTER_VEC_512
+// The first `count` lanes' pixels written to out where `write` has their bit (AVX-512). With
+// scalar look-ups each pixel is stored as it is read and the lanes not written get their old
+// value back after: no vector waits for 16-bit stores.
+template <uint32_t F>
+RASTER_VEC RASTER_INLINE void raster_store_pixels(const raster_span_ctx& s, __m256i S, __m256i V, __m256i b, uint16_t* out,
+                                                  uint32_t count, __mmask8 write)
+{
+    if constexpr (raster_scalar_lookups<F>) {
+        alignas(32) uint32_t key[RASTER_LANES];
+        raster_pixel_keys<F>(s, S, V, b, key);
+        const __mmask8 kept = (__mmask8)(~write & (0xFFu >> (8 - count)));
+        __m128i old = _mm_setzero_si128();
+        if constexpr (F & (RF_COV_READ | RF_DEPTH))
+            old = _mm_maskz_loadu_epi16(kept, out);
+        for (uint32_t i = 0; i < count; i++)
+            out[i] = (uint16_t)raster_lookup_pixel<F>(s, key[i]);
+        if constexpr (F & (RF_COV_READ | RF_DEPTH))
+            _mm_mask_storeu_epi16(out, kept, old);
+    } else {
+        _mm_mask_storeu_epi16(out, write, raster_pixel_lanes<F>(s, S, V, b));
+    }
+}
+#endif
 
 // The pixels of segment j of a group, 2^K pixels from column x.
 template <uint32_t F, uint32_t K>
@@ -496,7 +531,6 @@ RASTER_VEC RASTER_INLINE void raster_segment_avx2(const raster_span_ctx& s, cons
             l->dq = _mm256_add_epi32(l->dq, _mm256_set1_epi32((int)(qxx << K)));
         }
     }
-    const __m128i pixels = raster_pixel_lanes<F>(s, S, V, b);
 
     uint16_t* out = dst + x;
 #if RASTER_VEC_512
@@ -517,12 +551,13 @@ RASTER_VEC RASTER_INLINE void raster_segment_avx2(const raster_span_ctx& s, cons
             else
                 l->z = _mm_add_epi16(l->z, _mm_set1_epi16((short)((uint32_t)s.z_x << K)));
         }
-        _mm_mask_storeu_epi16(out, write, pixels);
+        raster_store_pixels<F>(s, S, V, b, out, 1u << K, write);
     } else {
         (void)cov, (void)zrow;
-        raster_store_lanes<K>(out, pixels);
+        raster_store_pixels<F>(s, S, V, b, out, 1u << K, (__mmask8)(0xFFu >> (8 - (1u << K))));
     }
 #else
+    const __m128i pixels = raster_pixel_lanes<F>(s, S, V, b);
     if constexpr (F & (RF_COV_READ | RF_DEPTH)) {
         // lanes that keep what is there: covered, or not nearer
         __m128i keep = _mm_setzero_si128();
@@ -582,7 +617,6 @@ RASTER_VEC void raster_tail_lanes(const raster_span_ctx& s, uint16_t* dst, const
             b = raster_light_of_index(
                 s, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(q, N3D_PHONG_Q_SHIFT), r2), N3D_PHONG_INDEX_SHIFT));
     }
-    const __m128i pixels = raster_pixel_lanes<F>(s, u, v, b);
 #if RASTER_VEC_512
     // masked stores of the tail's lanes, as a segment writes its own
     __mmask8 write = (__mmask8)(0xFFu >> (8 - count));
@@ -597,8 +631,9 @@ RASTER_VEC void raster_tail_lanes(const raster_span_ctx& s, uint16_t* dst, const
         write &= _mm_cmpgt_epu16_mask(z, _mm_maskz_loadu_epi16(write, zrow + x));
         _mm_mask_storeu_epi16(zrow + x, write, z);
     }
-    _mm_mask_storeu_epi16(dst + x, write, pixels);
+    raster_store_pixels<F>(s, u, v, b, dst + x, (uint32_t)count, write);
 #else
+    const __m128i pixels = raster_pixel_lanes<F>(s, u, v, b);
     alignas(16) uint16_t pixel[RASTER_LANES];
     _mm_store_si128((__m128i*)pixel, pixels);
     uint32_t z = a.z;
@@ -711,7 +746,8 @@ RASTER_VEC void raster_span_avx2(const raster_span_ctx& s, const raster_span_job
         const uint32_t dr2 = (uint32_t)(int32_t)(int16_t)ramp;
         carried = {(uint32_t)(ramp >> 16) + length * dr2, dr2};
     }
-    raster_tail_lanes<F>(s, dst, cov, zrow, x, m + 1 - (int32_t)done, a, (F & RF_LARGE_SPANS) ? &carried : nullptr);
+    // a span after segments has a tail of 1 or 2 pixels: one at a time is cheaper than 8 lanes
+    raster_tail<F>(s, dst, cov, zrow, x, m + 1 - (int32_t)done, a, (F & RF_LARGE_SPANS) ? &carried : nullptr);
 }
 #endif  // RASTER_VEC
 #elif !defined(RASTER_VEC)
