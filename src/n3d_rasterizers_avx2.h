@@ -482,6 +482,7 @@ RASTER_VEC RASTER_INLINE void raster_store_pixels(const raster_span_ctx& s, __m2
         __m128i old = _mm_setzero_si128();
         if constexpr (F & (RF_COV_READ | RF_DEPTH))
             old = _mm_maskz_loadu_epi16(kept, out);
+#pragma GCC unroll 8
         for (uint32_t i = 0; i < count; i++)
             out[i] = (uint16_t)raster_lookup_pixel<F>(s, key[i]);
         if constexpr (F & (RF_COV_READ | RF_DEPTH))
