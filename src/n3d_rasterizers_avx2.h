@@ -157,12 +157,24 @@ RASTER_VEC RASTER_INLINE __m256i raster_light_of_product(const raster_span_ctx& 
 #endif
 }
 
-// The phong byte (AND 31) of a table index, clamped into the guards as raster_shade does.
+// Where both look-ups of a pixel are byte and word reads (8-bit texels, and 16-bit texels
+// without phong) they are done with scalar loads from one word per lane holding the texel's
+// index and the phong byte: cheaper than two round trips between lanes and scalar registers.
+template <uint32_t F>
+constexpr bool raster_scalar_lookups = (F & RF_T8) || !(F & RF_PHONG);
+
+// The phong byte (AND 31) of a table index, clamped into the guards as raster_shade does. With
+// scalar look-ups the phong word is read with the texel: then the lanes hold the index's
+// place in the phong words instead (but for large spans, whose segments look up bytes).
+template <uint32_t F>
 RASTER_VEC RASTER_INLINE __m256i raster_light_of_index(const raster_span_ctx& s, __m256i index)
 {
     index = _mm256_min_epi32(_mm256_max_epi32(index, _mm256_set1_epi32(RASTER_PHONG_GUARD_LOW)),
                              _mm256_set1_epi32(RASTER_PHONG_GUARD_HIGH));
-    return raster_gather<4>(s.lanes.phong - RASTER_PHONG_WORDS_LOW, index);
+    if constexpr (raster_scalar_lookups<F> && !(F & RF_LARGE_SPANS))
+        return _mm256_sub_epi32(index, _mm256_set1_epi32(RASTER_PHONG_WORDS_LOW));
+    else
+        return raster_gather<4>(s.lanes.phong - RASTER_PHONG_WORDS_LOW, index);
 }
 
 // The span reciprocal of scaled iw in each lane, as raster_reciprocal (clamp included).
@@ -415,23 +427,20 @@ RASTER_VEC RASTER_INLINE __m256i raster_pixels(const raster_span_ctx& s, __m256i
     return pixel;
 }
 
-// The pixel of one lane's key (texel index, and phong byte << 16 with phong).
+// The pixel of one lane's key: the texel index, and with phong the phong byte << 16 (large
+// spans) or its place in the phong words << 16.
 template <uint32_t F>
 RASTER_INLINE uint32_t raster_lookup_pixel(const raster_span_ctx& s, uint32_t key)
 {
-    if constexpr (F & RF_PHONG)
+    if constexpr (F & RF_LARGE_SPANS)
         return s.shade_table[((uint32_t)s.tex8[key & 0xFFFF] << 5) | (key >> 16)];
+    else if constexpr (F & RF_PHONG)
+        return s.shade_table[((uint32_t)s.tex8[key & 0xFFFF] << 5) | (uint32_t)s.lanes.phong[key >> 16]];
     else if constexpr (F & RF_T8)
         return s.palette[s.tex8[key]];
     else
         return s.tex16[key];
 }
-
-// Where both look-ups of a pixel are byte and word reads (8-bit texels, and 16-bit texels
-// without phong) they are done with scalar loads from one word per lane holding the texel's
-// index and the phong byte: cheaper than two round trips between lanes and scalar registers.
-template <uint32_t F>
-constexpr bool raster_scalar_lookups = (F & RF_T8) || !(F & RF_PHONG);
 
 // The keys of raster_lookup_pixel at texel coordinates S, V and phong bytes b, stored in key.
 template <uint32_t F>
@@ -478,6 +487,7 @@ RASTER_VEC RASTER_INLINE void raster_store_pixels(const raster_span_ctx& s, __m2
     if constexpr (raster_scalar_lookups<F>) {
         alignas(32) uint32_t key[RASTER_LANES];
         raster_pixel_keys<F>(s, S, V, b, key);
+        __asm__("" : "+m"(key));  // read back with loads, not with extracts that queue on one port
         const __mmask8 kept = (__mmask8)(~write & (0xFFu >> (8 - count)));
         __m128i old = _mm_setzero_si128();
         if constexpr (F & (RF_COV_READ | RF_DEPTH))
@@ -515,7 +525,7 @@ RASTER_VEC RASTER_INLINE void raster_segment_avx2(const raster_span_ctx& s, cons
         if constexpr (F & RF_LARGE_SPANS)
             b = raster_light_of_product(s, _mm256_mullo_epi32(l->q, r2));  // P = Q r2, what the cubic steps
         else
-            b = raster_light_of_index(s, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(l->q, N3D_PHONG_Q_SHIFT), r2),
+            b = raster_light_of_index<F>(s, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(l->q, N3D_PHONG_Q_SHIFT), r2),
                                                            N3D_PHONG_INDEX_SHIFT));
     }
 
@@ -615,7 +625,7 @@ RASTER_VEC void raster_tail_lanes(const raster_span_ctx& s, uint16_t* dst, const
         if ((F & RF_LARGE_SPANS) && carried)
             b = raster_light_of_product(s, _mm256_mullo_epi32(q, raster_lane_ramp(carried->r2, (int32_t)carried->dr2)));
         else
-            b = raster_light_of_index(
+            b = raster_light_of_index<F>(
                 s, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(q, N3D_PHONG_Q_SHIFT), r2), N3D_PHONG_INDEX_SHIFT));
     }
 #if RASTER_VEC_512
