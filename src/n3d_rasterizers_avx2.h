@@ -4,8 +4,11 @@
 // (raster_span_ctx, raster_tail, raster_segment_log2) it builds on, first without RASTER_VEC
 // for the records the sets share, then once per kernel set in a namespace of its own:
 // RASTER_VEC is the set's target attribute, and with RASTER_VEC_512 the AVX-512 set replaces
-// table gathers by register permutes (the reciprocal table, and the large-spans variant's
-// phong table). Elsewhere than on x86 only the empty plan record remains.
+// table look-ups by register permutes (the reciprocal table, and the large-spans variant's
+// phong table) and writes pixels under masks. Texel, palette, shade and phong-word look-ups
+// are scalar loads from indices formed in the lanes: the processor's gather instruction is
+// slower than that where its microcode guards it. Elsewhere than on x86 only the empty plan
+// record remains.
 #if RASTER_X86
 // ---- the vector kernel: the 8 pixels of a segment at once ----
 //
