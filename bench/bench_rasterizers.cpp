@@ -4,7 +4,7 @@
 // triangles/s, pixels/s and time-stamp cycles per pixel.
 //
 //   bench_rasterizers [seconds per variant, default 1] [variant name filter] [triangle count]
-//                     [kernels: 0 portable, 1 AVX2; default the best there is]
+//                     [kernels: 0 portable, 1 AVX2, 2 AVX-512; default the best there is]
 // With a triangle count (0: none) the random workload stops after that many drawn triangles
 // instead of after the time (for instruction counting under callgrind), and the pixel count
 // is printed. For the random workload the variant's own profile blocks split the cycles per
@@ -97,7 +97,7 @@ int main(int argc, char** argv)
         "Times every rasterizer variant whose name contains FILTER on random and on large triangles.\n"
         "  SECONDS    per variant and workload, more than 0 and at most 600 (default 1)\n"
         "  TRIANGLES  stop the random workload after this many triangles instead (0: by time)\n"
-        "  KERNELS    0 portable span kernels, 1 AVX2 (default: the best there is)\n"};
+        "  KERNELS    0 portable span kernels, 1 AVX2, 2 AVX-512 (default: the best there is)\n"};
     tool_begin(&bench_tool, argc, argv);
     if (argc > 5)
         tool_usage_error("at most four arguments");

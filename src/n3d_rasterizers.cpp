@@ -28,6 +28,8 @@
 #else
 #define RASTER_X86 0
 #endif
+// the vector kernels' small helpers: a call would pass their vector arguments through memory
+#define RASTER_INLINE inline __attribute__((always_inline))
 
 int32_t n3d_floor_div(int32_t a, int32_t b)
 {
@@ -168,6 +170,7 @@ struct raster_lane_constants {
     alignas(32) int32_t mask_u_low[RASTER_LANES];
     alignas(32) int32_t mask_u_high[RASTER_LANES];
     alignas(32) int32_t mask_v_high[RASTER_LANES];
+    alignas(32) int32_t mask_v_low[RASTER_LANES];
     alignas(32) int32_t texel_shift[RASTER_LANES];  // 8-bit: of v >> 1; 16-bit: of v (bit 4, times 16)
     alignas(32) int32_t texel_word_bit[RASTER_LANES];  // 16-bit: of v >> 4 (bit 5 is in the word index)
     alignas(32) int32_t q_step[RASTER_LANES];   // phong: what Q and dQ of a lane gain over 8 pixels
@@ -913,7 +916,7 @@ int n3d_render_triangle_v8_phong_argb1555_t0argb1555_covrw01_mipconst(n3d_raster
 void n3d_register_rasterizers()
 {
     n3d_rasterizer_table_count = 0;  // a second n3d_init starts the table afresh
-    n3d_raster_use_kernels(N3D_RASTER_KERNELS_AVX2);
+    n3d_raster_use_kernels(N3D_RASTER_KERNELS_BEST);
 #define N3D_REGISTER(fn, attributes, flags) \
     n3d_register_rasterizer(#fn, attributes, fn, n3d_rasterizer_block_names, flags, "src/n3d_rasterizers", __LINE__)
     N3D_REGISTER(n3d_render_triangle_v8_affine_argb1555_t0argb1555, 2, 336);

@@ -95,9 +95,9 @@ constexpr uint32_t n3d_packed_index8(uint32_t w)
 float n3d_reciprocal_lut(float x);
 
 // The span kernels the variants run: the portable one, or 8 pixels at a time with AVX2 (or
-// AVX2 with AVX-512 permutes) on x86-64 processors that have it. n3d_init picks the best the
-// processor has; every kernel draws exactly the same pixels, so a lower one is only asked for
-// to compare them.
+// AVX2 with AVX-512 permutes and masked stores) on x86-64 processors that have it. n3d_init
+// picks the best the processor has, which is also the fastest; every kernel draws exactly the
+// same pixels, so a lower one is only asked for to compare them.
 enum n3d_raster_kernels : uint32_t {
     N3D_RASTER_KERNELS_PORTABLE = 0,
     N3D_RASTER_KERNELS_AVX2 = 1,

@@ -4,8 +4,11 @@
 // (raster_span_ctx, raster_tail, raster_segment_log2) it builds on, first without RASTER_VEC
 // for the records the sets share, then once per kernel set in a namespace of its own:
 // RASTER_VEC is the set's target attribute, and with RASTER_VEC_512 the AVX-512 set replaces
-// table gathers by register permutes (the reciprocal table, and the large-spans variant's
-// phong table). Elsewhere than on x86 only the empty plan record remains.
+// table look-ups by register permutes (the reciprocal table, and the large-spans variant's
+// phong table) and writes pixels under masks. Texel, palette, shade and phong-word look-ups
+// are scalar loads from indices formed in the lanes: the processor's gather instruction is
+// slower than that where its microcode guards it. Elsewhere than on x86 only the empty plan
+// record remains.
 #if RASTER_X86
 // ---- the vector kernel: the 8 pixels of a segment at once ----
 //
@@ -69,7 +72,7 @@ struct raster_segment_counts {
     int32_t count8, partial, count;
 };
 
-inline raster_segment_counts raster_segments_of(const raster_span_job& job)
+RASTER_INLINE raster_segment_counts raster_segments_of(const raster_span_job& job)
 {
     const int32_t m = job.xr - job.xl - 1;
     return {m >> 3, (m & 4) ? 4 : 2, (m >> 3) + ((m >> 2) & 1) + ((m >> 1) & 1)};
@@ -88,6 +91,7 @@ RASTER_VEC void raster_lane_setup_avx2(raster_span_ctx* s)
     _mm256_store_si256((__m256i*)c->mask_u_low, _mm256_set1_epi32((int)(mask & 0xFC)));
     _mm256_store_si256((__m256i*)c->mask_u_high, _mm256_set1_epi32((int)(mask & 0xC000)));
     _mm256_store_si256((__m256i*)c->mask_v_high, _mm256_set1_epi32((int)(mask & 0x3F00)));
+    _mm256_store_si256((__m256i*)c->mask_v_low, _mm256_set1_epi32((int)(mask & 3)));
     _mm256_store_si256((__m256i*)c->texel_shift, _mm256_set1_epi32((F & RF_T8) ? (int)(mask & 3) << 3 : (int)(mask & 1) << 4));
     _mm256_store_si256((__m256i*)c->texel_word_bit, _mm256_set1_epi32((int)(mask & 2)));
     _mm256_store_si256((__m256i*)c->q_step, _mm256_mullo_epi32(qxx, _mm256_set1_epi32(28)));  // 8 * 7 / 2 Qxx
@@ -118,21 +122,30 @@ RASTER_VEC void raster_lane_setup_avx2(raster_span_ctx* s)
     }
 }
 
-RASTER_VEC inline __m256i raster_lanes(const int32_t* values) { return _mm256_load_si256((const __m256i*)values); }
+RASTER_VEC RASTER_INLINE __m256i raster_lanes(const int32_t* values) { return _mm256_load_si256((const __m256i*)values); }
 
-// 8 32-bit words from base + index * Scale bytes. A gather merges into its destination, so it
-// is given a freshly zeroed one (hidden from the compiler, which would drop it): otherwise it
-// waits for whatever last wrote that register, often another gather.
+// 8 32-bit words from base + index * Scale bytes. Not the gather instruction: on processors
+// whose microcode guards it against data sampling it costs about 23 cycles for 8 lanes,
+// while 8 scalar loads put back into lanes take about 7.
 template <int Scale>
-RASTER_VEC inline __m256i raster_gather(const void* base, __m256i index)
+RASTER_VEC RASTER_INLINE __m256i raster_gather(const void* base, __m256i index)
 {
-    __m256i fresh = _mm256_setzero_si256(), all = _mm256_set1_epi32(-1);
-    __asm__ volatile("" : "+x"(fresh), "+x"(all));
-    return _mm256_mask_i32gather_epi32(fresh, (const int*)base, index, all, Scale);
+    alignas(32) int32_t at[RASTER_LANES];
+    _mm256_store_si256((__m256i*)at, index);
+    const uint8_t* b = (const uint8_t*)base;
+    int32_t word[RASTER_LANES];
+    for (uint32_t i = 0; i < RASTER_LANES; i++)
+        memcpy(&word[i], b + (intptr_t)at[i] * Scale, 4);
+    __m128i low = _mm_cvtsi32_si128(word[0]);
+    __m128i high = _mm_cvtsi32_si128(word[4]);
+    low = _mm_insert_epi32(low, word[1], 1), high = _mm_insert_epi32(high, word[5], 1);
+    low = _mm_insert_epi32(low, word[2], 2), high = _mm_insert_epi32(high, word[6], 2);
+    low = _mm_insert_epi32(low, word[3], 3), high = _mm_insert_epi32(high, word[7], 3);
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(low), high, 1);
 }
 
 // The phong byte (AND 31) of a product P = Q r2 whose top byte is the index (large spans).
-RASTER_VEC inline __m256i raster_light_of_product(const raster_span_ctx& s, __m256i product)
+RASTER_VEC RASTER_INLINE __m256i raster_light_of_product(const raster_span_ctx& s, __m256i product)
 {
 #if RASTER_VEC_512
     // every byte of P is looked up in the 256-byte table (two 128-byte permutes and a select on
@@ -147,16 +160,28 @@ RASTER_VEC inline __m256i raster_light_of_product(const raster_span_ctx& s, __m2
 #endif
 }
 
-// The phong byte (AND 31) of a table index, clamped into the guards as raster_shade does.
-RASTER_VEC inline __m256i raster_light_of_index(const raster_span_ctx& s, __m256i index)
+// Where both look-ups of a pixel are byte and word reads (8-bit texels, and 16-bit texels
+// without phong) they are done with scalar loads from one word per lane holding the texel's
+// index and the phong byte: cheaper than two round trips between lanes and scalar registers.
+template <uint32_t F>
+constexpr bool raster_scalar_lookups = (F & RF_T8) || !(F & RF_PHONG);
+
+// The phong byte (AND 31) of a table index, clamped into the guards as raster_shade does. With
+// scalar look-ups the phong word is read with the texel: then the lanes hold the index's
+// place in the phong words instead (but for large spans, whose segments look up bytes).
+template <uint32_t F>
+RASTER_VEC RASTER_INLINE __m256i raster_light_of_index(const raster_span_ctx& s, __m256i index)
 {
     index = _mm256_min_epi32(_mm256_max_epi32(index, _mm256_set1_epi32(RASTER_PHONG_GUARD_LOW)),
                              _mm256_set1_epi32(RASTER_PHONG_GUARD_HIGH));
-    return raster_gather<4>(s.lanes.phong - RASTER_PHONG_WORDS_LOW, index);
+    if constexpr (raster_scalar_lookups<F> && !(F & RF_LARGE_SPANS))
+        return _mm256_sub_epi32(index, _mm256_set1_epi32(RASTER_PHONG_WORDS_LOW));
+    else
+        return raster_gather<4>(s.lanes.phong - RASTER_PHONG_WORDS_LOW, index);
 }
 
 // The span reciprocal of scaled iw in each lane, as raster_reciprocal (clamp included).
-RASTER_VEC inline __m256i raster_reciprocal_lanes(__m256i iw)
+RASTER_VEC RASTER_INLINE __m256i raster_reciprocal_lanes(__m256i iw)
 {
     const __m256i index = _mm256_min_epi32(_mm256_max_epi32(_mm256_srai_epi32(iw, N3D_IW_LUT_SHIFT), _mm256_setzero_si256()),
                                            _mm256_set1_epi32(N3D_FIXED_IIW_LUT_SIZE - 2));
@@ -179,7 +204,7 @@ RASTER_VEC inline __m256i raster_reciprocal_lanes(__m256i iw)
 // Texel coordinates (4 fraction bits) at attributes iw, U, V in each lane, as
 // raster_texel_coords, and the squared reciprocal there (phong variants; else 0).
 template <uint32_t F>
-RASTER_VEC inline void raster_coords_lanes(__m256i iw, __m256i ua, __m256i va, __m256i* u, __m256i* v, __m256i* r2)
+RASTER_VEC RASTER_INLINE void raster_coords_lanes(__m256i iw, __m256i ua, __m256i va, __m256i* u, __m256i* v, __m256i* r2)
 {
     const __m256i bias = _mm256_set1_epi32(N3D_TEXEL_BIAS);
     *r2 = _mm256_setzero_si256();
@@ -203,14 +228,14 @@ RASTER_VEC inline void raster_coords_lanes(__m256i iw, __m256i ua, __m256i va, _
 // are wider: it keeps base and step apart.
 
 // The word of a 16-bit ramp.
-RASTER_VEC inline __m256i raster_ramp_word(__m256i base, __m256i step)
+RASTER_VEC RASTER_INLINE __m256i raster_ramp_word(__m256i base, __m256i step)
 {
     return _mm256_or_si256(_mm256_slli_epi32(base, 16), _mm256_and_si256(step, _mm256_set1_epi32(0xFFFF)));
 }
 
 // Ramp j of a group, lane i holding base + i step.
 template <uint32_t F>
-RASTER_VEC inline __m256i raster_ramp(const int32_t* ramps, const int32_t* steps, uint32_t j)
+RASTER_VEC RASTER_INLINE __m256i raster_ramp(const int32_t* ramps, const int32_t* steps, uint32_t j)
 {
     if constexpr (F & RF_AFFINE) {
         const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
@@ -223,14 +248,14 @@ RASTER_VEC inline __m256i raster_ramp(const int32_t* ramps, const int32_t* steps
 }
 
 // The lanes moved up by one, lane 0 taking the last lane of `before`.
-RASTER_VEC inline __m256i raster_lanes_after(__m256i v, __m256i before)
+RASTER_VEC RASTER_INLINE __m256i raster_lanes_after(__m256i v, __m256i before)
 {
     const __m256i up = _mm256_setr_epi32(7, 0, 1, 2, 3, 4, 5, 6);
     return _mm256_blend_epi32(_mm256_permutevar8x32_epi32(v, up), _mm256_permutevar8x32_epi32(before, up), 0x01);
 }
 
 // x / 2^k truncating toward zero, k per lane (as raster_div_pow2)
-RASTER_VEC inline __m256i raster_div_pow2_lanes(__m256i x, __m256i k)
+RASTER_VEC RASTER_INLINE __m256i raster_div_pow2_lanes(__m256i x, __m256i k)
 {
     const __m256i bias = _mm256_srlv_epi32(_mm256_srai_epi32(x, 31), _mm256_sub_epi32(_mm256_set1_epi32(32), k));
     return _mm256_srav_epi32(_mm256_add_epi32(x, bias), k);
@@ -240,7 +265,7 @@ RASTER_VEC inline __m256i raster_div_pow2_lanes(__m256i x, __m256i k)
 // ends, and what each segment broadcasts. Segment j < count8 has 8 pixels, then come one of
 // `partial` pixels (4 or 2) and, when partial is 4 and a 2 follows, one of 2.
 template <uint32_t F>
-RASTER_VEC inline void raster_segment_group_avx2(const raster_span_ctx& s, const raster_attrs& a, int32_t first,
+RASTER_VEC void raster_segment_group_avx2(const raster_span_ctx& s, const raster_attrs& a, int32_t first,
                                                   int32_t count8, int32_t partial, raster_segment_ends* ends,
                                                   raster_segment_group* grp)
 {
@@ -298,7 +323,7 @@ RASTER_VEC inline void raster_segment_group_avx2(const raster_span_ctx& s, const
 
 // Which 16-bit lanes of a load or store are real: segments of 4 and 2 pixels use the low ones.
 template <uint32_t K>
-RASTER_VEC inline __m128i raster_load_lanes(const uint16_t* p)
+RASTER_VEC RASTER_INLINE __m128i raster_load_lanes(const uint16_t* p)
 {
     if constexpr (K == 3)
         return _mm_loadu_si128((const __m128i*)p);
@@ -310,7 +335,7 @@ RASTER_VEC inline __m128i raster_load_lanes(const uint16_t* p)
 }
 
 template <uint32_t K>
-RASTER_VEC inline void raster_store_lanes(uint16_t* p, __m128i v)
+RASTER_VEC RASTER_INLINE void raster_store_lanes(uint16_t* p, __m128i v)
 {
     if constexpr (K == 3) {
         _mm_storeu_si128((__m128i*)p, v);
@@ -323,7 +348,7 @@ RASTER_VEC inline void raster_store_lanes(uint16_t* p, __m128i v)
 }
 
 // Low 16 bits of each 32-bit lane, as 8 16-bit lanes.
-RASTER_VEC inline __m128i raster_pack_lanes(__m256i v)
+RASTER_VEC RASTER_INLINE __m128i raster_pack_lanes(__m256i v)
 {
     const __m256i low_halves = _mm256_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1, 0, 1, 4, 5,
                                                 8, 9, 12, 13, -1, -1, -1, -1, -1, -1, -1, -1);
@@ -332,7 +357,7 @@ RASTER_VEC inline __m128i raster_pack_lanes(__m256i v)
 
 // The coverage bits of columns x to x + 7 as one byte, column x in the most significant bit;
 // the next word is read only when the `count` columns drawn run into it.
-inline int raster_coverage_byte(const uint32_t* cov, int32_t x, uint32_t count)
+RASTER_INLINE int raster_coverage_byte(const uint32_t* cov, int32_t x, uint32_t count)
 {
     const uint32_t* word = cov + (x >> 5);
     const uint32_t bit = (uint32_t)x & 31;
@@ -344,7 +369,7 @@ inline int raster_coverage_byte(const uint32_t* cov, int32_t x, uint32_t count)
 
 // The texel at whole-and-fraction coordinates S (u, 12 bits) and V (v) in each lane.
 template <uint32_t F>
-RASTER_VEC inline __m256i raster_texels(const raster_span_ctx& s, __m256i S, __m256i V)
+RASTER_VEC RASTER_INLINE __m256i raster_texels(const raster_span_ctx& s, __m256i S, __m256i V)
 {
     const raster_lane_constants& c = s.lanes;
     // swizzled index without v's two lowest bits, which pick the texel inside an aligned
@@ -369,7 +394,7 @@ RASTER_VEC inline __m256i raster_texels(const raster_span_ctx& s, __m256i S, __m
 
 // The pixel of a texel lit by phong byte b (phong variants) in each lane.
 template <uint32_t F>
-RASTER_VEC inline __m256i raster_pixels(const raster_span_ctx& s, __m256i texel, __m256i b)
+RASTER_VEC RASTER_INLINE __m256i raster_pixels(const raster_span_ctx& s, __m256i texel, __m256i b)
 {
     __m256i pixel;
     if constexpr (F & RF_PHONG) {
@@ -405,9 +430,85 @@ RASTER_VEC inline __m256i raster_pixels(const raster_span_ctx& s, __m256i texel,
     return pixel;
 }
 
+// The pixel of one lane's key: the texel index, and with phong the phong byte << 16 (large
+// spans) or its place in the phong words << 16.
+template <uint32_t F>
+RASTER_INLINE uint32_t raster_lookup_pixel(const raster_span_ctx& s, uint32_t key)
+{
+    if constexpr (F & RF_LARGE_SPANS)
+        return s.shade_table[((uint32_t)s.tex8[key & 0xFFFF] << 5) | (key >> 16)];
+    else if constexpr (F & RF_PHONG)
+        return s.shade_table[((uint32_t)s.tex8[key & 0xFFFF] << 5) | (uint32_t)s.lanes.phong[key >> 16]];
+    else if constexpr (F & RF_T8)
+        return s.palette[s.tex8[key]];
+    else
+        return s.tex16[key];
+}
+
+// The keys of raster_lookup_pixel at texel coordinates S, V and phong bytes b, stored in key.
+template <uint32_t F>
+RASTER_VEC RASTER_INLINE void raster_pixel_keys(const raster_span_ctx& s, __m256i S, __m256i V, __m256i b, uint32_t* key)
+{
+    const raster_lane_constants& c = s.lanes;
+    __m256i index = _mm256_or_si256(
+        _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(S, 2), raster_lanes(c.mask_u_low)),
+                        _mm256_and_si256(_mm256_slli_epi32(S, 4), raster_lanes(c.mask_u_high))),
+        _mm256_and_si256(_mm256_slli_epi32(V, 2), raster_lanes(c.mask_v_high)));
+    // v's two lowest whole bits: the texel inside the 4 of the index's word
+    index = _mm256_or_si256(index, _mm256_and_si256(_mm256_srli_epi32(V, N3D_TEXEL_FRACTION_BITS), raster_lanes(c.mask_v_low)));
+    if constexpr (F & RF_PHONG)
+        index = _mm256_or_si256(index, _mm256_slli_epi32(b, 16));
+    _mm256_store_si256((__m256i*)key, index);
+}
+
+// The 8 pixels at texel coordinates S, V lit by phong bytes b, as 16-bit lanes.
+template <uint32_t F>
+RASTER_VEC RASTER_INLINE __m128i raster_pixel_lanes(const raster_span_ctx& s, __m256i S, __m256i V, __m256i b)
+{
+    if constexpr (raster_scalar_lookups<F>) {
+        alignas(32) uint32_t key[RASTER_LANES];
+        raster_pixel_keys<F>(s, S, V, b, key);
+        // a vector load of 16-bit stores waits for them to reach the cache; still measured faster
+        // than four pixels to a 64-bit register, and than extracting the keys from the lanes
+        alignas(16) uint16_t pixel[RASTER_LANES];
+        for (uint32_t i = 0; i < RASTER_LANES; i++)
+            pixel[i] = (uint16_t)raster_lookup_pixel<F>(s, key[i]);
+        return _mm_load_si128((const __m128i*)pixel);
+    } else {
+        return raster_pack_lanes(raster_pixels<F>(s, raster_texels<F>(s, S, V), b));
+    }
+}
+
+#if RASTER_VEC_512
+// The first `count` lanes' pixels written to out where `write` has their bit (AVX-512). With
+// scalar look-ups each pixel is stored as it is read and the lanes not written get their old
+// value back after: no vector waits for 16-bit stores.
+template <uint32_t F>
+RASTER_VEC RASTER_INLINE void raster_store_pixels(const raster_span_ctx& s, __m256i S, __m256i V, __m256i b, uint16_t* out,
+                                                  uint32_t count, __mmask8 write)
+{
+    if constexpr (raster_scalar_lookups<F>) {
+        alignas(32) uint32_t key[RASTER_LANES];
+        raster_pixel_keys<F>(s, S, V, b, key);
+        __asm__("" : "+m"(key));  // read back with loads, not with extracts that queue on one port
+        const __mmask8 kept = (__mmask8)(~write & (0xFFu >> (8 - count)));
+        __m128i old = _mm_setzero_si128();
+        if constexpr (F & (RF_COV_READ | RF_DEPTH))
+            old = _mm_maskz_loadu_epi16(kept, out);
+#pragma GCC unroll 8
+        for (uint32_t i = 0; i < count; i++)
+            out[i] = (uint16_t)raster_lookup_pixel<F>(s, key[i]);
+        if constexpr (F & (RF_COV_READ | RF_DEPTH))
+            _mm_mask_storeu_epi16(out, kept, old);
+    } else {
+        _mm_mask_storeu_epi16(out, write, raster_pixel_lanes<F>(s, S, V, b));
+    }
+}
+#endif
+
 // The pixels of segment j of a group, 2^K pixels from column x.
 template <uint32_t F, uint32_t K>
-RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raster_segment_group& grp, uint32_t j,
+RASTER_VEC RASTER_INLINE void raster_segment_avx2(const raster_span_ctx& s, const raster_segment_group& grp, uint32_t j,
                                             raster_span_lanes* l, uint16_t* dst, const uint32_t* cov,
                                             uint16_t* zrow, int32_t x)
 {
@@ -427,12 +528,10 @@ RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raste
         if constexpr (F & RF_LARGE_SPANS)
             b = raster_light_of_product(s, _mm256_mullo_epi32(l->q, r2));  // P = Q r2, what the cubic steps
         else
-            b = raster_light_of_index(s, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(l->q, N3D_PHONG_Q_SHIFT), r2),
+            b = raster_light_of_index<F>(s, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(l->q, N3D_PHONG_Q_SHIFT), r2),
                                                            N3D_PHONG_INDEX_SHIFT));
     }
 
-    const __m256i texel = raster_texels<F>(s, S, V);
-    const __m256i pixel = raster_pixels<F>(s, texel, b);
     if constexpr (F & RF_PHONG) {
         const raster_lane_constants& c = s.lanes;
         // Q moves on by the segment's length (only the last segments have fewer than 8)
@@ -446,7 +545,6 @@ RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raste
             l->dq = _mm256_add_epi32(l->dq, _mm256_set1_epi32((int)(qxx << K)));
         }
     }
-    const __m128i pixels = raster_pack_lanes(pixel);
 
     uint16_t* out = dst + x;
 #if RASTER_VEC_512
@@ -467,12 +565,13 @@ RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raste
             else
                 l->z = _mm_add_epi16(l->z, _mm_set1_epi16((short)((uint32_t)s.z_x << K)));
         }
-        _mm_mask_storeu_epi16(out, write, pixels);
+        raster_store_pixels<F>(s, S, V, b, out, 1u << K, write);
     } else {
         (void)cov, (void)zrow;
-        raster_store_lanes<K>(out, pixels);
+        raster_store_pixels<F>(s, S, V, b, out, 1u << K, (__mmask8)(0xFFu >> (8 - (1u << K))));
     }
 #else
+    const __m128i pixels = raster_pixel_lanes<F>(s, S, V, b);
     if constexpr (F & (RF_COV_READ | RF_DEPTH)) {
         // lanes that keep what is there: covered, or not nearer
         __m128i keep = _mm_setzero_si128();
@@ -502,7 +601,7 @@ RASTER_VEC inline void raster_segment_avx2(const raster_span_ctx& s, const raste
 }
 
 // base + i step in lane i
-RASTER_VEC inline __m256i raster_lane_ramp(uint32_t base, int32_t step)
+RASTER_VEC RASTER_INLINE __m256i raster_lane_ramp(uint32_t base, int32_t step)
 {
     const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
     return _mm256_add_epi32(_mm256_set1_epi32((int)base), _mm256_mullo_epi32(lane, _mm256_set1_epi32(step)));
@@ -529,10 +628,9 @@ RASTER_VEC void raster_tail_lanes(const raster_span_ctx& s, uint16_t* dst, const
         if ((F & RF_LARGE_SPANS) && carried)
             b = raster_light_of_product(s, _mm256_mullo_epi32(q, raster_lane_ramp(carried->r2, (int32_t)carried->dr2)));
         else
-            b = raster_light_of_index(
+            b = raster_light_of_index<F>(
                 s, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(q, N3D_PHONG_Q_SHIFT), r2), N3D_PHONG_INDEX_SHIFT));
     }
-    const __m256i pixel = raster_pixels<F>(s, raster_texels<F>(s, u, v), b);
 #if RASTER_VEC_512
     // masked stores of the tail's lanes, as a segment writes its own
     __mmask8 write = (__mmask8)(0xFFu >> (8 - count));
@@ -547,19 +645,20 @@ RASTER_VEC void raster_tail_lanes(const raster_span_ctx& s, uint16_t* dst, const
         write &= _mm_cmpgt_epu16_mask(z, _mm_maskz_loadu_epi16(write, zrow + x));
         _mm_mask_storeu_epi16(zrow + x, write, z);
     }
-    _mm_mask_storeu_epi16(dst + x, write, raster_pack_lanes(pixel));
+    raster_store_pixels<F>(s, u, v, b, dst + x, (uint32_t)count, write);
 #else
-    alignas(32) uint32_t pixels[RASTER_LANES];
-    _mm256_store_si256((__m256i*)pixels, pixel);
+    const __m128i pixels = raster_pixel_lanes<F>(s, u, v, b);
+    alignas(16) uint16_t pixel[RASTER_LANES];
+    _mm_store_si128((__m128i*)pixel, pixels);
     uint32_t z = a.z;
     for (int32_t i = 0; i < count; i++, z += (uint32_t)s.z_x)
-        raster_put<F>(dst, cov, zrow, x + i, (uint16_t)pixels[i], z);
+        raster_put<F>(dst, cov, zrow, x + i, pixel[i], z);
 #endif
 }
 
 // The vector kernel's preparation of a span: its first group of segments, Q and depth lanes.
 template <uint32_t F>
-RASTER_VEC inline void raster_plan_avx2(const raster_span_ctx& s, const raster_span_job& job, raster_span_plan* plan)
+RASTER_VEC RASTER_INLINE void raster_plan_avx2(const raster_span_ctx& s, const raster_span_job& job, raster_span_plan* plan)
 {
     if (job.xr - job.xl - 1 < 4)
         return;  // no segment: the whole span is tail
@@ -661,7 +760,8 @@ RASTER_VEC void raster_span_avx2(const raster_span_ctx& s, const raster_span_job
         const uint32_t dr2 = (uint32_t)(int32_t)(int16_t)ramp;
         carried = {(uint32_t)(ramp >> 16) + length * dr2, dr2};
     }
-    raster_tail_lanes<F>(s, dst, cov, zrow, x, m + 1 - (int32_t)done, a, (F & RF_LARGE_SPANS) ? &carried : nullptr);
+    // a span after segments has a tail of 1 or 2 pixels: one at a time is cheaper than 8 lanes
+    raster_tail<F>(s, dst, cov, zrow, x, m + 1 - (int32_t)done, a, (F & RF_LARGE_SPANS) ? &carried : nullptr);
 }
 #endif  // RASTER_VEC
 #elif !defined(RASTER_VEC)

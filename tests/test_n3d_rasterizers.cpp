@@ -523,6 +523,16 @@ void exact_random_state(pcg32* rng, exact_pair* pair)
     return ::testing::AssertionSuccess();
 }
 
+// Fills the stack the next call will use with a byte, so that a kernel reading a slot of its
+// stack-held tables (the phong words, the lane constants) that it never filled reads that
+// byte, not what an earlier call of another variant or kernel set left there.
+__attribute__((noinline)) void exact_poison_stack(uint8_t byte)
+{
+    uint8_t junk[64 * 1024];
+    memset(junk, byte, sizeof junk);
+    __asm__ volatile("" : : "r"(junk) : "memory");
+}
+
 // Rounds per variant and kernel set; REEL_RASTER_EXACT_ROUNDS asks for more.
 int exact_rounds()
 {
@@ -554,8 +564,10 @@ TEST(n3d_rasterizers, portable_and_vector_kernels_draw_the_same_bytes)
             n3d_raster_call cp = make_call(pair.portable, e, tri, texture, &assets.phong);
             n3d_raster_call cv = make_call(pair.vector, e, tri, texture, &assets.phong);
             n3d_raster_use_kernels(N3D_RASTER_KERNELS_PORTABLE);
+            exact_poison_stack((uint8_t)(round * 37 + vi));
             const int drawn = e->rasterizer(&cp);
             n3d_raster_use_kernels((n3d_raster_kernels)k);
+            exact_poison_stack((uint8_t)(round * 53 + vi + 1));
             ASSERT_EQ(e->rasterizer(&cv), drawn) << e->name;
             ASSERT_TRUE(exact_same_state(pair.portable, pair.vector))
                 << e->name << ", round " << round << ", kind " << round % EXACT_KIND_COUNT << ", kernels " << k;
