@@ -294,17 +294,9 @@ TEST(gltf_import, skin_weights_follow_every_corner_and_extra_sets_keep_the_four_
     EXPECT_TRUE(v->joints[4] == 0 && v->joints[5] == 1 && v->weights[4] == 0.25f && v->weights[5] == 0.75f);
     // corner 0 is vertex 2: weights 0.1 (j2) 0.2 (j3) 0.3 (j4) 0.1 (j5) and 0.3 (j1) from the
     // second set: the first 0.1 gives way, the rest are scaled by 1 / 0.9
-    float sum = 0;
-    for (int q = 0; q < 4; q++) {
-        sum += v->weights[q];
-        EXPECT_NE(v->joints[q], 2) << "the smallest weight's joint must be gone";
-        if (v->joints[q] == 1) {
-            EXPECT_FLOAT_EQ(v->weights[q], 0.3f / 0.9f);
-        } else if (v->joints[q] == 3) {
-            EXPECT_FLOAT_EQ(v->weights[q], 0.2f / 0.9f);
-        }
-    }
-    EXPECT_FLOAT_EQ(sum, 1.0f);
+    const float expect[6] = {-1, 0.3f / 0.9f, -1, 0.2f / 0.9f, 0.3f / 0.9f, 0.1f / 0.9f};  // by joint; joint 2 is gone
+    for (int q = 0; q < 4; q++)
+        EXPECT_FLOAT_EQ(v->weights[q], v->joints[q] < 6 ? expect[v->joints[q]] : -1) << "joint " << (int)v->joints[q];
     ASSERT_EQ(d->skin_count, 1u);
     const mad_skin& k = d->skins[0];
     EXPECT_TRUE(k.joint_count == 6 && k.joints[5] == 6 && k.inverse_bind_matrices[0][3][1] == -1.0f &&
@@ -505,8 +497,7 @@ TEST(gltf_import, sample_model_imports_alike_from_text_and_binary)
     EXPECT_EQ(mad_find_animation(d, "wave"), 0);
     // the 1 x 1 picture becomes a 4 x 4 texture of one colour, named after the image
     ASSERT_EQ(text.result.textures.size(), 1u);
-    EXPECT_EQ(text.result.textures[0].resource, "m_dot.tmap");
-    EXPECT_EQ(text.result.textures[0].colors, 1u);
+    EXPECT_TRUE(text.result.textures[0].resource == "m_dot.tmap" && text.result.textures[0].colors == 1);
     // at 0.5 s the bone is halfway to (0.5, 1, 0)
     mad_animate((mad_datapack*)d, 0, 0.5f);
     EXPECT_FLOAT_EQ(d->nodes[1].translation[0], 0.25f);
@@ -523,20 +514,17 @@ TEST(gltf_import, the_direct_node_gets_argb1555_copies_of_its_images)
     const mad_datapack* d = &m.result.datapack;
     const mad_image* image = d->nodes[0].mesh->primitives[0].material->base_color_image;
     EXPECT_STREQ(image->name, "m_dot_direct");
-    const n3d_texture* tex = &m.result.textures[(size_t)(image - d->images)].texture;
-    EXPECT_EQ(m.result.textures[(size_t)(image - d->images)].resource, "m_dot_direct.tmap");
-    EXPECT_EQ(tex->format, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555);
-    EXPECT_TRUE(tex->linear == 0 && tex->palette == nullptr);
-    struct refusal {
-        const char* node;
-        const char* message;
-    };
-    for (const refusal& r : {refusal{"nope", "no node is named \"nope\" (the direct node)"},
-                             refusal{"camera", "nodes[3] (\"camera\", the direct node) has no mesh"}}) {
+    const gltf_import_texture& tex = m.result.textures[(size_t)(image - d->images)];
+    EXPECT_EQ(tex.resource, "m_dot_direct.tmap");
+    EXPECT_TRUE(tex.texture.format == N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555 && tex.texture.linear == 0 &&
+                tex.texture.palette == nullptr);
+    for (const char* node : {"nope", "camera"}) {
         imported bad;
-        options.direct_node = r.node;
+        options.direct_node = node;
         import_bytes(&bad, t.data(), t.size(), 0, &options);
-        EXPECT_TRUE(bad.status == 1 && bad.error == r.message) << bad.error;
+        EXPECT_TRUE(bad.status == 1 && bad.error == (*node == 'n' ? "no node is named \"nope\" (the direct node)"
+                                                                   : "nodes[3] (\"camera\", the direct node) has no mesh"))
+            << bad.error;
     }
 }
 
@@ -616,12 +604,8 @@ TEST(color_quantize, few_colours_come_back_exactly_and_many_are_split_by_weight)
     const color_quantize_point three[] = {{{0.1f, 0.2f, 0.3f}, 5}, {{0.9f, 0.0f, 0.0f}, 1}, {{0.0f, 0.5f, 1.0f}, 2}};
     vec3 centres[COLOR_QUANTIZE_MAX_COLORS];
     ASSERT_EQ(color_quantize_points(centres, 256, three, 3, &a.tmp), 3u);
-    for (const color_quantize_point& p : three) {
-        bool found = false;
-        for (int k = 0; k < 3; k++)
-            found = found || (centres[k][0] == p.rgb[0] && centres[k][1] == p.rgb[1] && centres[k][2] == p.rgb[2]);
-        EXPECT_TRUE(found);
-    }
+    for (const color_quantize_point& p : three)
+        EXPECT_TRUE(std::any_of(centres, centres + 3, [&](const vec3 c) { return !memcmp(c, p.rgb, sizeof(vec3)); }));
     // two clusters of greys around 0.2 and 0.8 into two colours: their weighted means
     const color_quantize_point grey[] = {{{0.1f, 0.1f, 0.1f}, 1}, {{0.3f, 0.3f, 0.3f}, 1},
                                          {{0.7f, 0.7f, 0.7f}, 3}, {{0.9f, 0.9f, 0.9f}, 1}};
@@ -714,16 +698,12 @@ TEST(reel_gltf, the_named_debian_samples_play_in_the_animated_scene_as_imported)
         arenas a;
         const bitmap* frame = bitmap_load_png(&a.arena, (d + "/frames/frame_000010.png").c_str(), 3);
         ASSERT_NE(frame, nullptr);
-        uint32_t lit = 0;
-        const uint8_t* first = bitmap_pixel(frame, 0, 0);
-        bool flat = true;
-        for (uint32_t y = 0; y < 480; y++)
-            for (uint32_t x = 0; x < 640; x++) {
-                const uint8_t* p = bitmap_pixel(frame, x, y);
-                flat = flat && memcmp(p, first, 3) == 0;
-                lit += p[0] | p[1] | p[2] ? 1 : 0;
-            }
-        EXPECT_FALSE(flat);
+        uint32_t lit = 0, other = 0;
+        for (uint32_t i = 0; i < 640 * 480; i++) {
+            const uint8_t* p = bitmap_pixel(frame, i % 640, i / 640);
+            other += memcmp(p, bitmap_pixel(frame, 0, 0), 3) != 0, lit += p[0] | p[1] | p[2] ? 1 : 0;
+        }
+        EXPECT_GT(other, 0u) << "more than one colour";
         EXPECT_GT(lit, 640u * 480 / 20) << "the model covers at least a twentieth of the picture";
         std::system(("rm -rf '" + d + "'").c_str());
     }

@@ -1,15 +1,5 @@
 // Mesh, texture and coverage-mask blocks: exact file sizes, byte-for-byte round trips in both
 // byte orders, in-place use, the whole-file reads, and the messages of damaged blocks.
-#include <gtest/gtest.h>
-
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstring>
-#include <filesystem>
-#include <string>
-#include <vector>
-
 #include "n3d_io.h"
 #include "test_fatal.h"
 
@@ -104,10 +94,7 @@ void make_texture(texture_storage* s, uint32_t format, uint32_t linear, uint32_t
     t.mips = s->mips.data();
 }
 
-bool points_into(const void* p, const stream_cursor& cur)
-{
-    return (const uint8_t*)p >= cur.begin && (const uint8_t*)p < cur.end;
-}
+bool points_into(const void* p, const stream_cursor& cur) { return (const uint8_t*)p >= cur.begin && (const uint8_t*)p < cur.end; }
 
 }  // namespace
 
@@ -234,17 +221,6 @@ TEST(n3d_io, whole_file_reads)
 
 // ---- damaged blocks ----
 
-namespace {
-
-void read_texture_bytes(std::vector<uint8_t> file)
-{
-    test_arena a;
-    stream_cursor cur = cursor_over(&a.arena, file);
-    n3d_texture t;
-    n3d_texture_read(&a.arena, &t, &cur, 1);
-}
-}  // namespace
-
 TEST(n3d_io_death, bad_marker_and_trailing_bytes_in_files)
 {
     mesh_storage m;
@@ -265,11 +241,13 @@ TEST(n3d_io_death, bad_marker_and_trailing_bytes_in_files)
 
 TEST(n3d_io_death, bad_texture_headers)
 {
-    const std::vector<uint8_t> marker = {0xCD, 0xAB, 0, 0};
-    auto header = [&](std::vector<uint8_t> bytes) {
-        bytes.insert(bytes.begin(), marker.begin(), marker.end());
+    auto read_header = [](std::vector<uint8_t> bytes) {  // after the marker, and 64 zero bytes
+        bytes.insert(bytes.begin(), {0xCD, 0xAB, 0, 0});
         bytes.resize(bytes.size() + 64);
-        return bytes;
+        test_arena a;
+        stream_cursor cur = cursor_over(&a.arena, bytes);
+        n3d_texture t;
+        n3d_texture_read(&a.arena, &t, &cur, 1);
     };
     const struct {
         std::vector<uint8_t> fields;
@@ -284,5 +262,5 @@ TEST(n3d_io_death, bad_texture_headers)
         {{1, 0, 2, 2, 2, 2, 0x2C, 0x01, 32, 0}, "palette of 300 colors x 32 shades \\(needs 256 x 32\\)"},
     };
     for (const auto& c : cases)
-        EXPECT_EXIT(read_texture_bytes(header(c.fields)), testing::ExitedWithCode(1), c.message);
+        EXPECT_EXIT(read_header(c.fields), testing::ExitedWithCode(1), c.message);
 }
