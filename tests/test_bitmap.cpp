@@ -3,14 +3,7 @@
 #include "bitmap.h"
 #include "test_fatal.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
-#include <cstdio>
-#include <string>
-#include <vector>
-
-using bitmap_arena = test_arena;
 
 TEST(bitmap, decode_follows_the_encoding_flags)
 {
@@ -61,7 +54,7 @@ TEST(bitmap, encode_inverts_decode_for_every_byte)
 
 TEST(bitmap, downscale_averages_in_linear_premultiplied_light)
 {
-    bitmap_arena a(4 << 20);
+    test_arena a(4 << 20);
     bitmap* checker = bitmap_create(&a.arena, 8, 8, BITMAP_SRGB | BITMAP_CHANNELS_4);
     // red opaque beside transparent green: premultiplied filtering must not bleed the green
     bitmap* fringe = bitmap_create(&a.arena, 8, 8, BITMAP_SRGB | BITMAP_CHANNELS_4);
@@ -94,7 +87,7 @@ TEST(bitmap, downscale_averages_in_linear_premultiplied_light)
 
 TEST(bitmap, flare_is_a_white_radial_falloff)
 {
-    bitmap_arena a(1 << 20);
+    test_arena a(1 << 20);
     bitmap* flare = bitmap_create_flare(&a.arena);
     const uint32_t n = BITMAP_FLARE_SIZE;
     ASSERT_TRUE(flare->width == n && flare->height == n && flare->flags == (BITMAP_SRGB | BITMAP_CHANNELS_4));
@@ -115,7 +108,7 @@ TEST(bitmap, flare_is_a_white_radial_falloff)
 
 TEST(bitmap_death, broken_contracts_are_fatal)
 {
-    bitmap_arena a(1 << 10);
+    test_arena a(1 << 10);
     bitmap* x = bitmap_create(&a.arena, 4, 4, BITMAP_CHANNELS_1);
     bitmap* y = bitmap_create(&a.arena, 4, 2, BITMAP_CHANNELS_1);
     EXPECT_EXIT(bitmap_create(&a.arena, 4, 4, BITMAP_SRGB | BITMAP_CHANNELS_3 | BITMAP_CHANNELS_4),

@@ -2,11 +2,6 @@
 // a clean script with its timeline; Windows line ends; and reel_lint on packs and on sources.
 #include "lint.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "reel.h"
 #include "test_fatal.h"
 #include "tool_fixture.h"
@@ -38,7 +33,7 @@ struct lint_fixture {
         FILE* out = open_memstream(&text, &size);
         const lint_result r = lint_check(&show, LINT_PRINT_TIMELINE, &arena, out);
         fclose(out);
-        std::string printed(text, size);
+        const std::string printed(text, size);
         free(text);
         if (result)
             *result = r;

@@ -284,19 +284,6 @@ TEST(mad_lookup, first_exact_match_or_minus_one_with_a_message)
               "failed find node \"Arm\"\nfailed find node \"ar\"\nfailed find animation \"hand\"\n");
 }
 
-TEST(mad_lookup, madfx_validate_reports_the_first_missing_entry)
-{
-    uint32_t nodes_ok[3] = {0, 1, 2}, nodes_bad[3] = {0, 1, MAD_INDEX_NONE};
-    uint32_t anims_ok[2] = {0, 1}, anims_bad[2] = {MAD_INDEX_NONE, MAD_INDEX_NONE};
-    const reel_madfx good = {3, 2, nodes_ok, anims_ok}, bad_node = {3, 2, nodes_bad, anims_bad},
-                     bad_animation = {3, 2, nodes_ok, anims_bad};
-    reel_madfx_validate(&good);
-    EXPECT_EXIT(reel_madfx_validate(&bad_node), testing::ExitedWithCode(1),
-                "^crash in reel_madfx_validate at src/reel_scenes:[0-9]+\nnode_index_lut\\[2\\] is null!\n$");
-    EXPECT_EXIT(reel_madfx_validate(&bad_animation), testing::ExitedWithCode(1),
-                "\nanimation_index_lut\\[0\\] is null!\n$");
-}
-
 // ---- damaged blocks ----
 
 TEST(mad_block_death, indices_out_of_range)
