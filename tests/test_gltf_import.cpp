@@ -539,32 +539,6 @@ void import_sample(imported* m, const char* relative)
     m->status = gltf_import_file(&m->result, &m->a.arena, &m->a.tmp, path.c_str(), &options, &m->error);
 }
 
-TEST(gltf_import, simple_skin_sample_keeps_its_joints_weights_and_keys)
-{
-    if (!samples_present())
-        GTEST_SKIP() << "assimp-testmodels is not installed (" << SAMPLES << " is missing)";
-    imported m;
-    import_sample(&m, "simple_skin/simple_skin.gltf");
-    ASSERT_EQ(m.status, 0) << m.error;
-    const mad_datapack* d = &m.result.datapack;
-    ASSERT_EQ(d->node_count, 5u);  // and the added camera and special node
-    ASSERT_EQ(d->skin_count, 1u);
-    const mad_skin& k = d->skins[0];
-    // the file's inverse bind matrices: both a translation by (-0.5, -1, 0)
-    EXPECT_TRUE(d->nodes[2].parent == &d->nodes[1] && k.joints[0] == 1 && k.joints[1] == 2);
-    EXPECT_TRUE(k.inverse_bind_matrices[1][3][0] == -0.5f && k.inverse_bind_matrices[1][3][1] == -1.0f);
-    // 24 indices (0, 1, 3, 0, 3, 2, ...): corner 5 is vertex 2, weights 0.75 and 0.25 on joints 0 and 1
-    const n3d_vertices* v = &d->meshes[0].primitives[0].vertices;
-    ASSERT_EQ(v->count, 24u);
-    for (int q = 0; q < 4; q++)
-        EXPECT_TRUE(v->weights[20 + q] == 0 || v->weights[20 + q] == (v->joints[20 + q] ? 0.25f : 0.75f)) << q;
-    // animation: 12 rotation keys of node 2 from 0 s to 5.5 s
-    ASSERT_EQ(d->animation_count, 1u);
-    const mad_channel* ch = &d->animations[0].channels[0];
-    EXPECT_TRUE(ch->node == &d->nodes[2] && ch->path == MAD_PATH_ROTATION && ch->sampler->input_count == 12);
-    EXPECT_FLOAT_EQ(ch->sampler->input[11], 5.5f);
-}
-
 TEST(gltf_import, box_textured_samples_write_files_the_engine_reads_back)
 {
     if (!samples_present())
