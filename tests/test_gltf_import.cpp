@@ -80,6 +80,13 @@ void import_bytes(imported* m, const void* bytes, size_t size, int binary = 0, c
 
 void import_text(imported* m, const std::string& json) { import_bytes(m, json.data(), json.size()); }
 
+// Imports the text, which must be accepted.
+testing::AssertionResult imports(imported* m, const std::string& json)
+{
+    import_text(m, json);
+    return m->status == 0 ? testing::AssertionSuccess() : testing::AssertionFailure() << m->error;
+}
+
 // Buffer view 0 is the whole buffer; extra_views follow it.
 std::string model(const buffer_builder& b, const std::string& accessors, const std::string& rest,
                   const std::string& extra_views = "")
@@ -166,8 +173,7 @@ TEST(gltf_import, node_hierarchy_names_and_transforms_follow_the_gltf)
         "{\"name\":\"root\",\"children\":[0],\"scale\":[2,2,2]},"
         "{\"matrix\":[0,2,0,0, -2,0,0,0, 0,0,2,0, 1,2,3,1]}]";
     imported m;
-    import_text(&m, model(b, accessor(0, 3, "VEC3"), rest));
-    ASSERT_EQ(m.status, 0) << m.error;
+    ASSERT_TRUE(imports(&m, model(b, accessor(0, 3, "VEC3"), rest)));
     const mad_datapack* d = &m.result.datapack;
     ASSERT_EQ(d->node_count, 6u);  // and the added camera and special node
     EXPECT_STREQ(d->nodes[0].name, "arm");
@@ -212,8 +218,7 @@ TEST(gltf_import, animation_keys_keep_the_gltf_times_and_values)
         "{\"sampler\":2,\"target\":{\"node\":0,\"path\":\"scale\"}},"
         "{\"sampler\":0,\"target\":{\"node\":0,\"path\":\"weights\"}}]}]";
     imported m;
-    import_text(&m, model(b, accessors, rest));
-    ASSERT_EQ(m.status, 0) << m.error;
+    ASSERT_TRUE(imports(&m, model(b, accessors, rest)));
     const mad_datapack* d = &m.result.datapack;
     ASSERT_EQ(d->animation_count, 1u);
     const mad_animation* a = &d->animations[0];
@@ -246,8 +251,7 @@ TEST(gltf_import, cubic_spline_keys_are_resampled_through_the_values)
         "\"nodes\":[{}],\"animations\":[{\"samplers\":[{\"input\":1,\"output\":2,\"interpolation\":\"CUBICSPLINE\"}],"
         "\"channels\":[{\"sampler\":0,\"target\":{\"node\":0,\"path\":\"translation\"}}]}]";
     imported m;
-    import_text(&m, model(b, accessors, rest));
-    ASSERT_EQ(m.status, 0) << m.error;
+    ASSERT_TRUE(imports(&m, model(b, accessors, rest)));
     const mad_sampler* s = &m.result.datapack.animations[0].samplers[0];
     ASSERT_EQ(s->input_count, GLTF_IMPORT_SPLINE_STEPS + 1);
     EXPECT_EQ(s->output_count, 3 * (GLTF_IMPORT_SPLINE_STEPS + 1));
@@ -285,8 +289,7 @@ TEST(gltf_import, skin_weights_follow_every_corner_and_extra_sets_keep_the_four_
         "\"skins\":[{\"joints\":[1,2,3,4,5,6],\"inverseBindMatrices\":5}],"
         "\"nodes\":[{\"mesh\":0,\"skin\":0},{},{},{},{},{},{}]";
     imported m;
-    import_text(&m, model(b, accessors, rest));
-    ASSERT_EQ(m.status, 0) << m.error;
+    ASSERT_TRUE(imports(&m, model(b, accessors, rest)));
     const mad_datapack* d = &m.result.datapack;
     const n3d_vertices* v = &d->meshes[0].primitives[0].vertices;
     ASSERT_TRUE(v->count == 3 && v->joints && v->weights);
@@ -385,8 +388,7 @@ TEST(gltf_import, strips_fans_and_lines_become_triangle_lists_or_are_left_out)
                              "{\"mode\":6,\"attributes\":{\"POSITION\":0}},{\"mode\":1,\"attributes\":{\"POSITION\":0}}]}],"
                              "\"nodes\":[{\"mesh\":0}]";
     imported m;
-    import_text(&m, model(b, accessor(0, 5, "VEC3"), rest));
-    ASSERT_EQ(m.status, 0) << m.error;
+    ASSERT_TRUE(imports(&m, model(b, accessor(0, 5, "VEC3"), rest)));
     const mad_mesh* mesh = &m.result.datapack.meshes[0];
     ASSERT_EQ(mesh->primitive_count, 2u);  // the lines are left out
     EXPECT_EQ(mesh->primitives[0].vertices.count, 9u);  // 5 strip vertices: 3 triangles
@@ -409,8 +411,7 @@ TEST(gltf_import, morph_targets_are_baked_at_the_default_weights)
         "\"meshes\":[{\"weights\":[0.5],\"primitives\":[{\"attributes\":{\"POSITION\":0},\"targets\":[{\"POSITION\":1}]}]}],"
         "\"nodes\":[{\"mesh\":0}]";
     imported m;
-    import_text(&m, model(b, accessor(0, 3, "VEC3") + "," + accessor(delta, 3, "VEC3"), rest));
-    ASSERT_EQ(m.status, 0) << m.error;
+    ASSERT_TRUE(imports(&m, model(b, accessor(0, 3, "VEC3") + "," + accessor(delta, 3, "VEC3"), rest)));
     const n3d_vertices* v = &m.result.datapack.meshes[0].primitives[0].vertices;
     for (uint32_t k = 0; k < 3; k++)
         EXPECT_EQ(v->xyz[k * 3 + 2], 0.5f);
@@ -421,10 +422,9 @@ TEST(gltf_import, every_corner_has_the_attributes_phong_drawing_needs)
     buffer_builder b;
     const size_t uv = b.floats({0, 0, 1, 0, 0, 1});
     imported m;
-    import_text(&m, model(b, accessor(0, 3, "VEC3") + "," + accessor(uv, 3, "VEC2"),
+    ASSERT_TRUE(imports(&m, model(b, accessor(0, 3, "VEC3") + "," + accessor(uv, 3, "VEC2"),
                           "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0,\"TEXCOORD_0\":1}}]}],"
-                          "\"nodes\":[{\"mesh\":0}]"));
-    ASSERT_EQ(m.status, 0) << m.error;
+                          "\"nodes\":[{\"mesh\":0}]")));
     const n3d_vertices* v = &m.result.datapack.meshes[0].primitives[0].vertices;
     ASSERT_TRUE(v->xyz && v->uv0 && v->n_xyz && v->t_xyz && v->b_xyz);
     EXPECT_EQ(v->joints, nullptr);
@@ -447,8 +447,7 @@ TEST(gltf_import, untextured_materials_share_one_swatch_with_a_cell_per_colour)
         "{\"material\":1,\"attributes\":{\"POSITION\":0}},{\"material\":2,\"attributes\":{\"POSITION\":0}},"
         "{\"attributes\":{\"POSITION\":0}}]}],\"nodes\":[{\"mesh\":0}]";
     imported m;
-    import_text(&m, model(b, accessor(0, 3, "VEC3"), rest));
-    ASSERT_EQ(m.status, 0) << m.error;
+    ASSERT_TRUE(imports(&m, model(b, accessor(0, 3, "VEC3"), rest)));
     ASSERT_EQ(m.result.textures.size(), 1u);
     EXPECT_EQ(m.result.textures[0].resource, "m_colors.tmap");
     const mad_datapack* d = &m.result.datapack;
