@@ -192,9 +192,7 @@ TEST(music_synth, drum_tone_glides_from_its_start_pitch_to_its_end_pitch)
     // f(t) = 100 + 300 e^(-t / 0.05) Hz, so the cycles between t0 and t1 are
     // 100 (t1 - t0) + 300 x 0.05 (e^(-t0 / 0.05) - e^(-t1 / 0.05))
     music_synth_instrument kick = {};
-    kick.kind = MUSIC_SYNTH_DRUM;
-    kick.gain = 0.5f;
-    kick.drum = {1.0f, 400.0f, 100.0f, 0.05f, 10.0f, 0.0f, MUSIC_SYNTH_FILTER_LOW, 1000.0f, 0.0f, 0.01f, 0, 0.0f};
+    kick.kind = MUSIC_SYNTH_DRUM, kick.gain = 0.5f, kick.drum = {1.0f, 400.0f, 100.0f, 0.05f, 10.0f, 0.0f, MUSIC_SYNTH_FILTER_LOW, 1000.0f, 0.0f, 0.01f, 0, 0.0f};
     small_song s(2, 1);
     const pcm_buffer pcm = s.play(kick, {0, 1, 0, 127}, {1, 1, 0, 0, 0.0f, 0.0f, 0.0f, 0.0f});
 
@@ -214,8 +212,7 @@ TEST(music_synth, clap_strikes_again_after_each_gap_and_no_more)
 {
     // three strikes 220 frames apart (0.01 s); each fades by e^-5 before the next
     music_synth_instrument clap = noise_drum(0.002f);
-    clap.drum.noise_bursts = 3;
-    clap.drum.burst_gap = 0.01f;
+    clap.drum.noise_bursts = 3, clap.drum.burst_gap = 0.01f;
     small_song s(2, 1);
     const pcm_buffer pcm = s.play(clap, {0, 1, 0, 127}, {1, 1, 0, 0, 0.0f, 0.0f, 0.0f, 0.0f});
     for (uint32_t strike = 1; strike <= 3; strike++) {
@@ -270,17 +267,10 @@ TEST(music_synth, ducked_instrument_dips_under_the_key_and_recovers)
 {
     // a held sine ducked by 0.6 under a silent key note at bar 1: down over 220 frames (0.01 s),
     // then back as 1 - 0.6 e^(-t / 0.1 s)
-    music_synth_instrument pad = sine_tone();
-    pad.duck = 0.6f;
-    music_synth_instrument key = {};
-    key.kind = MUSIC_SYNTH_DRUM;
-    key.duck_key = 1;
-    key.drum.noise_decay = 0.01f;
-    const music_synth_note held[] = {{0, 48, 69, 127}};
-    const music_synth_note hit[] = {{0, 1, 0, 127}};
+    const music_synth_note held[] = {{0, 48, 69, 127}}, hit[] = {{0, 1, 0, 127}};
     small_song s(3, 2);
-    s.instruments[0] = pad;
-    s.instruments[1] = key;
+    s.instruments[0] = sine_tone(), s.instruments[0].duck = 0.6f;
+    s.instruments[1].kind = MUSIC_SYNTH_DRUM, s.instruments[1].duck_key = 1, s.instruments[1].drum.noise_decay = 0.01f;
     s.cues[0] = {0, 1, s.add_pattern(held, 1, 1), 0, 0.0f, 0.0f, 0.0f, 0.0f};
     s.cues[1] = {1, 1, s.add_pattern(hit, 1, 1), 0, 0.0f, 0.0f, 0.0f, 0.0f};
     const pcm_buffer pcm = s.render();
