@@ -217,6 +217,11 @@ TEST(mad_block, write_read_write_reproduces_the_block_in_both_orders)
         const mad_datapack d = read_block(&a.arena, blocks[i / 2], orders[i / 2]);
         EXPECT_EQ(write_block(&d, orders[i % 2]), blocks[i % 2]) << i;
     }
+    // the writer's layout is the one written field by field here
+    tiny_fields f;
+    const std::vector<uint8_t> tiny = tiny_block(&f, BYTE_ORDER_SWAPPED);
+    const mad_datapack d = read_block(&a.arena, tiny, BYTE_ORDER_SWAPPED);
+    EXPECT_EQ(write_block(&d, BYTE_ORDER_SWAPPED), tiny);
 }
 
 // References come back right or the round trip above would write other indices (or refuse a

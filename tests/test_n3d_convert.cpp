@@ -26,6 +26,12 @@ struct convert_arenas {
     xmemarena &arena = main_block.arena, &tmp = tmp_block.arena;
 };
 
+// What most tests here need: the arenas and a texture to convert into.
+struct n3d_convert : testing::Test {
+    convert_arenas a;
+    n3d_texture t;
+};
+
 // A new sRGB bitmap with straight alpha, pixel i (in row order) handed to paint(i, rgba).
 template <class F>
 bitmap* convert_painted(xmemarena* arena, uint32_t w, uint32_t h, F paint)
@@ -62,7 +68,7 @@ const std::vector<uint8_t> GREY_RAMP = [] {
 
 // ---- addressing ----
 
-TEST(n3d_convert, swizzled_index_and_its_inverse)
+TEST_F(n3d_convert, swizzled_index_and_its_inverse)
 {
     // format, log2 width, swizzled, x, y, index
     const uint32_t indices[][6] = {{1, 8, 1, 1, 0, 4}, {1, 8, 1, 0, 1, 1},         {2, 8, 1, 0, 4, 256},
@@ -82,7 +88,7 @@ TEST(n3d_convert, swizzled_index_and_its_inverse)
         ASSERT_EQ(seen[i], 1) << "texel " << i % 256 << "," << i / 256 << " reached by one index only";
 }
 
-TEST(n3d_convert, mipmap_sizes_reach_the_last_texel)
+TEST_F(n3d_convert, mipmap_sizes_reach_the_last_texel)
 {
     // format, swizzled, log2 sizes, bytes: a swizzled 4 x 8 level reaches byte 272, not 32
     const uint32_t sizes[][5] = {{1, 1, 8, 8, 65536}, {2, 1, 8, 8, 131072}, {1, 1, 2, 3, 272},
@@ -93,7 +99,7 @@ TEST(n3d_convert, mipmap_sizes_reach_the_last_texel)
 
 // ---- colours ----
 
-TEST(n3d_convert, nearest_colour_prefers_the_lowest_index_on_ties)
+TEST_F(n3d_convert, nearest_colour_prefers_the_lowest_index_on_ties)
 {
     const vec4 colors[4] = {{1, 0, 0, 1}, {0, 1, 0, 1}, {0, 0.5f, 0, 0}, {0, 0.5f, 0, 1}};
     const vec4 a = {0, 0.5f, 0, 1}, b = {0.5f, 0.5f, 0, 1};
@@ -104,12 +110,10 @@ TEST(n3d_convert, nearest_colour_prefers_the_lowest_index_on_ties)
 // ---- texture creation ----
 
 // (Its size line is the benchmark's first line, which the benchmark's own test compares.)
-TEST(n3d_convert, full_mip_chain_of_a_256_texture)
+TEST_F(n3d_convert, full_mip_chain_of_a_256_texture)
 {
-    convert_arenas a;
     bitmap* flare = bitmap_create_flare(&a.tmp);
     const uint64_t tmp_used = a.tmp.sp;
-    n3d_texture t;
     convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 1, flare);
     EXPECT_EQ(a.tmp.sp, tmp_used);
     EXPECT_EQ((std::vector<uint32_t>{t.format, t.linear, t.log2_w, t.log2_h, t.min_log2_w, t.min_log2_h,
@@ -148,13 +152,11 @@ TEST(n3d_convert_death, sizes_and_formats_that_cannot_make_a_texture)
 
 // ---- palettes ----
 
-TEST(n3d_convert, palette_of_one_colour_and_the_tie_rule)
+TEST_F(n3d_convert, palette_of_one_colour_and_the_tie_rule)
 {
-    convert_arenas a;
     // Histogram keys truncate: sRGB 128 gives trunc(31 x 0.502) = 15, and even 255 gives 30,
     // because 1.055 x 1^0.41666 - 0.055 is 1 - 2^-53 in double precision, not 1.
     const uint8_t orange[4] = {255, 128, 0, 255};
-    n3d_texture t;
     convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 0, convert_solid(&a.tmp, 8, 8, orange));
     const auto* palette = (const uint16_t*)t.palette;
     EXPECT_EQ(palette[0], 0x8000 | 30 << 10 | 15 << 5);
@@ -178,15 +180,13 @@ TEST(n3d_convert, palette_of_one_colour_and_the_tie_rule)
     EXPECT_TRUE(palette[0] == 0x0000 && palette[1] == 0xFBDE);
 }
 
-TEST(n3d_convert, reverse_palette_never_picks_the_last_entry)
+TEST_F(n3d_convert, reverse_palette_never_picks_the_last_entry)
 {
     // 256 distinct colours, one pixel each: the palette is full and entry 255 has a pixel of its
     // own colour, yet matching runs over entries 0 to 254 only
-    convert_arenas a;
     bitmap* bm = convert_painted(&a.tmp, 16, 16, [](uint32_t i, uint8_t* p) {
         p[0] = (uint8_t)(16 * (i % 16) + 4), p[1] = (uint8_t)(16 * (i / 16) + 4), p[2] = 0, p[3] = 255;
     });
-    n3d_texture t;
     convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 0, bm);
     const auto* palette = (const uint16_t*)t.palette;
     for (uint32_t i = 1; i < 256; ++i)
@@ -203,13 +203,11 @@ TEST(n3d_convert, reverse_palette_never_picks_the_last_entry)
     EXPECT_GT(exact, 200u);  // nearly every pixel finds its own entry
 }
 
-TEST(n3d_convert, transparent_pixels_take_the_transparent_index)
+TEST_F(n3d_convert, transparent_pixels_take_the_transparent_index)
 {
-    convert_arenas a;
     const uint8_t white[4] = {255, 255, 255, 255};
     bitmap* bm = convert_solid(&a.tmp, 4, 4, white);
     memset(bitmap_pixel(bm, 0, 0), 0, 4);
-    n3d_texture t;
     // 15 white, 1 clear: palette white at 0, clear black at 1
     convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 0, bm, nullptr, 7, 0.5f);
     EXPECT_EQ(((const uint8_t*)t.mips[0])[0], 7);
@@ -225,13 +223,11 @@ TEST(n3d_convert, transparent_pixels_take_the_transparent_index)
     EXPECT_EQ(((const uint8_t*)t.mips[0])[n3d_swizzle(1, 0)], 255);
 }
 
-TEST(n3d_convert, argb1555_texels_always_carry_the_alpha_bit)
+TEST_F(n3d_convert, argb1555_texels_always_carry_the_alpha_bit)
 {
-    convert_arenas a;
     bitmap* bm = convert_painted(&a.tmp, 4, 4, [](uint32_t i, uint8_t* p) {
         p[0] = p[1] = p[2] = 255, p[3] = (uint8_t)(i * 17);  // white, alpha rising
     });
-    n3d_texture t;
     convert_texture(&a, &t, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 1, 0, bm);
     const auto* texels = (const uint16_t*)t.mips[0];
     for (uint32_t i = 0; i < 16; ++i)
@@ -244,16 +240,14 @@ TEST(n3d_convert, argb1555_texels_always_carry_the_alpha_bit)
 
 // ---- shade tables ----
 
-TEST(n3d_convert, argb1555_shade_table_darkens_to_a_32nd)
+TEST_F(n3d_convert, argb1555_shade_table_darkens_to_a_32nd)
 {
-    convert_arenas a;
     bitmap* bm = convert_painted(&a.tmp, 8, 4, [](uint32_t i, uint8_t* p) {
         p[0] = (uint8_t)(i * 8), p[1] = 255, p[2] = (uint8_t)(255 - i * 5);
         p[3] = i < 24 ? 255 : (uint8_t)((i - 24) * 30);  // the last row: translucent, palette keys without alpha
         if (i < 8)
             memset(p, 255, 4);  // a first row of white, the most frequent colour
     });
-    n3d_texture t;
     convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 0, bm);
     const auto* palette = (const uint16_t*)t.palette;
     const auto* shades = (const uint16_t*)t.shade_table;
@@ -271,13 +265,11 @@ TEST(n3d_convert, argb1555_shade_table_darkens_to_a_32nd)
     }
 }
 
-TEST(n3d_convert, index8_shade_table_matches_the_display_colours)
+TEST_F(n3d_convert, index8_shade_table_matches_the_display_colours)
 {
-    convert_arenas a;
     const uint8_t white[4] = {255, 255, 255, 255};
     bitmap* bm = convert_solid(&a.tmp, 4, 4, white);
     const n3d_display_clut full = {0, 256, GREY_RAMP.data()};
-    n3d_texture t;
     convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 1, 0, bm, &full);
     const auto* table = (const uint8_t*)t.shade_table;
     for (uint32_t k = 0; k < 256; ++k)
@@ -347,9 +339,8 @@ TEST(n3d_convert_death, framebuffer_shade_table_and_lighting_table_contracts)
                 test_fatal_convert("n3d_phong_lut_set_default", "phong lut has no storage (not initialised)\n"));
 }
 
-TEST(n3d_convert, bump_texels_hold_the_normal_and_its_magnitudes)
+TEST_F(n3d_convert, bump_texels_hold_the_normal_and_its_magnitudes)
 {
-    convert_arenas a;
     bitmap* bm = bitmap_create(&a.tmp, 4, 1, BITMAP_CHANNELS_3);  // normals are not sRGB
     const uint8_t normals[4][3] = {{128, 128, 255}, {255, 128, 128}, {0, 128, 128}, {128, 128, 128}};
     for (uint32_t x = 0; x < 4; ++x)
@@ -367,9 +358,8 @@ TEST(n3d_convert, bump_texels_hold_the_normal_and_its_magnitudes)
 
 // ---- lighting tables ----
 
-TEST(n3d_convert, phong_lut_by_formula_with_guards)
+TEST_F(n3d_convert, phong_lut_by_formula_with_guards)
 {
-    convert_arenas a;
     n3d_phong_lut lut;
     n3d_phong_lut_init(&lut, &a.arena, 0.5f, 1);
     EXPECT_TRUE(lut.table == lut.storage + 8 && lut.guard == 8u && lut.falloff == 0.5f && lut.min_shade == 1u);
@@ -383,7 +373,7 @@ TEST(n3d_convert, phong_lut_by_formula_with_guards)
     EXPECT_TRUE(floor0[255] == 0 && floor0[0] == 31);
 }
 
-TEST(n3d_convert, pbr_shade_table)
+TEST_F(n3d_convert, pbr_shade_table)
 {
     const uint16_t palette[3] = {0x8000, 0x0000, 0xFFFF};
     const vec3 emission = {0.0023f, 0.5f, 0.934392f};
@@ -411,9 +401,8 @@ TEST(n3d_convert, pbr_shade_table)
 // the full-size one, otherwise the one at most four times larger each way (w + 2, h + 2, capped
 // at the full size). The expected chain is rebuilt here with the image library, from the right
 // sources, and compared texel by texel; noise makes every other source give other texels.
-TEST(n3d_convert, each_level_is_scaled_from_the_level_the_rule_names)
+TEST_F(n3d_convert, each_level_is_scaled_from_the_level_the_rule_names)
 {
-    convert_arenas a;
     pcg32 rng = {42, 54};
     const bitmap* src = convert_painted(&a.tmp, 32, 16, [&](uint32_t, uint8_t* p) {
         const uint32_t r = pcg32_random(&rng);
@@ -421,7 +410,6 @@ TEST(n3d_convert, each_level_is_scaled_from_the_level_the_rule_names)
         p[3] = 255;
     });
     for (uint32_t from_full = 0; from_full < 2; from_full++) {
-        n3d_texture t;
         convert_texture(&a, &t, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 0, 1, src, nullptr, N3D_TRANSPARENT_INDEX_NONE,
                         0.5f, from_full);
         bitmap* chain[6][5] = {};  // [log2 w][log2 h]
@@ -447,14 +435,12 @@ TEST(n3d_convert, each_level_is_scaled_from_the_level_the_rule_names)
 // The coverage fit runs on every level of an index texture with a transparent index: a thin grid
 // that blurs below the threshold makes it iterate, and each printed step takes c to the clamped
 // value the step before computed.
-TEST(n3d_convert, coverage_fit_steps_are_chained_and_clamped)
+TEST_F(n3d_convert, coverage_fit_steps_are_chained_and_clamped)
 {
-    convert_arenas a;
     const bitmap* grid = convert_painted(&a.tmp, 64, 64, [](uint32_t i, uint8_t* p) {
         const bool line = (i % 64) % 8 == 0 || (i / 64) % 8 == 0;
         p[0] = p[1] = p[2] = 255, p[3] = line ? 255 : 0;
     });
-    n3d_texture t;
     testing::internal::CaptureStdout();
     n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 1, 0, grid, nullptr, 0,
                             0.5f);
