@@ -192,7 +192,8 @@ TEST(music_synth, drum_tone_glides_from_its_start_pitch_to_its_end_pitch)
     // f(t) = 100 + 300 e^(-t / 0.05) Hz, so the cycles between t0 and t1 are
     // 100 (t1 - t0) + 300 x 0.05 (e^(-t0 / 0.05) - e^(-t1 / 0.05))
     music_synth_instrument kick = {};
-    kick.kind = MUSIC_SYNTH_DRUM, kick.gain = 0.5f, kick.drum = {1.0f, 400.0f, 100.0f, 0.05f, 10.0f, 0.0f, MUSIC_SYNTH_FILTER_LOW, 1000.0f, 0.0f, 0.01f, 0, 0.0f};
+    kick.kind = MUSIC_SYNTH_DRUM, kick.gain = 0.5f;
+    kick.drum = {1.0f, 400.0f, 100.0f, 0.05f, 10.0f, 0.0f, MUSIC_SYNTH_FILTER_LOW, 1000.0f, 0.0f, 0.01f, 0, 0.0f};
     small_song s(2, 1);
     const pcm_buffer pcm = s.play(kick, {0, 1, 0, 127}, {1, 1, 0, 0, 0.0f, 0.0f, 0.0f, 0.0f});
 
