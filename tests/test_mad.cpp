@@ -1,5 +1,5 @@
 // Datapacks and their animation: round trips, the block layout written here field by field,
-// lookups, damaged blocks, key evaluation and the keyframe dump.
+// lookups, damaged blocks and key evaluation.
 #include <array>
 #include <bit>
 #include <functional>
@@ -209,23 +209,13 @@ TEST(mad_block, write_read_write_reproduces_the_block_in_both_orders)
     const std::vector<uint8_t> tiny = tiny_block(&f, BYTE_ORDER_SWAPPED);
     const mad_datapack d = read_block(&a.arena, tiny, BYTE_ORDER_SWAPPED);
     EXPECT_EQ(write_block(&d, BYTE_ORDER_SWAPPED), tiny);
-}
-
-// References come back right or the round trip above would write other indices (or refuse a
-// pointer outside the arrays); what a rewrite cannot show is checked here.
-TEST(mad_block, reader_copies_names_and_derives_what_the_block_does_not_hold)
-{
-    auto s = make_sample();
-    test_arena a;
-    const mad_datapack d = read_block(&a.arena, write_block(&s->d, BYTE_ORDER_SWAPPED), BYTE_ORDER_SWAPPED);
-    EXPECT_STREQ(d.nodes[2].name, "hand");
-    EXPECT_NE(d.nodes[2].name, s->nodes[2].name);  // copied, not borrowed
-    // bind matrices are derived: (T(-1, -2, -3) S(2))^-1 = S(1/2) T(1, 2, 3)
-    EXPECT_FLOAT_EQ(d.skins[0].bind_matrices[1][3][2], 1.5f);
-    EXPECT_FLOAT_EQ(d.skins[0].bind_matrices[1][1][1], 0.5f);
-    // only the pair a camera's type selects is stored
-    EXPECT_TRUE(d.cameras[0].yfov == 0.7f && d.cameras[0].ortho_a == 0 && d.cameras[0].ortho_b == 0);
-    EXPECT_TRUE(d.cameras[1].ortho_b == 3.0f && d.cameras[1].persp_a == 0 && d.cameras[1].yfov == 0);
+    // what a rewrite cannot show: names are copied, not borrowed; bind matrices are derived,
+    // (T(-1, -2, -3) S(2))^-1 = S(1/2) T(1, 2, 3); only the pair a camera's type selects is stored
+    const mad_datapack r = read_block(&a.arena, blocks[1], BYTE_ORDER_SWAPPED);
+    EXPECT_TRUE(!strcmp(r.nodes[2].name, "hand") && r.nodes[2].name != s->nodes[2].name);
+    EXPECT_TRUE(r.skins[0].bind_matrices[1][3][2] == 1.5f && r.skins[0].bind_matrices[1][1][1] == 0.5f);
+    EXPECT_TRUE(r.cameras[0].yfov == 0.7f && r.cameras[0].ortho_a == 0 && r.cameras[0].ortho_b == 0);
+    EXPECT_TRUE(r.cameras[1].ortho_b == 3.0f && r.cameras[1].persp_a == 0 && r.cameras[1].yfov == 0);
 }
 
 TEST(mad_block, file_load)
@@ -385,11 +375,6 @@ TEST(mad_animate, channels_write_their_nodes_and_leave_the_rest)
     EXPECT_TRUE(fabsf(d->nodes[2].rotation[2] + 0.92387953f) < 1e-5f && fabsf(d->nodes[2].rotation[3] - 0.38268343f) < 1e-5f);
     EXPECT_FLOAT_EQ(d->nodes[0].scale[2], 1.0f + 0.25f * 6.6f);
     EXPECT_EQ(d->nodes[4].translation[0], 0.0f);
-    // each channel's search starts again at the first key
-    for (float t : {1.5f, 0.2f}) {
-        mad_animate(d, 0, t);
-        EXPECT_EQ(d->nodes[1].translation[1], t > 1 ? 2.0f : 0.0f);
-    }
     // a second animation on top of the first
     mad_animate(d, 1, 0.0f);
     EXPECT_TRUE(d->nodes[4].translation[0] == 9.0f && d->nodes[1].translation[1] == 0.0f);
@@ -408,25 +393,4 @@ TEST(mad_animate, an_unknown_interpolation_is_read_and_leaves_its_target)
     mad_animate(&d, 0, 0.5f);
     for (int i = 0; i < 3; i++)
         EXPECT_EQ(d.nodes[1].scale[i], 2.0f);
-}
-
-TEST(mad_dump, prints_every_key_in_its_format)
-{
-    auto s = make_sample();
-    testing::internal::CaptureStdout();
-    mad_dump_animation(&s->d, 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "node[1].translation keyframes: 3\n"
-              "\t[0][0.00]: 0.00 0.00  0\n"
-              "\t[1][1.00]: 1.00 2.00  3\n"
-              "\t[2][2.00]: 4.00 5.00  6\n"
-              "]\n"
-              "node[2].rotation keyframes: 2\n"
-              "\t[0][0.00]: 0.00 0.00 0.00  1\n"
-              "\t[1][1.00]: 0.00 0.00 -0.71 -1\n"
-              "]\n"
-              "node[0].scale keyframes: 2\n"
-              "\t[0][0.00]: 1.00 1.00  1\n"
-              "\t[1][2.00]: 3.00 5.00  8\n"
-              "]\n");
 }
