@@ -1,23 +1,15 @@
-// The glTF importer: models written here as glTF text (node hierarchy, animation keys, skin
-// weights, conversions and refusals, each checked against the glTF's own numbers), the Debian
-// sample models when assimp-testmodels is installed, the files written and read back by the
-// engine's own readers, and every sample run through the tool.
+// The glTF importer: models written here as glTF text (hierarchy, animation keys, skin weights and
+// refusals, checked against the glTF's own numbers) and the Debian samples run through the tool.
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cmath>
-#include <cstdlib>
-#include <cstdio>
 #include <cstring>
 #include <memory>
-#include <string>
-#include <vector>
 
 #include "bitmap.h"
-#include "color_quantize.h"
 #include "gltf_import.h"
 #include "gltf_sample.h"
 #include "mad.h"
@@ -51,9 +43,14 @@ struct imported {
 
 const gltf_import_options OPTIONS = {"m", 1024, 1, nullptr};
 
-// A buffer of floats followed by bytes, as a data URI.
+// One triangle (0,0,0) (1,0,0) (0,1,0) at buffer offset 0, accessor 0.
+const std::vector<float> TRIANGLE = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+const std::string MESH = "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0}}]}],";
+
+// A buffer of floats followed by bytes, as a data URI; the triangle first unless told otherwise.
 struct buffer_builder {
     std::vector<uint8_t> bytes;
+    explicit buffer_builder(const std::vector<float>& first = TRIANGLE) { floats(first); }
     size_t floats(const std::vector<float>& values)
     {
         const size_t at = bytes.size();
@@ -80,8 +77,12 @@ void import_bytes(imported* m, const void* bytes, size_t size, int binary = 0, c
 
 void import_text(imported* m, const std::string& json) { import_bytes(m, json.data(), json.size()); }
 
-// One triangle (0,0,0) (1,0,0) (0,1,0) at buffer offset 0, accessor 0.
-const std::vector<float> TRIANGLE = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+// Imports the text, which must be accepted.
+testing::AssertionResult imports(imported* m, const std::string& json)
+{
+    import_text(m, json);
+    return m->status == 0 ? testing::AssertionSuccess() : testing::AssertionFailure() << m->error;
+}
 
 // Buffer view 0 is the whole buffer; extra_views follow it.
 std::string model(const buffer_builder& b, const std::string& accessors, const std::string& rest,
@@ -97,8 +98,6 @@ std::string accessor(size_t offset, uint32_t count, const char* type, int compon
     return "{\"bufferView\":0,\"byteOffset\":" + std::to_string(offset) + ",\"count\":" + std::to_string(count) +
            ",\"type\":\"" + type + "\",\"componentType\":" + std::to_string(component) + "}";
 }
-
-// ---- what the scene needs to play a model ----
 
 // A model without camera, animation or special node gets them under names it does not use; the
 // camera frames the bounding sphere of the vertices: the triangle moved by (2, 0, 0) spans
@@ -120,11 +119,8 @@ TEST(gltf_import, a_plain_model_gets_a_camera_a_still_and_an_empty_special_node)
     for (const example& e : examples) {
         SCOPED_TRACE(e.row);
         buffer_builder b;
-        b.floats(TRIANGLE);
-        const std::string json = model(b, accessor(0, 3, "VEC3"),
-                                       "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0}}]}],"
-                                       "\"nodes\":[{\"name\":\"tri\",\"mesh\":0,\"translation\":[2,0,0]}" +
-                                           std::string(e.decoys) + "]");
+        const std::string json = model(b, accessor(0, 3, "VEC3"), MESH + "\"nodes\":[{\"name\":\"tri\",\"mesh\":0,"
+                                       "\"translation\":[2,0,0]}" + e.decoys + "]");
         imported m;
         const gltf_import_options options = {"m", 1024, 1, e.direct};
         import_bytes(&m, json.data(), json.size(), 0, &options);
@@ -159,23 +155,18 @@ TEST(gltf_import, a_plain_model_gets_a_camera_a_still_and_an_empty_special_node)
     }
 }
 
-// ---- node hierarchy ----
-
 TEST(gltf_import, node_hierarchy_names_and_transforms_follow_the_gltf)
 {
     buffer_builder b;
-    b.floats(TRIANGLE);
     // node 2 is the root; 0 its child, 1 the grandchild; node 3 has a matrix (scale 2, then
     // a quarter turn about z, then a move by (1, 2, 3))
     const std::string rest =
-        "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0}}]}],"
-        "\"nodes\":[{\"name\":\"arm\",\"children\":[1],\"translation\":[0,1,0]},"
+        MESH + "\"nodes\":[{\"name\":\"arm\",\"children\":[1],\"translation\":[0,1,0]},"
         "{\"name\":\"hand\",\"mesh\":0,\"rotation\":[0,0,0.70710678,0.70710678]},"
         "{\"name\":\"root\",\"children\":[0],\"scale\":[2,2,2]},"
         "{\"matrix\":[0,2,0,0, -2,0,0,0, 0,0,2,0, 1,2,3,1]}]";
     imported m;
-    import_text(&m, model(b, accessor(0, 3, "VEC3"), rest));
-    ASSERT_EQ(m.status, 0) << m.error;
+    ASSERT_TRUE(imports(&m, model(b, accessor(0, 3, "VEC3"), rest)));
     const mad_datapack* d = &m.result.datapack;
     ASSERT_EQ(d->node_count, 6u);  // and the added camera and special node
     EXPECT_STREQ(d->nodes[0].name, "arm");
@@ -197,12 +188,9 @@ TEST(gltf_import, node_hierarchy_names_and_transforms_follow_the_gltf)
     EXPECT_NEAR(p[1], 4.0f, 1e-5f);
 }
 
-// ---- animation keys ----
-
 TEST(gltf_import, animation_keys_keep_the_gltf_times_and_values)
 {
     buffer_builder b;
-    b.floats(TRIANGLE);
     const size_t times = b.floats({0.0f, 1.0f, 2.5f});
     const size_t moves = b.floats({0, 0, 0, 1, 2, 3, -4, 5, 6});
     // rotations: identity, then twice one turn about x written on the far side of it (dot -0.8):
@@ -213,8 +201,7 @@ TEST(gltf_import, animation_keys_keep_the_gltf_times_and_values)
                                   accessor(moves, 3, "VEC3") + "," + accessor(turns, 3, "VEC4") + "," +
                                   accessor(steps, 3, "VEC3");
     const std::string rest =
-        "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0}}]}],"
-        "\"nodes\":[{\"mesh\":0},{\"name\":\"spinner\"}],"
+        MESH + "\"nodes\":[{\"mesh\":0},{\"name\":\"spinner\"}],"
         "\"animations\":[{\"name\":\"move\",\"samplers\":[{\"input\":1,\"output\":2},"
         "{\"input\":1,\"output\":3},{\"input\":1,\"output\":4,\"interpolation\":\"STEP\"}],"
         "\"channels\":[{\"sampler\":0,\"target\":{\"node\":1,\"path\":\"translation\"}},"
@@ -222,8 +209,7 @@ TEST(gltf_import, animation_keys_keep_the_gltf_times_and_values)
         "{\"sampler\":2,\"target\":{\"node\":0,\"path\":\"scale\"}},"
         "{\"sampler\":0,\"target\":{\"node\":0,\"path\":\"weights\"}}]}]";
     imported m;
-    import_text(&m, model(b, accessors, rest));
-    ASSERT_EQ(m.status, 0) << m.error;
+    ASSERT_TRUE(imports(&m, model(b, accessors, rest)));
     const mad_datapack* d = &m.result.datapack;
     ASSERT_EQ(d->animation_count, 1u);
     const mad_animation* a = &d->animations[0];
@@ -246,7 +232,6 @@ TEST(gltf_import, animation_keys_keep_the_gltf_times_and_values)
 TEST(gltf_import, cubic_spline_keys_are_resampled_through_the_values)
 {
     buffer_builder b;
-    b.floats(TRIANGLE);
     const size_t times = b.floats({0.0f, 2.0f});
     // per key: in-tangent, value, out-tangent. Value 0 to 1 with out-tangent 0.5 and
     // in-tangent 0.5 per second: p(s) = (s^3 - 2s^2 + s) x 2 x 0.5 + (-2s^3 + 3s^2) + (s^3 - s^2) x 2 x 0.5
@@ -257,8 +242,7 @@ TEST(gltf_import, cubic_spline_keys_are_resampled_through_the_values)
         "\"nodes\":[{}],\"animations\":[{\"samplers\":[{\"input\":1,\"output\":2,\"interpolation\":\"CUBICSPLINE\"}],"
         "\"channels\":[{\"sampler\":0,\"target\":{\"node\":0,\"path\":\"translation\"}}]}]";
     imported m;
-    import_text(&m, model(b, accessors, rest));
-    ASSERT_EQ(m.status, 0) << m.error;
+    ASSERT_TRUE(imports(&m, model(b, accessors, rest)));
     const mad_sampler* s = &m.result.datapack.animations[0].samplers[0];
     ASSERT_EQ(s->input_count, GLTF_IMPORT_SPLINE_STEPS + 1);
     EXPECT_EQ(s->output_count, 3 * (GLTF_IMPORT_SPLINE_STEPS + 1));
@@ -271,12 +255,9 @@ TEST(gltf_import, cubic_spline_keys_are_resampled_through_the_values)
     }
 }
 
-// ---- skin weights ----
-
 TEST(gltf_import, skin_weights_follow_every_corner_and_extra_sets_keep_the_four_largest)
 {
     buffer_builder b;
-    b.floats(TRIANGLE);
     const size_t j0 = b.raw({0, 1, 0, 0, 1, 0, 0, 0, 2, 3, 4, 5});
     const size_t w0 = b.floats({0.25f, 0.75f, 0, 0, 1, 0, 0, 0, 0.1f, 0.2f, 0.3f, 0.1f});
     const size_t j1 = b.raw({0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0});
@@ -297,8 +278,7 @@ TEST(gltf_import, skin_weights_follow_every_corner_and_extra_sets_keep_the_four_
         "\"skins\":[{\"joints\":[1,2,3,4,5,6],\"inverseBindMatrices\":5}],"
         "\"nodes\":[{\"mesh\":0,\"skin\":0},{},{},{},{},{},{}]";
     imported m;
-    import_text(&m, model(b, accessors, rest));
-    ASSERT_EQ(m.status, 0) << m.error;
+    ASSERT_TRUE(imports(&m, model(b, accessors, rest)));
     const mad_datapack* d = &m.result.datapack;
     const n3d_vertices* v = &d->meshes[0].primitives[0].vertices;
     ASSERT_TRUE(v->count == 3 && v->joints && v->weights);
@@ -306,24 +286,14 @@ TEST(gltf_import, skin_weights_follow_every_corner_and_extra_sets_keep_the_four_
     EXPECT_TRUE(v->joints[4] == 0 && v->joints[5] == 1 && v->weights[4] == 0.25f && v->weights[5] == 0.75f);
     // corner 0 is vertex 2: weights 0.1 (j2) 0.2 (j3) 0.3 (j4) 0.1 (j5) and 0.3 (j1) from the
     // second set: the first 0.1 gives way, the rest are scaled by 1 / 0.9
-    float sum = 0;
-    for (int q = 0; q < 4; q++) {
-        sum += v->weights[q];
-        EXPECT_NE(v->joints[q], 2) << "the smallest weight's joint must be gone";
-        if (v->joints[q] == 1) {
-            EXPECT_FLOAT_EQ(v->weights[q], 0.3f / 0.9f);
-        } else if (v->joints[q] == 3) {
-            EXPECT_FLOAT_EQ(v->weights[q], 0.2f / 0.9f);
-        }
-    }
-    EXPECT_FLOAT_EQ(sum, 1.0f);
+    const float expect[6] = {-1, 0.3f / 0.9f, -1, 0.2f / 0.9f, 0.3f / 0.9f, 0.1f / 0.9f};  // by joint; joint 2 is gone
+    for (int q = 0; q < 4; q++)
+        EXPECT_FLOAT_EQ(v->weights[q], v->joints[q] < 6 ? expect[v->joints[q]] : -1) << "joint " << (int)v->joints[q];
     ASSERT_EQ(d->skin_count, 1u);
     const mad_skin& k = d->skins[0];
     EXPECT_TRUE(k.joint_count == 6 && k.joints[5] == 6 && k.inverse_bind_matrices[0][3][1] == -1.0f &&
                 k.bind_matrices[0][3][1] == 1.0f);
 }
-
-// ---- refusals, each naming its element ----
 
 struct refusal_case {
     const char* what;
@@ -336,10 +306,9 @@ struct refusal_case {
 TEST(gltf_import, malformed_models_are_refused_naming_the_element)
 {
     buffer_builder b;
-    b.floats(TRIANGLE);
     const size_t idx = b.raw({0, 1, 7});
     const std::string tri = accessor(0, 3, "VEC3");
-    const std::string mesh = "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0}}]}],";
+    const std::string& mesh = MESH;
     const std::vector<refusal_case> cases = {
         {"index past the vertices", tri + "," + accessor(idx, 3, "SCALAR", 5121),
          "\"meshes\":[{\"primitives\":[{\"indices\":1,\"attributes\":{\"POSITION\":0}}]}]",
@@ -347,12 +316,8 @@ TEST(gltf_import, malformed_models_are_refused_naming_the_element)
         {"accessor past its view", accessor(8, 3, "VEC3"), mesh + "\"nodes\":[]",
          "meshes[0].primitives[0].attributes.POSITION: accessors[0] needs 36 bytes from offset 8 of bufferViews[0], "
          "which holds 40"},
-        {"missing accessor", tri, "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":3}}]}]",
-         "meshes[0].primitives[0].attributes.POSITION: accessor 3 does not exist (1 accessors)"},
         {"cycle", tri, "\"nodes\":[{\"children\":[1]},{\"children\":[2]},{\"children\":[0]}]",
          "nodes[0] is its own ancestor: the node hierarchy has a cycle"},
-        {"two parents", tri, "\"nodes\":[{\"children\":[2]},{\"children\":[2]},{}]",
-         "nodes[2] is a child of both nodes[0] and nodes[1]"},
         {"joint beyond the skin", tri + "," + accessor(idx, 1, "VEC4", 5121) + "," + accessor(0, 3, "VEC4"),
          "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0,\"JOINTS_0\":1,\"WEIGHTS_0\":2}}]}],"
          "\"skins\":[{\"joints\":[0]}],\"nodes\":[{\"mesh\":0,\"skin\":0}]",
@@ -370,293 +335,24 @@ TEST(gltf_import, malformed_models_are_refused_naming_the_element)
          "meshes[0].primitives[0].attributes.POSITION: bufferViews[1] has stride 8, but accessors[0] has elements of 12 "
          "bytes",
          ",{\"buffer\":0,\"byteLength\":40,\"byteStride\":8}"},
-        {"strided elements past the view",
-         "{\"bufferView\":1,\"count\":3,\"type\":\"VEC3\",\"componentType\":5126}", mesh + "\"nodes\":[]",
-         "meshes[0].primitives[0].attributes.POSITION: accessors[0] needs 44 bytes from offset 0 of bufferViews[1], which "
-         "holds 40",
-         ",{\"buffer\":0,\"byteLength\":40,\"byteStride\":16}"},
-        {"no buffer view", "{\"count\":3,\"type\":\"VEC3\",\"componentType\":5126}", mesh + "\"nodes\":[]",
-         "meshes[0].primitives[0].attributes.POSITION: accessors[0] has no buffer view (all zeros), which is not read "
-         "here"},
         {"indices of a signed type", tri + "," + accessor(idx, 3, "SCALAR", 5120),
          "\"meshes\":[{\"primitives\":[{\"indices\":1,\"attributes\":{\"POSITION\":0}}]}]",
          "meshes[0].primitives[0].indices: accessors[1] has component type 5120, an unsigned integer type expected"},
-        {"rotation of length 0", tri, "\"nodes\":[{\"rotation\":[0,0,0,0]}]",
-         "nodes[0].rotation is not a rotation (length 0)"},
         {"shearing matrix", tri, "\"nodes\":[{\"matrix\":[1,0,0,0, 1,1,0,0, 0,0,1,0, 0,0,0,1]}]",
          "nodes[0].matrix: the matrix shears, which translation, rotation and scale cannot hold"},
     };
     for (const refusal_case& rc : cases) {
         imported m;
         import_text(&m, model(b, rc.accessors, rc.rest, rc.extra_views));
-        EXPECT_EQ(m.status, 1) << rc.what;
-        EXPECT_EQ(m.error, rc.message) << rc.what;
+        EXPECT_TRUE(m.status == 1 && m.error == rc.message) << rc.what << ": " << m.error;
     }
-}
-
-TEST(gltf_import, infinite_positions_are_refused)
-{
-    buffer_builder b;
-    b.floats({0, 0, 0, INFINITY, 0, 0, 0, 1, 0});
     imported m;
-    import_text(&m, model(b, accessor(0, 3, "VEC3"),
-                          "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0}}]}],\"nodes\":[{\"mesh\":0}]"));
-    EXPECT_EQ(m.status, 1);
-    EXPECT_EQ(m.error, "meshes[0].primitives[0].attributes.POSITION: accessors[0] element 1 holds a value that is not finite");
+    import_text(&m, model(buffer_builder({0, 0, 0, INFINITY, 0, 0, 0, 1, 0}), tri, mesh + "\"nodes\":[{\"mesh\":0}]"));
+    EXPECT_TRUE(m.status == 1 && m.error == "meshes[0].primitives[0].attributes.POSITION: accessors[0] element 1 holds a "
+                                            "value that is not finite") << m.error;
 }
-
-// ---- conversions ----
-
-TEST(gltf_import, strips_fans_and_lines_become_triangle_lists_or_are_left_out)
-{
-    buffer_builder b;
-    b.floats({0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0, 2, 1, 0});
-    const std::string rest = "\"meshes\":[{\"primitives\":[{\"mode\":5,\"attributes\":{\"POSITION\":0}},"
-                             "{\"mode\":6,\"attributes\":{\"POSITION\":0}},{\"mode\":1,\"attributes\":{\"POSITION\":0}}]}],"
-                             "\"nodes\":[{\"mesh\":0}]";
-    imported m;
-    import_text(&m, model(b, accessor(0, 5, "VEC3"), rest));
-    ASSERT_EQ(m.status, 0) << m.error;
-    const mad_mesh* mesh = &m.result.datapack.meshes[0];
-    ASSERT_EQ(mesh->primitive_count, 2u);  // the lines are left out
-    EXPECT_EQ(mesh->primitives[0].vertices.count, 9u);  // 5 strip vertices: 3 triangles
-    EXPECT_EQ(mesh->primitives[1].vertices.count, 9u);  // 5 fan vertices: 3 triangles
-    EXPECT_EQ(m.result.triangle_count, 6u);
-    // strip triangle 1 is (2, 1, 3): vertex 2 is (0, 1, 0), vertex 1 is (1, 0, 0)
-    const float* xyz = mesh->primitives[0].vertices.xyz;
-    EXPECT_EQ(xyz[3 * 3 + 1], 1.0f);
-    EXPECT_EQ(xyz[4 * 3 + 0], 1.0f);
-    // fan triangle 2 is (0, 3, 4)
-    EXPECT_EQ(mesh->primitives[1].vertices.xyz[6 * 3 + 0], 0.0f);
-    EXPECT_EQ(mesh->primitives[1].vertices.xyz[8 * 3 + 0], 2.0f);
-}
-
-TEST(gltf_import, morph_targets_are_baked_at_the_default_weights)
-{
-    buffer_builder b;
-    b.floats(TRIANGLE);
-    const size_t delta = b.floats({0, 0, 1, 0, 0, 1, 0, 0, 1});
-    const std::string rest =
-        "\"meshes\":[{\"weights\":[0.5],\"primitives\":[{\"attributes\":{\"POSITION\":0},\"targets\":[{\"POSITION\":1}]}]}],"
-        "\"nodes\":[{\"mesh\":0}]";
-    imported m;
-    import_text(&m, model(b, accessor(0, 3, "VEC3") + "," + accessor(delta, 3, "VEC3"), rest));
-    ASSERT_EQ(m.status, 0) << m.error;
-    const n3d_vertices* v = &m.result.datapack.meshes[0].primitives[0].vertices;
-    for (uint32_t k = 0; k < 3; k++)
-        EXPECT_EQ(v->xyz[k * 3 + 2], 0.5f);
-}
-
-TEST(gltf_import, every_corner_has_the_attributes_phong_drawing_needs)
-{
-    buffer_builder b;
-    b.floats(TRIANGLE);
-    const size_t uv = b.floats({0, 0, 1, 0, 0, 1});
-    imported m;
-    import_text(&m, model(b, accessor(0, 3, "VEC3") + "," + accessor(uv, 3, "VEC2"),
-                          "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0,\"TEXCOORD_0\":1}}]}],"
-                          "\"nodes\":[{\"mesh\":0}]"));
-    ASSERT_EQ(m.status, 0) << m.error;
-    const n3d_vertices* v = &m.result.datapack.meshes[0].primitives[0].vertices;
-    ASSERT_TRUE(v->xyz && v->uv0 && v->n_xyz && v->t_xyz && v->b_xyz);
-    EXPECT_EQ(v->joints, nullptr);
-    // flat normal of a counter-clockwise triangle in the xy plane: +z; u grows along +x, v along +y
-    for (uint32_t k = 0; k < 3; k++) {
-        EXPECT_FLOAT_EQ(v->n_xyz[k * 3 + 2], 1.0f);
-        EXPECT_FLOAT_EQ(v->t_xyz[k * 3 + 0], 1.0f);
-        EXPECT_FLOAT_EQ(v->b_xyz[k * 3 + 1], 1.0f);
-    }
-}
-
-TEST(gltf_import, untextured_materials_share_one_swatch_with_a_cell_per_colour)
-{
-    buffer_builder b;
-    b.floats(TRIANGLE);
-    // materials 0 and 2 are the same red, 1 is green; the last primitive has no material (white)
-    const std::string rest =
-        "\"materials\":[{\"pbrMetallicRoughness\":{\"baseColorFactor\":[1,0,0,1]}},"
-        "{\"pbrMetallicRoughness\":{\"baseColorFactor\":[0,1,0,1]}},{\"pbrMetallicRoughness\":{\"baseColorFactor\":[1,0,0,1]}}],"
-        "\"meshes\":[{\"primitives\":[{\"material\":0,\"attributes\":{\"POSITION\":0}},"
-        "{\"material\":1,\"attributes\":{\"POSITION\":0}},{\"material\":2,\"attributes\":{\"POSITION\":0}},"
-        "{\"attributes\":{\"POSITION\":0}}]}],\"nodes\":[{\"mesh\":0}]";
-    imported m;
-    import_text(&m, model(b, accessor(0, 3, "VEC3"), rest));
-    ASSERT_EQ(m.status, 0) << m.error;
-    ASSERT_EQ(m.result.textures.size(), 1u);
-    EXPECT_EQ(m.result.textures[0].resource, "m_colors.tmap");
-    const mad_datapack* d = &m.result.datapack;
-    ASSERT_TRUE(d->image_count == 1 && d->material_count == 4);  // three of the file and the default one
-    EXPECT_STREQ(d->images[0].name, "m_colors");
-    const n3d_texture* t = &m.result.textures[0].texture;
-    // one level: no cell bleeds into another
-    EXPECT_TRUE(t->log2_w == GLTF_IMPORT_SWATCH_LOG2 && t->min_log2_w == t->log2_w);
-    // each primitive's corners all sit in the middle of one 4 x 4 cell: cells 0 (red), 1
-    // (green), 0 again and 2 (white), in the order the colours were first met
-    const uint16_t expect[4] = {0xFC00, 0x83E0, 0xFC00, 0xFFFF};
-    for (uint32_t p = 0; p < 4; p++) {
-        const n3d_vertices* v = &d->meshes[0].primitives[p].vertices;
-        EXPECT_EQ(d->meshes[0].primitives[p].material, &d->materials[p < 3 ? p : 3]);
-        for (uint32_t k = 0; k < 3; k++) {
-            const float u = v->uv0[k * 2], w = v->uv0[k * 2 + 1];
-            const uint32_t x = (uint32_t)(u * 64), y = (uint32_t)(w * 64);
-            EXPECT_TRUE(x % 4 == 2 && y % 4 == 2) << x << ", " << y;
-            const uint8_t texel = ((const uint8_t*)t->mips[0])[n3d_texel_index(t->format, t->log2_w, 1, x, y)];
-            EXPECT_EQ(((const uint16_t*)t->palette)[texel], expect[p]) << "primitive " << p;
-        }
-    }
-}
-
-// ---- the model written in code, as text and as .glb ----
-
-TEST(gltf_import, sample_model_imports_alike_from_text_and_binary)
-{
-    imported text, glb;
-    const std::vector<uint8_t> t = gltf_sample_model(0), g = gltf_sample_model(1);
-    import_bytes(&text, t.data(), t.size());
-    import_bytes(&glb, g.data(), g.size(), 1);
-    ASSERT_EQ(text.status, 0) << text.error;
-    ASSERT_EQ(glb.status, 0) << glb.error;
-    const mad_datapack* d = &text.result.datapack;
-    // the same bytes either way
-    std::vector<uint8_t> a(mad_datapack_write_size(d)), b(mad_datapack_write_size(&glb.result.datapack));
-    mad_datapack_write(a.data(), d, BYTE_ORDER_NATIVE);
-    mad_datapack_write(b.data(), &glb.result.datapack, BYTE_ORDER_NATIVE);
-    EXPECT_EQ(a, b);
-    // nothing needed converting; only a special node was added
-    ASSERT_EQ(text.result.notes.size(), 1u);
-    EXPECT_EQ(text.result.notes[0].find("no special node"), 0u);
-    ASSERT_TRUE(d->node_count == 5 && mad_find_node(d, "camera") == 3 && d->nodes[3].parent == &d->nodes[0]);
-    EXPECT_TRUE(d->nodes[3].camera->yfov == 0.8f && d->nodes[3].camera->znear == 0.5f);
-    EXPECT_EQ(mad_find_animation(d, "wave"), 0);
-    // the 1 x 1 picture becomes a 4 x 4 texture of one colour, named after the image
-    ASSERT_EQ(text.result.textures.size(), 1u);
-    EXPECT_EQ(text.result.textures[0].resource, "m_dot.tmap");
-    EXPECT_EQ(text.result.textures[0].colors, 1u);
-    // at 0.5 s the bone is halfway to (0.5, 1, 0)
-    mad_animate((mad_datapack*)d, 0, 0.5f);
-    EXPECT_FLOAT_EQ(d->nodes[1].translation[0], 0.25f);
-}
-
-TEST(gltf_import, the_direct_node_gets_argb1555_copies_of_its_images)
-{
-    const std::vector<uint8_t> t = gltf_sample_model(0);
-    gltf_import_options options = OPTIONS;
-    options.direct_node = "body";
-    imported m;
-    import_bytes(&m, t.data(), t.size(), 0, &options);
-    ASSERT_EQ(m.status, 0) << m.error;
-    const mad_datapack* d = &m.result.datapack;
-    const mad_image* image = d->nodes[0].mesh->primitives[0].material->base_color_image;
-    EXPECT_STREQ(image->name, "m_dot_direct");
-    const n3d_texture* tex = &m.result.textures[(size_t)(image - d->images)].texture;
-    EXPECT_EQ(m.result.textures[(size_t)(image - d->images)].resource, "m_dot_direct.tmap");
-    EXPECT_EQ(tex->format, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555);
-    EXPECT_TRUE(tex->linear == 0 && tex->palette == nullptr);
-    struct refusal {
-        const char* node;
-        const char* message;
-    };
-    for (const refusal& r : {refusal{"nope", "no node is named \"nope\" (the direct node)"},
-                             refusal{"camera", "nodes[3] (\"camera\", the direct node) has no mesh"}}) {
-        imported bad;
-        options.direct_node = r.node;
-        import_bytes(&bad, t.data(), t.size(), 0, &options);
-        EXPECT_TRUE(bad.status == 1 && bad.error == r.message) << bad.error;
-    }
-}
-
-// ---- the Debian sample models ----
 
 bool samples_present() { return tool_fixture_exists(SAMPLES); }
-
-void import_sample(imported* m, const char* relative)
-{
-    const std::string path = std::string(SAMPLES) + "/" + relative;
-    const gltf_import_options options = {"sample", 4096, 1, nullptr};
-    m->status = gltf_import_file(&m->result, &m->a.arena, &m->a.tmp, path.c_str(), &options, &m->error);
-}
-
-TEST(gltf_import, simple_skin_sample_keeps_its_joints_weights_and_keys)
-{
-    if (!samples_present())
-        GTEST_SKIP() << "assimp-testmodels is not installed (" << SAMPLES << " is missing)";
-    imported m;
-    import_sample(&m, "simple_skin/simple_skin.gltf");
-    ASSERT_EQ(m.status, 0) << m.error;
-    const mad_datapack* d = &m.result.datapack;
-    ASSERT_EQ(d->node_count, 5u);  // and the added camera and special node
-    ASSERT_EQ(d->skin_count, 1u);
-    const mad_skin& k = d->skins[0];
-    // the file's inverse bind matrices: both a translation by (-0.5, -1, 0)
-    EXPECT_TRUE(d->nodes[2].parent == &d->nodes[1] && k.joints[0] == 1 && k.joints[1] == 2);
-    EXPECT_TRUE(k.inverse_bind_matrices[1][3][0] == -0.5f && k.inverse_bind_matrices[1][3][1] == -1.0f);
-    // 24 indices (0, 1, 3, 0, 3, 2, ...): corner 5 is vertex 2, weights 0.75 and 0.25 on joints 0 and 1
-    const n3d_vertices* v = &d->meshes[0].primitives[0].vertices;
-    ASSERT_EQ(v->count, 24u);
-    for (int q = 0; q < 4; q++)
-        EXPECT_TRUE(v->weights[20 + q] == 0 || v->weights[20 + q] == (v->joints[20 + q] ? 0.25f : 0.75f)) << q;
-    // animation: 12 rotation keys of node 2 from 0 s to 5.5 s
-    ASSERT_EQ(d->animation_count, 1u);
-    const mad_channel* ch = &d->animations[0].channels[0];
-    EXPECT_TRUE(ch->node == &d->nodes[2] && ch->path == MAD_PATH_ROTATION && ch->sampler->input_count == 12);
-    EXPECT_FLOAT_EQ(ch->sampler->input[11], 5.5f);
-}
-
-TEST(gltf_import, box_textured_samples_write_files_the_engine_reads_back)
-{
-    if (!samples_present())
-        GTEST_SKIP() << "assimp-testmodels is not installed (" << SAMPLES << " is missing)";
-    for (const char* relative : {"BoxTextured-glTF/BoxTextured.gltf", "BoxTextured-glTF-Binary/BoxTextured.glb"}) {
-        imported m;
-        import_sample(&m, relative);
-        ASSERT_EQ(m.status, 0) << relative << ": " << m.error;
-        EXPECT_EQ(m.result.triangle_count, 12u);
-        ASSERT_EQ(m.result.textures.size(), 1u);
-        const n3d_texture* t = &m.result.textures[0].texture;
-        EXPECT_EQ(t->format, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555);
-        EXPECT_TRUE(t->linear == 0 && t->log2_w == 8 && t->log2_h == 8);  // 211 is nearer 256 than 128
-
-        const std::string out = tool_fixture_dir(REEL_TEST_OUTPUT_DIR, "box") + "/out/sub";  // two folders to create
-        std::string error;
-        ASSERT_EQ(gltf_import_write(&m.result, out.c_str(), "sample", &m.a.tmp, &error), 0) << error;
-        arenas back;
-        mad_datapack* d = mad_datapack_file_load(&back.arena, (out + "/sample.mad").c_str());
-        ASSERT_TRUE(d && d->node_count == 4 && d->image_count == 1);  // and the added camera and special node
-        EXPECT_EQ(std::string(d->images[0].name) + ".tmap", m.result.textures[0].resource);
-        EXPECT_EQ(d->meshes[0].primitives[0].material->base_color_image, &d->images[0]);
-        n3d_texture* tex = n3d_texture_file_load(&back.arena, (out + "/" + m.result.textures[0].resource).c_str());
-        EXPECT_TRUE(tex && n3d_textures_dbg_cmp(tex, t) == 1);
-        const std::string text = tool_fixture_read(out + "/sample.manifest");
-        EXPECT_EQ(text, gltf_import_manifest(&m.result));
-        EXPECT_EQ(text.rfind("madpack sample.mad sample.mad\ntexture ", 0), 0u);
-    }
-}
-
-// ---- the quantiser ----
-
-TEST(color_quantize, few_colours_come_back_exactly_and_many_are_split_by_weight)
-{
-    arenas a;
-    // three distinct colours: three centres, each exactly its colour
-    const color_quantize_point three[] = {{{0.1f, 0.2f, 0.3f}, 5}, {{0.9f, 0.0f, 0.0f}, 1}, {{0.0f, 0.5f, 1.0f}, 2}};
-    vec3 centres[COLOR_QUANTIZE_MAX_COLORS];
-    ASSERT_EQ(color_quantize_points(centres, 256, three, 3, &a.tmp), 3u);
-    for (const color_quantize_point& p : three) {
-        bool found = false;
-        for (int k = 0; k < 3; k++)
-            found = found || (centres[k][0] == p.rgb[0] && centres[k][1] == p.rgb[1] && centres[k][2] == p.rgb[2]);
-        EXPECT_TRUE(found);
-    }
-    // two clusters of greys around 0.2 and 0.8 into two colours: their weighted means
-    const color_quantize_point grey[] = {{{0.1f, 0.1f, 0.1f}, 1}, {{0.3f, 0.3f, 0.3f}, 1},
-                                         {{0.7f, 0.7f, 0.7f}, 3}, {{0.9f, 0.9f, 0.9f}, 1}};
-    ASSERT_EQ(color_quantize_points(centres, 2, grey, 4, &a.tmp), 2u);
-    const float lo = fminf(centres[0][0], centres[1][0]), hi = fmaxf(centres[0][0], centres[1][0]);
-    EXPECT_NEAR(lo, 0.2f, 1e-6f);
-    EXPECT_NEAR(hi, (0.7f * 3 + 0.9f) / 4, 1e-6f);
-}
-
-// ---- the tool ----
 
 bool tool_present() { return access(REEL_GLTF_TOOL, X_OK) == 0; }
 
@@ -739,16 +435,12 @@ TEST(reel_gltf, the_named_debian_samples_play_in_the_animated_scene_as_imported)
         arenas a;
         const bitmap* frame = bitmap_load_png(&a.arena, (d + "/frames/frame_000010.png").c_str(), 3);
         ASSERT_NE(frame, nullptr);
-        uint32_t lit = 0;
-        const uint8_t* first = bitmap_pixel(frame, 0, 0);
-        bool flat = true;
-        for (uint32_t y = 0; y < 480; y++)
-            for (uint32_t x = 0; x < 640; x++) {
-                const uint8_t* p = bitmap_pixel(frame, x, y);
-                flat = flat && memcmp(p, first, 3) == 0;
-                lit += p[0] | p[1] | p[2] ? 1 : 0;
-            }
-        EXPECT_FALSE(flat);
+        uint32_t lit = 0, other = 0;
+        for (uint32_t i = 0; i < 640 * 480; i++) {
+            const uint8_t* p = bitmap_pixel(frame, i % 640, i / 640);
+            other += memcmp(p, bitmap_pixel(frame, 0, 0), 3) != 0, lit += p[0] | p[1] | p[2] ? 1 : 0;
+        }
+        EXPECT_GT(other, 0u) << "more than one colour";
         EXPECT_GT(lit, 640u * 480 / 20) << "the model covers at least a twentieth of the picture";
         std::system(("rm -rf '" + d + "'").c_str());
     }

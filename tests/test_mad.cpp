@@ -1,16 +1,9 @@
 // Datapacks and their animation: round trips, the block layout written here field by field,
-// lookups, damaged blocks, key evaluation, world and joint matrices, and the keyframe dump.
-#include <gtest/gtest.h>
-
-#include <unistd.h>
-
+// lookups, damaged blocks and key evaluation.
 #include <array>
-#include <cmath>
-#include <cstring>
+#include <bit>
 #include <functional>
 #include <memory>
-#include <string>
-#include <vector>
 
 #include "mad.h"
 #include "mad_anim.h"
@@ -36,8 +29,6 @@ mad_datapack read_block(xmemarena* arena, const std::vector<uint8_t>& bytes, int
     EXPECT_EQ(cur.p, copy + bytes.size());
     return d;
 }
-
-// ---- a datapack assembled from records ----
 
 constexpr float SQRT_HALF = 0.70710678f;
 
@@ -83,11 +74,8 @@ void node_set(mad_node* n, const char* name, const vec3 s, const quat r, const v
               uint32_t child_count = 0, uint32_t* children = nullptr)
 {
     memset(n, 0, sizeof(*n));
-    n->name = (char*)name;
-    vec3_dup(n->scale, s);
-    vec4_dup(n->rotation, r);
-    vec3_dup(n->translation, t);
-    n->parent = parent, n->child_count = child_count, n->children = children;
+    n->name = (char*)name, n->parent = parent, n->child_count = child_count, n->children = children;
+    vec3_dup(n->scale, s), vec4_dup(n->rotation, r), vec3_dup(n->translation, t);
 }
 
 std::unique_ptr<sample_pack> make_sample()
@@ -114,8 +102,6 @@ std::unique_ptr<sample_pack> make_sample()
     return s;
 }
 
-// ---- a datapack written field by field ----
-
 struct block_writer {
     std::vector<uint8_t> bytes;
     int32_t order;
@@ -129,11 +115,8 @@ struct block_writer {
     }
     void f32(const std::vector<float>& vs)
     {
-        for (float v : vs) {
-            uint32_t bits;
-            memcpy(&bits, &v, 4);
-            u32({bits});
-        }
+        for (float v : vs)
+            u32({std::bit_cast<uint32_t>(v)});
     }
     void text(const char* s) { bytes.insert(bytes.end(), s, s + strlen(s) + 1); }
 };
@@ -190,12 +173,6 @@ std::vector<uint8_t> tiny_block(tiny_fields* f, int32_t order)
     return w.bytes;
 }
 
-void read_bytes(const std::vector<uint8_t>& bytes)
-{
-    test_arena a;
-    read_block(&a.arena, bytes, BYTE_ORDER_NATIVE);
-}
-
 struct damage {
     std::function<void(tiny_fields*)> change;
     const char* message;
@@ -208,21 +185,13 @@ void expect_refused(const std::vector<damage>& cases, const std::string& before,
         SCOPED_TRACE(c.message);
         tiny_fields f;
         c.change(&f);
-        EXPECT_EXIT(read_bytes(tiny_block(&f, BYTE_ORDER_NATIVE)), testing::ExitedWithCode(1),
+        test_arena a;
+        EXPECT_EXIT(read_block(&a.arena, tiny_block(&f, BYTE_ORDER_NATIVE), BYTE_ORDER_NATIVE), testing::ExitedWithCode(1),
                     before + test_literal(c.message) + after);
     }
 }
 
-void expect_near_mat(const mat4x4 a, const mat4x4 b, float tolerance)
-{
-    for (int c = 0; c < 4; c++)
-        for (int r = 0; r < 4; r++)
-            EXPECT_NEAR(a[c][r], b[c][r], tolerance) << "column " << c << " row " << r;
-}
-
 }  // namespace
-
-// ---- blocks ----
 
 TEST(mad_block, write_read_write_reproduces_the_block_in_both_orders)
 {
@@ -231,35 +200,29 @@ TEST(mad_block, write_read_write_reproduces_the_block_in_both_orders)
     const int32_t orders[2] = {BYTE_ORDER_NATIVE, BYTE_ORDER_SWAPPED};
     const std::vector<uint8_t> blocks[2] = {write_block(&s->d, orders[0]), write_block(&s->d, orders[1])};
     EXPECT_NE(blocks[0], blocks[1]);
-    for (int i = 0; i < 2; i++) {
-        const mad_datapack d = read_block(&a.arena, blocks[i], orders[i]);
-        for (int j = 0; j < 2; j++)
-            EXPECT_EQ(write_block(&d, orders[j]), blocks[j]) << i << " " << j;
+    for (int i = 0; i < 4; i++) {
+        const mad_datapack d = read_block(&a.arena, blocks[i / 2], orders[i / 2]);
+        EXPECT_EQ(write_block(&d, orders[i % 2]), blocks[i % 2]) << i;
     }
-}
-
-// References come back right or the round trip above would write other indices (or refuse a
-// pointer outside the arrays); what a rewrite cannot show is checked here.
-TEST(mad_block, reader_copies_names_and_derives_what_the_block_does_not_hold)
-{
-    auto s = make_sample();
-    test_arena a;
-    const mad_datapack d = read_block(&a.arena, write_block(&s->d, BYTE_ORDER_SWAPPED), BYTE_ORDER_SWAPPED);
-    EXPECT_STREQ(d.nodes[2].name, "hand");
-    EXPECT_NE(d.nodes[2].name, s->nodes[2].name);  // copied, not borrowed
-    // bind matrices are derived: (T(-1, -2, -3) S(2))^-1 = S(1/2) T(1, 2, 3)
-    EXPECT_FLOAT_EQ(d.skins[0].bind_matrices[1][3][2], 1.5f);
-    EXPECT_FLOAT_EQ(d.skins[0].bind_matrices[1][1][1], 0.5f);
-    // only the pair a camera's type selects is stored
-    EXPECT_TRUE(d.cameras[0].yfov == 0.7f && d.cameras[0].ortho_a == 0 && d.cameras[0].ortho_b == 0);
-    EXPECT_TRUE(d.cameras[1].ortho_b == 3.0f && d.cameras[1].persp_a == 0 && d.cameras[1].yfov == 0);
+    // the writer's layout is the one written field by field here
+    tiny_fields f;
+    const std::vector<uint8_t> tiny = tiny_block(&f, BYTE_ORDER_SWAPPED);
+    const mad_datapack d = read_block(&a.arena, tiny, BYTE_ORDER_SWAPPED);
+    EXPECT_EQ(write_block(&d, BYTE_ORDER_SWAPPED), tiny);
+    // what a rewrite cannot show: names are copied, not borrowed; bind matrices are derived,
+    // (T(-1, -2, -3) S(2))^-1 = S(1/2) T(1, 2, 3); only the pair a camera's type selects is stored
+    const mad_datapack r = read_block(&a.arena, blocks[1], BYTE_ORDER_SWAPPED);
+    EXPECT_TRUE(!strcmp(r.nodes[2].name, "hand") && r.nodes[2].name != s->nodes[2].name);
+    EXPECT_TRUE(r.skins[0].bind_matrices[1][3][2] == 1.5f && r.skins[0].bind_matrices[1][1][1] == 0.5f);
+    EXPECT_TRUE(r.cameras[0].yfov == 0.7f && r.cameras[0].ortho_a == 0 && r.cameras[0].ortho_b == 0);
+    EXPECT_TRUE(r.cameras[1].ortho_b == 3.0f && r.cameras[1].persp_a == 0 && r.cameras[1].yfov == 0);
 }
 
 TEST(mad_block, file_load)
 {
     auto s = make_sample();
     const std::vector<uint8_t> block = write_block(&s->d, BYTE_ORDER_SWAPPED);
-    const std::string path = "/tmp/reel_test_mad_" + std::to_string(getpid()) + ".mad";
+    const std::string path = test_temp_path("test.mad");
     testing::internal::CaptureStdout();
     ASSERT_EQ(n3d_io_write_file(path.c_str(), block.data(), block.data() + block.size(), BYTE_ORDER_SWAPPED), 0);
     testing::internal::GetCapturedStdout();
@@ -281,14 +244,7 @@ TEST(mad_block, file_load)
     EXPECT_EXIT(mad_datapack_file_load(&a.arena, path.c_str()), testing::ExitedWithCode(1),
                 "at src/mad:[0-9]+\ninvalid endian marker\\?\n$");
     remove(path.c_str());
-
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(mad_datapack_file_load(&a.arena, path.c_str()), nullptr);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              path + ": No such file or directory\nfopen failed, path: " + path + "\n");
 }
-
-// ---- lookups ----
 
 TEST(mad_lookup, first_exact_match_or_minus_one_with_a_message)
 {
@@ -302,21 +258,6 @@ TEST(mad_lookup, first_exact_match_or_minus_one_with_a_message)
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "failed find node \"Arm\"\nfailed find node \"ar\"\nfailed find animation \"hand\"\n");
 }
-
-TEST(mad_lookup, madfx_validate_reports_the_first_missing_entry)
-{
-    uint32_t nodes_ok[3] = {0, 1, 2}, nodes_bad[3] = {0, 1, MAD_INDEX_NONE};
-    uint32_t anims_ok[2] = {0, 1}, anims_bad[2] = {MAD_INDEX_NONE, MAD_INDEX_NONE};
-    const reel_madfx good = {3, 2, nodes_ok, anims_ok}, bad_node = {3, 2, nodes_bad, anims_bad},
-                     bad_animation = {3, 2, nodes_ok, anims_bad};
-    reel_madfx_validate(&good);
-    EXPECT_EXIT(reel_madfx_validate(&bad_node), testing::ExitedWithCode(1),
-                "^crash in reel_madfx_validate at src/reel_scenes:[0-9]+\nnode_index_lut\\[2\\] is null!\n$");
-    EXPECT_EXIT(reel_madfx_validate(&bad_animation), testing::ExitedWithCode(1),
-                "\nanimation_index_lut\\[0\\] is null!\n$");
-}
-
-// ---- damaged blocks ----
 
 TEST(mad_block_death, indices_out_of_range)
 {
@@ -378,18 +319,14 @@ TEST(mad_block_death, hierarchy_must_be_a_forest_whose_parents_and_children_agre
         "test.mad: ", "\n$");
 }
 
-// ---- key evaluation ----
-
 namespace {
 
 // The sampler's value at t with the search from the first key, over a target filled with -1.
-std::array<float, 4> value_at(const mad_sampler* s, uint32_t path, float t, uint32_t* cursor_out = nullptr)
+std::array<float, 4> value_at(const mad_sampler* s, uint32_t path, float t)
 {
     std::array<float, 4> v = {-1, -1, -1, -1};
     uint32_t cursor = 0;
     mad_sampler_eval(v.data(), s, path, &cursor, t);
-    if (cursor_out)
-        *cursor_out = cursor;
     return v;
 }
 
@@ -409,30 +346,11 @@ TEST(mad_sampler, keys_before_between_on_and_after)
 
     // step holds the earlier key, also exactly on the later one
     const mad_sampler step = {MAD_INTERPOLATION_STEP, 3, 9, times, values};
-    uint32_t cursor;
-    for (float t : {0.99f, 1.0f}) {
-        EXPECT_EQ(value_at(&step, MAD_PATH_TRANSLATION, t, &cursor)[0], 10.0f) << t;
-        EXPECT_EQ(cursor, 0u);
-    }
-    EXPECT_EQ(value_at(&step, MAD_PATH_TRANSLATION, 1.5f, &cursor)[0], 14.0f);
-    EXPECT_EQ(cursor, 1u);
+    for (float t : {0.99f, 1.0f})
+        EXPECT_EQ(value_at(&step, MAD_PATH_TRANSLATION, t)[0], 10.0f) << t;
 
     const mad_sampler unknown = {3, 2, 6, times, values};
     EXPECT_EQ(value_at(&unknown, MAD_PATH_TRANSLATION, 0.5f)[0], -1.0f);  // left alone
-}
-
-TEST(mad_sampler, a_single_key_or_keys_too_close_give_the_earlier_key)
-{
-    float one_time[1] = {3}, one_value[3] = {7, 8, 9};
-    for (uint32_t interpolation : {1u, 2u, 5u}) {
-        const mad_sampler one = {interpolation, 1, 3, one_time, one_value};
-        for (float t : {-10.0f, 3.0f, 100.0f})
-            EXPECT_EQ(value_at(&one, MAD_PATH_TRANSLATION, t)[1], 8.0f) << interpolation << " at " << t;
-    }
-    float close_times[2] = {1.0f, 1.000005f}, close_values[6] = {1, 1, 1, 5, 5, 5};
-    const mad_sampler close = {MAD_INTERPOLATION_LINEAR, 2, 6, close_times, close_values};
-    for (float t : {1.0000025f, 2.0f})
-        EXPECT_EQ(value_at(&close, MAD_PATH_SCALE, t)[0], 1.0f);
 }
 
 TEST(mad_sampler, rotation_slerps_without_flipping_the_sign)
@@ -453,17 +371,10 @@ TEST(mad_animate, channels_write_their_nodes_and_leave_the_rest)
     auto s = make_sample();
     mad_datapack* d = &s->d;
     mad_animate(d, 0, 0.5f);
-    EXPECT_EQ(d->nodes[1].translation[1], 0.0f);  // step: the key at 0
-    EXPECT_EQ(d->nodes[1].scale[1], 0.5f);        // not animated
-    EXPECT_NEAR(d->nodes[2].rotation[2], -0.92387953f, 1e-5f);
-    EXPECT_NEAR(d->nodes[2].rotation[3], 0.38268343f, 1e-5f);
+    EXPECT_TRUE(d->nodes[1].translation[1] == 0.0f && d->nodes[1].scale[1] == 0.5f);  // step: the key at 0; not animated
+    EXPECT_TRUE(fabsf(d->nodes[2].rotation[2] + 0.92387953f) < 1e-5f && fabsf(d->nodes[2].rotation[3] - 0.38268343f) < 1e-5f);
     EXPECT_FLOAT_EQ(d->nodes[0].scale[2], 1.0f + 0.25f * 6.6f);
     EXPECT_EQ(d->nodes[4].translation[0], 0.0f);
-    // each channel's search starts again at the first key
-    mad_animate(d, 0, 1.5f);
-    EXPECT_EQ(d->nodes[1].translation[1], 2.0f);
-    mad_animate(d, 0, 0.2f);
-    EXPECT_EQ(d->nodes[1].translation[1], 0.0f);
     // a second animation on top of the first
     mad_animate(d, 1, 0.0f);
     EXPECT_TRUE(d->nodes[4].translation[0] == 9.0f && d->nodes[1].translation[1] == 0.0f);
@@ -482,144 +393,4 @@ TEST(mad_animate, an_unknown_interpolation_is_read_and_leaves_its_target)
     mad_animate(&d, 0, 0.5f);
     for (int i = 0; i < 3; i++)
         EXPECT_EQ(d.nodes[1].scale[i], 2.0f);
-}
-
-// ---- matrices ----
-
-namespace {
-
-// p' = t + r (s p), with the rotation by the quaternion formula v + 2w (q x v) + 2 q x (q x v)
-void transform_point(vec3 out, const vec3 s, const quat r, const vec3 t, const vec3 p)
-{
-    const vec3 v = {p[0] * s[0], p[1] * s[1], p[2] * s[2]};
-    const vec3 q = {r[0], r[1], r[2]};
-    vec3 qv, qqv;
-    vec3_mul_cross(qv, q, v);
-    vec3_mul_cross(qqv, q, qv);
-    for (int i = 0; i < 3; i++)
-        out[i] = t[i] + v[i] + 2 * r[3] * qv[i] + 2 * qqv[i];
-}
-
-struct chain_pack {
-    mad_node nodes[4];
-    uint32_t children[4][1];
-    mad_datapack d;
-};
-
-enum { CHAIN_ROOT, CHAIN_CHILD, CHAIN_GRANDCHILD, CHAIN_OTHER };
-
-const float chain_scale[4][3] = {{2, 2, 2}, {1, 0.5f, 1}, {1, 1, 3}, {1, 1, 1}};
-const float chain_rotation[4][4] = {
-    {0, SQRT_HALF, 0, SQRT_HALF}, {0.38268343f, 0, 0, 0.92387953f}, {0, 0, 0.25881905f, 0.96592583f}, {0, 0, 0, 1}};
-const float chain_translation[4][3] = {{1, 2, 3}, {0, 1, 0}, {0, 0, 2}, {5, 5, 5}};
-
-// The chain root > child > grandchild and an unrelated root, node i playing role[i].
-void make_chain(chain_pack* c, const int role[4])
-{
-    int at[4];
-    for (int i = 0; i < 4; i++)
-        at[role[i]] = i;
-    for (int i = 0; i < 4; i++) {
-        const int r = role[i];
-        const bool has_child = r == CHAIN_ROOT || r == CHAIN_CHILD;
-        const bool has_parent = r == CHAIN_CHILD || r == CHAIN_GRANDCHILD;
-        c->children[i][0] = has_child ? (uint32_t)at[r + 1] : 0;
-        node_set(&c->nodes[i], "node", chain_scale[r], chain_rotation[r], chain_translation[r],
-                 has_parent ? &c->nodes[at[r - 1]] : nullptr, has_child, has_child ? c->children[i] : nullptr);
-    }
-    c->d = {};
-    c->d.node_count = 4, c->d.nodes = c->nodes;
-}
-
-}  // namespace
-
-TEST(mad_matrices, world_matrices_follow_the_hierarchy_in_any_node_order)
-{
-    const int orders[][4] = {{CHAIN_ROOT, CHAIN_CHILD, CHAIN_GRANDCHILD, CHAIN_OTHER},
-                             {CHAIN_GRANDCHILD, CHAIN_OTHER, CHAIN_CHILD, CHAIN_ROOT},
-                             {CHAIN_CHILD, CHAIN_GRANDCHILD, CHAIN_ROOT, CHAIN_OTHER},
-                             {CHAIN_OTHER, CHAIN_GRANDCHILD, CHAIN_ROOT, CHAIN_CHILD}};
-    const float points[][3] = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {0.5f, -2, 3}};
-    for (const auto& role : orders) {
-        chain_pack c;
-        make_chain(&c, role);
-        // through the reader too, which must accept children stored before their parents
-        test_arena a;
-        const mad_datapack d = read_block(&a.arena, write_block(&c.d, BYTE_ORDER_NATIVE), BYTE_ORDER_NATIVE);
-        mat4x4 world[4];
-        const uint64_t sp = a.arena.sp;
-        mad_compute_world_matrices(world, &d, &a.arena);
-        EXPECT_EQ(a.arena.sp, sp);
-        for (int i = 0; i < 4; i++) {
-            for (const auto& p : points) {
-                vec3 expected, got;
-                vec3_dup(expected, p);
-                for (int r = role[i]; r >= 0; r--) {
-                    transform_point(expected, chain_scale[r], chain_rotation[r], chain_translation[r], expected);
-                    if (role[i] == CHAIN_OTHER)
-                        break;  // its own root
-                }
-                mat4x4_mul_vec3(got, world[i], p, 1.0f);
-                for (int k = 0; k < 3; k++)
-                    EXPECT_NEAR(got[k], expected[k], 1e-4f) << "role " << role[i] << " component " << k;
-            }
-            // directions: the matrix is affine with no translation in row 3
-            EXPECT_NEAR(world[i][0][3], 0.0f, 1e-6f);
-            EXPECT_NEAR(world[i][3][3], 1.0f, 1e-6f);
-        }
-    }
-}
-
-TEST(mad_matrices, joint_matrices_undo_the_bind_pose)
-{
-    const int role[4] = {CHAIN_ROOT, CHAIN_CHILD, CHAIN_GRANDCHILD, CHAIN_OTHER};
-    chain_pack c;
-    make_chain(&c, role);
-    test_arena a;
-    mat4x4 world[4];
-    mad_compute_world_matrices(world, &c.d, &a.arena);
-    uint32_t joints[2] = {2, 0};
-    mat4x4 inverse_binds[2], out[2];
-    mat4x4_invert(inverse_binds[0], world[2]);
-    mat4x4_invert(inverse_binds[1], world[0]);
-    const mad_skin skin = {2, joints, inverse_binds, nullptr};
-    mat4x4 identity;
-    mat4x4_identity(identity);
-    mad_compute_joint_matrices(out, world, &skin);
-    expect_near_mat(out[0], identity, 1e-5f);
-    expect_near_mat(out[1], identity, 1e-5f);
-    // moving the child by d in its parent's space moves the grandchild's joint by the root's image of d
-    c.nodes[1].translation[0] += 1.0f;
-    mad_compute_world_matrices(world, &c.d, &a.arena);
-    mad_compute_joint_matrices(out, world, &skin);
-    const vec3 shift = {1, 0, 0}, p = {0.25f, 4, -1};
-    vec3 in_root, moved;
-    mat4x4_mul_vec3(in_root, world[0], shift, 0.0f);
-    mat4x4_mul_vec3(moved, out[0], p, 1.0f);
-    for (int k = 0; k < 3; k++)
-        EXPECT_NEAR(moved[k], p[k] + in_root[k], 1e-4f);
-    expect_near_mat(out[1], identity, 1e-5f);
-}
-
-// ---- dump ----
-
-TEST(mad_dump, prints_every_key_in_its_format)
-{
-    auto s = make_sample();
-    testing::internal::CaptureStdout();
-    mad_dump_animation(&s->d, 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "node[1].translation keyframes: 3\n"
-              "\t[0][0.00]: 0.00 0.00  0\n"
-              "\t[1][1.00]: 1.00 2.00  3\n"
-              "\t[2][2.00]: 4.00 5.00  6\n"
-              "]\n"
-              "node[2].rotation keyframes: 2\n"
-              "\t[0][0.00]: 0.00 0.00 0.00  1\n"
-              "\t[1][1.00]: 0.00 0.00 -0.71 -1\n"
-              "]\n"
-              "node[0].scale keyframes: 2\n"
-              "\t[0][0.00]: 1.00 1.00  1\n"
-              "\t[1][2.00]: 3.00 5.00  8\n"
-              "]\n");
 }

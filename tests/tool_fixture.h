@@ -8,8 +8,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -46,20 +48,14 @@ inline std::string tool_fixture_dir(const std::string& root, const std::string& 
     return dir;
 }
 
-// Every entry of a folder, "." and ".." left out, in the order ls gives.
+// Every entry of a folder, sorted; none when there is no such folder.
 inline std::vector<std::string> tool_fixture_list(const std::string& dir)
 {
     std::vector<std::string> names;
-    FILE* p = popen(("ls -A '" + dir + "'").c_str(), "r");
-    char line[4096];
-    while (p && fgets(line, sizeof(line), p)) {
-        std::string name(line);
-        if (!name.empty() && name.back() == '\n')
-            name.pop_back();
-        names.push_back(name);
-    }
-    if (p)
-        pclose(p);
+    std::error_code missing;
+    for (const auto& entry : std::filesystem::directory_iterator(dir, missing))
+        names.push_back(entry.path().filename());
+    std::sort(names.begin(), names.end());
     return names;
 }
 
