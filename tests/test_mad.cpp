@@ -394,3 +394,24 @@ TEST(mad_animate, an_unknown_interpolation_is_read_and_leaves_its_target)
     for (int i = 0; i < 3; i++)
         EXPECT_EQ(d.nodes[1].scale[i], 2.0f);
 }
+
+TEST(mad_dump, prints_every_key_in_its_format)
+{
+    auto s = make_sample();
+    testing::internal::CaptureStdout();
+    mad_dump_animation(&s->d, 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "node[1].translation keyframes: 3\n"
+              "\t[0][0.00]: 0.00 0.00  0\n"
+              "\t[1][1.00]: 1.00 2.00  3\n"
+              "\t[2][2.00]: 4.00 5.00  6\n"
+              "]\n"
+              "node[2].rotation keyframes: 2\n"
+              "\t[0][0.00]: 0.00 0.00 0.00  1\n"
+              "\t[1][1.00]: 0.00 0.00 -0.71 -1\n"
+              "]\n"
+              "node[0].scale keyframes: 2\n"
+              "\t[0][0.00]: 1.00 1.00  1\n"
+              "\t[1][2.00]: 3.00 5.00  8\n"
+              "]\n");
+}
