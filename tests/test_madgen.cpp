@@ -80,7 +80,7 @@ TEST_F(madgen_fixture, the_totem_is_the_default_and_keeps_its_nodes_meshes_and_k
         const char* name;
         uint32_t triangles;
     } nodes[] = {{"ground", 16}, {"bone_top", 0}, {"totem", 4 * 10 * 2}, {"bone_base", 0},
-                 {"crate", 6 * 2},      {"moon", 8 * 12 * 2}, {"sky", 12 * 24 * 2}, {"camera", 0}};
+                 {"crate", 6 * 2},      {"moon", 5 * 8 * 2}, {"sky", 12 * 24 * 2}, {"camera", 0}};
     ASSERT_EQ(imported.datapack.node_count, 9u);  // and the importer's empty "reel_special" (no direct node given)
     for (uint32_t i = 0; i < 8; i++) {
         EXPECT_STREQ(imported.datapack.nodes[i].name, nodes[i].name);
@@ -139,16 +139,16 @@ TEST_F(madgen_fixture, the_machine_parts_keep_their_triangle_counts)
         const char* name;
         uint32_t triangles;
     } parts[] = {
-        {"gear_big", 16 * 4 + 16 * 2},
-        {"gear_small0", 8 * 4},  // a plate, low on the dais
-        {"gear_upper", 10 * 4 + 10 * 2},
-        {"gear_top", 8 * 4 + 8 * 2},
-        {"piston0", 3 * 2 + 6 * 2 + 6},  // the rod, the head and its top
-        {"lamp0", 4 * 2},
+        {"gear_big", 12 * 4 + 12 * 2},
+        {"gear_small0", 6 * 4},  // plates, low on the dais or small
+        {"gear_upper", 8 * 4 + 8 * 2},
+        {"gear_top", 6 * 4},
+        {"piston0", 3 * 2 + 4 * 2 + 4},  // the rod, the head and its top
+        {"lamp0", 3 * 2},
         {"core", 6 * 2},
-        {"floor", 16 * 2 + 16 * 2},
+        {"floor", 12 * 2 + 12 * 2},
         // the axle with its top, four housings with theirs, eight pillars
-        {"frame", 6 * 2 + 6 + 4 * (6 * 2 + 6) + 8 * 3 * 2},
+        {"frame", 4 * 2 + 4 + 4 * (4 * 2 + 4) + 8 * 3 * 2},
     };
     uint32_t lit = 0;
     for (const auto& p : parts) {
@@ -161,7 +161,7 @@ TEST_F(madgen_fixture, the_machine_parts_keep_their_triangle_counts)
             lit += triangles(&imported.datapack.nodes[i]);
     // a frame without the crystal: the large gear, four small ones, the stacked two, four
     // pistons, eight lamps, the dais and the frame
-    EXPECT_EQ(lit, 96u + 4 * 32 + 60 + 48 + 4 * 24 + 8 * 8 + 64 + 138);
+    EXPECT_EQ(lit, 72u + 4 * 24 + 48 + 24 + 4 * 18 + 8 * 6 + 48 + 108);
 }
 
 // The sky is a panorama for a scrolling background (a power of two wide and at least the video
@@ -199,7 +199,7 @@ TEST_F(madgen_fixture, the_machine_loops_seamlessly_in_sixteen_seconds)
     const struct {
         const char* prefix;
         uint32_t teeth;  // rotation symmetry: 1 for a part that must come back exactly
-    } parts[] = {{"gear_big", 16}, {"gear_small", 8}, {"gear_upper", 10}, {"gear_top", 8}, {"piston", 1},
+    } parts[] = {{"gear_big", 12}, {"gear_small", 6}, {"gear_upper", 8}, {"gear_top", 6}, {"piston", 1},
                  {"lamp", 1},      {"camera", 1},     {"core", 1}};
     for (uint32_t a = 0; a < pack->animation_count; a++)
         for (uint32_t c = 0; c < pack->animations[a].channel_count; c++) {
@@ -258,11 +258,11 @@ TEST_F(madgen_fixture, the_machine_gears_mesh_tooth_to_gap)
         for (uint32_t s = 0; s < 4; s++) {
             const int32_t small = mad_find_node(pack, ("gear_small" + std::to_string(s)).c_str());
             ASSERT_GE(small, 0);
-            // the pitch circles touch at 16 / (16 + 8) of the way from the large gear's centre
+            // the pitch circles touch at 12 / (12 + 6) of the way from the large gear's centre
             vec4 contact = {0, 0, 0, 1};
             for (int i = 0; i < 3; i++)
                 contact[i] = world[big][3][i] + (world[small][3][i] - world[big][3][i]) * 2.0f / 3.0f;
-            const bool big_tooth = tooth_at(big, contact, 16), small_tooth = tooth_at(small, contact, 8);
+            const bool big_tooth = tooth_at(big, contact, 12), small_tooth = tooth_at(small, contact, 6);
             EXPECT_FALSE(big_tooth && small_tooth) << "gear_small" << s << " at key " << k;
             meetings++;
             teeth_met += big_tooth || small_tooth;

@@ -174,7 +174,7 @@ void madgen_totem(const char* dir)
         uv *= TOTEM_ISLAND_RADIUS * 2.0f / 4.0f;
     madgen_totem_mesh(&totem, 0.5f, 3.0f, 4, 10);
     gltf_author_cube(&crate, 0.9f);
-    gltf_author_sphere(&moon, 0.45f, 8, 12, false);
+    gltf_author_sphere(&moon, 0.45f, 5, 8, false);
     gltf_author_sphere(&sky, MADGEN_SKY_RADIUS, 12, 24, true);
     const madgen_picture pictures[5] = {{"ground", 128, madgen_paint_ground},
                                         {"totem", 128, madgen_paint_totem},
@@ -262,16 +262,16 @@ constexpr uint32_t MACHINE_KEYS = (uint32_t)(MACHINE_SECONDS / MACHINE_KEY_STEP)
 // The gears: teeth of one pitch (arc length on the pitch circle) so that any two mesh.
 // Few, chunky teeth: every triangle costs the renderer its set-up, and a gear's wall is made of
 // small ones (two per corner of the outline).
-constexpr float MACHINE_PITCH = 0.7854f;  // 2 pi x 2.0 / 16
-constexpr float MACHINE_TOOTH = 0.22f;    // from the pitch circle to the tip, and to the root
-constexpr uint32_t MACHINE_BIG_TEETH = 16, MACHINE_SMALL_TEETH = 8, MACHINE_UPPER_TEETH = 10, MACHINE_TOP_TEETH = 8;
+constexpr float MACHINE_PITCH = 1.0472f;  // 2 pi x 2.0 / 12
+constexpr float MACHINE_TOOTH = 0.29f;    // from the pitch circle to the tip, and to the root
+constexpr uint32_t MACHINE_BIG_TEETH = 12, MACHINE_SMALL_TEETH = 6, MACHINE_UPPER_TEETH = 8, MACHINE_TOP_TEETH = 6;
 constexpr uint32_t MACHINE_SATELLITES = 4, MACHINE_PISTONS = 4, MACHINE_LAMPS = 8;
 constexpr float MACHINE_GEAR_Y = 0.55f;  // just above the dais: no posts needed under the small gears
 constexpr float MACHINE_DAIS_TOP = 0.35f;
 constexpr float MACHINE_AXLE_TOP = 4.0f;
 constexpr float MACHINE_PISTON_RADIUS = 3.4f;  // on the diagonals between the small gears
 constexpr float MACHINE_LAMP_RADIUS = 4.8f;  // on pillars rising out of the pit round the dais
-constexpr float MACHINE_PILLAR_BOTTOM = -1.6f;
+constexpr float MACHINE_PILLAR_BOTTOM = 0.0f;
 // The dais: a drum whose top carries the gears and whose side drops into the pit below; its top
 // is a ring, as the large gear covers its middle.
 constexpr float MACHINE_DAIS_RADIUS = 4.1f, MACHINE_DAIS_HOLE = 3.2f, MACHINE_DAIS_BOTTOM = -0.15f;
@@ -399,7 +399,7 @@ float machine_beat(float t, uint32_t* beat)
     return beats - (float)*beat;
 }
 
-// The large gear's turn at t: two teeth a beat, 64 teeth (four turns) in the 16 s.
+// The large gear's turn at t: two teeth a beat, 64 teeth (five and a third turns) in the 16 s.
 float machine_big_angle(float t)
 {
     uint32_t beat;
@@ -447,8 +447,8 @@ float machine_piston_lift(uint32_t i, float t)
     return strikes ? 1.1f * hit : 0.0f;
 }
 
-// The camera: once round in the 16 s, swooping in from MACHINE_CAMERA_FAR out and 6.6 up to
-// MACHINE_CAMERA_NEAR out and 3.6 up at 4 s and 12 s, pushed in a little on every bar's first
+// The camera: once round in the 16 s, swooping in from MACHINE_CAMERA_FAR out and 7.2 up to
+// MACHINE_CAMERA_NEAR out and 4.2 up at 4 s and 12 s, pushed in a little on every bar's first
 // beat, looking at the gears. Far enough that the machine fills about half of the picture: every
 // pixel it covers is drawn in every update pass, most of them more than once.
 constexpr float MACHINE_CAMERA_FAR = 16.5f, MACHINE_CAMERA_NEAR = 12.5f;
@@ -460,7 +460,7 @@ void machine_camera_position(float t, float* p)
     const float radius = MACHINE_CAMERA_FAR - (MACHINE_CAMERA_FAR - MACHINE_CAMERA_NEAR) * swoop -
                          (beat % 4 == 0 ? 0.5f * hit : 0.0f);
     const float a = 2.0f * MADGEN_PI * t / MACHINE_SECONDS + 0.3f;
-    p[0] = radius * sinf(a), p[1] = 7.0f - 3.0f * swoop, p[2] = radius * cosf(a);
+    p[0] = radius * sinf(a), p[1] = 7.2f - 3.0f * swoop, p[2] = radius * cosf(a);
 }
 
 void machine_paint_floor(uint8_t* p, float u, float v)
@@ -536,13 +536,15 @@ void madgen_machine(const char* dir)
     // the camera (always above the gears, looking down) never sees.
     // the floor: the dais, in the floor's steel plates
     gltf_author_mesh floor, frame, big, small, upper, top, piston, lamp, core;
-    machine_dais(&floor, 16);
+    machine_dais(&floor, 12);
     // the still frame: the axle, the piston housings, the lamps' pillars
-    machine_post(&frame, 6, 0.3f, 0, 0, MACHINE_DAIS_TOP, MACHINE_AXLE_TOP, MACHINE_STEEL, GLTF_AUTHOR_CAP_TOP);
+    // (tall, thin triangles cost a step of the rasterizer on each row they cross: the axle is a
+    // square shaft, the pillars have three sides)
+    machine_post(&frame, 4, 0.3f, 0, 0, MACHINE_DAIS_TOP, MACHINE_AXLE_TOP, MACHINE_STEEL, GLTF_AUTHOR_CAP_TOP);
     const float satellite_distance = MACHINE_PITCH * (float)(MACHINE_BIG_TEETH + MACHINE_SMALL_TEETH) / (2.0f * MADGEN_PI);
     for (uint32_t i = 0; i < MACHINE_PISTONS; i++) {
         const float a = 2.0f * MADGEN_PI * ((float)i + 0.5f) / (float)MACHINE_PISTONS;
-        machine_post(&frame, 6, 0.42f, MACHINE_PISTON_RADIUS * cosf(a), -MACHINE_PISTON_RADIUS * sinf(a),
+        machine_post(&frame, 4, 0.42f, MACHINE_PISTON_RADIUS * cosf(a), -MACHINE_PISTON_RADIUS * sinf(a),
                      MACHINE_DAIS_TOP, 1.5f, MACHINE_STEEL, GLTF_AUTHOR_CAP_TOP);
     }
     for (uint32_t i = 0; i < MACHINE_LAMPS; i++) {
@@ -551,16 +553,16 @@ void madgen_machine(const char* dir)
                      MACHINE_PILLAR_BOTTOM, 1.65f, MACHINE_STEEL, 0);  // the lamp hides its top
     }
     // the moving parts, each about its own origin
-    // the camera never goes below 3.6: every gear (the top one at 3.4) is seen from above only;
+    // the camera never goes below 4.2: every gear (the top one at 3.4) is seen from above only;
     // the small gears, low on the dais, are plates
     machine_gear(&big, MACHINE_BIG_TEETH, 0.3f, GLTF_AUTHOR_CAP_TOP);
     machine_gear(&small, MACHINE_SMALL_TEETH, 0.26f, GLTF_AUTHOR_CAP_TOP | GLTF_AUTHOR_NO_WALL);
     machine_gear(&upper, MACHINE_UPPER_TEETH, 0.26f, GLTF_AUTHOR_CAP_TOP);
-    machine_gear(&top, MACHINE_TOP_TEETH, 0.22f, GLTF_AUTHOR_CAP_TOP);
+    machine_gear(&top, MACHINE_TOP_TEETH, 0.22f, GLTF_AUTHOR_CAP_TOP | GLTF_AUTHOR_NO_WALL);
     // the rod, inside the housing at rest, and the head
     machine_post(&piston, 3, 0.13f, 0, 0, 0.0f, 1.3f, MACHINE_STEEL, 0);
-    machine_post(&piston, 6, 0.5f, 0, 0, 1.3f, 1.55f, MACHINE_HAZARD, GLTF_AUTHOR_CAP_TOP);
-    machine_gem(&lamp, 4, 0.34f, 0.4f);  // a cut glass
+    machine_post(&piston, 4, 0.5f, 0, 0, 1.3f, 1.55f, MACHINE_HAZARD, GLTF_AUTHOR_CAP_TOP);
+    machine_gem(&lamp, 3, 0.36f, 0.42f);  // a cut glass
     machine_finish(&lamp, 0, MACHINE_LAMP_GLOW);
     machine_gem(&core, 6, 0.6f, 0.8f);  // a cut crystal
     machine_finish(&core, 0, MACHINE_CORE_GLOW);
@@ -622,7 +624,7 @@ void madgen_machine(const char* dir)
     gltf_author_channel(a, camera_node, "translation", 3, machine_camera_position);
     gltf_author_channel(a, camera_node, "rotation", 4, [](float t, float* v) {
         float position[3];
-        const float target[3] = {0.0f, 1.8f, 0.0f};
+        const float target[3] = {0.0f, 1.2f, 0.0f};
         machine_camera_position(t, position);
         madgen_look_at(v, position, target);
     });
@@ -635,7 +637,7 @@ void madgen_machine(const char* dir)
     // the stacked gears on the axle: the upper one against the large gear, the top one snapping
     // on every half beat
     gltf_author_channel(a, upper_node, "rotation", 4, [](float t, float* v) {
-        gltf_author_quat_axis(v, 0, 1, 0, -1.6f * machine_big_angle(t));
+        gltf_author_quat_axis(v, 0, 1, 0, -1.5f * machine_big_angle(t));  // eight whole turns in the 16 s
     });
     gltf_author_channel(a, top_node, "rotation", 4, [](float t, float* v) {
         uint32_t half_beats;
