@@ -8,11 +8,11 @@
 // needs that texture as direct colour, so it is written here too, under the name the import
 // gives it, for a later pack.
 //
-// machine: a clockwork on a round dais standing on an iron platform: a large brass gear meshing
-// with four small ones, two more gears stacked on the axle, four pistons and a ring of eight
-// lamps, all moving on the beats of a 120 bpm bar (a beat every 0.5 s): the gears snap forward
-// a tooth or two at once, the pistons strike in a pattern of the bar, the lamps flash round the
-// ring. The camera circles it once in 16 s (eight bars), swooping in lower twice; a second
+// machine: a clockwork on a ring-topped dais over a pit: a large brass gear meshing with four
+// small ones, two more gears stacked on the axle, four pistons and a ring of eight lamps
+// hovering round it, all moving on the beats of a 120 bpm bar (a beat every 0.5 s): the gears
+// snap forward a tooth or two at once, the pistons strike in a pattern of the bar, the lamps
+// flash round the ring. The camera circles it once in 16 s (eight bars), swooping in lower twice; a second
 // animation brings in a crystal (the optional node) that shoots up out of the axle, spins on
 // the beats and sinks back at the end. Both animations end where they began, so a scene
 // restarted every 16 s plays on without a seam. Its sky is no mesh: a panorama picture for a
@@ -270,8 +270,7 @@ constexpr float MACHINE_GEAR_Y = 0.55f;  // just above the dais: no posts needed
 constexpr float MACHINE_DAIS_TOP = 0.35f;
 constexpr float MACHINE_AXLE_TOP = 4.0f;
 constexpr float MACHINE_PISTON_RADIUS = 3.4f;  // on the diagonals between the small gears
-constexpr float MACHINE_LAMP_RADIUS = 4.8f;  // on pillars rising out of the pit round the dais
-constexpr float MACHINE_PILLAR_BOTTOM = 0.0f;
+constexpr float MACHINE_LAMP_RADIUS = 4.8f;  // hovering round the dais, past its edge
 // The dais: a drum whose top carries the gears and whose side drops into the pit below; its top
 // is a ring, as the large gear covers its middle.
 constexpr float MACHINE_DAIS_RADIUS = 4.1f, MACHINE_DAIS_HOLE = 3.2f, MACHINE_DAIS_BOTTOM = -0.15f;
@@ -449,9 +448,9 @@ float machine_piston_lift(uint32_t i, float t)
 
 // The camera: once round in the 16 s, swooping in from MACHINE_CAMERA_FAR out and 7.2 up to
 // MACHINE_CAMERA_NEAR out and 4.2 up at 4 s and 12 s, pushed in a little on every bar's first
-// beat, looking at the gears. Far enough that the machine fills about half of the picture: every
-// pixel it covers is drawn in every update pass, most of them more than once.
-constexpr float MACHINE_CAMERA_FAR = 16.5f, MACHINE_CAMERA_NEAR = 12.5f;
+// beat, looking at the gears. Far enough that the machine fills the middle of the picture: each
+// update pass draws it whole, and a triangle costs the rasterizer a step on every row it crosses.
+constexpr float MACHINE_CAMERA_FAR = 18.0f, MACHINE_CAMERA_NEAR = 14.0f;
 void machine_camera_position(float t, float* p)
 {
     uint32_t beat;
@@ -508,7 +507,7 @@ void machine_paint_parts(uint8_t* p, float u, float v)
 
 // The machine's sky, all round: a night of smoke over a furnace glow along the horizon (a third
 // of the way down, where the camera sees it), the smoke's pattern repeating every
-// MACHINE_SKY_PERIOD columns; below, the dark of the pit the platform stands over.
+// MACHINE_SKY_PERIOD columns; below, the dark of the pit the dais stands over.
 void machine_paint_sky(uint8_t* p, float u, float v)
 {
     const float a = 2.0f * MADGEN_PI * u * (float)MACHINE_SKY_WIDTH / (float)MACHINE_SKY_PERIOD;  // the turn
@@ -537,20 +536,15 @@ void madgen_machine(const char* dir)
     // the floor: the dais, in the floor's steel plates
     gltf_author_mesh floor, frame, big, small, upper, top, piston, lamp, core;
     machine_dais(&floor, 12);
-    // the still frame: the axle, the piston housings, the lamps' pillars
+    // the still frame: the axle and the piston housings
     // (tall, thin triangles cost a step of the rasterizer on each row they cross: the axle is a
-    // square shaft, the pillars have three sides)
+    // square shaft, and the lamps hover without posts)
     machine_post(&frame, 4, 0.3f, 0, 0, MACHINE_DAIS_TOP, MACHINE_AXLE_TOP, MACHINE_STEEL, GLTF_AUTHOR_CAP_TOP);
     const float satellite_distance = MACHINE_PITCH * (float)(MACHINE_BIG_TEETH + MACHINE_SMALL_TEETH) / (2.0f * MADGEN_PI);
     for (uint32_t i = 0; i < MACHINE_PISTONS; i++) {
         const float a = 2.0f * MADGEN_PI * ((float)i + 0.5f) / (float)MACHINE_PISTONS;
         machine_post(&frame, 4, 0.42f, MACHINE_PISTON_RADIUS * cosf(a), -MACHINE_PISTON_RADIUS * sinf(a),
                      MACHINE_DAIS_TOP, 1.5f, MACHINE_STEEL, GLTF_AUTHOR_CAP_TOP);
-    }
-    for (uint32_t i = 0; i < MACHINE_LAMPS; i++) {
-        const float a = 2.0f * MADGEN_PI * (float)i / (float)MACHINE_LAMPS;
-        machine_post(&frame, 3, 0.12f, MACHINE_LAMP_RADIUS * sinf(a), MACHINE_LAMP_RADIUS * cosf(a),
-                     MACHINE_PILLAR_BOTTOM, 1.65f, MACHINE_STEEL, 0);  // the lamp hides its top
     }
     // the moving parts, each about its own origin
     // the camera never goes below 4.2: every gear (the top one at 3.4) is seen from above only;
