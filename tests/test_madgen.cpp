@@ -135,6 +135,7 @@ TEST_F(madgen_fixture, the_machine_imports_with_the_names_and_limits_the_scene_n
 TEST_F(madgen_fixture, the_machine_parts_keep_their_triangle_counts)
 {
     generate_and_import("machine_parts", "--model machine out", "machine");
+    ASSERT_FALSE(HasFailure()) << "no model to count";
     const struct {
         const char* name;
         uint32_t triangles;
