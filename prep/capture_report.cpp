@@ -67,6 +67,27 @@ capture_cost_summary capture_cost_summarise(uint64_t* values, uint64_t count)
     return s;
 }
 
+uint32_t capture_slowest_index(const uint64_t* values, uint32_t count)
+{
+    uint32_t slowest = count;
+    uint64_t most = 0;
+    for (uint32_t k = 0; k < count; k++)
+        if (values[k] > most)
+            most = values[k], slowest = k;
+    return slowest;
+}
+
+size_t capture_cost_line(char* line, uint64_t frame, const double ms[4], const char* function)
+{
+    const int len = snprintf(line, CAPTURE_COST_LINE_MAX, "%06llu %.3f %.3f %.3f %.3f %s\n", (unsigned long long)frame,
+                             ms[0], ms[1], ms[2], ms[3], function);
+    if (len >= (int)CAPTURE_COST_LINE_MAX) {  // cut short, but still a line
+        line[CAPTURE_COST_LINE_MAX - 2] = '\n';
+        return CAPTURE_COST_LINE_MAX - 1;
+    }
+    return (size_t)len;
+}
+
 void contact_sheet_thumbnail(uint8_t* thumb, const uint32_t* rgba)
 {
     constexpr uint32_t n = CONTACT_SHEET_SCALE * CONTACT_SHEET_SCALE;

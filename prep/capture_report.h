@@ -30,6 +30,17 @@ struct capture_cost_summary {
 // Sorts values (count of them) in place and summarises them; a count of 0 gives all zeros.
 capture_cost_summary capture_cost_summarise(uint64_t* values, uint64_t count);
 
+// The index of the largest of count values, the first of equal ones; count when all are 0.
+uint32_t capture_slowest_index(const uint64_t* values, uint32_t count);
+
+// A frame's line of the per-frame cost file: "NNNNNN total update render compose function\n",
+// the frame number in six or more digits and the four costs in ms with three decimals (the
+// whole frame, its update passes, its render pass, its flip and composition). Returns its
+// length; the line (at most CAPTURE_COST_LINE_MAX bytes with its NUL) is cut short if the
+// function's name is too long.
+constexpr size_t CAPTURE_COST_LINE_MAX = 160;
+size_t capture_cost_line(char* line, uint64_t frame, const double ms[4], const char* function);
+
 // ---- contact sheet ----
 
 constexpr uint32_t CONTACT_SHEET_SCALE = 4;  // a thumbnail pixel is the mean of 4 x 4 frame pixels

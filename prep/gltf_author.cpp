@@ -144,7 +144,8 @@ void gltf_author_gear(gltf_author_mesh* m, uint32_t teeth, float root_radius, fl
         gltf_author_face(m, outline.data(), face, y1, true, tip_radius);
     if (caps & GLTF_AUTHOR_CAP_BOTTOM)
         gltf_author_face(m, outline.data(), face, y0, false, tip_radius);
-    gltf_author_wall(m, outline.data(), teeth * 4, y0, y1);
+    if (!(caps & GLTF_AUTHOR_NO_WALL))
+        gltf_author_wall(m, outline.data(), teeth * 4, y0, y1);
 }
 
 void gltf_author_ground(gltf_author_mesh* m, float size, uint32_t cells, float repeat)
@@ -286,16 +287,21 @@ void gltf_author_quat_mul(float* r, const float* a, const float* b)
 
 // ---- images and files ----
 
-bitmap* gltf_author_image(xmemarena* arena, uint32_t side, gltf_author_paint_fn* paint)
+bitmap* gltf_author_picture(xmemarena* arena, uint32_t width, uint32_t height, gltf_author_paint_fn* paint)
 {
-    bitmap* bm = bitmap_create(arena, side, side, BITMAP_SRGB | BITMAP_CHANNELS_4);
-    for (uint32_t y = 0; y < side; y++)
-        for (uint32_t x = 0; x < side; x++) {
+    bitmap* bm = bitmap_create(arena, width, height, BITMAP_SRGB | BITMAP_CHANNELS_4);
+    for (uint32_t y = 0; y < height; y++)
+        for (uint32_t x = 0; x < width; x++) {
             uint8_t* p = bitmap_pixel(bm, x, y);
-            paint(p, ((float)x + 0.5f) / (float)side, ((float)y + 0.5f) / (float)side);
+            paint(p, ((float)x + 0.5f) / (float)width, ((float)y + 0.5f) / (float)height);
             p[3] = 255;
         }
     return bm;
+}
+
+bitmap* gltf_author_image(xmemarena* arena, uint32_t side, gltf_author_paint_fn* paint)
+{
+    return gltf_author_picture(arena, side, side, paint);
 }
 
 std::string gltf_author_path(const char* dir, const std::string& name)

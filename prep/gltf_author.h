@@ -65,13 +65,21 @@ void gltf_author_cap(gltf_author_mesh* m, const float* outline, uint32_t count, 
 // walls, u from 0 to 1 round the outline, v from 0 at the top to 1 at the bottom), and the caps
 // that `caps` asks for: the one at y1 facing up, the one at y0 facing down (a part that stands
 // on something needs no bottom, and the renderer draws back faces too).
-enum gltf_author_caps { GLTF_AUTHOR_CAP_TOP = 1, GLTF_AUTHOR_CAP_BOTTOM = 2, GLTF_AUTHOR_CAPS_BOTH = 3 };
+// GLTF_AUTHOR_NO_WALL leaves the side wall out: a flat plate, for parts whose thin side is
+// never worth its triangles.
+enum gltf_author_caps {
+    GLTF_AUTHOR_CAP_TOP = 1,
+    GLTF_AUTHOR_CAP_BOTTOM = 2,
+    GLTF_AUTHOR_CAPS_BOTH = 3,
+    GLTF_AUTHOR_NO_WALL = 4
+};
 void gltf_author_prism(gltf_author_mesh* m, const float* outline, uint32_t count, float y0, float y1, float extent,
                        uint32_t caps);
 // The outline of a gear round y: `teeth` teeth of four points each (root, tip, tip, root),
 // counter-clockwise seen from above, 8 x teeth floats.
 std::vector<float> gltf_author_gear_outline(uint32_t teeth, float root_radius, float tip_radius);
-// A gear round y from y0 to y1 with that outline: its wall, and the faces `caps` asks for.
+// A gear round y from y0 to y1 with that outline: its wall (unless GLTF_AUTHOR_NO_WALL), and the
+// faces `caps` asks for.
 void gltf_author_gear(gltf_author_mesh* m, uint32_t teeth, float root_radius, float tip_radius, float y0, float y1,
                       uint32_t caps);
 // A square of `size` in the y = 0 plane facing up, cut into cells so that clipping stays local;
@@ -147,7 +155,9 @@ void gltf_author_quat_mul(float* r, const float* a, const float* b);
 
 typedef void gltf_author_paint_fn(uint8_t* rgba, float u, float v);
 
-// A side x side sRGB picture, each texel painted at its centre's (u, v), opaque.
+// A width x height sRGB picture, each texel painted at its centre's (u, v), opaque.
+bitmap* gltf_author_picture(xmemarena* arena, uint32_t width, uint32_t height, gltf_author_paint_fn* paint);
+// The same, square.
 bitmap* gltf_author_image(xmemarena* arena, uint32_t side, gltf_author_paint_fn* paint);
 // Writes dir/<name>.bin and dir/<name>.gltf (the buffer's URI set to <name>.bin), each safely.
 void gltf_author_write(gltf_author_model* model, const char* dir, const char* name);

@@ -48,6 +48,53 @@ TEST(capture_report, cost_summary_takes_the_nearest_rank_percentile)
     }
 }
 
+// The slowest function is the first of the largest costs; none (the count) when nothing cost.
+TEST(capture_report, the_slowest_index_is_the_first_of_the_largest)
+{
+    const struct {
+        std::vector<uint64_t> cycles;
+        uint32_t slowest;
+    } cases[] = {
+        {{}, 0},
+        {{0, 0, 0}, 3},
+        {{5}, 0},
+        {{1, 9, 3}, 1},
+        {{7, 2, 7}, 0},
+        {{0, 0, 1}, 2},
+        {{UINT64_MAX, 1}, 0},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(capture_slowest_index(c.cycles.data(), (uint32_t)c.cycles.size()), c.slowest) << c.cycles.size();
+}
+
+// A cost line: the frame in six or more digits, four costs with three decimals, the function;
+// a name too long for the line is cut, and the line still ends with its line feed.
+TEST(capture_report, cost_lines_carry_the_frame_its_costs_and_its_function)
+{
+    char line[CAPTURE_COST_LINE_MAX];
+    const double costs[4] = {1.5, 1.2344, 0.0004, 0.2656};
+    const struct {
+        uint64_t frame;
+        const char* function;
+        const char* expected;
+    } cases[] = {
+        {0, "video_madpack", "000000 1.500 1.234 0.000 0.266 video_madpack\n"},
+        {10561, "none", "010561 1.500 1.234 0.000 0.266 none\n"},
+        {1234567, "video_tunnel", "1234567 1.500 1.234 0.000 0.266 video_tunnel\n"},
+    };
+    for (const auto& c : cases) {
+        const size_t len = capture_cost_line(line, c.frame, costs, c.function);
+        EXPECT_EQ(std::string(line, len), c.expected);
+    }
+    const std::string long_name(400, 'x');
+    const size_t len = capture_cost_line(line, 7, costs, long_name.c_str());
+    EXPECT_EQ(len, CAPTURE_COST_LINE_MAX - 1);
+    EXPECT_EQ(strlen(line), len);
+    EXPECT_EQ(std::string(line, 31), "000007 1.500 1.234 0.000 0.266 ");
+    EXPECT_EQ(line[len - 1], '\n');
+    EXPECT_EQ(line[len - 2], 'x');
+}
+
 TEST(capture_report, any_changed_or_missing_byte_changes_the_hash)
 {
     std::vector<uint8_t> data(1468);  // one frame of stereo samples: 367 x 4 bytes, a 4-byte tail

@@ -1,10 +1,13 @@
 // The example models that reel_madgen writes, run as a person runs it and read back through the
 // importer, and the authoring module's shapes and buffer that they are made of.
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "bitmap.h"
 #include "gltf_author.h"
 #include "gltf_import.h"
 #include "mad_anim.h"
@@ -72,12 +75,12 @@ TEST_F(madgen_fixture, the_totem_is_the_default_and_keeps_its_nodes_meshes_and_k
     for (const std::string& f : files)
         EXPECT_EQ(tool_fixture_read(dir + "/" + f), tool_fixture_read(plain + "/out/" + f)) << f;
 
-    // node by node: the triangles each shape makes (two per quad)
+    // node by node: the triangles each shape makes (two per quad, one per side of the island)
     const struct {
         const char* name;
         uint32_t triangles;
-    } nodes[] = {{"ground", 8 * 8 * 2}, {"bone_top", 0}, {"totem", 6 * 16 * 2}, {"bone_base", 0},
-                 {"crate", 6 * 2},      {"moon", 8 * 12 * 2}, {"sky", 12 * 24 * 2}, {"camera", 0}};
+    } nodes[] = {{"ground", 16}, {"bone_top", 0}, {"totem", 4 * 10 * 2}, {"bone_base", 0},
+                 {"crate", 6 * 2},      {"moon", 5 * 8 * 2}, {"sky", 12 * 24 * 2}, {"camera", 0}};
     ASSERT_EQ(imported.datapack.node_count, 9u);  // and the importer's empty "reel_special" (no direct node given)
     for (uint32_t i = 0; i < 8; i++) {
         EXPECT_STREQ(imported.datapack.nodes[i].name, nodes[i].name);
@@ -93,7 +96,9 @@ TEST_F(madgen_fixture, the_totem_is_the_default_and_keeps_its_nodes_meshes_and_k
 }
 
 // The rows of the show name these; the scene draws the first pass's primitives within one
-// pipeline pass and builds one shade table per palette texture (ten for the whole show).
+// pipeline pass and builds one shade table per palette texture (ten for the whole show). The
+// camera is also the special node: there is no sky mesh, whose texture would have to be direct
+// colour and which would be drawn over the whole picture in every update pass.
 TEST_F(madgen_fixture, the_machine_imports_with_the_names_and_limits_the_scene_needs)
 {
     const std::string dir = generate_and_import("machine", "out --model machine", "machine");
@@ -104,26 +109,86 @@ TEST_F(madgen_fixture, the_machine_imports_with_the_names_and_limits_the_scene_n
     ASSERT_NE(camera->camera, nullptr);
     EXPECT_FLOAT_EQ(camera->camera->yfov, 0.8f);
     EXPECT_GE(camera->camera->znear, 0.25f);  // the renderer's least near plane
-    EXPECT_NE(node("sky")->mesh, nullptr);
+    EXPECT_EQ(camera->mesh, nullptr);
+    EXPECT_LT(mad_find_node(pack, "sky"), 0);
     EXPECT_NE(node("core")->mesh, nullptr);
 
     std::vector<std::string> resources;
     for (const gltf_import_texture& t : imported.textures)
         resources.push_back(t.resource);
-    EXPECT_EQ(resources, (std::vector<std::string>{"machine_floor.tmap", "machine_parts.tmap", "machine_sky.tmap"}));
-    n3d_texture* sky = n3d_texture_file_load(&arena, (dir + "/machine_sky.tmap").c_str());
-    ASSERT_NE(sky, nullptr);
-    EXPECT_EQ(sky->format, (uint32_t)N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555);
+    EXPECT_EQ(resources, (std::vector<std::string>{"machine_floor.tmap", "machine_parts.tmap"}));
+    EXPECT_EQ(tool_fixture_list(dir), (std::vector<std::string>{"floor.png", "machine.bin", "machine.gltf",
+                                                                 "machine_sky.png", "parts.png"}));
 
-    uint32_t first_pass = 0, commands = 0, total = 0;
-    for (uint32_t i = 0; i < pack->node_count; i++) {
-        total += triangles(&pack->nodes[i]);
-        if (pack->nodes[i].mesh && strcmp(pack->nodes[i].name, "sky") != 0)
+    uint32_t first_pass = 0, commands = 0;
+    for (uint32_t i = 0; i < pack->node_count; i++)
+        if (pack->nodes[i].mesh)
             first_pass += triangles(&pack->nodes[i]), commands += pack->nodes[i].mesh->primitive_count;
-    }
     EXPECT_LE(first_pass, N3D_PIPELINE_MAX_PRIMITIVES);
     EXPECT_LE(commands, N3D_PIPELINE_DRAW_CMD_MAX_COUNT);
-    EXPECT_GE(total, 2000u);
+}
+
+// Each update pass draws the whole machine, and every triangle costs its set-up: the parts are
+// built from as few as still read. Per mesh, from the shapes: a gear's top face has four
+// triangles a tooth and its wall round the roots two; a prism's wall two a side and its top cap
+// one; a gem two a side; the dais a ring and a wall of two a side each.
+TEST_F(madgen_fixture, the_machine_parts_keep_their_triangle_counts)
+{
+    generate_and_import("machine_parts", "--model machine out", "machine");
+    ASSERT_FALSE(HasFailure()) << "no model to count";
+    const struct {
+        const char* name;
+        uint32_t triangles;
+    } parts[] = {
+        {"gear_big", 12 * 4 + 12 * 2},
+        {"gear_small0", 6 * 4},  // plates, low on the dais or small
+        {"gear_upper", 8 * 4 + 8 * 2},
+        {"gear_top", 6 * 4},
+        {"piston0", 3 * 2 + 4 * 2 + 4},  // the rod, the head and its top
+        {"lamp0", 3 * 2},
+        {"core", 6 * 2},
+        {"floor", 12 * 2 + 12 * 2},
+        // the axle with its top, four housings with theirs
+        {"frame", 4 * 2 + 4 + 4 * (4 * 2 + 4)},
+    };
+    uint32_t lit = 0;
+    for (const auto& p : parts) {
+        const mad_node* n = node(p.name);
+        ASSERT_NE(n, nullptr);
+        EXPECT_EQ(triangles(n), p.triangles) << p.name;
+    }
+    for (uint32_t i = 0; i < imported.datapack.node_count; i++)
+        if (strcmp(imported.datapack.nodes[i].name, "core") != 0)
+            lit += triangles(&imported.datapack.nodes[i]);
+    // a frame without the crystal: the large gear, four small ones, the stacked two, four
+    // pistons, eight lamps, the dais and the frame
+    EXPECT_EQ(lit, 72u + 4 * 24 + 48 + 24 + 4 * 18 + 8 * 6 + 48 + 60);
+}
+
+// The sky is a panorama for a scrolling background (a power of two wide and at least the video
+// plane's 240 rows high) that the show scrolls by 1728 pixels a turn of the camera: column x
+// and column x + 1728 are alike, so that the last 320 columns (the view at the turn's end)
+// are the first ones (the view at its start).
+TEST_F(madgen_fixture, the_machine_sky_repeats_after_a_turn)
+{
+    const std::string dir = generate_and_import("machine_sky", "--model machine out", "machine");
+    bitmap* sky = bitmap_load_png(&arena, (dir + "/machine_sky.png").c_str(), 3);
+    ASSERT_NE(sky, nullptr);
+    ASSERT_EQ(sky->width, 2048u);
+    ASSERT_EQ(sky->height, 256u);
+    uint32_t worst = 0;
+    for (uint32_t y = 0; y < 256; y++)
+        for (uint32_t x = 0; x < 320; x++)
+            for (uint32_t c = 0; c < 3; c++) {
+                const int d = (int)bitmap_pixel(sky, x, y)[c] - (int)bitmap_pixel(sky, x + 1728, y)[c];
+                worst = std::max(worst, (uint32_t)abs(d));
+            }
+    EXPECT_LE(worst, 2u) << "the seam shows";
+    // the furnace glow along the horizon, a third of the way down, is brighter than the night
+    // above and the pit below
+    auto red = [&](uint32_t y) { return bitmap_pixel(sky, 100, y)[0]; };
+    EXPECT_GT(red(92), red(10));
+    EXPECT_GT(red(92), red(250));
 }
 
 // Rows restart the animations every 16 s (eight bars): every channel ends where it began, a
@@ -135,7 +200,7 @@ TEST_F(madgen_fixture, the_machine_loops_seamlessly_in_sixteen_seconds)
     const struct {
         const char* prefix;
         uint32_t teeth;  // rotation symmetry: 1 for a part that must come back exactly
-    } parts[] = {{"gear_big", 16}, {"gear_small", 8}, {"gear_upper", 10}, {"gear_top", 8}, {"piston", 1},
+    } parts[] = {{"gear_big", 12}, {"gear_small", 6}, {"gear_upper", 8}, {"gear_top", 6}, {"piston", 1},
                  {"lamp", 1},      {"camera", 1},     {"core", 1}};
     for (uint32_t a = 0; a < pack->animation_count; a++)
         for (uint32_t c = 0; c < pack->animations[a].channel_count; c++) {
@@ -194,11 +259,11 @@ TEST_F(madgen_fixture, the_machine_gears_mesh_tooth_to_gap)
         for (uint32_t s = 0; s < 4; s++) {
             const int32_t small = mad_find_node(pack, ("gear_small" + std::to_string(s)).c_str());
             ASSERT_GE(small, 0);
-            // the pitch circles touch at 16 / (16 + 8) of the way from the large gear's centre
+            // the pitch circles touch at 12 / (12 + 6) of the way from the large gear's centre
             vec4 contact = {0, 0, 0, 1};
             for (int i = 0; i < 3; i++)
                 contact[i] = world[big][3][i] + (world[small][3][i] - world[big][3][i]) * 2.0f / 3.0f;
-            const bool big_tooth = tooth_at(big, contact, 16), small_tooth = tooth_at(small, contact, 8);
+            const bool big_tooth = tooth_at(big, contact, 12), small_tooth = tooth_at(small, contact, 6);
             EXPECT_FALSE(big_tooth && small_tooth) << "gear_small" << s << " at key " << k;
             meetings++;
             teeth_met += big_tooth || small_tooth;
@@ -256,6 +321,11 @@ TEST(gltf_author, shapes_face_the_way_their_normals_point)
         {"gear, both",
          [](gltf_author_mesh* m) { gltf_author_gear(m, 6, 1.0f, 1.3f, -0.1f, 0.1f, GLTF_AUTHOR_CAPS_BOTH); },
          2 * 6 * 4 + 6 * 4 * 2},
+        {"gear, plate",
+         [](gltf_author_mesh* m) {
+             gltf_author_gear(m, 6, 1.0f, 1.3f, 0.0f, 0.2f, GLTF_AUTHOR_CAP_TOP | GLTF_AUTHOR_NO_WALL);
+         },
+         6 * 4},
     };
     for (const auto& shape : shapes) {
         gltf_author_mesh m;
@@ -314,6 +384,26 @@ TEST(gltf_author, gear_outline_and_texture_coordinates)
         EXPECT_GE(m.uv[2 * i + 1], moved ? 0.25f : 0.0f);
         EXPECT_LE(m.uv[2 * i + 1], moved ? 0.75f : 1.0f);
     }
+}
+
+// A picture is painted at its texels' centres whatever its shape, opaque.
+TEST(gltf_author, pictures_are_painted_at_texel_centres)
+{
+    static uint8_t block[1 << 16];
+    xmemarena arena;
+    xmemarena_init(&arena, "test_gltf_author", sizeof(block), block);
+    bitmap* bm = gltf_author_picture(&arena, 4, 2, [](uint8_t* p, float u, float v) {
+        p[0] = (uint8_t)(u * 100), p[1] = (uint8_t)(v * 100), p[2] = 7;
+    });
+    ASSERT_EQ(bm->width, 4u);
+    ASSERT_EQ(bm->height, 2u);
+    const uint8_t expected[2][4][2] = {{{12, 25}, {37, 25}, {62, 25}, {87, 25}}, {{12, 75}, {37, 75}, {62, 75}, {87, 75}}};
+    for (uint32_t y = 0; y < 2; y++)
+        for (uint32_t x = 0; x < 4; x++) {
+            EXPECT_EQ(bitmap_pixel(bm, x, y)[0], expected[y][x][0]) << x << "," << y;
+            EXPECT_EQ(bitmap_pixel(bm, x, y)[1], expected[y][x][1]) << x << "," << y;
+            EXPECT_EQ(bitmap_pixel(bm, x, y)[3], 255) << x << "," << y;
+        }
 }
 
 // Accessors start on 4-byte boundaries after bytes, carry their element count and bounds; a

@@ -2,6 +2,9 @@
 // show, videos through ffmpeg, and failed writes.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <regex>
+
 #include "bitmap.h"
 #include "memarena.h"
 #include "test_fatal.h"
@@ -136,6 +139,36 @@ TEST(reel_capture, stats_name_rows_by_function_list_the_functions_called_and_end
     EXPECT_TRUE(testing::internal::RE::PartialMatch(
         r.out, "\nframe ms: mean [0-9]+\\.[0-9]{2} p99 [0-9]+\\.[0-9]{2} max [0-9]+\\.[0-9]{2} \\(slowest: [a-z_]+\\)\n$"))
         << r.out;
+}
+
+// The cost file has a line per frame: the frame's cost and its three parts (which add up to it
+// within the rounding of the last digit), and the scene function that cost most in it; in this
+// show video_clear runs only in the first two seconds' rows with music_start and fade_out_music.
+TEST(reel_capture, the_cost_file_has_each_frame_its_parts_and_its_slowest_function)
+{
+    const std::string dir = capture_show("costs");
+    const tool_run_result r = tool_fixture_run(dir, tools + "/reel_capture --frames 60 --costs costs/frames.txt");
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    const std::string file = tool_fixture_read(dir + "/costs/frames.txt");
+    ASSERT_EQ(std::count(file.begin(), file.end(), '\n'), 60);
+    const std::regex line_re("([0-9]{6}) ([0-9]+\\.[0-9]{3}) ([0-9]+\\.[0-9]{3}) ([0-9]+\\.[0-9]{3}) "
+                             "([0-9]+\\.[0-9]{3}) (music_start|video_clear|fade_out_music|none)");
+    size_t at = 0;
+    for (int frame = 0; frame < 60; frame++) {
+        const size_t end = file.find('\n', at);
+        const std::string line = file.substr(at, end - at);
+        at = end + 1;
+        std::smatch m;
+        ASSERT_TRUE(std::regex_match(line, m, line_re)) << line;
+        EXPECT_EQ(std::stoi(m[1]), frame);
+        EXPECT_NEAR(std::stod(m[3]) + std::stod(m[4]) + std::stod(m[5]), std::stod(m[2]), 0.0021) << line;
+    }
+    // usage errors write nothing
+    for (const char* args : {"--costs", "--costs ''"}) {
+        const tool_run_result bad = tool_fixture_run(dir, tools + "/reel_capture " + args);
+        EXPECT_EQ(bad.status, 2) << args;
+        EXPECT_NE(bad.err.find("usage: reel_capture"), std::string::npos) << args;
+    }
 }
 
 // The hashes of two runs agree exactly when their pictures and sound do: the pass cadence

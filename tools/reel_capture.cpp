@@ -53,7 +53,7 @@ constexpr uint64_t CAPTURE_MAX_COST_FRAMES = 1ull << 22;  // 19 hours of show; t
 const char CAPTURE_USAGE[] =
     "usage: reel_capture [--frames N] [--updates-per-frame N] [--png-every K] [--png-at F]... [--out DIR]\n"
     "                    [--wav FILE] [--video FILE|-] [--contact-sheet FILE [--every MS]] [--hashes FILE]\n"
-    "                    [--stats]\n"
+    "                    [--costs FILE] [--stats]\n"
     "Plays the show of assets/reel/le/ in the current folder headless, 60 frames per second of music.\n"
     "  --frames N             stop after N frames (otherwise when the show ends or nothing more can happen)\n"
     "  --updates-per-frame N  update passes before each render pass, 1 to 1000 (default 3: what the\n"
@@ -69,6 +69,9 @@ const char CAPTURE_USAGE[] =
     "                         milliseconds of show time (1000 to 600000, default 4000), six to a row,\n"
     "                         each with its time (m:ss) under it\n"
     "  --hashes FILE          write a line per frame: its number and the hash of its composition\n"
+    "  --costs FILE           write a line per frame: its number, its cost in ms (as --stats counts it),\n"
+    "                         the ms of its update passes, of its render pass and of the flip and\n"
+    "                         composition, and the scene function that cost most in it (or none)\n"
     "  --stats                print the engine's statistics with every row named by its scene function,\n"
     "                         which scene functions were called, the hashes of all frames and of the\n"
     "                         music, the arenas' use, and last the cost of the work per frame:\n"
@@ -90,6 +93,7 @@ struct capture_options {
     const char* sheet_path;
     uint64_t sheet_every_ms;
     const char* hashes_path;
+    const char* costs_path;
     bool stats;
 };
 
@@ -128,6 +132,8 @@ capture_options capture_parse(int argc, char** argv)
             every_given = true;
         } else if (!strcmp(a, "--hashes")) {
             o.hashes_path = tool_option_value(argc, argv, &i);
+        } else if (!strcmp(a, "--costs")) {
+            o.costs_path = tool_option_value(argc, argv, &i);
         } else if (!strcmp(a, "--stats")) {
             o.stats = true;
         } else {
@@ -135,7 +141,7 @@ capture_options capture_parse(int argc, char** argv)
         }
     }
     if (!o.out_dir[0] || (o.video_path && !o.video_path[0]) || (o.sheet_path && !o.sheet_path[0]) ||
-        (o.hashes_path && !o.hashes_path[0]))
+        (o.hashes_path && !o.hashes_path[0]) || (o.costs_path && !o.costs_path[0]))
         tool_usage_error("an empty file or folder name");
     if (every_given && !o.sheet_path)
         tool_usage_error("--every sets the spacing of --contact-sheet, which is not given");
@@ -428,6 +434,16 @@ void capture_stats_begin(capture_stats* st, xmemarena* arena)
     st->audio_hash = CAPTURE_HASH_SEED;
 }
 
+// Which table function's rows cost most in the frame whose row costs are in row_delta.
+uint32_t capture_frame_slowest(capture_stats* st, const reel_engine* e)
+{
+    memset(st->function_cycles, 0, (reel_scene_table_count + 1) * 8);
+    for (uint32_t i = 0; i < e->scene_count; i++)
+        if (st->row_delta[i])
+            st->function_cycles[capture_function_index(&e->scenes[i])] += st->row_delta[i];
+    return capture_slowest_index(st->function_cycles, reel_scene_table_count);
+}
+
 // After a frame's passes: its cost, and which function cost most if it is the slowest so far.
 void capture_stats_frame(capture_stats* st, const reel_engine* e, uint64_t cycles, uint64_t cpu_ns, xmemarena* arena)
 {
@@ -448,15 +464,7 @@ void capture_stats_frame(capture_stats* st, const reel_engine* e, uint64_t cycle
     if (cycles <= st->slowest_cycles)
         return;
     st->slowest_cycles = cycles;
-    memset(st->function_cycles, 0, (reel_scene_table_count + 1) * 8);
-    for (uint32_t i = 0; i < e->scene_count; i++)
-        if (st->row_delta[i])
-            st->function_cycles[capture_function_index(&e->scenes[i])] += st->row_delta[i];
-    uint64_t most = 0;
-    st->slowest_function = reel_scene_table_count;
-    for (uint32_t k = 0; k < reel_scene_table_count; k++)
-        if (st->function_cycles[k] > most)
-            most = st->function_cycles[k], st->slowest_function = k;
+    st->slowest_function = capture_frame_slowest(st, e);
 }
 
 // Whether a row of the script bound to table function k had a run call.
@@ -590,9 +598,14 @@ int main(int argc, char** argv)
         sheet.thumbs = (uint8_t*)xmemarena_push(&capture_arena, (uint64_t)CAPTURE_SHEET_MAX_PICTURES * CONTACT_SHEET_THUMB_BYTES);
         tool_make_parent_dir(opt.sheet_path);
     }
-    tool_output hashes;
-    if (opt.hashes_path)
-        tool_output_open(&hashes, opt.hashes_path);
+    tool_output hashes, costs;
+    for (tool_output* out : {&hashes, &costs}) {  // their folders are made as the sheet's is
+        const char* path = out == &hashes ? opt.hashes_path : opt.costs_path;
+        if (path) {
+            tool_make_parent_dir(path);
+            tool_output_open(out, path);
+        }
+    }
     prof_init();
     music_reset();
     if (demosys_init(&demosys_global, &display) != 0) {
@@ -629,13 +642,25 @@ int main(int argc, char** argv)
         const uint64_t t0 = prof_cycles_now();
         for (uint64_t u = 0; u < opt.updates_per_frame; u++)
             demosys_update(&demosys_global, &display, keys, nullptr);
+        const uint64_t t1 = prof_cycles_now();
         demosys_render(&demosys_global, &display, keys, nullptr);
+        const uint64_t t2 = prof_cycles_now();
         display_flip(&display);
         display_output_rgba(&display, composed, DISPLAY_OUTPUT_WIDTH * 4);
         const uint64_t frame_cycles = prof_cycles_since(t0);
         const uint64_t frame_cpu_ns = capture_thread_ns() - cpu0;
-        if (opt.stats)
+        if (opt.stats || opt.costs_path)
             capture_stats_frame(&stats, &demosys_global.engine, frame_cycles, frame_cpu_ns, &capture_arena);
+        if (opt.costs_path) {
+            const uint32_t k = capture_frame_slowest(&stats, &demosys_global.engine);
+            const double ms_per_cycle = prof_cycles_to_ms(1000000) / 1000000.0;
+            const double parts[4] = {(double)frame_cycles * ms_per_cycle, (double)(t1 - t0) * ms_per_cycle,
+                                     (double)(t2 - t1) * ms_per_cycle, (double)(t0 + frame_cycles - t2) * ms_per_cycle};
+            char line[CAPTURE_COST_LINE_MAX];
+            const size_t len = capture_cost_line(line, frame, parts,
+                                                 k < reel_scene_table_count ? reel_scene_table[k].name : "none");
+            tool_output_write(&costs, line, len);
+        }
         if (opt.stats || opt.hashes_path) {
             const uint64_t h = capture_hash(CAPTURE_HASH_SEED, composed, DISPLAY_OUTPUT_WIDTH * DISPLAY_OUTPUT_HEIGHT * 4);
             stats.frames_hash = capture_hash(stats.frames_hash, &h, sizeof(h));
@@ -676,6 +701,8 @@ int main(int argc, char** argv)
         tool_output_commit(&wav);
     if (opt.hashes_path)
         tool_output_commit(&hashes);
+    if (opt.costs_path)
+        tool_output_commit(&costs);
     if (opt.sheet_path) {
         const uint64_t mark = xmemarena_get_sp(&capture_arena);
         const bitmap* bm = contact_sheet_compose(&capture_arena, sheet.thumbs, sheet.seconds, sheet.count);

@@ -1,25 +1,29 @@
 // The animated 3D example scenes, authored in code as glTF 2.0 models that the importer turns
-// into the show's datapacks and palette textures like any other glTF. Each has a sky sphere with
-// a direct-colour texture (the scene's special node, drawn behind everything at a fifth of its
-// size) whose texture the special node needs as direct colour: it is written here too, under
-// the name the import gives it, for a later pack.
+// into the show's datapacks and palette textures like any other glTF.
 //
-// totem (the default): a checkered ground, a striped totem skinned to two bones that spin,
+// totem (the default): a checkered island, a striped totem skinned to two bones that spin,
 // bounce and sway it, a crate circling it, a moon that a second animation brings in, and an
-// animated camera that swings round the totem over 12 s.
+// animated camera that swings round the totem over 12 s. A sky sphere with a direct-colour
+// texture is its special node (drawn behind everything at a fifth of its size); the special node
+// needs that texture as direct colour, so it is written here too, under the name the import
+// gives it, for a later pack.
 //
-// machine: a clockwork on a round dais: a large brass gear meshing with four small ones, two
-// more gears stacked on the axle, four pistons and a ring of eight lamps, all moving on the
-// beats of a 120 bpm bar (a beat every 0.5 s): the gears snap forward a tooth or two at once,
-// the pistons strike in a pattern of the bar, the lamps flash round the ring. The camera circles
-// it once in 16 s (eight bars), swooping in low twice; a second animation brings in a crystal
-// (the optional node) that shoots up out of the axle, spins on the beats and sinks back at the
-// end. Both animations end where they began, so a scene restarted every 16 s plays on without a
-// seam.
+// machine: a clockwork on a ring-topped dais over a pit: a large brass gear meshing with four
+// small ones, two more gears stacked on the axle, four pistons and a ring of eight lamps
+// hovering round it, all moving on the beats of a 120 bpm bar (a beat every 0.5 s): the gears
+// snap forward a tooth or two at once, the pistons strike in a pattern of the bar, the lamps
+// flash round the ring. The camera circles it once in 16 s (eight bars), swooping in lower twice; a second
+// animation brings in a crystal (the optional node) that shoots up out of the axle, spins on
+// the beats and sinks back at the end. Both animations end where they began, so a scene
+// restarted every 16 s plays on without a seam. Its sky is no mesh: a panorama picture for a
+// scrolling background behind the scene (which costs a copy of the pixels the machine leaves
+// free, where a sky sphere would be drawn over the whole screen in every pass); the camera is
+// the special node, which has no mesh.
 //
 //   reel_madgen [--model totem|machine] OUTDIR   (the folder is created)
-// writes OUTDIR/<model file>.gltf, its .bin, the PNG images the model names and
-// OUTDIR/<model file>_sky.tmap (ARGB1555, swizzled); the totem's model file is "madpack".
+// writes OUTDIR/<model file>.gltf, its .bin and the PNG images the model names; for the totem
+// (model file "madpack") also OUTDIR/madpack_sky.tmap (ARGB1555, swizzled), for the machine
+// OUTDIR/machine_sky.png, its MACHINE_SKY_WIDTH x 256 panorama.
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -41,6 +45,19 @@ constexpr float TOTEM_SECONDS = 12.0f;  // the animations' length
 constexpr float TOTEM_KEY_STEP = 0.25f;
 constexpr uint32_t TOTEM_KEYS = (uint32_t)(TOTEM_SECONDS / TOTEM_KEY_STEP) + 1;
 constexpr float MADGEN_SKY_RADIUS = 100.0f;  // drawn at a fifth: 20 units round the model
+constexpr float TOTEM_ISLAND_RADIUS = 4.6f;    // the crate circles at 3.2
+constexpr uint32_t TOTEM_ISLAND_SIDES = 16;
+
+// A closed regular polygon of `count` corners (x, z), counter-clockwise from above.
+std::vector<float> madgen_circle(uint32_t count, float radius)
+{
+    std::vector<float> outline;
+    for (uint32_t i = 0; i < count; i++) {
+        const float a = 2.0f * MADGEN_PI * (float)i / (float)count;
+        outline.insert(outline.end(), {radius * cosf(a), -radius * sinf(a)});
+    }
+    return outline;
+}
 
 // The totem: a cylinder from y = 0 to `height`, skinned to joint 0 (the base) and joint 1 (at
 // half height), the upper joint's weight rising from a quarter to three quarters of the height.
@@ -116,7 +133,7 @@ void madgen_write_pictures(const char* dir, const char* model_name, const madgen
     for (uint32_t i = 0; i < count; i++) {
         bitmap* bm = gltf_author_image(&arena, pictures[i].side, pictures[i].paint);
         tool_save_png(bm, gltf_author_path(dir, std::string(pictures[i].name) + ".png").c_str(), &arena);
-        if (strcmp(pictures[i].name, special) == 0)
+        if (special && strcmp(pictures[i].name, special) == 0)
             gltf_author_write_direct_texture(
                 bm, gltf_author_path(dir, std::string(model_name) + "_" + special + ".tmap").c_str(), &arena,
                 &tmp_arena);
@@ -146,11 +163,18 @@ void madgen_totem(const char* dir)
     gltf_author_begin(&m, "reel_madgen");
 
     // meshes
+    // Every triangle costs its set-up and every pixel its shading in each update pass: the ground
+    // is a round island, a few units across, rather than a plain to the horizon (behind it the
+    // show scrolls a landscape, the example has the sky), and the totem has as few sides and rings
+    // as still read round and bend smoothly.
     gltf_author_mesh ground, totem, crate, moon, sky;
-    gltf_author_ground(&ground, 24.0f, 8, 6.0f);
-    madgen_totem_mesh(&totem, 0.5f, 3.0f, 6, 16);
+    const std::vector<float> island = madgen_circle(TOTEM_ISLAND_SIDES, TOTEM_ISLAND_RADIUS);
+    gltf_author_cap(&ground, island.data(), TOTEM_ISLAND_SIDES, 0.0f, true, TOTEM_ISLAND_RADIUS);
+    for (float& uv : ground.uv)  // a check a unit wide, as on the plain it was
+        uv *= TOTEM_ISLAND_RADIUS * 2.0f / 4.0f;
+    madgen_totem_mesh(&totem, 0.5f, 3.0f, 4, 10);
     gltf_author_cube(&crate, 0.9f);
-    gltf_author_sphere(&moon, 0.45f, 8, 12, false);
+    gltf_author_sphere(&moon, 0.45f, 5, 8, false);
     gltf_author_sphere(&sky, MADGEN_SKY_RADIUS, 12, 24, true);
     const madgen_picture pictures[5] = {{"ground", 128, madgen_paint_ground},
                                         {"totem", 128, madgen_paint_totem},
@@ -238,15 +262,26 @@ constexpr uint32_t MACHINE_KEYS = (uint32_t)(MACHINE_SECONDS / MACHINE_KEY_STEP)
 // The gears: teeth of one pitch (arc length on the pitch circle) so that any two mesh.
 // Few, chunky teeth: every triangle costs the renderer its set-up, and a gear's wall is made of
 // small ones (two per corner of the outline).
-constexpr float MACHINE_PITCH = 0.7854f;  // 2 pi x 2.0 / 16
-constexpr float MACHINE_TOOTH = 0.22f;    // from the pitch circle to the tip, and to the root
-constexpr uint32_t MACHINE_BIG_TEETH = 16, MACHINE_SMALL_TEETH = 8, MACHINE_UPPER_TEETH = 10, MACHINE_TOP_TEETH = 8;
+constexpr float MACHINE_PITCH = 1.0472f;  // 2 pi x 2.0 / 12
+constexpr float MACHINE_TOOTH = 0.29f;    // from the pitch circle to the tip, and to the root
+constexpr uint32_t MACHINE_BIG_TEETH = 12, MACHINE_SMALL_TEETH = 6, MACHINE_UPPER_TEETH = 8, MACHINE_TOP_TEETH = 6;
 constexpr uint32_t MACHINE_SATELLITES = 4, MACHINE_PISTONS = 4, MACHINE_LAMPS = 8;
-constexpr float MACHINE_GEAR_Y = 1.0f;
+constexpr float MACHINE_GEAR_Y = 0.55f;  // just above the dais: no posts needed under the small gears
 constexpr float MACHINE_DAIS_TOP = 0.35f;
 constexpr float MACHINE_AXLE_TOP = 4.0f;
 constexpr float MACHINE_PISTON_RADIUS = 3.4f;  // on the diagonals between the small gears
-constexpr float MACHINE_LAMP_RADIUS = 6.5f;
+constexpr float MACHINE_LAMP_RADIUS = 4.8f;  // hovering round the dais, past its edge
+// The dais: a drum whose top carries the gears and whose side drops into the pit below; its top
+// is a ring, as the large gear covers its middle.
+constexpr float MACHINE_DAIS_RADIUS = 4.1f, MACHINE_DAIS_HOLE = 3.2f, MACHINE_DAIS_BOTTOM = -0.15f;
+// The sky panorama: as wide as a background texture may be for the camera's turn, 256 rows (the
+// video plane's 240 and room to place them). The scene's row scrolls it by MACHINE_SKY_PERIOD
+// pixels in the 16 s of a turn, leftwards as the camera turns left, so it repeats every
+// MACHINE_SKY_PERIOD columns (the last 320 columns are the first ones again) and a row restarted
+// at its start shows the same sky. 1728 pixels a turn is about the video plane's 284 pixels a
+// radian at the centre of a 0.8 rad field of view (1784 a turn): the sky turns with the machine.
+constexpr uint32_t MACHINE_SKY_WIDTH = 2048, MACHINE_SKY_HEIGHT = 256;
+constexpr uint32_t MACHINE_SKY_PERIOD = MACHINE_SKY_WIDTH - 320;
 
 // The picture atlas "parts": brass, steel, hazard stripes and glow in its four quarters, so
 // that the whole machine takes one palette texture (the scene keeps ten shade tables for the
@@ -265,35 +300,74 @@ void machine_finish(gltf_author_mesh* m, size_t first_vertex, machine_surface fi
     gltf_author_uv_rect(m, first_vertex, r[0], r[1], r[2], r[3]);
 }
 
-// A closed regular polygon of `count` corners (x, z), counter-clockwise from above.
-std::vector<float> machine_circle(uint32_t count, float radius)
-{
-    std::vector<float> outline;
-    for (uint32_t i = 0; i < count; i++) {
-        const float a = 2.0f * MADGEN_PI * (float)i / (float)count;
-        outline.insert(outline.end(), {radius * cosf(a), -radius * sinf(a)});
-    }
-    return outline;
-}
-
 // A prism of a regular polygon at (x, z), from y0 to y1, in one finish, with the caps one sees.
 void machine_post(gltf_author_mesh* m, uint32_t sides, float radius, float x, float z, float y0, float y1,
                   machine_surface finish, uint32_t caps)
 {
     const size_t first = gltf_author_vertex_count(m);
-    const std::vector<float> outline = machine_circle(sides, radius);
+    const std::vector<float> outline = madgen_circle(sides, radius);
     gltf_author_prism(m, outline.data(), sides, y0, y1, radius, caps);
     gltf_author_translate(m, first, x, 0.0f, z);
     machine_finish(m, first, finish);
 }
 
-// A gear of `teeth` about its own origin, centred on y = 0, with the pitch of every gear here.
+// The dais: its top, a flat ring from MACHINE_DAIS_HOLE out (four plates across it, eight round),
+// and its side wall, eight plates round.
+void machine_dais(gltf_author_mesh* m, uint32_t sides)
+{
+    const vec3 up = {0, 1, 0};
+    gltf_author_revolve(m, 1, sides, false, [&](vec3 p, vec3 n, vec3 t, uint32_t ring, uint32_t side) {
+        const float a = 2.0f * MADGEN_PI * (float)side / (float)sides;
+        const float r = ring ? MACHINE_DAIS_RADIUS : MACHINE_DAIS_HOLE;
+        vec3_set(p, r * cosf(a), MACHINE_DAIS_TOP, -r * sinf(a));
+        vec3_dup(n, up);
+        vec3_set(t, -sinf(a), 0.0f, -cosf(a));
+    });
+    const size_t first_wall = gltf_author_vertex_count(m);
+    const std::vector<float> outline = madgen_circle(sides, MACHINE_DAIS_RADIUS);
+    gltf_author_prism(m, outline.data(), sides, MACHINE_DAIS_BOTTOM, MACHINE_DAIS_TOP, MACHINE_DAIS_RADIUS, 0);
+    for (size_t i = 0; i < gltf_author_vertex_count(m); i++)
+        m->uv[2 * i] *= i < first_wall ? 4.0f : 8.0f;
+}
+
+// A gear of `teeth` about its own origin, centred on y = 0, with the pitch of every gear here:
+// its top face and, unless GLTF_AUTHOR_NO_WALL, a wall round its roots (a polygon of a side per
+// tooth) for its thickness: from the camera's distance the teeth's own sides would be slivers of
+// a pixel or two, each costing a triangle's set-up.
 void machine_gear(gltf_author_mesh* m, uint32_t teeth, float thickness, uint32_t caps)
 {
     const float pitch_radius = MACHINE_PITCH * (float)teeth / (2.0f * MADGEN_PI);
     gltf_author_gear(m, teeth, pitch_radius - MACHINE_TOOTH, pitch_radius + MACHINE_TOOTH, -0.5f * thickness,
-                     0.5f * thickness, caps);
+                     0.5f * thickness, caps | GLTF_AUTHOR_NO_WALL);
+    if (!(caps & GLTF_AUTHOR_NO_WALL)) {
+        const std::vector<float> roots = madgen_circle(teeth, pitch_radius - MACHINE_TOOTH);
+        gltf_author_prism(m, roots.data(), teeth, -0.5f * thickness, 0.5f * thickness, pitch_radius, 0);
+    }
     machine_finish(m, 0, MACHINE_BRASS);
+}
+
+// A cut gem round y about its own origin: two pyramids of `sides` faces on one polygon, the
+// points `height` above and below it, flat-shaded.
+void machine_gem(gltf_author_mesh* m, uint32_t sides, float radius, float height)
+{
+    for (uint32_t i = 0; i < sides; i++)
+        for (float sign : {1.0f, -1.0f}) {
+            const float a0 = 2.0f * MADGEN_PI * (float)i / (float)sides;
+            const float a1 = 2.0f * MADGEN_PI * (float)(i + 1) / (float)sides;
+            const vec3 tip = {0.0f, sign * height, 0.0f};
+            const vec3 p0 = {radius * sinf(a0), 0.0f, radius * cosf(a0)};
+            const vec3 p1 = {radius * sinf(a1), 0.0f, radius * cosf(a1)};
+            vec3 e0, e1, n, t;
+            vec3_sub(e0, p1, p0), vec3_sub(e1, tip, p0);
+            vec3_mul_cross(n, e0, e1);
+            vec3_scale(n, n, sign / vec3_len(n));  // outward, up for the upper pyramid
+            vec3_norm(t, e0);
+            const float u0 = (float)i / (float)sides, u1 = (float)(i + 1) / (float)sides;
+            // counter-clockwise seen from outside: p0, p1, tip above; p1, p0, tip below
+            gltf_author_vertex(m, sign > 0 ? p0 : p1, n, t, sign > 0 ? u0 : u1, 0.5f);
+            gltf_author_vertex(m, sign > 0 ? p1 : p0, n, t, sign > 0 ? u1 : u0, 0.5f);
+            gltf_author_vertex(m, tip, n, t, 0.5f * (u0 + u1), sign > 0 ? 0.0f : 1.0f);
+        }
 }
 
 // Where a small gear sits: direction theta from the axle (angle a: x = cos a, z = -sin a).
@@ -324,7 +398,7 @@ float machine_beat(float t, uint32_t* beat)
     return beats - (float)*beat;
 }
 
-// The large gear's turn at t: two teeth a beat, 64 teeth (four turns) in the 16 s.
+// The large gear's turn at t: two teeth a beat, 64 teeth (five and a third turns) in the 16 s.
 float machine_big_angle(float t)
 {
     uint32_t beat;
@@ -372,16 +446,20 @@ float machine_piston_lift(uint32_t i, float t)
     return strikes ? 1.1f * hit : 0.0f;
 }
 
-// The camera: once round in the 16 s, swooping in from 10.5 out and 4.8 up to 6.5 out and 2.1
-// up at 4 s and 12 s, pushed in a little on every bar's first beat, looking at the gears.
+// The camera: once round in the 16 s, swooping in from MACHINE_CAMERA_FAR out and 7.2 up to
+// MACHINE_CAMERA_NEAR out and 4.2 up at 4 s and 12 s, pushed in a little on every bar's first
+// beat, looking at the gears. Far enough that the machine fills the middle of the picture: each
+// update pass draws it whole, and a triangle costs the rasterizer a step on every row it crosses.
+constexpr float MACHINE_CAMERA_FAR = 18.0f, MACHINE_CAMERA_NEAR = 14.0f;
 void machine_camera_position(float t, float* p)
 {
     uint32_t beat;
     const float hit = machine_hit(machine_beat(t, &beat));
     const float swoop = sinf(MADGEN_PI * t / 8.0f) * sinf(MADGEN_PI * t / 8.0f);
-    const float radius = 10.5f - 4.0f * swoop - (beat % 4 == 0 ? 0.4f * hit : 0.0f);
+    const float radius = MACHINE_CAMERA_FAR - (MACHINE_CAMERA_FAR - MACHINE_CAMERA_NEAR) * swoop -
+                         (beat % 4 == 0 ? 0.5f * hit : 0.0f);
     const float a = 2.0f * MADGEN_PI * t / MACHINE_SECONDS + 0.3f;
-    p[0] = radius * sinf(a), p[1] = 4.8f - 2.7f * swoop, p[2] = radius * cosf(a);
+    p[0] = radius * sinf(a), p[1] = 7.2f - 3.0f * swoop, p[2] = radius * cosf(a);
 }
 
 void machine_paint_floor(uint8_t* p, float u, float v)
@@ -427,17 +505,23 @@ void machine_paint_parts(uint8_t* p, float u, float v)
     }
 }
 
-// The machine's sky from inside: a night of smoke over a furnace glow all round the horizon.
+// The machine's sky, all round: a night of smoke over a furnace glow along the horizon (a third
+// of the way down, where the camera sees it), the smoke's pattern repeating every
+// MACHINE_SKY_PERIOD columns; below, the dark of the pit the dais stands over.
 void machine_paint_sky(uint8_t* p, float u, float v)
 {
-    const float height = 1.0f - 2.0f * v;
-    const float smoke = 0.5f + 0.5f * sinf(u * 14.0f * MADGEN_PI + 4.0f * v) * sinf(u * 6.0f * MADGEN_PI - 9.0f * v);
+    const float a = 2.0f * MADGEN_PI * u * (float)MACHINE_SKY_WIDTH / (float)MACHINE_SKY_PERIOD;  // the turn
+    const float height = 2.0f * (0.36f - v);  // 0 at the horizon, up from it
+    const float smoke = 0.5f + 0.5f * sinf(7.0f * a + 4.0f * v) * sinf(3.0f * a - 9.0f * v);
     const float glow = expf(-30.0f * height * height) * (0.6f + 0.4f * smoke);
-    const float up = height > 0 ? height : 0.0f;
-    p[0] = (uint8_t)fminf(255.0f, 25 + 30 * (1 - up) + 170 * glow);
-    p[1] = (uint8_t)fminf(255.0f, 12 + 10 * (1 - up) + 70 * glow);
-    p[2] = (uint8_t)fminf(255.0f, 45 + 40 * up + 10 * glow);
+    const float up = height > 0 ? fminf(1.0f, height) : 0.0f;
+    const float pit = height < 0 ? fminf(1.0f, -1.5f * height) : 0.0f;
+    p[0] = (uint8_t)fminf(255.0f, (25 + 30 * (1 - up) + 170 * glow) * (1 - 0.6f * pit));
+    p[1] = (uint8_t)fminf(255.0f, (12 + 10 * (1 - up) + 70 * glow) * (1 - 0.6f * pit));
+    p[2] = (uint8_t)fminf(255.0f, (45 + 40 * up + 10 * glow) * (1 - 0.7f * pit));
 }
+
+
 
 void madgen_machine(const char* dir)
 {
@@ -445,43 +529,37 @@ void madgen_machine(const char* dir)
     gltf_author_begin(&m, "reel_madgen");
     const uint32_t floor_material = gltf_author_add_material(&m, "floor");
     const uint32_t parts_material = gltf_author_add_material(&m, "parts");
-    const uint32_t sky_material = gltf_author_add_material(&m, "sky");
 
-    // the still frame: the dais, the axle, the small gears' posts, the piston housings, the lamp posts
-    gltf_author_mesh floor, frame, big, small, upper, top, piston, lamp, core, sky;
-    gltf_author_ground(&floor, 24.0f, 6, 6.0f);
-    machine_post(&frame, 24, 4.2f, 0, 0, 0.0f, MACHINE_DAIS_TOP, MACHINE_STEEL, GLTF_AUTHOR_CAP_TOP);
-    machine_post(&frame, 12, 0.3f, 0, 0, MACHINE_DAIS_TOP, MACHINE_AXLE_TOP, MACHINE_STEEL, GLTF_AUTHOR_CAP_TOP);
+    // Every triangle costs its set-up and every pixel its shading in each update pass, so the
+    // shapes have as few sides as still read round from the camera's distance, and no faces that
+    // the camera (always above the gears, looking down) never sees.
+    // the floor: the dais, in the floor's steel plates
+    gltf_author_mesh floor, frame, big, small, upper, top, piston, lamp, core;
+    machine_dais(&floor, 12);
+    // the still frame: the axle and the piston housings
+    // (tall, thin triangles cost a step of the rasterizer on each row they cross: the axle is a
+    // square shaft, and the lamps hover without posts)
+    machine_post(&frame, 4, 0.3f, 0, 0, MACHINE_DAIS_TOP, MACHINE_AXLE_TOP, MACHINE_STEEL, GLTF_AUTHOR_CAP_TOP);
     const float satellite_distance = MACHINE_PITCH * (float)(MACHINE_BIG_TEETH + MACHINE_SMALL_TEETH) / (2.0f * MADGEN_PI);
-    for (uint32_t i = 0; i < MACHINE_SATELLITES; i++) {
-        const float theta = machine_satellite_theta(i);
-        machine_post(&frame, 8, 0.18f, satellite_distance * cosf(theta), -satellite_distance * sinf(theta),
-                     MACHINE_DAIS_TOP, MACHINE_GEAR_Y, MACHINE_STEEL, 0);  // the gear hides its top
-    }
     for (uint32_t i = 0; i < MACHINE_PISTONS; i++) {
         const float a = 2.0f * MADGEN_PI * ((float)i + 0.5f) / (float)MACHINE_PISTONS;
-        machine_post(&frame, 12, 0.42f, MACHINE_PISTON_RADIUS * cosf(a), -MACHINE_PISTON_RADIUS * sinf(a),
+        machine_post(&frame, 4, 0.42f, MACHINE_PISTON_RADIUS * cosf(a), -MACHINE_PISTON_RADIUS * sinf(a),
                      MACHINE_DAIS_TOP, 1.5f, MACHINE_STEEL, GLTF_AUTHOR_CAP_TOP);
     }
-    for (uint32_t i = 0; i < MACHINE_LAMPS; i++) {
-        const float a = 2.0f * MADGEN_PI * (float)i / (float)MACHINE_LAMPS;
-        machine_post(&frame, 6, 0.12f, MACHINE_LAMP_RADIUS * sinf(a), MACHINE_LAMP_RADIUS * cosf(a), 0.0f, 1.65f,
-                     MACHINE_STEEL, 0);  // the lamp hides its top
-    }
     // the moving parts, each about its own origin
-    // the camera never goes below 2.1: the gears at 1.0 are seen from above only
+    // the camera never goes below 4.2: every gear (the top one at 3.4) is seen from above only;
+    // the small gears, low on the dais, are plates
     machine_gear(&big, MACHINE_BIG_TEETH, 0.3f, GLTF_AUTHOR_CAP_TOP);
-    machine_gear(&small, MACHINE_SMALL_TEETH, 0.26f, GLTF_AUTHOR_CAP_TOP);
-    machine_gear(&upper, MACHINE_UPPER_TEETH, 0.26f, GLTF_AUTHOR_CAPS_BOTH);
-    machine_gear(&top, MACHINE_TOP_TEETH, 0.22f, GLTF_AUTHOR_CAPS_BOTH);
+    machine_gear(&small, MACHINE_SMALL_TEETH, 0.26f, GLTF_AUTHOR_CAP_TOP | GLTF_AUTHOR_NO_WALL);
+    machine_gear(&upper, MACHINE_UPPER_TEETH, 0.26f, GLTF_AUTHOR_CAP_TOP);
+    machine_gear(&top, MACHINE_TOP_TEETH, 0.22f, GLTF_AUTHOR_CAP_TOP | GLTF_AUTHOR_NO_WALL);
     // the rod, inside the housing at rest, and the head
-    machine_post(&piston, 8, 0.13f, 0, 0, 0.0f, 1.3f, MACHINE_STEEL, 0);
-    machine_post(&piston, 12, 0.5f, 0, 0, 1.3f, 1.55f, MACHINE_HAZARD, GLTF_AUTHOR_CAPS_BOTH);
-    gltf_author_sphere(&lamp, 0.34f, 4, 6, false);  // a faceted glass
+    machine_post(&piston, 3, 0.13f, 0, 0, 0.0f, 1.3f, MACHINE_STEEL, 0);
+    machine_post(&piston, 4, 0.5f, 0, 0, 1.3f, 1.55f, MACHINE_HAZARD, GLTF_AUTHOR_CAP_TOP);
+    machine_gem(&lamp, 3, 0.36f, 0.42f);  // a cut glass
     machine_finish(&lamp, 0, MACHINE_LAMP_GLOW);
-    gltf_author_sphere(&core, 0.7f, 4, 6, false);  // a faceted crystal
+    machine_gem(&core, 6, 0.6f, 0.8f);  // a cut crystal
     machine_finish(&core, 0, MACHINE_CORE_GLOW);
-    gltf_author_sphere(&sky, MADGEN_SKY_RADIUS, 8, 16, true);
 
     struct {
         const char* name;
@@ -491,9 +569,9 @@ void madgen_machine(const char* dir)
                   {"gear_big", &big, parts_material}, {"gear_small", &small, parts_material},
                   {"gear_upper", &upper, parts_material}, {"gear_top", &top, parts_material},
                   {"piston", &piston, parts_material}, {"lamp", &lamp, parts_material},
-                  {"core", &core, parts_material},   {"sky", &sky, sky_material}};
-    uint32_t mesh_index[10];
-    for (uint32_t i = 0; i < 10; i++)
+                  {"core", &core, parts_material}};
+    uint32_t mesh_index[9];
+    for (uint32_t i = 0; i < 9; i++)
         mesh_index[i] = gltf_author_add_mesh(&m, meshes[i].name, meshes[i].mesh, meshes[i].material);
 
     // nodes: the moving parts in their places, turned and lifted by the channels below
@@ -503,7 +581,7 @@ void madgen_machine(const char* dir)
         return roots.back();
     };
     // the scene draws in node order with a depth test: the parts nearer the camera (which looks
-    // down on the machine) come first, so that fewer hidden pixels are shaded; the floor comes last
+    // down on the machine) come first, so that fewer hidden pixels are shaded; the dais comes last
     uint32_t satellite_nodes[MACHINE_SATELLITES], piston_nodes[MACHINE_PISTONS], lamp_nodes[MACHINE_LAMPS];
     // the crystal waits inside the axle's top, too small to see, until the second animation
     const uint32_t core_node = add({{"name", "core"},
@@ -530,7 +608,6 @@ void madgen_machine(const char* dir)
     }
     add({{"name", "frame"}, {"mesh", mesh_index[1]}});
     add({{"name", "floor"}, {"mesh", mesh_index[0]}});
-    add({{"name", "sky"}, {"mesh", mesh_index[9]}});
     const uint32_t camera_node = add({{"name", "camera"}, {"camera", 0}});
     m.gltf["scenes"] = {{{"nodes", roots}}};
     madgen_add_camera(&m);
@@ -541,7 +618,7 @@ void madgen_machine(const char* dir)
     gltf_author_channel(a, camera_node, "translation", 3, machine_camera_position);
     gltf_author_channel(a, camera_node, "rotation", 4, [](float t, float* v) {
         float position[3];
-        const float target[3] = {0.0f, 1.8f, 0.0f};
+        const float target[3] = {0.0f, 1.2f, 0.0f};
         machine_camera_position(t, position);
         madgen_look_at(v, position, target);
     });
@@ -554,7 +631,7 @@ void madgen_machine(const char* dir)
     // the stacked gears on the axle: the upper one against the large gear, the top one snapping
     // on every half beat
     gltf_author_channel(a, upper_node, "rotation", 4, [](float t, float* v) {
-        gltf_author_quat_axis(v, 0, 1, 0, -1.6f * machine_big_angle(t));
+        gltf_author_quat_axis(v, 0, 1, 0, -1.5f * machine_big_angle(t));  // eight whole turns in the 16 s
     });
     gltf_author_channel(a, top_node, "rotation", 4, [](float t, float* v) {
         uint32_t half_beats;
@@ -595,9 +672,15 @@ void madgen_machine(const char* dir)
     });
     m.gltf["animations"] = {main_animation.animation, extra.animation};
 
-    const madgen_picture pictures[3] = {
-        {"floor", 128, machine_paint_floor}, {"parts", 256, machine_paint_parts}, {"sky", 128, machine_paint_sky}};
-    madgen_write_pictures(dir, "machine", pictures, 3, "sky");
+    const madgen_picture pictures[2] = {{"floor", 128, machine_paint_floor}, {"parts", 256, machine_paint_parts}};
+    madgen_write_pictures(dir, "machine", pictures, 2, nullptr);
+    {
+        static uint8_t block[2 * MACHINE_SKY_WIDTH * MACHINE_SKY_HEIGHT * 4];
+        xmemarena arena;
+        xmemarena_init(&arena, "reel_madgen_sky", sizeof(block), block);
+        const bitmap* sky = gltf_author_picture(&arena, MACHINE_SKY_WIDTH, MACHINE_SKY_HEIGHT, machine_paint_sky);
+        tool_save_png(sky, gltf_author_path(dir, "machine_sky.png").c_str(), &arena);
+    }
     gltf_author_write(&m, dir, "machine");
     uint32_t triangles = 0;
     for (const auto& mesh : meshes)
@@ -614,10 +697,11 @@ void madgen_machine(const char* dir)
 const tool_info MADGEN_TOOL = {
     "reel_madgen",
     "usage: reel_madgen [--model totem|machine] OUTDIR\n"
-    "Writes an animated 3D example as a glTF model with its PNG images and its sky as a direct-colour\n"
-    "texture: the totem (the default) as OUTDIR/madpack.gltf, OUTDIR/madpack.bin and\n"
-    "OUTDIR/madpack_sky.tmap; the machine as OUTDIR/machine.gltf, OUTDIR/machine.bin and\n"
-    "OUTDIR/machine_sky.tmap. OUTDIR is created when it does not exist.\n"};
+    "Writes an animated 3D example as a glTF model with its PNG images: the totem (the default) as\n"
+    "OUTDIR/madpack.gltf and OUTDIR/madpack.bin, with its sky as a direct-colour texture\n"
+    "OUTDIR/madpack_sky.tmap; the machine as OUTDIR/machine.gltf and OUTDIR/machine.bin, with its\n"
+    "sky as a 2048 x 256 panorama OUTDIR/machine_sky.png for a scrolling background. OUTDIR is\n"
+    "created when it does not exist.\n"};
 
 }  // namespace
 
