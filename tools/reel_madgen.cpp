@@ -446,11 +446,11 @@ float machine_piston_lift(uint32_t i, float t)
     return strikes ? 1.1f * hit : 0.0f;
 }
 
-// The camera: once round in the 16 s, swooping in from MACHINE_CAMERA_FAR out and 7.2 up to
-// MACHINE_CAMERA_NEAR out and 4.2 up at 4 s and 12 s, pushed in a little on every bar's first
+// The camera: once round in the 16 s, swooping in from MACHINE_CAMERA_FAR out and 9.6 up to
+// MACHINE_CAMERA_NEAR out and 5.6 up at 4 s and 12 s, pushed in a little on every bar's first
 // beat, looking at the gears. Far enough that the machine fills the middle of the picture: each
 // update pass draws it whole, and a triangle costs the rasterizer a step on every row it crosses.
-constexpr float MACHINE_CAMERA_FAR = 18.0f, MACHINE_CAMERA_NEAR = 14.0f;
+constexpr float MACHINE_CAMERA_FAR = 24.0f, MACHINE_CAMERA_NEAR = 19.0f;
 void machine_camera_position(float t, float* p)
 {
     uint32_t beat;
@@ -459,7 +459,7 @@ void machine_camera_position(float t, float* p)
     const float radius = MACHINE_CAMERA_FAR - (MACHINE_CAMERA_FAR - MACHINE_CAMERA_NEAR) * swoop -
                          (beat % 4 == 0 ? 0.5f * hit : 0.0f);
     const float a = 2.0f * MADGEN_PI * t / MACHINE_SECONDS + 0.3f;
-    p[0] = radius * sinf(a), p[1] = 7.2f - 3.0f * swoop, p[2] = radius * cosf(a);
+    p[0] = radius * sinf(a), p[1] = 9.6f - 4.0f * swoop, p[2] = radius * cosf(a);
 }
 
 void machine_paint_floor(uint8_t* p, float u, float v)
@@ -547,7 +547,7 @@ void madgen_machine(const char* dir)
                      MACHINE_DAIS_TOP, 1.5f, MACHINE_STEEL, GLTF_AUTHOR_CAP_TOP);
     }
     // the moving parts, each about its own origin
-    // the camera never goes below 4.2: every gear (the top one at 3.4) is seen from above only;
+    // the camera never goes below 5.6: every gear (the top one at 3.4) is seen from above only;
     // the small gears, low on the dais, are plates
     machine_gear(&big, MACHINE_BIG_TEETH, 0.3f, GLTF_AUTHOR_CAP_TOP);
     machine_gear(&small, MACHINE_SMALL_TEETH, 0.26f, GLTF_AUTHOR_CAP_TOP | GLTF_AUTHOR_NO_WALL);
