@@ -434,6 +434,13 @@ void capture_stats_begin(capture_stats* st, xmemarena* arena)
     st->audio_hash = CAPTURE_HASH_SEED;
 }
 
+// A line-per-frame output file (--hashes, --costs); its folder is made as the sheet's is.
+void capture_output_open(tool_output* out, const char* path)
+{
+    tool_make_parent_dir(path);
+    tool_output_open(out, path);
+}
+
 // Which table function's rows cost most in the frame whose row costs are in row_delta.
 uint32_t capture_frame_slowest(capture_stats* st, const reel_engine* e)
 {
@@ -599,13 +606,10 @@ int main(int argc, char** argv)
         tool_make_parent_dir(opt.sheet_path);
     }
     tool_output hashes, costs;
-    for (tool_output* out : {&hashes, &costs}) {  // their folders are made as the sheet's is
-        const char* path = out == &hashes ? opt.hashes_path : opt.costs_path;
-        if (path) {
-            tool_make_parent_dir(path);
-            tool_output_open(out, path);
-        }
-    }
+    if (opt.hashes_path)
+        capture_output_open(&hashes, opt.hashes_path);
+    if (opt.costs_path)
+        capture_output_open(&costs, opt.costs_path);
     prof_init();
     music_reset();
     if (demosys_init(&demosys_global, &display) != 0) {
