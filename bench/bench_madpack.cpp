@@ -212,6 +212,8 @@ int main(int argc, char** argv)
     static mad_primitive primitives[2];
     primitives[0] = {bench_torus(engine.arena, 24, 10, 0.8f, 0.3f), &materials[0]};
     primitives[1] = {bench_torus(engine.arena, 24, 24, 2.0f, 0.8f), &materials[1]};
+    for (mad_primitive& p : primitives)  // as the datapack reader indexes what it reads
+        n3d_vertex_index_build(&p.index, &p.vertices, engine.arena);
     static mad_mesh meshes[2] = {{1, &primitives[0]}, {1, &primitives[1]}};
     static mad_camera camera = {0, 0, 0.5f, 0, 0, 0, 0.9f};
     static mad_node nodes[BENCH_NODES];

@@ -169,6 +169,7 @@ static void mad_read_mesh(mad_datapack* d, uint32_t i, xmemarena* arena, stream_
     for (uint32_t j = 0; j < m->primitive_count; j++) {
         mad_primitive* p = &m->primitives[j];
         n3d_vertices_read(&p->vertices, arena, cur);
+        n3d_vertex_index_build(&p->index, &p->vertices, arena);
         const uint32_t material = stream_cursor_u32(cur, "primitive material");
         p->material = mad_resolve(cur, material, MAD_INDEX_NONE_MARKED, d->materials, d->material_count, "mesh", i,
                                   "primitive material", "materials");

@@ -13,6 +13,7 @@
 
 #include "memarena.h"
 #include "n3d.h"
+#include "n3d_draw.h"
 #include "vmath.h"
 
 constexpr uint32_t MAD_INDEX_NONE = 0xFFFFFFFF;  // "none" of the none-marked indices in a block
@@ -41,6 +42,9 @@ struct mad_material {
 struct mad_primitive {
     n3d_vertices vertices;
     mad_material* material;  // or null
+    // its distinct vertices (n3d_draw.h), built by the reader and never written; a primitive
+    // made otherwise may leave it empty (no chunks) and is then drawn corner by corner
+    n3d_vertex_index index = {};
 };
 
 struct mad_mesh {

@@ -46,8 +46,9 @@ int32_t n3d_find_rasterizer(uint32_t flags)
 // ---- draw functions ----
 //
 // Per call: the checks, the variant, the viewport folded into the matrix and the scratch. Per
-// batch of up to N3D_DRAW_BATCH_TRIANGLES triangles: every vertex transformed to clip space with
-// its outcode and projected, four at a time; then each triangle's path is decided (dropped when
+// chunk of triangles (the index's chunks, or N3D_DRAW_PLAIN_TRIANGLES of a plain list whose
+// every corner is a vertex): every distinct vertex transformed to clip space with its outcode
+// and projected, four at a time; then each triangle's path is decided (dropped when
 // all its vertices are outside one plane, or when none is outside anything and its projected
 // area is not positive; drawn directly when none is outside anything; clipped otherwise), and
 // only the vertices of triangles that are drawn get their phong terms. Then, triangle by
@@ -194,6 +195,9 @@ n3d_rasterizer_entry* n3d_draw_prepare(const n3d_draw_call* call, n3d_draw_kind 
     if (call->triangle_count < 0 || (uint32_t)call->triangle_count > v->count / 3)
         crash_in("src/n3d_draw", __LINE__, function, "triangle_count %d but the vertices hold %u triangles\n",
                  (int)call->triangle_count, v->count / 3);
+    if (call->index && call->index->triangle_count != (uint32_t)call->triangle_count)
+        crash_in("src/n3d_draw", __LINE__, function, "the vertex index holds %u triangles but the call draws %d\n",
+                 call->index->triangle_count, (int)call->triangle_count);
     if (kind == N3D_DRAW_KIND_SKINNED && (!v->joints || !v->weights || !call->skin_matrices))
         crash_in("src/n3d_draw", __LINE__, function, "skinned drawing needs joints, weights and skin_matrices!\n");
     // the half vector is projected on tangent and bitangent only: normals may be absent
@@ -413,13 +417,15 @@ inline __m128i n3d_lanes_bit(n3d_lanes mask, uint32_t bit)
 constexpr uint32_t N3D_OUT_UNPROJECTABLE = 64;
 constexpr uint32_t N3D_OUT_PLANES = 63;
 
-// Vertices per batch: whole triangles that fill whole lanes.
-constexpr int32_t N3D_DRAW_BATCH_VERTICES = 3 * N3D_DRAW_BATCH_TRIANGLES;
-static_assert(N3D_DRAW_BATCH_VERTICES % 4 == 0, "a batch's vertices fill whole lanes");
+// A chunk of the call's triangles (N3D_DRAW_PLAIN_TRIANGLES of a plain list, or one chunk of its
+// index) and its distinct vertices, one array per component (clip and attr are
+// n3d_batch_vertex's fields, outcode has the N3D_OUT_ bits), but for proj: each vertex's
+// projected floats of the direct path (x and y clamped to the frame), ready to be copied for the
+// rasterizer. Vertex slots are the places in the chunk's list of distinct vertices.
+constexpr int32_t N3D_DRAW_BATCH_VERTICES = (int32_t)N3D_DRAW_CHUNK_VERTICES;
+constexpr int32_t N3D_DRAW_BATCH_TRIANGLES = (int32_t)N3D_DRAW_CHUNK_TRIANGLES;
+constexpr int32_t N3D_DRAW_PLAIN_TRIANGLES = N3D_DRAW_BATCH_VERTICES / 3;  // a corner is a vertex
 
-// A batch of vertices, one array per component (clip and attr are n3d_batch_vertex's fields,
-// outcode has the N3D_OUT_ bits), but for proj: each vertex's projected floats of the direct
-// path (x and y clamped to the frame), ready to be copied for the rasterizer.
 struct n3d_draw_batch {
     alignas(16) float clip[4][N3D_DRAW_BATCH_VERTICES];
     alignas(16) float attr[4][N3D_DRAW_BATCH_VERTICES];
@@ -429,9 +435,23 @@ struct n3d_draw_batch {
     // per triangle: how it is drawn, and for N3D_DRAW_DIRECT its area
     uint32_t path[N3D_DRAW_BATCH_TRIANGLES];
     float area[N3D_DRAW_BATCH_TRIANGLES];
-    // the slots of the vertices whose triangles are drawn, in order
-    int32_t lit[N3D_DRAW_BATCH_VERTICES];
+    // the slots of the vertices of triangles that are drawn, each once, in order of first use
+    int32_t lit[N3D_DRAW_BATCH_VERTICES + 3];
+    uint8_t is_lit[N3D_DRAW_BATCH_VERTICES];
+    // the chunk's vertices (indices into the call's vertex arrays) and its corners' slots
+    uint32_t plain_vertices[N3D_DRAW_BATCH_VERTICES];
 };
+
+// The corners of a plain list's chunk: corner k is slot k.
+struct n3d_draw_identity {
+    uint16_t slot[N3D_DRAW_BATCH_VERTICES];
+    constexpr n3d_draw_identity() : slot()
+    {
+        for (int32_t k = 0; k < N3D_DRAW_BATCH_VERTICES; k++)
+            slot[k] = (uint16_t)k;
+    }
+};
+constexpr n3d_draw_identity n3d_draw_plain_corners;
 
 // How a batch triangle is drawn: not at all (outside one plane, or a back face or empty on the
 // direct path), directly from its projected vertices, or through clipping.
@@ -537,14 +557,14 @@ inline void n3d_draw_lanes_position(n3d_draw_batch* b, int32_t k, const uint32_t
     }
 }
 
-// The half-vector terms of the four batch vertices at slot[0] to slot[3] (vertices first + slot
-// of the call): the lighting of the phong kind, as attributes 2 and 3 and their projections.
-inline void n3d_draw_lanes_phong(n3d_draw_batch* b, const int32_t* slot, uint32_t first, const n3d_vertices* vx,
-                                 const n3d_draw_lanes_frame& lf)
+// The half-vector terms of the four batch vertices at slot[0] to slot[3] (vertices
+// source[slot[j]] of the call): the lighting of the phong kind, as attributes 2 and 3 and their projections.
+inline void n3d_draw_lanes_phong(n3d_draw_batch* b, const int32_t* slot, const uint32_t* source,
+                                 const n3d_vertices* vx, const n3d_draw_lanes_frame& lf)
 {
     uint32_t index[4];
     for (int j = 0; j < 4; j++)
-        index[j] = first + (uint32_t)slot[j];
+        index[j] = source[slot[j]];
     n3d_lanes p[3], l[3], v[3], h[3], t[3], bt[3];
     for (int c = 0; c < 3; c++) {
         p[c] = n3d_lanes_gather(vx->xyz, 3, index, (uint32_t)c);
@@ -651,19 +671,37 @@ int32_t n3d_draw_kind_triangles(const n3d_draw_call* call, const char* function)
     prof_block_end(BLOCK_RENDER_MESH_TRANSFORM_VERTICES_SETUP, "src/n3d_draw", __LINE__);
 
     const n3d_vertices* vx = call->vertices;
+    const n3d_vertex_index* vi = call->index;
     const int32_t count = call->triangle_count;
     int32_t drawn = 0;
     n3d_draw_batch batch;
-    for (int32_t first = 0; first < count; first += N3D_DRAW_BATCH_TRIANGLES) {
-        const int32_t n = count - first < N3D_DRAW_BATCH_TRIANGLES ? count - first : N3D_DRAW_BATCH_TRIANGLES;
+    int32_t chunk = 0;
+    for (int32_t first = 0; first < count;) {
+        // the chunk: its triangles, its distinct vertices and which of them each corner is
+        int32_t n, vertices;
+        const uint32_t* source;
+        const uint16_t* corner;
+        if (vi) {
+            const n3d_vertex_chunk* c = &vi->chunks[chunk++];
+            n = (int32_t)c->triangle_count;
+            vertices = (int32_t)c->vertex_count;
+            source = vi->vertices + c->first_vertex;
+            corner = vi->corners + 3 * (uint32_t)first;
+        } else {
+            n = count - first < N3D_DRAW_PLAIN_TRIANGLES ? count - first : N3D_DRAW_PLAIN_TRIANGLES;
+            vertices = 3 * n;
+            for (int32_t k = 0; k < vertices; k++)
+                batch.plain_vertices[k] = (uint32_t)(3 * first + k);
+            source = batch.plain_vertices;
+            corner = n3d_draw_plain_corners.slot;
+        }
 
         prof_block_begin(BLOCK_RENDER_MESH_TRANSFORM_VERTICES);
-        const int32_t vertices = 3 * n;
         const int32_t lanes_end = (vertices + 3) & ~3;
         for (int32_t k = 0; k < lanes_end; k += 4) {
             uint32_t index[4];
-            for (int32_t j = 0; j < 4; j++)  // the last lanes of a short batch repeat its last vertex
-                index[j] = (uint32_t)(3 * first + (k + j < vertices ? k + j : vertices - 1));
+            for (int32_t j = 0; j < 4; j++)  // the last lanes of a short chunk repeat its last vertex
+                index[j] = source[k + j < vertices ? k + j : vertices - 1];
             if constexpr (Kind == N3D_DRAW_KIND_SKINNED)
                 for (int32_t j = 0; j < 4; j++)
                     n3d_draw_skin_vertex(&batch, k + j, index[j], call, fr);
@@ -672,49 +710,52 @@ int32_t n3d_draw_kind_triangles(const n3d_draw_call* call, const char* function)
         // Which triangles are drawn, and how: back faces and triangles outside one plane are
         // known from positions alone, so only the others' vertices are lit.
         int32_t lit = 0;
+        if constexpr (phong)
+            memset(batch.is_lit, 0, (size_t)vertices);
         for (int32_t t = 0; t < n; t++) {
-            const int32_t k = 3 * t;
-            const uint32_t o0 = batch.outcode[k], o1 = batch.outcode[k + 1], o2 = batch.outcode[k + 2];
+            const uint16_t* s = corner + 3 * t;
+            const uint32_t o0 = batch.outcode[s[0]], o1 = batch.outcode[s[1]], o2 = batch.outcode[s[2]];
             uint32_t path = N3D_DRAW_CLIPPED;
             if (o0 & o1 & o2 & N3D_OUT_PLANES) {
                 path = N3D_DRAW_SKIP;
             } else if (!(o0 | o1 | o2)) {
                 // the outcodes admit exactly [0, width] x [0, height]; the projection's rounding
                 // may not, and the variants draw only what they are given: hence the clamped x, y
-                const float* v0 = batch.proj[k];
-                const float* v1 = batch.proj[k + 1];
-                const float* v2 = batch.proj[k + 2];
-                const float area = n3d_draw_area(v0, v1, v2);
+                const float area = n3d_draw_area(batch.proj[s[0]], batch.proj[s[1]], batch.proj[s[2]]);
                 batch.area[t] = area;
                 path = area > 0.0f ? N3D_DRAW_DIRECT : N3D_DRAW_SKIP;
             }
             batch.path[t] = path;
             if (phong && path != N3D_DRAW_SKIP)
                 for (int32_t j = 0; j < 3; j++)
-                    batch.lit[lit++] = k + j;
+                    if (!batch.is_lit[s[j]]) {
+                        batch.is_lit[s[j]] = 1;
+                        batch.lit[lit++] = s[j];
+                    }
         }
         if constexpr (phong) {
             for (int32_t j = lit; j < ((lit + 3) & ~3); j++)
                 batch.lit[j] = batch.lit[lit - 1];  // spare lanes repeat the last vertex
             for (int32_t j = 0; j < lit; j += 4)
-                n3d_draw_lanes_phong(&batch, &batch.lit[j], (uint32_t)(3 * first), vx, lf);
+                n3d_draw_lanes_phong(&batch, &batch.lit[j], source, vx, lf);
         }
         prof_block_end(BLOCK_RENDER_MESH_TRANSFORM_VERTICES, "src/n3d_draw", __LINE__);
 
         for (int32_t t = 0; t < n; t++) {
-            const int32_t k = 3 * t;
+            const uint16_t* s = corner + 3 * t;
             const uint32_t id = (uint32_t)(first + t);
             if (batch.path[t] == N3D_DRAW_DIRECT) {
                 for (int j = 0; j < 3; j++)
-                    memcpy(rc.vertices[j], batch.proj[k + j], floats * sizeof(float));
+                    memcpy(rc.vertices[j], batch.proj[s[j]], floats * sizeof(float));
                 drawn += n3d_draw_raster<attrs>(&rc, batch.area[t], id);
             } else if (batch.path[t] == N3D_DRAW_CLIPPED) {
                 n3d_batch_vertex tri[3];
                 for (int j = 0; j < 3; j++)
-                    n3d_draw_batch_vertex_at<attrs>(&tri[j], &batch, k + j);
+                    n3d_draw_batch_vertex_at<attrs>(&tri[j], &batch, s[j]);
                 drawn += n3d_draw_clipped<attrs>(&rc, tri, fr, poly_a, poly_b, id);
             }
         }
+        first += n;
     }
 
     xmemarena_set_sp(arena, mark);
@@ -736,6 +777,116 @@ int32_t n3d_draw_triangles_skinned(const n3d_draw_call* call)
 int32_t n3d_draw_triangles_phong(const n3d_draw_call* call)
 {
     return n3d_draw_kind_triangles<N3D_DRAW_KIND_PHONG>(call, "n3d_draw_triangles_phong");
+}
+
+// ---- vertex index ----
+
+namespace {
+
+// The attribute arrays a vertex has, as bytes per vertex.
+struct n3d_index_attributes {
+    const uint8_t* data[8];
+    uint32_t bytes[8];
+    uint32_t count;
+};
+
+n3d_index_attributes n3d_index_attributes_of(const n3d_vertices* v)
+{
+    const struct {
+        const void* data;
+        uint32_t bytes;
+    } all[8] = {{v->xyz, 12}, {v->uv0, 8}, {v->n_xyz, 12}, {v->t_xyz, 12},
+                {v->b_xyz, 12}, {v->uv1, 8}, {v->joints, 4}, {v->weights, 16}};
+    n3d_index_attributes a = {};
+    for (const auto& array : all)
+        if (array.data) {
+            a.data[a.count] = (const uint8_t*)array.data;
+            a.bytes[a.count++] = array.bytes;
+        }
+    return a;
+}
+
+// FNV-1a over every byte of vertex i.
+uint32_t n3d_index_hash(const n3d_index_attributes& a, uint32_t i)
+{
+    uint32_t h = 2166136261u;
+    for (uint32_t k = 0; k < a.count; k++) {
+        const uint8_t* p = a.data[k] + (uint64_t)i * a.bytes[k];
+        for (uint32_t b = 0; b < a.bytes[k]; b++)
+            h = (h ^ p[b]) * 16777619u;
+    }
+    return h;
+}
+
+bool n3d_index_same(const n3d_index_attributes& a, uint32_t i, uint32_t j)
+{
+    for (uint32_t k = 0; k < a.count; k++)
+        if (memcmp(a.data[k] + (uint64_t)i * a.bytes[k], a.data[k] + (uint64_t)j * a.bytes[k], a.bytes[k]) != 0)
+            return false;
+    return true;
+}
+
+// Open addressing over a chunk's vertices: slot + 1, 0 for empty; at most half full.
+constexpr uint32_t N3D_INDEX_TABLE_SIZE = 2 * 256;
+static_assert(N3D_INDEX_TABLE_SIZE >= 2 * N3D_DRAW_CHUNK_VERTICES, "the chunk's table stays at most half full");
+
+// One pass over the triangles: counts chunks and vertices, and fills the index's arrays when
+// they are there (the second pass).
+void n3d_index_pass(n3d_vertex_index* index, const n3d_vertices* v, uint32_t* chunk_count, uint32_t* vertex_count)
+{
+    const n3d_index_attributes a = n3d_index_attributes_of(v);
+    const uint32_t triangles = v->count / 3;
+    uint16_t table[N3D_INDEX_TABLE_SIZE];
+    uint32_t local[N3D_DRAW_CHUNK_VERTICES];  // the chunk's vertices so far
+    uint32_t chunks = 0, total = 0;
+    uint32_t chunk_first = 0, chunk_vertices = 0;
+    memset(table, 0, sizeof(table));
+    for (uint32_t t = 0; t <= triangles; t++) {
+        // a triangle may bring three new vertices: the chunk ends before it could overflow
+        const bool end = t == triangles || t - chunk_first == N3D_DRAW_CHUNK_TRIANGLES ||
+                         chunk_vertices + 3 > N3D_DRAW_CHUNK_VERTICES;
+        if (end && t > chunk_first) {
+            if (index->chunks)
+                index->chunks[chunks] = {chunk_first, t - chunk_first, total, chunk_vertices};
+            chunks++;
+            total += chunk_vertices;
+            chunk_first = t;
+            chunk_vertices = 0;
+            memset(table, 0, sizeof(table));
+        }
+        if (t == triangles)
+            break;
+        for (uint32_t c = 3 * t; c < 3 * t + 3; c++) {
+            uint32_t h = n3d_index_hash(a, c) & (N3D_INDEX_TABLE_SIZE - 1);
+            while (table[h] && !n3d_index_same(a, local[table[h] - 1], c))
+                h = (h + 1) & (N3D_INDEX_TABLE_SIZE - 1);
+            if (!table[h]) {
+                local[chunk_vertices] = c;
+                table[h] = (uint16_t)(++chunk_vertices);
+                if (index->vertices)
+                    index->vertices[total + chunk_vertices - 1] = c;
+            }
+            if (index->corners)
+                index->corners[c] = (uint16_t)(table[h] - 1);
+        }
+    }
+    *chunk_count = chunks;
+    *vertex_count = total;
+}
+
+}  // namespace
+
+void n3d_vertex_index_build(n3d_vertex_index* index, const n3d_vertices* v, xmemarena* arena)
+{
+    memset(index, 0, sizeof(*index));
+    index->triangle_count = v->count / 3;
+    uint32_t chunks, vertices;
+    n3d_index_pass(index, v, &chunks, &vertices);
+    index->chunks = (n3d_vertex_chunk*)xmemarena_push_align(arena, sizeof(n3d_vertex_chunk) * chunks, 4);
+    index->vertices = (uint32_t*)xmemarena_push_align(arena, sizeof(uint32_t) * vertices, 4);
+    index->corners = (uint16_t*)xmemarena_push_align(arena, sizeof(uint16_t) * 3 * index->triangle_count, 2);
+    n3d_index_pass(index, v, &chunks, &vertices);
+    index->chunk_count = chunks;
 }
 
 // ---- profile report ----

@@ -94,6 +94,36 @@ struct n3d_draw_slots {
     const uint8_t* phong_table;  // an n3d_phong_lut's table for phong drawing, else null
 };
 
+// Distinct vertices of a triangle list, so that the vertex work (transform, outcodes,
+// projection, lighting) is done once per vertex rather than once per corner. The triangles are
+// cut, in their order, into chunks of at most N3D_DRAW_CHUNK_TRIANGLES triangles and
+// N3D_DRAW_CHUNK_VERTICES distinct vertices; a chunk lists its distinct vertices (indices into
+// the vertex arrays) and each of its corners names one of them. Two corners share a vertex only
+// when every attribute array present holds the same bytes for both, so whatever a draw mode
+// reads, each corner draws exactly as it would on its own.
+constexpr uint32_t N3D_DRAW_CHUNK_VERTICES = 192;
+constexpr uint32_t N3D_DRAW_CHUNK_TRIANGLES = 2 * N3D_DRAW_CHUNK_VERTICES;  // a grid has two per vertex
+static_assert(N3D_DRAW_CHUNK_VERTICES % 12 == 0, "whole lanes, and whole triangles of a plain list");
+
+struct n3d_vertex_chunk {
+    uint32_t first_triangle;
+    uint32_t triangle_count;  // at most N3D_DRAW_CHUNK_TRIANGLES
+    uint32_t first_vertex;    // its distinct vertices in n3d_vertex_index.vertices
+    uint32_t vertex_count;    // at most N3D_DRAW_CHUNK_VERTICES
+};
+
+struct n3d_vertex_index {
+    uint32_t triangle_count;  // of the vertices it was built for
+    uint32_t chunk_count;
+    n3d_vertex_chunk* chunks;
+    uint32_t* vertices;  // chunk after chunk, the distinct vertices in order of first use
+    uint16_t* corners;   // per corner (3 per triangle), its vertex's place in its chunk's list
+};
+
+// Builds the index of v's count / 3 triangles from arena (three passes over the corners, no
+// other memory).
+void n3d_vertex_index_build(n3d_vertex_index* index, const n3d_vertices* v, xmemarena* arena);
+
 // One mesh's triangles for one draw function.
 struct n3d_draw_call {
     uint32_t rasterizer_flags;  // the variant, by its exact flags; 0 lets the draw mode choose
@@ -108,6 +138,7 @@ struct n3d_draw_call {
     const mat4x4* joint_matrices;  // skinned meshes only, else null
     const mat4x4* skin_matrices;   // view_projection x joint matrix, one per joint
     const mat4x4* mvp;             // view_projection x model
+    const n3d_vertex_index* index;  // the vertices' index, or null to work corner by corner
 };
 
 // Clipping works on polygons of projected vertices (x, y, iw, u*iw, v*iw, p0*iw, p1*iw). A
@@ -119,9 +150,6 @@ constexpr uint32_t N3D_CLIP_VERTEX_FLOATS = 7;
 constexpr uint64_t N3D_DRAW_SCRATCH_BYTES = 2 * N3D_CLIP_MAX_VERTICES * N3D_CLIP_VERTEX_FLOATS * sizeof(float);
 constexpr uint64_t N3D_DRAW_SCRATCH_ALIGN = 32;
 static_assert(N3D_DRAW_SCRATCH_BYTES <= N3D_BATCH_ARENA_SIZE, "a draw call's scratch must fit the batch arena");
-// Triangles are transformed a batch at a time (their vertices four at once) and then clipped
-// and drawn in their order; a multiple of 4, so that a full batch fills whole lanes.
-constexpr int32_t N3D_DRAW_BATCH_TRIANGLES = 16;
 
 // The triangle being handed to a rasterizer (its index in its draw call), for diagnostics.
 extern uint32_t n3d_current_triangle_id;

@@ -170,6 +170,7 @@ void n3d_pipeline_flush(n3d_pipeline* pipeline)
         call.fc = pipeline->fc;
         call.batch_arena = n3d_batch_arena;
         call.vertices = cmd->vertices;
+        call.index = cmd->index;
         call.textures = &slots;
         call.triangle_count = (int32_t)(cmd->vertices->count / 3);
         n3d_pipeline_to_model(call.light_position, cmd->world_to_model, *cmd->light);

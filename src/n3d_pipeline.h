@@ -66,6 +66,7 @@ struct n3d_pipeline_draw_cmd {
     mat4x4 world_to_model;  // need not be model's exact inverse: lighting may use an unscaled space
     mat4x4 model;
     const n3d_vertices* vertices;
+    const n3d_vertex_index* index;  // the vertices' index, or null
 };
 
 struct n3d_pipeline {

@@ -190,6 +190,12 @@ static uint16_t* reel_madpack_shade_table(reel_engine* engine, const n3d_texture
     return entry->table;
 }
 
+// A primitive's vertex index when it has one.
+static const n3d_vertex_index* reel_madpack_index(const mad_primitive* primitive)
+{
+    return primitive->index.chunks ? &primitive->index : nullptr;
+}
+
 static n3d_texture* reel_madpack_table_texture(const scene_video_madpack_state* state, uint32_t index)
 {
     return index < state->texture_count ? state->textures[index] : nullptr;
@@ -232,6 +238,7 @@ static void reel_madpack_push_lit(n3d_pipeline* pipeline, reel_engine* engine, c
             mat4x4_invert(cmd.world_to_model, world[i]);
             mat4x4_dup(cmd.model, world[i]);
             cmd.vertices = &primitive->vertices;
+            cmd.index = reel_madpack_index(primitive);
             n3d_pipeline_push(pipeline, &cmd);
         }
     }
@@ -280,6 +287,7 @@ static void reel_madpack_push_special(n3d_pipeline* pipeline, const scene_video_
         mat4x4_scale_aniso(cmd.model, world[special], REEL_MADPACK_SPECIAL_SCALE, REEL_MADPACK_SPECIAL_SCALE,
                            REEL_MADPACK_SPECIAL_SCALE);
         cmd.vertices = &primitive->vertices;
+        cmd.index = reel_madpack_index(primitive);
         n3d_pipeline_push(pipeline, &cmd);
     }
 }
