@@ -231,7 +231,7 @@ TEST_F(n3d_draw, flags_pick_their_variant_and_no_flags_let_the_draw_mode_choose)
     }
 }
 
-TEST_F(n3d_draw, projection_folds_the_viewport_and_gradients_follow_the_area)
+TEST_F(n3d_draw, projection_folds_the_viewport_gradients_follow_the_area_and_skins_blend)
 {
     mvp[2][3] = 1.0f;  // w' = 1 + z
     vertex(0.0f, 0.0f, 0.0f, 0.0f, 0.0f);  // w' 1: (160.5, 120.5)
@@ -261,6 +261,23 @@ TEST_F(n3d_draw, projection_folds_the_viewport_and_gradients_follow_the_area)
     std::swap_ranges(xyz.begin() + 3, xyz.begin() + 6, xyz.begin() + 6);  // clockwise on screen: culled
     c = call(RECORD_FLAGS, 1 | TRIANGLES);
     EXPECT_TRUE(n3d_draw_triangles(&c) == 0 && recorded.size() == 1u);
+
+    // skinned: the weighted sum of the joints' skin matrices times the position; no mvp
+    clear_mesh();
+    recorded.clear();
+    mat4x4_translate(skin[1], 0.4f, -0.25f, 0.0f);
+    vertex(0.0f, 0.0f, 0.0f), vertex(0.0f, 0.5f, 0.0f), vertex(0.5f, 0.0f, 0.0f);
+    // vertex 0 all joint 0, vertex 1 half and half, vertex 2 all joint 1
+    const float w[3][4] = {{1, 0, 0, 0}, {0.5f, 0.5f, 0, 0}, {0, 1, 0, 0}};
+    memcpy(weights.data(), w, sizeof(w));
+    mvp[3][0] = 100.0f;  // the mvp plays no part in skinned drawing
+    c = call(RECORD_FLAGS, 1 | TRIANGLES);
+    ASSERT_EQ(n3d_draw_triangles_skinned(&c), 1);
+    const float clip[3][2] = {{0, 0}, {0.2f, 0.375f}, {0.9f, -0.25f}};  // joint 1 moves by (0.4, -0.25)
+    const float half[2] = {160.0f, 120.0f};  // the viewport: clip (x, y) lands on half (x + 1) + 0.5
+    for (int i = 0; i < 3; i++)
+        for (int k = 0; k < 2; k++)
+            EXPECT_FLOAT_EQ(recorded.at(0).vertices[i][k], half[k] * clip[i][k] + half[k] + 0.5f) << i;
 }
 
 // Off screen: nothing. Across the left edge and over the whole screen (w' = 1, so the attributes
@@ -316,23 +333,6 @@ TEST_F(n3d_draw, triangles_are_cut_at_the_screen_edges_and_the_near_plane)
     c = call(RECORD_FLAGS, 1 | TRIANGLES);
     EXPECT_EQ(n3d_draw_triangles(&c), 0);
     EXPECT_TRUE(recorded.empty());
-}
-
-TEST_F(n3d_draw, skinned_positions_blend_the_joint_matrices_by_weight)
-{
-    mat4x4_translate(skin[1], 0.4f, -0.25f, 0.0f);
-    vertex(0.0f, 0.0f, 0.0f), vertex(0.0f, 0.5f, 0.0f), vertex(0.5f, 0.0f, 0.0f);
-    // vertex 0 all joint 0, vertex 1 half and half, vertex 2 all joint 1
-    const float w[3][4] = {{1, 0, 0, 0}, {0.5f, 0.5f, 0, 0}, {0, 1, 0, 0}};
-    memcpy(weights.data(), w, sizeof(w));
-    mvp[3][0] = 100.0f;  // the mvp plays no part in skinned drawing
-    n3d_draw_call c = call(RECORD_FLAGS, 1 | TRIANGLES);
-    ASSERT_EQ(n3d_draw_triangles_skinned(&c), 1);
-    const float clip[3][2] = {{0, 0}, {0.2f, 0.375f}, {0.9f, -0.25f}};  // joint 1 moves by (0.4, -0.25)
-    const float half[2] = {160.0f, 120.0f};  // the viewport: clip (x, y) lands on half (x + 1) + 0.5
-    for (int i = 0; i < 3; i++)
-        for (int k = 0; k < 2; k++)
-            EXPECT_FLOAT_EQ(recorded.at(0).vertices[i][k], half[k] * clip[i][k] + half[k] + 0.5f) << i;
 }
 
 // Phong terms are clamp(H.T) and clamp(H.B) times iw (here 0.5), computed only for the vertices

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,56 +10,49 @@
 #include <vector>
 
 #include "diag.h"
-#include "n3d.h"
-#include "n3d_camera.h"
-#include "n3d_convert.h"
-#include "n3d_draw.h"
 #include "n3d_pipeline.h"
 #include "n3d_rasterizers.h"
 #include "test_fatal.h"
 
 namespace {
 
-constexpr uint32_t RECORD_PHONG_FLAGS = 2048 | N3D_RASTERIZER_PHONG;  // no real variant has bit 2048
-
-struct recorded_call {
-    float v[3][7];
-    const uint8_t* phong_table;
-};
-std::vector<recorded_call> recorded;
-
-int record_rasterizer(n3d_raster_call* c)
-{
-    recorded_call r;
-    memcpy(r.v, c->vertices, sizeof(r.v));
-    r.phong_table = *c->phong;
-    recorded.push_back(r);
-    return 1;
-}
-
-void record_names(n3d_rasterizer_entry* e) { e->block_count = 0; }
-
 constexpr uint16_t RED = 0xFC00, GREEN = 0x83E0, CLEAR = 0x8000;
 constexpr uint32_t INDEX = 7;  // every texel of the 8-bit texture
+constexpr uint32_t RECORD_PHONG_FLAGS = 2048 | N3D_RASTERIZER_PHONG;  // no real variant has bit 2048
+constexpr uint32_t TRIS = N3D_DRAW_MODE_TRIANGLES;
 
-// A quad of two triangles over [-1, 1]^2 at z = 0, facing +z.
+std::vector<n3d_raster_call> recorded;
+const uint8_t* recorded_phong_table;  // what the last call's phong slot held while it drew
+int record_rasterizer(n3d_raster_call* c)
+{
+    recorded.push_back(*c), recorded_phong_table = *c->phong;
+    return 1;
+}
+void record_names(n3d_rasterizer_entry* e) { e->block_count = 0; }
+
+// A quad of two triangles over [-1, 1]^2 at z = 0, facing +z, with joint 0 at full weight.
 struct quad_mesh {
     float xyz[18] = {-1, -1, 0, 1, -1, 0, 1, 1, 0, -1, -1, 0, 1, 1, 0, -1, 1, 0};
     float uv[12] = {0, 0, 1, 0, 1, 1, 0, 0, 1, 1, 0, 1};
-    float n[18], t[18], b[18];
-    float weights[24];
+    float n[18] = {0, 0, 1, 0, 0, 1, 0, 0, 1, 0, 0, 1, 0, 0, 1, 0, 0, 1};
+    float t[18] = {1, 0, 0, 1, 0, 0, 1, 0, 0, 1, 0, 0, 1, 0, 0, 1, 0, 0};
+    float b[18] = {0, 1, 0, 0, 1, 0, 0, 1, 0, 0, 1, 0, 0, 1, 0, 0, 1, 0};
+    float weights[24] = {1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0};
     uint8_t joints[24] = {};
-    quad_mesh()
-    {
-        for (int i = 0; i < 6; i++) {
-            vec3_set(&n[3 * i], 0, 0, 1);
-            vec3_set(&t[3 * i], 1, 0, 0);
-            vec3_set(&b[3 * i], 0, 1, 0);
-            vec4_set(&weights[4 * i], 1, 0, 0, 0);
-        }
-    }
     n3d_vertices vertices() { return {6, xyz, uv, n, t, b, nullptr, nullptr, nullptr}; }
 };
+
+// Pixels that differ from the clear colour.
+int drawn_pixels(const n3d_framecontext* fc)
+{
+    int n = 0;
+    for (int y = 0; y < 240; y++)
+        for (int x = 0; x < 320; x++)
+            n += test_pixel16(fc, x, y) != CLEAR;
+    return n;
+}
+
+n3d_pipeline the_pipeline;  // large: kept off the stack
 
 class n3d_pipeline_test : public testing::Test {
 protected:
@@ -77,9 +69,11 @@ protected:
     const uint8_t* phong_luts[2] = {};
     n3d_render_context tc;
     quad_mesh quad;
-    n3d_mesh mesh;
+    n3d_vertices v = quad.vertices();  // what the pipeline commands draw
+    n3d_mesh mesh = {};
     mat4x4 joint[1];
     mat4x4 skin[1];
+    n3d_pipeline* p = &the_pipeline;
 
     void SetUp() override
     {
@@ -90,16 +84,17 @@ protected:
         n3d_framecontext_init(&fc, &arena, 320, 240, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555,
                               N3D_FRAMECONTEXT_COVERAGE | N3D_FRAMECONTEXT_ZBUFFER);
         clear();
-
-        for (uint32_t i = 0; i < 256; i++)
-            palette[i] = (uint16_t)(0x8000 | i);
-        for (uint32_t i = 0; i < 256 * 32; i++)
-            shades[i] = (uint16_t)(0x9000 | (i & 31));  // the shade in the low bits
-        make_texture(&red, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips[0], RED);
-        make_texture(&green, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips[1], GREEN);
-        make_texture(&indexed, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, mips[2], INDEX);
+        for (uint32_t i = 0; i < 256 * 32; i++)  // the shade in the low bits
+            shades[i] = (uint16_t)(0x9000 | (i & 31)), palette[i % 256] = (uint16_t)(0x8000 | i % 256);
+        auto* texels = (uint16_t*)xmemarena_push_align(&arena, 3 * 65536 * 2, 32);
+        std::fill(texels, texels + 65536, RED);
+        std::fill(texels + 65536, texels + 2 * 65536, GREEN);
+        memset(texels + 2 * 65536, INDEX, 65536);
+        test_texture_256(&red, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips[0], texels, palette, shades);
+        test_texture_256(&green, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips[1], texels + 65536, palette, shades);
+        test_texture_256(&indexed, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, mips[2], texels + 2 * 65536, palette,
+                         shades);
         n3d_phong_lut_init(&lut, &arena, 0.5f, 1);
-
         format1[1] = &indexed;
         format2[0] = &red, format2[1] = &green;
         phong_luts[1] = lut.table;
@@ -107,50 +102,23 @@ protected:
         mat4x4 view;
         mat4x4_translate(view, 0.0f, 0.0f, -3.0f);  // the camera 3 units in front of the quad
         n3d_render_context_init(&tc, &fc, tables, phong_luts, view, 0.7853982f, 0.5f);
-
-        memset(&mesh, 0, sizeof(mesh));
         mat4x4_identity(mesh.model);
         mat4x4_identity(mesh.world_to_model);
         mesh.vertices = quad.vertices();
     }
 
-    void make_texture(n3d_texture* t, uint32_t format, void** slot, uint16_t value)
-    {
-        void* texels;
-        if (format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555) {
-            texels = memset(xmemarena_push_align(&arena, 65536, 32), (int)value, 65536);
-        } else {
-            texels = xmemarena_push_align(&arena, 65536 * 2, 32);
-            std::fill((uint16_t*)texels, (uint16_t*)texels + 65536, value);
-        }
-        test_texture_256(t, format, slot, texels, palette, shades);
-    }
-
     void clear() { test_clear_target(&fc); }
     uint16_t pixel(int x, int y) const { return test_pixel16(&fc, x, y); }
-    int drawn_pixels() const
-    {
-        int n = 0;
-        for (int y = 0; y < 240; y++)
-            for (int x = 0; x < 320; x++)
-                n += pixel(x, y) != CLEAR;
-        return n;
-    }
 
     // A pipeline command drawing the quad moved by (dx, dy) in the world.
-    n3d_pipeline_draw_cmd command(uint32_t flags, uint32_t mode, n3d_texture* texture, const n3d_vertices* v,
+    n3d_pipeline_draw_cmd command(uint32_t flags, uint32_t mode, n3d_texture* texture, const n3d_vertices* vx,
                                   float dx = 0.0f, float dy = 0.0f)
     {
-        n3d_pipeline_draw_cmd cmd;
-        memset(&cmd, 0, sizeof(cmd));
-        cmd.rasterizer_flags = flags;
-        cmd.draw_mode = mode;
-        cmd.texture0 = texture;
-        cmd.phong_lut = (flags & N3D_RASTERIZER_PHONG) ? &lut : nullptr;
-        cmd.light = &tc.light;
+        n3d_pipeline_draw_cmd cmd = {};
+        cmd.rasterizer_flags = flags, cmd.draw_mode = mode, cmd.texture0 = texture, cmd.vertices = vx;
+        cmd.phong_lut = (flags & N3D_RASTERIZER_PHONG) ? &lut : nullptr, cmd.light = &tc.light;
         mat4x4_translate(cmd.model, dx, dy, 0.0f);
         mat4x4_translate(cmd.world_to_model, -dx, -dy, 0.0f);
-        cmd.vertices = v;
         return cmd;
     }
 };
@@ -161,84 +129,46 @@ using n3d_pipeline_death = n3d_pipeline_test;
 const n3d_framecontext* exit_report_fc;
 void report_pixels_at_exit()
 {
-    atexit([] {
-        const n3d_framebuffer* fb = exit_report_fc->framebuffer;
-        int n = 0;
-        for (int y = 0; y < fb->height; y++)
-            for (int x = 0; x < fb->width; x++)
-                n += ((const uint16_t*)(fb->pixels + y * fb->row_bytes))[x] != CLEAR;
-        fprintf(stderr, "pixels drawn: %d\n", n);
-    });
-}
-
-n3d_pipeline* the_pipeline()
-{
-    static n3d_pipeline pipeline;  // large: kept off the stack
-    return &pipeline;
+    atexit([] { fprintf(stderr, "pixels drawn: %d\n", drawn_pixels(exit_report_fc)); });
 }
 
 }  // namespace
 
-// ---- direct path ----
-
-TEST_F(n3d_pipeline_test, render_mesh_takes_texture_and_draw_function_from_the_draw_mode)
+TEST_F(n3d_pipeline_test, render_mesh_takes_texture_draw_function_and_skinning_from_mode_and_mesh)
 {
     EXPECT_FLOAT_EQ(tc.camera.position[2], 3.0f);  // from the inverse of the view
-
-    const uint32_t hits = prof_global.hits[BLOCK_RENDER_MESH];
-    n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_DEFAULT | N3D_DRAW_MODE_TRIANGLES);
-    EXPECT_EQ(pixel(160, 120), RED);
-    EXPECT_EQ(prof_global.hits[BLOCK_RENDER_MESH], hits + 1);
-
-    clear();
-    mesh.texture_id = 1;
-    n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_DEFAULT | N3D_DRAW_MODE_TRIANGLES);
-    EXPECT_EQ(pixel(160, 120), GREEN);
-
-    // bit 128: the format-1 table and an 8-bit variant through the palette
-    clear();
-    n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_DEFAULT | N3D_DRAW_MODE_TRIANGLES | 128);
-    EXPECT_EQ(pixel(160, 120), palette[INDEX]);
-
-    // phong: the shade table, lit through the LUT of phong_lut_id
-    clear();
-    mesh.phong_lut_id = 1;
-    n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_PHONG | N3D_DRAW_MODE_TRIANGLES | 128);
-    EXPECT_EQ(pixel(160, 120) & ~31, 0x9000);
-
-    // every mesh of an array with the same mode
-    clear();
-    n3d_mesh meshes[2] = {mesh, mesh};
-    meshes[0].model[3][0] = -1.5f;  // the second keeps texture 1
-    meshes[1].model[3][0] = 1.5f;
-    meshes[0].texture_id = 0;
-    n3d_render_meshes(&tc, meshes, 2, N3D_DRAW_MODE_DEFAULT | N3D_DRAW_MODE_TRIANGLES);
-    EXPECT_EQ(pixel(60, 120), RED);
-    EXPECT_EQ(pixel(260, 120), GREEN);
-
-    // the camera looks at the quad's front; from behind it is culled
-    clear();
-    mat4x4 flip;
-    mat4x4_identity(flip);
-    flip[0][0] = -1.0f;  // a mirrored model turns the winding around
-    mat4x4_dup(mesh.model, flip);
-    n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_DEFAULT | N3D_DRAW_MODE_TRIANGLES);
-    EXPECT_EQ(drawn_pixels(), 0);
-}
-
-TEST_F(n3d_pipeline_test, skinned_meshes_draw_through_their_skin_matrices)
-{
+    const struct {
+        uint32_t texture_id, phong_lut_id, mode;
+        uint16_t mask, pixel;
+    } rows[] = {
+        {0, 0, N3D_DRAW_MODE_DEFAULT | TRIS, 0xFFFF, RED},
+        {1, 0, N3D_DRAW_MODE_DEFAULT | TRIS, 0xFFFF, GREEN},
+        {1, 0, N3D_DRAW_MODE_DEFAULT | TRIS | 128, 0xFFFF, palette[INDEX]},  // the format-1 table, through the palette
+        {1, 1, N3D_DRAW_MODE_PHONG | TRIS | 128, 0xFFE0, 0x9000},  // the shade table, lit through LUT 1
+    };
+    for (const auto& r : rows) {
+        clear();
+        mesh.texture_id = r.texture_id, mesh.phong_lut_id = r.phong_lut_id;
+        const uint32_t hits = prof_global.hits[BLOCK_RENDER_MESH];
+        n3d_render_mesh(&tc, &mesh, r.mode);
+        EXPECT_EQ(pixel(160, 120) & r.mask, r.pixel) << r.mode;
+        EXPECT_EQ(prof_global.hits[BLOCK_RENDER_MESH], hits + 1);
+    }
+    clear();  // the camera looks at the quad's front; a mirrored model turns the winding: culled
+    mesh.model[0][0] = -1.0f;
+    n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_DEFAULT | TRIS);
+    EXPECT_EQ(drawn_pixels(&fc), 0);
+    // with joint matrices, through the skin matrices (view_projection x joint), not the model
+    mat4x4_identity(mesh.model);
+    mesh.texture_id = 0;
     mat4x4_translate(joint[0], -1.5f, 0.0f, 0.0f);
-    mesh.joint_matrices = joint;
-    mesh.skin_matrices = skin;
-    mesh.vertices.joints = quad.joints;
-    mesh.vertices.weights = quad.weights;
+    mesh.joint_matrices = joint, mesh.skin_matrices = skin;
+    mesh.vertices.joints = quad.joints, mesh.vertices.weights = quad.weights;
     n3d_mesh_update_skin_matrices(&mesh, 1, &tc.camera);
     mat4x4 expected;
     mat4x4_mul(expected, tc.camera.view_projection, joint[0]);
     EXPECT_TRUE(std::equal(&skin[0][0][0], &skin[0][0][0] + 16, &expected[0][0]));
-
-    n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_DEFAULT | N3D_DRAW_MODE_TRIANGLES);
+    n3d_render_mesh(&tc, &mesh, N3D_DRAW_MODE_DEFAULT | TRIS);
     EXPECT_EQ(pixel(60, 120), RED);  // moved left by the joint, not drawn where the model puts it
     EXPECT_EQ(pixel(200, 120), CLEAR);
 }
@@ -250,7 +180,7 @@ TEST_F(n3d_pipeline_death, render_mesh_checks_come_in_their_order)
     skinned.joint_matrices = joint;
     no_tangents.vertices.t_xyz = no_tangents_lut1.vertices.t_xyz = nullptr;
     no_tangents_lut1.phong_lut_id = 1;
-    const uint32_t lines = N3D_DRAW_MODE_LINES, tris = N3D_DRAW_MODE_TRIANGLES;
+    const uint32_t lines = N3D_DRAW_MODE_LINES, tris = TRIS;
     const struct {
         const n3d_mesh* mesh;
         uint32_t mode;
@@ -276,15 +206,11 @@ TEST_F(n3d_pipeline_death, render_mesh_checks_come_in_their_order)
                     test_fatal("n3d_render_mesh", "src/n3d", c.message));
 }
 
-// ---- pipeline ----
-
 TEST_F(n3d_pipeline_death, limits_stop_the_push_that_crosses_them)
 {
-    n3d_pipeline* p = the_pipeline();
     n3d_vertices one = quad.vertices();
     one.count = 3;
-    n3d_pipeline_draw_cmd cmd = command(80, 128 | N3D_DRAW_MODE_TRIANGLES, &red, &one);
-
+    n3d_pipeline_draw_cmd cmd = command(80, 128 | TRIS, &red, &one);
     n3d_pipeline_begin(p, &fc, &tc.camera);
     for (int i = 0; i < 100; i++)
         n3d_pipeline_push(p, &cmd);
@@ -292,13 +218,12 @@ TEST_F(n3d_pipeline_death, limits_stop_the_push_that_crosses_them)
     EXPECT_EXIT(n3d_pipeline_push(p, &cmd), testing::ExitedWithCode(1),
                 test_fatal("n3d_pipeline_push", "src/n3d_pipeline",
                       "reached max cmds: 100 (increase N3D_PIPELINE_DRAW_CMD_MAX_COUNT)\n"));
-
     // exactly 4096 triangles fit; begin starts the count afresh
     n3d_vertices many = one;
     many.count = 4095 * 3;
     n3d_pipeline_begin(p, &fc, &tc.camera);
     EXPECT_TRUE(p->count == 0 && p->primitives == 0);
-    n3d_pipeline_draw_cmd big = command(80, 128 | N3D_DRAW_MODE_TRIANGLES, &red, &many);
+    n3d_pipeline_draw_cmd big = command(80, 128 | TRIS, &red, &many);
     n3d_pipeline_push(p, &big);
     n3d_pipeline_push(p, &cmd);
     EXPECT_EQ(p->primitives, 4096u);
@@ -307,47 +232,41 @@ TEST_F(n3d_pipeline_death, limits_stop_the_push_that_crosses_them)
                            "reached max primitives: 4096 (increase N3D_PIPELINE_MAX_PRIMITIVES)\n"));
 }
 
+// Validation covers every command before any is drawn; what it lets through meets the draw
+// function's own checks once the commands before it are drawn.
 TEST_F(n3d_pipeline_death, flush_validates_every_command_before_drawing_any)
 {
-    n3d_pipeline* p = the_pipeline();
-    n3d_vertices v = quad.vertices();
     exit_report_fc = &fc;
-
-    n3d_pipeline_draw_cmd ok = command(81, 192, &red, &v);
+    n3d_vertex_index one_triangle = {1, 0, nullptr, nullptr, nullptr};
+    n3d_pipeline_draw_cmd indexed_wrongly = command(81, 192, &red, &v);
+    indexed_wrongly.index = &one_triangle;
     const struct {
         n3d_pipeline_draw_cmd wrong;
-        const char* flag;
-        const char* format;
+        const char *function, *module, *message, *drawn;
     } cases[] = {
-        {command(81, 192, &indexed, &v, 1.0f), "T0_ARGB1555", "ARGB1555_DISPLAY_ARGB1555"},
-        {command(190, 1220, &red, &v), "T0_I8ARGB1555", "INDEX8_DISPLAY_ARGB1555"},
+        {command(81, 192, &indexed, &v, 1.0f), "n3d_pipeline_flush", "src/n3d_pipeline",
+         "cmd[1] has rasterizer flag N3D_RASTERIZER_T0_ARGB1555 but texture format is not "
+         "N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555!\n", "0"},
+        {command(190, 1220, &red, &v), "n3d_pipeline_flush", "src/n3d_pipeline",
+         "cmd[1] has rasterizer flag N3D_RASTERIZER_T0_I8ARGB1555 but texture format is not "
+         "N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555!\n", "0"},
+        {command(81, 192, nullptr, &v), "n3d_draw_triangles", "src/n3d_draw", "texture0 is null!\n", "[1-9][0-9]*"},
+        {indexed_wrongly, "n3d_draw_triangles", "src/n3d_draw",
+         "the vertex index holds 1 triangles but the call draws 2\n", "[1-9][0-9]*"},
     };
+    const n3d_pipeline_draw_cmd ok = command(81, 192, &red, &v);
     for (const auto& c : cases) {
         n3d_pipeline_begin(p, &fc, &tc.camera);
         n3d_pipeline_push(p, &ok);
         n3d_pipeline_push(p, &c.wrong);
-        const std::string message = std::string("cmd[1] has rasterizer flag N3D_RASTERIZER_") + c.flag +
-                                    " but texture format is not N3D_TEXEL_FORMAT_" + c.format + "!\n";
+        const std::string drawn = std::string("pixels drawn: ") + c.drawn + "\n";
         EXPECT_EXIT((report_pixels_at_exit(), n3d_pipeline_flush(p)), testing::ExitedWithCode(1),
-                    test_fatal("n3d_pipeline_flush", "src/n3d_pipeline", message.c_str(), "pixels drawn: 0\n"));
+                    test_fatal(c.function, c.module, c.message, drawn.c_str()));
     }
 }
 
-TEST_F(n3d_pipeline_death, a_command_without_texture0_reaches_the_draw_functions_check)
+TEST_F(n3d_pipeline_test, passes_draw_in_push_order_with_light_and_camera_in_model_space)
 {
-    n3d_pipeline* p = the_pipeline();
-    n3d_vertices v = quad.vertices();
-    n3d_pipeline_begin(p, &fc, &tc.camera);
-    n3d_pipeline_draw_cmd untextured = command(81, 192, nullptr, &v);
-    n3d_pipeline_push(p, &untextured);
-    EXPECT_EXIT(n3d_pipeline_flush(p), testing::ExitedWithCode(1),
-                test_fatal("n3d_draw_triangles", "src/n3d_draw", "texture0 is null!\n"));
-}
-
-TEST_F(n3d_pipeline_test, passes_draw_in_push_order_as_the_animated_scene_does)
-{
-    n3d_pipeline* p = the_pipeline();
-    n3d_vertices v = quad.vertices();
     v.n_xyz = nullptr;  // phong drawing projects on tangent and bitangent only: normals may be absent
 
     // first pass: a lit 8-bit quad in the middle, with depth and coverage
@@ -356,7 +275,6 @@ TEST_F(n3d_pipeline_test, passes_draw_in_push_order_as_the_animated_scene_does)
     n3d_pipeline_push(p, &lit);
     n3d_pipeline_flush(p);
     EXPECT_EQ(pixel(160, 120) & ~31, 0x9000);
-
     // second pass: two coverage-reading quads to the right, the red one pushed first; each
     // leaves alone what is already covered
     n3d_pipeline_begin(p, &fc, &tc.camera);
@@ -369,34 +287,27 @@ TEST_F(n3d_pipeline_test, passes_draw_in_push_order_as_the_animated_scene_does)
     EXPECT_EQ(pixel(290, 120), RED);            // red and green overlap: red came first
     EXPECT_EQ(pixel(290, 230), GREEN);          // green alone
     EXPECT_EQ(pixel(20, 120), CLEAR);
-
     // flushing again draws the same commands again; begin empties the pass
     n3d_pipeline_begin(p, &fc, &tc.camera);
     clear();
     n3d_pipeline_flush(p);
-    EXPECT_EQ(drawn_pixels(), 0);
-}
+    EXPECT_EQ(drawn_pixels(&fc), 0);
 
-TEST_F(n3d_pipeline_test, light_and_camera_reach_the_draw_in_the_commands_model_space)
-{
-    n3d_pipeline* p = the_pipeline();
-    n3d_vertices v = quad.vertices();
+    // light and camera reach the draw in the command's model space
     vec3_set(tc.light, 0.0f, 4.0f, 1.0f);
     n3d_pipeline_begin(p, &fc, &tc.camera);
-    n3d_pipeline_draw_cmd cmd = command(RECORD_PHONG_FLAGS, N3D_DRAW_MODE_PHONG | N3D_DRAW_MODE_TRIANGLES, &indexed,
-                                        &v);
+    n3d_pipeline_draw_cmd cmd = command(RECORD_PHONG_FLAGS, N3D_DRAW_MODE_PHONG | TRIS, &indexed, &v);
     // world_to_model need not invert model: lighting happens in its space
     mat4x4_translate(cmd.world_to_model, 0.0f, -4.0f, 2.0f);
     n3d_pipeline_push(p, &cmd);
     n3d_pipeline_flush(p);
     ASSERT_EQ(recorded.size(), 2u);
-    EXPECT_EQ(recorded[0].phong_table, lut.table);
-
+    EXPECT_EQ(recorded_phong_table, lut.table);
     // vertex 0 of the quad, (-1, -1, 0); light (0, 0, 3) and camera (0, -4, 5) in model space
     const float pos[3] = {-1, -1, 0}, light[3] = {0, 0, 3}, camera[3] = {0, -4, 5};
     double h[3];
     test_half_vector(h, pos, light, camera);
-    const float iw = recorded[0].v[0][2];
-    EXPECT_NEAR(recorded[0].v[0][5] / iw, h[0], 1e-5);  // H . tangent (1, 0, 0)
-    EXPECT_NEAR(recorded[0].v[0][6] / iw, h[1], 1e-5);  // H . bitangent (0, 1, 0)
+    const float iw = recorded[0].vertices[0][2];
+    EXPECT_NEAR(recorded[0].vertices[0][5] / iw, h[0], 1e-5);  // H . tangent (1, 0, 0)
+    EXPECT_NEAR(recorded[0].vertices[0][6] / iw, h[1], 1e-5);  // H . bitangent (0, 1, 0)
 }
