@@ -120,8 +120,8 @@ struct n3d_vertex_index {
     uint16_t* corners;   // per corner (3 per triangle), its vertex's place in its chunk's list
 };
 
-// Builds the index of v's count / 3 triangles from arena (three passes over the corners, no
-// other memory).
+// Builds the index of v's count / 3 triangles from arena: one pass over the corners counts
+// chunks and vertices, a second fills the arrays (no other memory).
 void n3d_vertex_index_build(n3d_vertex_index* index, const n3d_vertices* v, xmemarena* arena);
 
 // One mesh's triangles for one draw function.
