@@ -47,12 +47,10 @@ public:
     n3d_framecontext fc;
     n3d_texture tex16, tex8;
     void* mips[2][1];
-    uint16_t palette[256];
-    uint16_t shades[256 * 32];
+    uint16_t palette[256], shades[256 * 32];
     uint8_t phong_storage[272];
     n3d_draw_slots slots = {};
-    mat4x4 mvp;
-    mat4x4 skin[2];
+    mat4x4 mvp, skin[2];
     std::vector<float> xyz, uv, normals, tangents, bitangents, weights;
     std::vector<uint8_t> joints;
     n3d_vertices vertices = {};
@@ -335,12 +333,11 @@ TEST_F(n3d_draw, triangles_are_cut_at_the_screen_edges_and_the_near_plane)
     EXPECT_TRUE(recorded.empty());
 }
 
-// Phong terms are clamp(H.T) and clamp(H.B) times iw (here 0.5), computed only for the vertices
-// of triangles that are drawn, whatever surrounds them: V is drawn as it is, B is its back face,
-// O lies right of the screen and P reaches past the left edge (cut into two). The tangent frame
-// follows the screen position, so repeated letters repeat vertices; `differs` makes each triangle's
-// corners differ from the others' in that attribute alone. Drawn through the vertex index, every
-// call is the same bits as without it; the index holds the distinct vertices of each chunk.
+// Phong terms are clamp(H.T), clamp(H.B) times iw (0.5 here), for the vertices of drawn triangles
+// whatever surrounds them: V is drawn, B its back face, O right of the screen, P cut at the left
+// edge into two. The tangent frame follows the position, so repeated letters repeat vertices, but
+// `differs` sets each triangle's corners apart in that attribute alone. Through the vertex index
+// every call is the same bits; the index holds each chunk's distinct vertices.
 TEST_F(n3d_draw, phong_terms_follow_their_vertices_whatever_is_culled_or_shared_around_them)
 {
     using attribute = std::vector<float> n3d_draw::*;

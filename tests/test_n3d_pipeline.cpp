@@ -61,8 +61,7 @@ protected:
     n3d_framecontext fc;
     n3d_texture red, green, indexed;
     void* mips[3][1];
-    uint16_t palette[256];
-    uint16_t shades[256 * 32];
+    uint16_t palette[256], shades[256 * 32];
     n3d_phong_lut lut;
     n3d_texture* format1[2] = {};
     n3d_texture* format2[3] = {};
@@ -71,8 +70,7 @@ protected:
     quad_mesh quad;
     n3d_vertices v = quad.vertices();  // what the pipeline commands draw
     n3d_mesh mesh = {};
-    mat4x4 joint[1];
-    mat4x4 skin[1];
+    mat4x4 joint[1], skin[1];
     n3d_pipeline* p = &the_pipeline;
 
     void SetUp() override
