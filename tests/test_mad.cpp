@@ -94,11 +94,8 @@ std::unique_ptr<sample_pack> make_sample()
     node_set(&n[3], "cam", one, id, zero, &n[0]);
     node_set(&n[4], "prop", one, id, zero);
     node_set(&n[5], "arm", one, id, zero);
-    n[0].mesh = n[4].mesh = &s->meshes[0];
-    n[1].skin = &s->skins[0];
-    n[2].mesh = &s->meshes[1];
-    n[3].camera = &s->cameras[0];
-    n[4].camera = &s->cameras[1];
+    n[0].mesh = n[4].mesh = &s->meshes[0], n[1].skin = &s->skins[0], n[2].mesh = &s->meshes[1];
+    n[3].camera = &s->cameras[0], n[4].camera = &s->cameras[1];
     return s;
 }
 
@@ -117,6 +114,12 @@ struct block_writer {
     {
         for (float v : vs)
             u32({std::bit_cast<uint32_t>(v)});
+    }
+    // a node: name, child count, scale, rotation, translation, mesh, skin, camera, children, parent
+    void node(const char* name, const std::vector<float>& srt, const std::vector<uint32_t>& msc,
+              const std::vector<uint32_t>& children, uint32_t parent)
+    {
+        text(name), u32({(uint32_t)children.size()}), f32(srt), u32(msc), u32(children), u32({parent});
     }
     void text(const char* s) { bytes.insert(bytes.end(), s, s + strlen(s) + 1); }
 };
@@ -140,22 +143,10 @@ std::vector<uint8_t> tiny_block(tiny_fields* f, int32_t order)
 {
     block_writer w = {{}, order};
     w.u32(f->counts);
-    // node: name, child count, scale, rotation, translation, mesh, skin, camera, children, parent
-    w.text("root");
-    w.u32({(uint32_t)f->root_children.size()});
-    w.f32({1, 1, 1, 0, 0, 0, 1, 1, 2, 3});
-    w.u32({f->root_mesh, 0, 0});
-    w.u32(f->root_children);
-    w.u32({f->root_parent});
-    w.text("leaf");
-    w.u32({(uint32_t)f->leaf_children.size()});
-    w.f32({2, 2, 2, 0, 0.6f, 0, 0.8f, 0, 0, -1});
-    w.u32({f->leaf_mesh, f->leaf_skin, f->leaf_camera});
-    w.u32(f->leaf_children);
-    w.u32({f->leaf_parent});
-    w.text("bark");  // the image, then the material
-    w.u32({f->material_image});
-    w.f32({0.5f, 0.25f, 1, 1});
+    w.node("root", {1, 1, 1, 0, 0, 0, 1, 1, 2, 3}, {f->root_mesh, 0, 0}, f->root_children, f->root_parent);
+    w.node("leaf", {2, 2, 2, 0, 0.6f, 0, 0.8f, 0, 0, -1}, {f->leaf_mesh, f->leaf_skin, f->leaf_camera}, f->leaf_children,
+           f->leaf_parent);
+    w.text("bark"), w.u32({f->material_image}), w.f32({0.5f, 0.25f, 1, 1});  // the image, then the material
     w.u32({f->primitive_count});  // the mesh: one primitive of xyz only
     f->vertices_at = w.bytes.size();
     w.u32({N3D_VERTICES_XYZ | (f->joints.empty() ? 0u : (uint32_t)N3D_VERTICES_JOINTS), f->vertex_count});
@@ -163,8 +154,7 @@ std::vector<uint8_t> tiny_block(tiny_fields* f, int32_t order)
     w.bytes.insert(w.bytes.end(), f->joints.begin(), f->joints.end());
     w.u32({f->primitive_material, f->joint_count, f->joint});  // the skin's joint: its inverse bind scales by 2
     w.f32({2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 1});
-    w.u32({0});  // a perspective camera
-    w.f32({100, 0.5f, 1.5f, 0.75f});
+    w.u32({0}), w.f32({100, 0.5f, 1.5f, 0.75f});  // a perspective camera
     f->animation_name_at = w.bytes.size();
     w.text("spin");  // one linear rotation sampler of two keys
     w.u32({f->sampler_count, f->interpolation, f->input_count, f->output_count});
@@ -173,10 +163,7 @@ std::vector<uint8_t> tiny_block(tiny_fields* f, int32_t order)
     return w.bytes;
 }
 
-struct damage {
-    std::function<void(tiny_fields*)> change;
-    const char* message;
-};
+struct damage { std::function<void(tiny_fields*)> change; const char* message; };
 
 // Each damaged block is refused with `before`, then the message as it stands, then `after`.
 void expect_refused(const std::vector<damage>& cases, const std::string& before, const std::string& after = "")
@@ -231,16 +218,12 @@ TEST(mad_block, file_load)
     ASSERT_NE(d, nullptr);
     EXPECT_EQ(write_block(d, BYTE_ORDER_SWAPPED), block);
 
-    // one byte more than the block
-    FILE* f = fopen(path.c_str(), "ab");
-    fputc(0, f);
-    fclose(f);
+    const auto put = [&](const char* mode, int byte) { FILE* f = fopen(path.c_str(), mode); fputc(byte, f), fclose(f); };
+    put("ab", 0);  // one byte more than the block
     EXPECT_EXIT(mad_datapack_file_load(&a.arena, path.c_str()), testing::ExitedWithCode(1),
                 "crash in mad_datapack_file_load at src/mad:[0-9]+\n.*" +
                     test_literal(": 1 unexpected bytes after the block at offset " + std::to_string(4 + block.size())));
-    f = fopen(path.c_str(), "r+b");
-    fputc(0x12, f);
-    fclose(f);
+    put("r+b", 0x12);
     EXPECT_EXIT(mad_datapack_file_load(&a.arena, path.c_str()), testing::ExitedWithCode(1),
                 "at src/mad:[0-9]+\ninvalid endian marker\\?\n$");
     remove(path.c_str());
@@ -252,8 +235,7 @@ TEST(mad_lookup, first_exact_match_or_minus_one_with_a_message)
     testing::internal::CaptureStdout();
     EXPECT_EQ(mad_find_node(&s->d, "arm"), 1);  // node 5 has the same name
     EXPECT_EQ(mad_find_animation(&s->d, "idle"), 1);
-    EXPECT_EQ(mad_find_node(&s->d, "Arm"), -1);
-    EXPECT_EQ(mad_find_node(&s->d, "ar"), -1);
+    EXPECT_TRUE(mad_find_node(&s->d, "Arm") == -1 && mad_find_node(&s->d, "ar") == -1);
     EXPECT_EQ(mad_find_animation(&s->d, "hand"), -1);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "failed find node \"Arm\"\nfailed find node \"ar\"\nfailed find animation \"hand\"\n");
@@ -401,17 +383,8 @@ TEST(mad_dump, prints_every_key_in_its_format)
     testing::internal::CaptureStdout();
     mad_dump_animation(&s->d, 0);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "node[1].translation keyframes: 3\n"
-              "\t[0][0.00]: 0.00 0.00  0\n"
-              "\t[1][1.00]: 1.00 2.00  3\n"
-              "\t[2][2.00]: 4.00 5.00  6\n"
-              "]\n"
-              "node[2].rotation keyframes: 2\n"
-              "\t[0][0.00]: 0.00 0.00 0.00  1\n"
-              "\t[1][1.00]: 0.00 0.00 -0.71 -1\n"
-              "]\n"
-              "node[0].scale keyframes: 2\n"
-              "\t[0][0.00]: 1.00 1.00  1\n"
-              "\t[1][2.00]: 3.00 5.00  8\n"
-              "]\n");
+              "node[1].translation keyframes: 3\n\t[0][0.00]: 0.00 0.00  0\n\t[1][1.00]: 1.00 2.00  3\n"
+              "\t[2][2.00]: 4.00 5.00  6\n]\n"
+              "node[2].rotation keyframes: 2\n\t[0][0.00]: 0.00 0.00 0.00  1\n\t[1][1.00]: 0.00 0.00 -0.71 -1\n]\n"
+              "node[0].scale keyframes: 2\n\t[0][0.00]: 1.00 1.00  1\n\t[1][2.00]: 3.00 5.00  8\n]\n");
 }
