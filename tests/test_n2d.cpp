@@ -176,7 +176,7 @@ TEST(n2d, heal_and_argb1555_copy_match_reference)
         }
 }
 
-TEST(n2d, threshold_mask_selects_texels_in_range_under_set_bits)
+TEST(n2d, threshold_mask_and_coverage_rects_match_reference)
 {
     pcg32 rng = test_rng();
     const int32_t ranges[][2] = {{1, 255}, {0, 0}, {100, 140}, {200, 100}, {-50, 10}, {250, 999}};
@@ -198,11 +198,7 @@ TEST(n2d, threshold_mask_selects_texels_in_range_under_set_bits)
                     }
                 ASSERT_EQ(out.words, want.words) << "range " << range[0] << ".." << range[1] << " band " << band[0];
             }
-}
-
-TEST(n2d, coverage_rect_copy_and_combine_match_reference)
-{
-    pcg32 rng = test_rng();
+    // a stencil copied into another, or combined with it as "or not", at every placement
     const int32_t rows[][2] = {{0, 20}, {4, 9}, {-10, 100}};
     for (int32_t x : {INT32_MIN, -40, -1, 0, 1, 17, 32, 50, 95, 96, 200})
         for (int32_t y : {-5, 0, 3, 19, 20, INT32_MAX})
@@ -219,10 +215,10 @@ TEST(n2d, coverage_rect_copy_and_combine_match_reference)
                                 want.set(dx, dy, combine ? want.bit(dx, dy) || !src.bit(dx - x, dy - y) : src.bit(dx - x, dy - y));
                     ASSERT_EQ(dst.words, want.words) << "at " << x << "," << y << " rows " << r[0] << " combine " << combine;
                 }
-    stencil s(64, 3);
-    s.fill(2, &rng);
-    n2d_cb_clear(&s.cb);
-    EXPECT_EQ(s.words, std::vector<uint32_t>(6, 0u));
+    stencil full(64, 3);
+    full.fill(2, &rng);
+    n2d_cb_clear(&full.cb);
+    EXPECT_EQ(full.words, std::vector<uint32_t>(6, 0u));
 }
 
 TEST(n2d, unscaled_blit_clips_and_reveals_row_bands)
@@ -335,8 +331,6 @@ TEST(n2d, fills_and_whole_copy_write_every_row_with_its_tail)
     n2d_copy_fb(&a.fb, &b.fb);
     EXPECT_EQ(a.bytes, b.bytes);
 }
-
-using n2d_death = testing::Test;
 
 TEST(n2d_death, every_failed_check_ends_the_process_with_its_message)
 {
