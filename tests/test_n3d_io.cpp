@@ -13,10 +13,10 @@ std::vector<uint8_t> mesh_file(const n3d_vertices* v, int32_t o) { return test_b
 std::vector<uint8_t> texture_file(const n3d_texture* t, int32_t o) { return test_block(t, o, n3d_texture_write_size, n3d_texture_write); }
 std::vector<uint8_t> coverage_file(const n3d_coverage_buffer* c, int32_t o) { return test_block(c, o, n3d_coverage_buffer_write_size, n3d_coverage_buffer_write); }
 
-// A copy of the file at `offset` from a 32-byte boundary, with the cursor past its marker.
-stream_cursor cursor_over(xmemarena* a, const std::vector<uint8_t>& file, uint32_t offset = 0)
+// A copy of the file on a 32-byte boundary, with the cursor past its marker.
+stream_cursor cursor_over(xmemarena* a, const std::vector<uint8_t>& file)
 {
-    auto* copy = (uint8_t*)xmemarena_push_align(a, file.size() + offset, 32) + offset;
+    auto* copy = (uint8_t*)xmemarena_push_align(a, file.size(), 32);
     memcpy(copy, file.data(), file.size());
     stream_cursor cur;
     stream_cursor_init(&cur, copy, file.size(), BYTE_ORDER_NATIVE, "test.bin");
