@@ -41,7 +41,7 @@ TEST(bitmap, downscale_averages_in_linear_premultiplied_light_and_the_flare_fall
     bitmap_encode_pixel(grey, BITMAP_SRGB | BITMAP_CHANNELS_4, half);
     EXPECT_GT(grey[0], 180);  // mid grey in linear light, not the 128 of averaging sRGB bytes
     for (uint32_t kind = BITMAP_FILTER_BOX; kind <= BITMAP_FILTER_LANCZOS; ++kind) {
-        bitmap *dst = bitmap_create(&a.arena, 4, 4, BITMAP_SRGB | BITMAP_CHANNELS_4), *red = bitmap_create(&a.arena, 4, 4, dst->flags);
+        bitmap *dst = bitmap_create(&a.arena, 4, 4, checker->flags), *red = bitmap_create(&a.arena, 4, 4, checker->flags);
         bitmap_downscale(dst, checker, kind, &a.arena);
         bitmap_downscale(red, fringe, kind, &a.arena);
         for (uint32_t i = 0; i < 16; ++i) {
@@ -55,7 +55,8 @@ TEST(bitmap, downscale_averages_in_linear_premultiplied_light_and_the_flare_fall
     // the flare: opaque in the middle, clear in the corner and where r is 1, at the middle of an edge; (1 - r^2)^4
     // at r = 0.5 (pixel centre 64.5 from the centre 128 is r = 63.5 / 128)
     const double r = 63.5 / 128.0;
-    EXPECT_TRUE(bitmap_pixel(flare, n / 2, n / 2)[3] == 255 && bitmap_pixel(flare, 0, 0)[3] == 0 && bitmap_pixel(flare, 0, n / 2)[3] == 0);
+    EXPECT_TRUE(bitmap_pixel(flare, n / 2, n / 2)[3] == 255 && bitmap_pixel(flare, 0, 0)[3] == 0 &&
+                bitmap_pixel(flare, 0, n / 2)[3] == 0);
     EXPECT_EQ(bitmap_pixel(flare, 64, n / 2)[3], (uint8_t)lround(255.0 * pow(1.0 - r * r, 4)));
 }
 

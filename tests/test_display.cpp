@@ -44,7 +44,7 @@ uint32_t display_reference(const display_device* dev, uint32_t x, uint32_t y)
 
 }  // namespace
 
-TEST_F(display_fixture, init_lays_out_planes_and_grey_ramps)
+TEST_F(display_fixture, init_lays_out_planes_and_grey_ramps_flips_alternate_and_clut_hooks_copy_ranges)
 {
     EXPECT_TRUE(dev.overlay.pitch == 640 && dev.overlay.width == 640 && dev.overlay.height == 480 && dev.back_index == 0);
     for (const display_plane& v : dev.video)
@@ -58,19 +58,16 @@ TEST_F(display_fixture, init_lays_out_planes_and_grey_ramps)
     display_device second;
     display_init(&second, &arena);
     EXPECT_TRUE(second.overlay.pixels[0] == 0xF7 && second.overlay.pixels[640 * 480 - 1] == 0xF7);
-}
+    dev.set_transparent_index(&dev, 0);
 
-TEST_F(display_fixture, flips_alternate_the_shown_buffer)
-{
+    // flips alternate the shown buffer
     *video(0, 0, 0) = 0x001F, *video(1, 0, 0) = 0x7C00;
     for (uint32_t flips = 0; flips < 3; flips++, display_flip(&dev)) {  // the back buffer is not shown
         display_output_rgba(&dev, out.data(), 640 * 4);
         EXPECT_TRUE(dev.back_index == flips % 2 && out[0] == (flips % 2 ? 0x0000FFFFu : 0xFF0000FFu)) << flips;
     }
-}
 
-TEST_F(display_fixture, clut_hooks_copy_ranges)
-{
+    // the CLUT hooks copy ranges and say how many bytes
     uint8_t entries[8] = {1, 2, 3, 4, 5, 6, 7, 8};
     EXPECT_EQ(dev.set_overlay_clut(&dev, 0, 0, entries), 0u);
     EXPECT_EQ(display_live_overlay_clut()[0], 0);

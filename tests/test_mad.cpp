@@ -12,7 +12,10 @@
 
 namespace {
 
-std::vector<uint8_t> write_block(const mad_datapack* d, int32_t order) { return test_block(d, order, mad_datapack_write_size, mad_datapack_write, false); }
+std::vector<uint8_t> write_block(const mad_datapack* d, int32_t order)
+{
+    return test_block(d, order, mad_datapack_write_size, mad_datapack_write, false);
+}
 
 // Reads a copy of the block (so a read past it is the sanitizer's to see) into arena.
 mad_datapack read_block(xmemarena* arena, const std::vector<uint8_t>& bytes, int32_t order)

@@ -1,8 +1,8 @@
-// Frame records, clears, the coverage debug view and renderer start-up.
+// Frame records: coverage and depth buffer geometry, frame contexts, clears and the per-frame
+// coverage swap that erases what the last frame left behind.
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <string>
 #include <vector>
 
 #include "diag.h"
@@ -24,7 +24,7 @@ struct test_frame {
     uint16_t u16(int32_t x, int32_t y) const { uint16_t v; memcpy(&v, &fb.pixels[y * fb.row_bytes + 2 * x], 2); return v; }
 };
 
-bool covered(const n3d_coverage_buffer* cb, uint32_t x, uint32_t y) { return cb->bits[(y * cb->width + x) / 32] & (0x80000000u >> (x % 32)); }
+bool covered(const n3d_coverage_buffer* cb, uint32_t x, uint32_t y) { return (cb->bits[(y * cb->width + x) / 32] << x % 32) >> 31; }
 
 void cover(n3d_coverage_buffer* cb, uint32_t x, uint32_t y) { cb->bits[(y * cb->width + x) / 32] |= 0x80000000u >> (x % 32); }
 
@@ -44,9 +44,9 @@ protected:
 
 }  // namespace
 
-TEST_F(n3d, coverage_and_depth_buffers_have_their_word_and_block_geometry)
+TEST_F(n3d, buffers_have_their_word_and_block_geometry_and_frame_contexts_what_the_flags_ask_for)
 {
-    test_arena a(1024 * 1024);
+    test_arena a(4 * 1024 * 1024);
     for (uint32_t width : {32u, 320u, 640u}) {
         const uint64_t before = a.arena.sp;
         n3d_coverage_buffer cb;
@@ -61,7 +61,8 @@ TEST_F(n3d, coverage_and_depth_buffers_have_their_word_and_block_geometry)
     }
     n3d_coverage_buffer odd;
     EXPECT_FATAL(n3d_coverage_buffer_init(&odd, 336, 240, &a.arena),
-                 test_fatal("n3d_coverage_buffer_init", "src/n3d", "coverage buffer only supports width evenly divisable by 32 (was 336)\n"));
+                 test_fatal("n3d_coverage_buffer_init", "src/n3d",
+                            "coverage buffer only supports width evenly divisable by 32 (was 336)\n"));
 
     n3d_zbuffer zb;
     n3d_zbuffer_init(&zb, 320, 240, &a.arena);
@@ -75,11 +76,8 @@ TEST_F(n3d, coverage_and_depth_buffers_have_their_word_and_block_geometry)
     n3d_zbuffer_init(&zb, 520, 3, &a.arena);
     EXPECT_EQ(zb.blocks.width, 64u);
     EXPECT_LE((uint8_t*)zb.values + 3136, (uint8_t*)zb.blocks.bits);
-}
 
-TEST_F(n3d, framecontext_init_creates_what_the_flags_ask_for)
-{
-    test_arena a(2 * 1024 * 1024);
+    // a frame context creates what its flags ask for
     n3d_framecontext fc;
     n3d_framecontext_init(&fc, &a.arena, 320, 240, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555,
                           N3D_FRAMECONTEXT_ZBUFFER | N3D_FRAMECONTEXT_COVERAGE);

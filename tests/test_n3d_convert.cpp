@@ -63,7 +63,7 @@ const std::vector<uint8_t> GREY_RAMP = [] {
 
 }  // namespace
 
-TEST_F(n3d_convert, swizzled_index_and_its_inverse)
+TEST_F(n3d_convert, swizzled_index_and_its_inverse_mipmap_sizes_and_nearest_colour_ties)
 {
     // format, log2 width, swizzled, x, y, index
     const uint32_t indices[][6] = {{1, 8, 1, 1, 0, 4}, {1, 8, 1, 0, 1, 1},         {2, 8, 1, 0, 4, 256},
@@ -74,18 +74,14 @@ TEST_F(n3d_convert, swizzled_index_and_its_inverse)
         n3d_texel_index_to_xy(index, &x, &y);
         ASSERT_TRUE(x < 256 && y < 256 && n3d_swizzle(x, y) == index) << index;
     }
-}
-
-TEST_F(n3d_convert, mipmap_sizes_reach_the_last_texel_and_ties_go_to_the_lowest_index)
-{
     // format, swizzled, log2 sizes, bytes: a swizzled 4 x 8 level reaches byte 272, not 32
     const uint32_t sizes[][5] = {{1, 1, 8, 8, 65536}, {2, 1, 8, 8, 131072}, {1, 1, 2, 3, 272},
                                  {3, 1, 7, 7, 24576}, {4, 0, 3, 2, 128},    {2, 0, 9, 8, 262144}};
     for (const auto& s : sizes)
         EXPECT_EQ(n3d_mipmap_size(s[0], s[1], s[2], s[3]), s[4]) << s[0] << ": " << s[2] << " x " << s[3];
     const vec4 colors[4] = {{1, 0, 0, 1}, {0, 1, 0, 1}, {0, 0.5f, 0, 0}, {0, 0.5f, 0, 1}};
-    const vec4 a = {0, 0.5f, 0, 1}, b = {0.5f, 0.5f, 0, 1};
-    EXPECT_EQ(n3d_color_nearest(colors, 4, a), 2u);  // alpha is ignored
+    const vec4 green = {0, 0.5f, 0, 1}, b = {0.5f, 0.5f, 0, 1};
+    EXPECT_EQ(n3d_color_nearest(colors, 4, green), 2u);  // alpha is ignored
     EXPECT_TRUE(n3d_color_nearest(colors, 2, b) == 0 && n3d_color_nearest(colors, 0, b) == 0);  // equally near 0 and 1
 }
 
@@ -123,7 +119,7 @@ TEST(n3d_convert_death, every_refused_conversion_ends_with_its_message)
     n3d_texture t;
     for (const auto& c : sizes) {
         bitmap* bm = convert_solid(&a.tmp, c[0], c[1], px);
-        EXPECT_FATAL(n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, c[2], c[3], 0, 0, bm, nullptr, N3D_TRANSPARENT_INDEX_NONE, 0.5f), re)
+        EXPECT_FATAL(n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, c[2], c[3], 0, 0, bm, nullptr, N3D_TRANSPARENT_INDEX_NONE, .5f), re)
             << c[0] << "x" << c[1] << " format " << c[2];
     }
     // the framebuffer, shade-table and lighting-table contracts

@@ -9,9 +9,13 @@ void write_bytes(const std::string& path, const std::vector<uint8_t>& bytes)
     ASSERT_TRUE(f && fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size() && fclose(f) == 0);
 }
 
-std::vector<uint8_t> mesh_file(const n3d_vertices* v, int32_t o) { return test_block(v, o, n3d_vertices_write_size, n3d_vertices_write); }
-std::vector<uint8_t> texture_file(const n3d_texture* t, int32_t o) { return test_block(t, o, n3d_texture_write_size, n3d_texture_write); }
-std::vector<uint8_t> coverage_file(const n3d_coverage_buffer* c, int32_t o) { return test_block(c, o, n3d_coverage_buffer_write_size, n3d_coverage_buffer_write); }
+// Blocks as their writers make them, after the byte-order marker.
+auto mesh_file(const n3d_vertices* v, int32_t o) { return test_block(v, o, n3d_vertices_write_size, n3d_vertices_write); }
+auto texture_file(const n3d_texture* t, int32_t o) { return test_block(t, o, n3d_texture_write_size, n3d_texture_write); }
+auto coverage_file(const n3d_coverage_buffer* c, int32_t o)
+{
+    return test_block(c, o, n3d_coverage_buffer_write_size, n3d_coverage_buffer_write);
+}
 
 // A copy of the file on a 32-byte boundary, with the cursor past its marker.
 stream_cursor cursor_over(xmemarena* a, const std::vector<uint8_t>& file)
@@ -85,7 +89,8 @@ bool points_into(const void* p, const stream_cursor& cur) { return (const uint8_
 
 TEST(n3d_io, mesh_flags_sizes_and_file_round_trip_in_both_orders)
 {
-    struct { uint32_t mask, count; size_t file_size; uint32_t flags; } cases[] = {{63, 3, 204, 0}, {1, 3, 48, 1}, {127, 3, 4 + 8 + 3 * 68, 127}, {255, 2, 4 + 8 + 2 * 84, 255}};
+    struct { uint32_t mask, count; size_t file_size; uint32_t flags; } cases[] = {
+        {63, 3, 204, 0}, {1, 3, 48, 1}, {127, 3, 4 + 8 + 3 * 68, 127}, {255, 2, 4 + 8 + 2 * 84, 255}};
     for (const auto& c : cases)
         for (int32_t order : {BYTE_ORDER_NATIVE, BYTE_ORDER_SWAPPED}) {
             mesh_storage m;
@@ -113,8 +118,9 @@ TEST(n3d_io, mesh_flags_sizes_and_file_round_trip_in_both_orders)
 
 TEST(n3d_io, texture_round_trips_byte_for_byte_in_every_format_layout_and_order)
 {
-    struct { uint32_t format, linear, lw, lh, mw, mh; } cases[] = {{1, 0, 4, 3, 2, 2}, {1, 1, 3, 3, 3, 3}, {2, 0, 5, 2, 5, 2}, {2, 1, 4, 4, 2, 2},
-                 {3, 0, 3, 5, 3, 5}, {3, 1, 5, 3, 2, 2}, {4, 1, 3, 2, 3, 2}, {4, 1, 4, 3, 2, 2}};
+    struct { uint32_t format, linear, lw, lh, mw, mh; } cases[] = {
+        {1, 0, 4, 3, 2, 2}, {1, 1, 3, 3, 3, 3}, {2, 0, 5, 2, 5, 2}, {2, 1, 4, 4, 2, 2},
+        {3, 0, 3, 5, 3, 5}, {3, 1, 5, 3, 2, 2}, {4, 1, 3, 2, 3, 2}, {4, 1, 4, 3, 2, 2}};
     for (const auto& c : cases) {
         texture_storage s;
         make_texture(&s, c.format, c.linear, c.lw, c.lh, c.mw, c.mh);
@@ -183,7 +189,8 @@ TEST(n3d_io_death, bad_marker_and_trailing_bytes_in_files)
     test_arena a;
     file[0] ^= 0x10;
     write_bytes(path, file);
-    EXPECT_FATAL(n3d_mesh_file_load(&a.arena, path.c_str()), test_fatal("n3d_mesh_file_load", "src/n3d_io", "invalid endian marker?\n"));
+    EXPECT_FATAL(n3d_mesh_file_load(&a.arena, path.c_str()),
+                 test_fatal("n3d_mesh_file_load", "src/n3d_io", "invalid endian marker?\n"));
     file[0] ^= 0x10, file.push_back(0);
     write_bytes(path, file);
     EXPECT_FATAL(n3d_mesh_file_load(&a.arena, path.c_str()), "bad.mesh: 1 unexpected bytes after the block at offset 48\n$");
