@@ -476,9 +476,11 @@ TEST(n3d_rasterizers, hand_worked_pixels_and_the_mip_level_the_gradients_pick)
         n3d_raster_call call = make_call(env, variant_with_flags(c.flags), t);
         ASSERT_EQ(call.entry->rasterizer(&call), 1);
         int drawn = 0;
-        for (int i = 0; i < 320 * 240; i++)
-            if (env.pixel(i % 320, i / 320) != 0x8000 && ++drawn)
-                ASSERT_EQ(env.pixel(i % 320, i / 320), c.pixel) << c.flags << " at " << i % 320 << "," << i / 320;
+        for (int i = 0; i < 320 * 240; i++) {
+            const uint16_t px = env.pixel(i % 320, i / 320);
+            drawn += px != 0x8000;
+            ASSERT_TRUE(px == 0x8000 || px == c.pixel) << c.flags << " at " << i % 320 << "," << i / 320 << ": " << px;
+        }
         EXPECT_GT(drawn, 9000) << c.flags;
     }
     // The mipconst variant picks one level from grad_x: u grows 256 a pixel, so g = ((round(256 *
@@ -507,7 +509,7 @@ TEST(n3d_rasterizers, hand_worked_pixels_and_the_mip_level_the_gradients_pick)
 
 // ---- filling rules, spans, coverage and depth ----
 
-TEST(n3d_rasterizers, triangles_sharing_an_edge_draw_it_exactly_once)
+TEST(n3d_rasterizers, filling_rules_shared_edges_horizontal_edges_rows_above_the_screen_and_span_segments)
 {
     raster_env env;
     // a quad cut along a slanted diagonal, an axis-aligned one, and a thin fan-like one
@@ -535,11 +537,7 @@ TEST(n3d_rasterizers, triangles_sharing_an_edge_draw_it_exactly_once)
         EXPECT_EQ(overlap, 0);
         EXPECT_EQ(inside_missing, 0);
     }
-}
 
-TEST(n3d_rasterizers, top_left_rule_on_horizontal_edges_and_rows_above_the_screen)
-{
-    raster_env env;
     // horizontal top edge: its row is drawn from the left vertex up to (not including) the right;
     // the bottom vertex's row is outside
     env.clear();
@@ -562,13 +560,9 @@ TEST(n3d_rasterizers, top_left_rule_on_horizontal_edges_and_rows_above_the_scree
     }
     EXPECT_EQ(mismatched, 0);
     EXPECT_TRUE(env.covered(100, 0));
-}
 
-TEST(n3d_rasterizers, spans_split_into_segments_that_wrap_and_a_tail_that_clamps)
-{
     // u grows by about 255 texels per pixel along x: inside segments the coordinate wraps
     // at 256, in the tail it clamps at 255. Right edge x = 40 - y: row y spans 40 - y pixels.
-    raster_env env;
     env.clear();
     draw_flat(env, 336, at(0, 0, 0.0f, 0.0f), at(0, 40, 0.0f, 0.0f), at(40, 0, 40.0f, 0.0f));
     auto texel_u = [&](int x, int y) { return (int)(((env.pixel(x, y) >> 10) & 31) | (env.pixel(x, y) & 7) << 5); };
@@ -585,7 +579,7 @@ TEST(n3d_rasterizers, spans_split_into_segments_that_wrap_and_a_tail_that_clamps
         EXPECT_EQ(texel_u(x, 36), 255) << x;
 }
 
-TEST(n3d_rasterizers, coverage_read_keeps_covered_pixels_and_write_marks_them)
+TEST(n3d_rasterizers, coverage_read_and_write_depth_test_with_lazily_cleared_blocks_and_the_usable_depth_range)
 {
     raster_env env;
     n3d_coverage_buffer* cb = env.fc.coverage[0];
@@ -601,11 +595,8 @@ TEST(n3d_rasterizers, coverage_read_keeps_covered_pixels_and_write_marks_them)
         EXPECT_NE(env.pixel(41, 50), 0x8000) << flags;
         EXPECT_EQ(env.covered(41, 50), flags != 49) << flags;
     }
-}
 
-TEST(n3d_rasterizers, depth_test_with_lazily_cleared_blocks_and_the_usable_depth_range)
-{
-    raster_env env;
+    // the depth test with lazily cleared blocks
     env.clear();
     auto square = [&](float x, float size, float uv, float w) {
         return draw_flat(env, 190, at(x, x, uv, uv, w), at(x + size, x, uv, uv, w), at(x, x + size, uv, uv, w));

@@ -96,8 +96,8 @@ TEST(Vmath, ColourAndSrgbTransfer)
 {
     // linear 0.5 encodes to 187.517 of 255, alpha is not encoded
     uint8_t b[4];
-    const vec4 c = {0.5f, 0.0f, 1.0f, 0.5f};
-    color_linear_to_srgb_bytes(b, c);
+    const vec4 colour = {0.5f, 0.0f, 1.0f, 0.5f};
+    color_linear_to_srgb_bytes(b, colour);
     EXPECT_EQ((uint32_t)(b[0] << 24 | b[1] << 16 | b[2] << 8 | b[3]), 0xBB00FF7Fu);
     vec4 r;
     color_srgb_u32_to_linear(r, 0xFF800040u);  // red in the high byte
