@@ -175,9 +175,18 @@ void expect_refused(const std::vector<damage>& cases, const std::string& before,
     }
 }
 
+// The sampler's value at t with the search from the first key, over a target filled with -1.
+std::array<float, 4> value_at(const mad_sampler* s, uint32_t path, float t)
+{
+    std::array<float, 4> v = {-1, -1, -1, -1};
+    uint32_t cursor = 0;
+    mad_sampler_eval(v.data(), s, path, &cursor, t);
+    return v;
+}
+
 }  // namespace
 
-TEST(mad_block, write_read_write_reproduces_the_block_in_both_orders)
+TEST(mad_block, write_read_write_reproduces_the_block_in_both_orders_and_from_a_file)
 {
     auto s = make_sample();
     test_arena a;
@@ -200,22 +209,18 @@ TEST(mad_block, write_read_write_reproduces_the_block_in_both_orders)
     EXPECT_TRUE(r.skins[0].bind_matrices[1][3][2] == 1.5f && r.skins[0].bind_matrices[1][1][1] == 0.5f);
     EXPECT_TRUE(r.cameras[0].yfov == 0.7f && r.cameras[0].ortho_a == 0 && r.cameras[0].ortho_b == 0);
     EXPECT_TRUE(r.cameras[1].ortho_b == 3.0f && r.cameras[1].persp_a == 0 && r.cameras[1].yfov == 0);
-}
 
-TEST(mad_block, file_load)
-{
-    auto s = make_sample();
+    // from a file, and damaged files
     const std::vector<uint8_t> block = write_block(&s->d, BYTE_ORDER_SWAPPED);
     const std::string path = test_temp_path("test.mad");
     testing::internal::CaptureStdout();  // the writer's report
     ASSERT_EQ(n3d_io_write_file(path.c_str(), block.data(), block.data() + block.size(), BYTE_ORDER_SWAPPED), 0);
     testing::internal::GetCapturedStdout();
-    test_arena a;
-    const mad_datapack* d = mad_datapack_file_load(&a.arena, path.c_str());
-    ASSERT_NE(d, nullptr);
-    EXPECT_EQ(write_block(d, BYTE_ORDER_SWAPPED), block);
+    const mad_datapack* loaded = mad_datapack_file_load(&a.arena, path.c_str());
+    ASSERT_NE(loaded, nullptr);
+    EXPECT_EQ(write_block(loaded, BYTE_ORDER_SWAPPED), block);
 
-    const auto put = [&](const char* mode, int byte) { FILE* f = fopen(path.c_str(), mode); fputc(byte, f), fclose(f); };
+    const auto put = [&](const char* mode, int byte) { FILE* file = fopen(path.c_str(), mode); fputc(byte, file), fclose(file); };
     put("ab", 0);  // one byte more than the block
     EXPECT_EXIT(mad_datapack_file_load(&a.arena, path.c_str()), testing::ExitedWithCode(1),
                 "crash in mad_datapack_file_load at src/mad:[0-9]+\n.*" +
@@ -237,7 +242,7 @@ TEST(mad_lookup, first_exact_match_or_minus_one_with_a_message)
               "failed find node \"Arm\"\nfailed find node \"ar\"\nfailed find animation \"hand\"\n");
 }
 
-TEST(mad_block_death, indices_out_of_range)
+TEST(mad_block_death, damaged_blocks_are_refused_with_their_message)
 {
     expect_refused(
         {
@@ -258,13 +263,10 @@ TEST(mad_block_death, indices_out_of_range)
             {[](auto* f) { f->second_time = -1; }, "animation[0] sampler[0]: key time 1 (-1) is before key time 0 (0)"},
         },
         "crash in mad_datapack_read at src/mad:[0-9]+\ntest.mad: .*");
-}
 
-// The skinned draw path indexes its node's skin with every vertex joint: a joint the skin does
-// not have is refused where the datapack is read. Joints of a mesh no skinned node draws are
-// never looked up.
-TEST(mad_block_death, vertex_joints_must_be_joints_of_the_skin_the_mesh_is_drawn_with)
-{
+    // The skinned draw path indexes its node's skin with every vertex joint: a joint the skin does
+    // not have is refused where the datapack is read. Joints of a mesh no skinned node draws are
+    // never looked up.
     const std::vector<uint8_t> in_range(12, 0), joint_one = {0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0};
     for (uint32_t leaf_mesh : {0u, 1u}) {
         tiny_fields f;
@@ -277,11 +279,8 @@ TEST(mad_block_death, vertex_joints_must_be_joints_of_the_skin_the_mesh_is_drawn
     expect_refused({{[joint_one](auto* f) { f->leaf_mesh = 1, f->joints = joint_one; },
                      "node[1]: vertex 1 of primitive 0 uses joint 1, its skin has 1 joints"}},
                    "crash in mad_datapack_read at src/mad:[0-9]+\ntest.mad: ");
-}
 
-TEST(mad_block_death, hierarchy_must_be_a_forest_whose_parents_and_children_agree)
-{
-    const char* cycle = "node[0] \"root\" has no root above it: its parents form a cycle";
+    // the hierarchy must be a forest whose parents and children agree
     expect_refused(
         {
             {[](auto* f) { f->leaf_parent = 0; }, "node[0] lists node[1] as a child, but that node is a root"},
@@ -289,23 +288,11 @@ TEST(mad_block_death, hierarchy_must_be_a_forest_whose_parents_and_children_agre
             {[](auto* f) { f->root_children = {1, 1}; }, "node[0] lists node[1] as a child more than once"},
             {[](auto* f) { f->root_children = {}, f->leaf_children = {1}; },
              "node[1] lists node[1] as a child, but its parent is node[0]"},
-            {[](auto* f) { f->root_parent = 2, f->leaf_children = {0}; }, cycle},
+            {[](auto* f) { f->root_parent = 2, f->leaf_children = {0}; },
+             "node[0] \"root\" has no root above it: its parents form a cycle"},
         },
         "test.mad: ", "\n$");
 }
-
-namespace {
-
-// The sampler's value at t with the search from the first key, over a target filled with -1.
-std::array<float, 4> value_at(const mad_sampler* s, uint32_t path, float t)
-{
-    std::array<float, 4> v = {-1, -1, -1, -1};
-    uint32_t cursor = 0;
-    mad_sampler_eval(v.data(), s, path, &cursor, t);
-    return v;
-}
-
-}  // namespace
 
 TEST(mad_sampler, keys_before_between_on_and_after_and_slerp_without_sign_flip)
 {
