@@ -115,7 +115,7 @@ static void reference_masked(frame* dst, stencil* out, int32_t x, int32_t y, uin
         }
 }
 
-TEST(n2d, masked_fill_and_copy_match_reference_for_every_placement)
+TEST(n2d, masked_fill_copy_heal_and_background_copy_match_reference)
 {
     pcg32 rng = test_rng();
     struct setup { N3D_TEXEL_FORMAT format; int32_t src_w, src_h; uint32_t cb_w, cb_h; };
@@ -142,13 +142,9 @@ TEST(n2d, masked_fill_and_copy_match_reference_for_every_placement)
                                                          << "," << y << " band " << band[0] << " copy " << copy;
                         ASSERT_EQ(cov.words, want_cov.words) << "shape " << shape << " at " << x << "," << y;
                     }
-}
 
-// The heal (old mask's pixels the new one no longer covers) with equal and with empty masks,
-// and the background copy under the new mask, into rows with tails from a larger viewport.
-TEST(n2d, heal_and_argb1555_copy_match_reference)
-{
-    pcg32 rng = test_rng();
+    // the heal (old mask's pixels the new one no longer covers) with equal and with empty masks,
+    // and the background copy under the new mask, into rows with tails from a larger viewport
     const int32_t rows[][2] = {{0, 20}, {5, 12}, {-5, 100}, {10, 10}};
     for (int shape = 0; shape < 6; ++shape)
         for (const auto& r : rows) {
