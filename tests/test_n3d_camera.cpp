@@ -8,17 +8,14 @@
 
 constexpr float PI = 3.14159265358979f;
 
-// Normalised depth of a camera-space point at distance d in front of the camera.
-static float ndc_depth(const mat4x4 projection, float d)
+TEST(n3d_camera, perspective_has_no_far_plane_and_flips_y_and_init_takes_aspect_and_position)
 {
-    const vec4 p = {0.0f, 0.0f, -d, 1.0f};
-    vec4 clip;
-    mat4x4_mul_vec4(clip, projection, p);
-    return clip[2] / clip[3];
-}
-
-TEST(n3d_camera, perspective_has_no_far_plane_and_flips_y)
-{
+    auto ndc_depth = [](const mat4x4 projection, float d) {  // of a camera-space point d in front of the camera
+        const vec4 p = {0.0f, 0.0f, -d, 1.0f};
+        vec4 clip;
+        mat4x4_mul_vec4(clip, projection, p);
+        return clip[2] / clip[3];
+    };
     mat4x4 m;
     n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, 0.5f);
     const float expected[4][4] = {{1.8106601f, 0, 0, 0}, {0, -2.4142137f, 0, 0}, {0, 0, -1, -1}, {0, 0, -1, 0}};
@@ -34,10 +31,8 @@ TEST(n3d_camera, perspective_has_no_far_plane_and_flips_y)
                  test_fatal("n3d_perspective", "src/n3d",
                             "near_plane must be >= N3D_ZBUFFER_MIN_NEAR_PLANE but is 0.24 (impacts z-buffer number of bits "
                             "to avoid overflow!) define N3D_IGNORE_ZBUFFER_MIN_NEAR_PLANE_CHECK to 1 to skip this check\n"));
-}
 
-TEST(n3d_camera, init_takes_aspect_from_the_framebuffer_and_position_from_camera_to_world)
-{
+    // init takes the aspect from the framebuffer and the position from camera_to_world
     n3d_framebuffer fb = {N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 640, 240, 1280, nullptr};
     n3d_framecontext fc = {0, &fb, nullptr, {nullptr, nullptr}};
     mat4x4 translated, camera_to_world, view;

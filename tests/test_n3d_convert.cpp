@@ -194,7 +194,7 @@ TEST_F(n3d_convert, shade_tables_darken_to_a_32nd_and_shade_31_is_the_colour)
     EXPECT_EQ(((const uint8_t*)t.mips[0])[0], 255);
 }
 
-TEST_F(n3d_convert, bump_texels_hold_the_normal_and_its_magnitudes)
+TEST_F(n3d_convert, bump_texels_hold_the_normal_and_its_magnitudes_and_the_phong_lut_its_formula)
 {
     bitmap* bm = bitmap_create(&a.tmp, 4, 1, BITMAP_CHANNELS_3);  // normals are not sRGB
     const uint8_t normals[12] = {128, 128, 255, 255, 128, 128, 0, 128, 128, 128, 128, 128};
@@ -207,10 +207,8 @@ TEST_F(n3d_convert, bump_texels_hold_the_normal_and_its_magnitudes)
     // twice), while the magnitude byte comes from the short vector itself
     EXPECT_EQ(std::vector<uint32_t>(texels, texels + 4),
               (std::vector<uint32_t>{0x00000000u, 0x7F00FF7Fu, 0x8100FF7Fu, 0x49490054u}));
-}
 
-TEST_F(n3d_convert, phong_lut_by_formula_with_guards)
-{
+    // the phong LUT by its formula, with guards
     n3d_phong_lut lut;
     n3d_phong_lut_init(&lut, &a.arena, 0.5f, 1);
     EXPECT_TRUE(lut.table == lut.storage + 8 && lut.guard == 8u && lut.falloff == 0.5f && lut.min_shade == 1u);

@@ -116,7 +116,7 @@ TEST(n3d_io, mesh_flags_sizes_and_file_round_trip_in_both_orders)
         }
 }
 
-TEST(n3d_io, texture_round_trips_byte_for_byte_in_every_format_layout_and_order)
+TEST(n3d_io, texture_and_coverage_mask_round_trips_byte_for_byte_in_every_layout_and_order)
 {
     struct { uint32_t format, linear, lw, lh, mw, mh; } cases[] = {
         {1, 0, 4, 3, 2, 2}, {1, 1, 3, 3, 3, 3}, {2, 0, 5, 2, 5, 2}, {2, 1, 4, 4, 2, 2},
@@ -141,10 +141,8 @@ TEST(n3d_io, texture_round_trips_byte_for_byte_in_every_format_layout_and_order)
                 EXPECT_TRUE(!t.palette || points_into(t.palette, cur) == inside);
             }
     }
-}
 
-TEST(n3d_io, coverage_mask_words_and_round_trip)
-{
+    // coverage masks: their words, and the round trip
     uint32_t bits[4] = {0x80000001u, 0x12345678u, 0xFFFF0000u, 0x0000FFFFu};
     const n3d_coverage_buffer cb = {bits, 64, 2};
     for (int32_t order : {BYTE_ORDER_NATIVE, BYTE_ORDER_SWAPPED}) {
