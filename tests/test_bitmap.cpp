@@ -6,8 +6,7 @@
 TEST(bitmap, decode_follows_the_encoding_flags)
 {
     const uint8_t p[4] = {255, 128, 0, 128}, clear[4] = {90, 90, 90, 0}, red[1] = {255};
-    const float a = (float)(128 / 255.0), a2 = (float)(128 / 255.0 * 128 / 255.0);
-    const float srgb_a = (float)(srgb_to_linear(128 / 255.0) * 128 / 255.0);
+    const float a = (float)(128 / 255.0), a2 = (float)(128 / 255.0 * 128 / 255.0), srgb_a = (float)(srgb_to_linear(a) * a);
     const struct { const uint8_t* pixel; uint32_t flags; vec4 want; } cases[] = {
         {p, BITMAP_CHANNELS_4, {a, a2, 0, a}},  // straight, linear: multiply by alpha
         {p, BITMAP_SRGB | BITMAP_CHANNELS_4, {a, srgb_a, 0, a}},
