@@ -71,7 +71,7 @@ TEST(Vmath, ColumnMajorProductInverseRotationAndLookAt)
     EXPECT_TRUE(r[1] > 0.0f && fabsf(r[0]) < 1e-6f);
 }
 
-TEST(Vmath, Interpolation)
+TEST(Vmath, InterpolationColourAndSrgbTransfer)
 {
     const vec4 a = {0, 0, 0, 0}, b = {2, 4, 6, 8};
     vec4 l;
@@ -90,18 +90,14 @@ TEST(Vmath, Interpolation)
     quat_slerp(r, id, close, 0.5f);
     const float n = sqrtf(0.015f * 0.015f + 1.0f);
     expect_near(r, {0.015f / n, 0, 0, 1.0f / n}, 1e-6f);
-}
 
-TEST(Vmath, ColourAndSrgbTransfer)
-{
     // linear 0.5 encodes to 187.517 of 255, alpha is not encoded
-    uint8_t b[4];
+    uint8_t bytes[4];
     const vec4 colour = {0.5f, 0.0f, 1.0f, 0.5f};
-    color_linear_to_srgb_bytes(b, colour);
-    EXPECT_EQ((uint32_t)(b[0] << 24 | b[1] << 16 | b[2] << 8 | b[3]), 0xBB00FF7Fu);
-    vec4 r;
-    color_srgb_u32_to_linear(r, 0xFF800040u);  // red in the high byte
-    expect_near(r, {1.0f, 0.2158605f, 0.0f, 64.0f / 255.0f}, 1e-6f);
+    color_linear_to_srgb_bytes(bytes, colour);
+    EXPECT_EQ((uint32_t)(bytes[0] << 24 | bytes[1] << 16 | bytes[2] << 8 | bytes[3]), 0xBB00FF7Fu);
+    color_srgb_u32_to_linear(l, 0xFF800040u);  // red in the high byte
+    expect_near(l, {1.0f, 0.2158605f, 0.0f, 64.0f / 255.0f}, 1e-6f);
 
     const struct { double (*f)(double); double x, y; } cases[] = {
         {srgb_to_linear, 0.5, 0.21404114048223255}, {srgb_to_linear, 0.04045, 0.0031308049535603713},
