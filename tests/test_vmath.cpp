@@ -54,11 +54,9 @@ TEST(Vmath, ColumnMajorProductInverseRotationAndLookAt)
     mat4x4_invert(M, M);  // in place
     expect_mat_near(M, inv, 0.0f);
 
-    // an oblique, not normalised axis against the quaternion formula
-    vec3 u = {1, -2, 2};
-    vec3_norm(u, u);
-    const float h = sinf(0.55f);
-    const quat q = {u[0] * h, u[1] * h, u[2] * h, cosf(0.55f)};
+    // an oblique, not normalised axis against the quaternion formula: |(1, -2, 2)| = 3
+    const float h = sinf(0.55f) / 3;
+    const quat q = {h, -2 * h, 2 * h, cosf(0.55f)};
     mat4x4_rotate(R, I, 1, -2, 2, 1.1f);
     mat4x4_from_quat(Q, q);
     expect_mat_near(R, Q, 1e-5f);
@@ -67,11 +65,24 @@ TEST(Vmath, ColumnMajorProductInverseRotationAndLookAt)
     const vec3 eye = {3, 4, 5}, center = {0, 0, 0}, up = {0, 1, 0};
     mat4x4_look_at(P, eye, center, up);
     expect_near(apply(P, center, 1.0f).data(), {0, 0, -sqrtf(50.0f)});
-    const std::array<float, 3> r = apply(P, up, 0.0f);
-    EXPECT_TRUE(r[1] > 0.0f && fabsf(r[0]) < 1e-6f);
+    EXPECT_TRUE(apply(P, up, 0.0f)[1] > 0.0f && fabsf(apply(P, up, 0.0f)[0]) < 1e-6f);
 }
 
-TEST(Vmath, InterpolationColourAndSrgbTransfer)
+// Reference generator written independently: multiply by shift-and-add, rotate one bit at a time.
+static uint32_t test_vmath_reference_next(uint64_t* state, uint64_t increment)
+{
+    const uint64_t old = *state;
+    uint64_t product = 0;
+    for (int i = 0; i < 64; ++i)
+        product += ((6364136223846793005ull >> i) & 1) ? old << i : 0;
+    *state = product + increment;
+    uint32_t x = (uint32_t)(((old >> 18) ^ old) >> 27);
+    for (uint64_t n = old >> 59; n > 0; --n)
+        x = (x >> 1) | ((x & 1u) << 31);
+    return x;
+}
+
+TEST(Vmath, InterpolationColourSrgbTransferAndRandomGenerator)
 {
     const vec4 a = {0, 0, 0, 0}, b = {2, 4, 6, 8};
     vec4 l;
@@ -79,7 +90,6 @@ TEST(Vmath, InterpolationColourAndSrgbTransfer)
     expect_near(l, {0.5f, 1, 1.5f, 2});
     vec4_lerp_clamped(l, a, b, 7.0f);
     expect_near(l, {2, 4, 6, 8});
-
     const quat id = {0, 0, 0, 1}, z90 = {0, 0, sinf(kPi / 4), cosf(kPi / 4)};
     quat r;
     quat_slerp(r, id, z90, 0.5f);
@@ -109,25 +119,7 @@ TEST(Vmath, InterpolationColourAndSrgbTransfer)
     for (double (*f)(double) : {srgb_to_linear, linear_to_srgb})
         for (double x : {(double)NAN, -0.1, 1.5})
             EXPECT_EQ(f(x), x > 1.0 ? 1.0 : 0.0) << x;
-}
-
-// Reference generator written independently: multiply by shift-and-add, rotate one bit at a time.
-static uint32_t test_vmath_reference_next(uint64_t* state, uint64_t increment)
-{
-    const uint64_t old = *state;
-    uint64_t product = 0;
-    for (int i = 0; i < 64; ++i)
-        if ((6364136223846793005ull >> i) & 1)
-            product += old << i;
-    *state = product + increment;
-    uint32_t x = (uint32_t)(((old >> 18) ^ old) >> 27);
-    for (uint64_t n = old >> 59; n > 0; --n)
-        x = (x >> 1) | ((x & 1u) << 31);
-    return x;
-}
-
-TEST(Vmath, Pcg32MatchesReference)
-{
+    // the random generator against the reference
     const uint64_t seed = 0x853c49e6748fea9bull, inc = 0xda3e39cb94b95bdbull;
     pcg32 rng = {seed, inc}, f = {seed, inc};
     for (uint64_t i = 0, ref = seed; i < 1000; ++i) {
