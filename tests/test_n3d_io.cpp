@@ -44,10 +44,8 @@ void make_mesh(mesh_storage* m, uint32_t mask, uint32_t count)
     for (uint32_t i = 0; i < 6; i++)
         if (mask & (1u << i))
             *arrays[i] = f + i * count * 3;
-    if (mask & N3D_VERTICES_JOINTS)
-        m->v.joints = m->joints.data();
-    if (mask & N3D_VERTICES_WEIGHTS)
-        m->v.weights = f + 18 * count;
+    m->v.joints = (mask & N3D_VERTICES_JOINTS) ? m->joints.data() : nullptr;
+    m->v.weights = (mask & N3D_VERTICES_WEIGHTS) ? f + 18 * count : nullptr;
 }
 
 struct texture_storage {  // u32 storage keeps u16 and u32 views aligned
@@ -87,7 +85,7 @@ void make_texture(texture_storage* s, uint32_t format, uint32_t linear, uint32_t
 bool points_into(const void* p, const stream_cursor& cur) { return (const uint8_t*)p >= cur.begin && (const uint8_t*)p < cur.end; }
 }  // namespace
 
-TEST(n3d_io, mesh_flags_sizes_and_file_round_trip_in_both_orders)
+TEST(n3d_io, mesh_flags_sizes_and_file_round_trip_in_both_orders_and_whole_file_reads)
 {
     struct { uint32_t mask, count; size_t file_size; uint32_t flags; } cases[] = {
         {63, 3, 204, 0}, {1, 3, 48, 1}, {127, 3, 4 + 8 + 3 * 68, 127}, {255, 2, 4 + 8 + 2 * 84, 255}};
@@ -100,7 +98,6 @@ TEST(n3d_io, mesh_flags_sizes_and_file_round_trip_in_both_orders)
             uint32_t flags;
             stream_read_u32(&flags, file.data() + 4, order);
             EXPECT_EQ(flags, c.flags);
-
             const std::string path = test_temp_path("round.mesh");
             write_bytes(path, file);
             test_arena a;
@@ -114,6 +111,24 @@ TEST(n3d_io, mesh_flags_sizes_and_file_round_trip_in_both_orders)
             EXPECT_EQ(mesh_file(v, order), file);
             EXPECT_EQ(mesh_file(v, BYTE_ORDER_NATIVE), mesh_file(&m.v, BYTE_ORDER_NATIVE));
         }
+    // whole-file reads: a missing file, a written one, a prefix longer than the file
+    const std::string missing = test_temp_path("missing.bin");
+    testing::internal::CaptureStdout();
+    test_arena a;
+    EXPECT_EQ(n3d_texture_file_load(&a.arena, missing.c_str()), nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), missing + ": No such file or directory\nfopen failed, path: " + missing + "\n");
+    EXPECT_EQ(a.arena.sp, 0u);
+
+    const std::string path = test_temp_path("five.bin");
+    const uint8_t five[] = {'h', 'e', 'l', 'l', 'o'};  // after the 4-byte marker: 9 bytes
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(n3d_io_write_file(path.c_str(), five, five + 5, BYTE_ORDER_SWAPPED), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "wrote 5 bytes to \"" + path + "\"\n");
+    EXPECT_EQ(n3d_io_get_endian_from_file(path.c_str()), BYTE_ORDER_SWAPPED);
+    uint8_t head[10];
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(file_read_prefix(head, path.c_str(), 10), 1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "file size 9 is smaller than n = 10 bytes to be read!\n");
 }
 
 TEST(n3d_io, texture_and_coverage_mask_round_trips_byte_for_byte_in_every_layout_and_order)
@@ -157,28 +172,7 @@ TEST(n3d_io, texture_and_coverage_mask_round_trips_byte_for_byte_in_every_layout
     }
 }
 
-TEST(n3d_io, whole_file_reads)
-{
-    const std::string missing = test_temp_path("missing.bin");
-    testing::internal::CaptureStdout();
-    test_arena a;
-    EXPECT_EQ(n3d_texture_file_load(&a.arena, missing.c_str()), nullptr);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), missing + ": No such file or directory\nfopen failed, path: " + missing + "\n");
-    EXPECT_EQ(a.arena.sp, 0u);
-
-    const std::string path = test_temp_path("five.bin");
-    const uint8_t five[] = {'h', 'e', 'l', 'l', 'o'};  // after the 4-byte marker: 9 bytes
-    testing::internal::CaptureStdout();
-    ASSERT_EQ(n3d_io_write_file(path.c_str(), five, five + 5, BYTE_ORDER_SWAPPED), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "wrote 5 bytes to \"" + path + "\"\n");
-    EXPECT_EQ(n3d_io_get_endian_from_file(path.c_str()), BYTE_ORDER_SWAPPED);
-    uint8_t head[10];
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(file_read_prefix(head, path.c_str(), 10), 1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "file size 9 is smaller than n = 10 bytes to be read!\n");
-}
-
-TEST(n3d_io_death, bad_marker_and_trailing_bytes_in_files)
+TEST(n3d_io_death, bad_markers_trailing_bytes_and_texture_headers)
 {
     mesh_storage m;
     make_mesh(&m, 1, 3);
@@ -192,17 +186,14 @@ TEST(n3d_io_death, bad_marker_and_trailing_bytes_in_files)
     file[0] ^= 0x10, file.push_back(0);
     write_bytes(path, file);
     EXPECT_FATAL(n3d_mesh_file_load(&a.arena, path.c_str()), "bad.mesh: 1 unexpected bytes after the block at offset 48\n$");
-}
-
-TEST(n3d_io_death, bad_texture_headers)
-{
+    // texture headers
     auto read_header = [](std::vector<uint8_t> bytes) {  // after the marker, and 64 zero bytes
         bytes.insert(bytes.begin(), {0xCD, 0xAB, 0, 0});
         bytes.resize(bytes.size() + 64);
-        test_arena a;
-        stream_cursor cur = cursor_over(&a.arena, bytes);
+        test_arena arena;
+        stream_cursor cur = cursor_over(&arena.arena, bytes);
         n3d_texture t;
-        n3d_texture_read(&a.arena, &t, &cur, 1);
+        n3d_texture_read(&arena.arena, &t, &cur, 1);
     };
     const struct { std::vector<uint8_t> fields; const char* message; } cases[] = {
         {{0, 1, 2, 2, 2, 2}, "crash in n3d_texture_read at src/n3d_io:[0-9]+\nnot implemented\n$"},
