@@ -152,7 +152,7 @@ TEST(n3d_convert_death, every_refused_conversion_ends_with_its_message)
                  test_fatal_convert("n3d_phong_lut_set_default", "phong lut has no storage (not initialised)\n"));
 }
 
-TEST_F(n3d_convert, palette_of_one_colour_and_the_tie_rule)
+TEST_F(n3d_convert, palette_of_one_colour_the_tie_rule_and_shade_tables)
 {
     // Histogram keys truncate: sRGB 128 gives trunc(31 x 0.502) = 15, and even 255 gives 30,
     // because 1.055 x 1^0.41666 - 0.055 is 1 - 2^-53 in double precision, not 1.
@@ -168,10 +168,6 @@ TEST_F(n3d_convert, palette_of_one_colour_and_the_tie_rule)
                     convert_painted(&a.tmp, 8, 4, [](uint32_t i, uint8_t* p) { p[3] = p[i < 8 ? 0 : (i < 16 ? 2 : 1)] = 255; }));
     EXPECT_EQ(std::vector<uint16_t>((const uint16_t*)t.palette, (const uint16_t*)t.palette + 4),
               (std::vector<uint16_t>{0x8000 | 30 << 5, 0x8000 | 30, 0xF800, 0}));
-}
-
-TEST_F(n3d_convert, shade_tables_darken_to_a_32nd_and_shade_31_is_the_colour)
-{
     bitmap* bm = convert_painted(&a.tmp, 8, 4, [](uint32_t i, uint8_t* p) {
         p[0] = (uint8_t)(i * 8), p[1] = 255, p[2] = (uint8_t)(255 - i * 5);
         p[3] = i < 24 ? 255 : (uint8_t)((i - 24) * 30);  // the last row: translucent, palette keys without alpha
@@ -224,7 +220,7 @@ TEST_F(n3d_convert, bump_texels_hold_the_normal_and_its_magnitudes_and_the_phong
 // the full-size one, otherwise the one at most four times larger each way (w + 2, h + 2, capped
 // at the full size). The expected chain is rebuilt here with the image library, from the right
 // sources, and compared texel by texel; noise makes every other source give other texels.
-TEST_F(n3d_convert, each_level_is_scaled_from_the_level_the_rule_names)
+TEST_F(n3d_convert, each_level_is_scaled_from_the_level_the_rule_names_and_coverage_fit_steps_chain)
 {
     pcg32 rng = {42, 54};
     const bitmap* src = convert_painted(&a.tmp, 32, 16, [&](uint32_t, uint8_t* p) {
@@ -252,13 +248,9 @@ TEST_F(n3d_convert, each_level_is_scaled_from_the_level_the_rule_names)
                     << "level " << w << "x" << h << (from_full ? " from the full size" : "");
             }
     }
-}
-
-// The coverage fit runs on every level of an index texture with a transparent index: a thin grid
-// that blurs below the threshold makes it iterate, and each printed step takes c to the clamped
-// value the step before computed.
-TEST_F(n3d_convert, coverage_fit_steps_are_chained_and_clamped)
-{
+    // The coverage fit runs on every level of an index texture with a transparent index: a thin grid
+    // that blurs below the threshold makes it iterate, and each printed step takes c to the clamped
+    // value the step before computed.
     const bitmap* grid = convert_painted(&a.tmp, 64, 64, [](uint32_t i, uint8_t* p) {
         const bool line = (i % 64) % 8 == 0 || (i / 64) % 8 == 0;
         p[0] = p[1] = p[2] = 255, p[3] = line ? 255 : 0;
