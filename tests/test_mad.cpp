@@ -186,7 +186,7 @@ std::array<float, 4> value_at(const mad_sampler* s, uint32_t path, float t)
 
 }  // namespace
 
-TEST(mad_block, write_read_write_reproduces_the_block_in_both_orders_and_from_a_file)
+TEST(mad_block, write_read_write_reproduces_the_block_in_both_orders_from_a_file_and_lookups)
 {
     auto s = make_sample();
     test_arena a;
@@ -228,11 +228,7 @@ TEST(mad_block, write_read_write_reproduces_the_block_in_both_orders_and_from_a_
     put("r+b", 0x12);
     EXPECT_FATAL(mad_datapack_file_load(&a.arena, path.c_str()), "at src/mad:[0-9]+\ninvalid endian marker\\?\n$");
     remove(path.c_str());
-}
-
-TEST(mad_lookup, first_exact_match_or_minus_one_with_a_message)
-{
-    auto s = make_sample();
+    // lookups: the first exact match, or -1 with a message
     testing::internal::CaptureStdout();
     EXPECT_EQ(mad_find_node(&s->d, "arm"), 1);  // node 5 has the same name
     EXPECT_EQ(mad_find_animation(&s->d, "idle"), 1);
@@ -325,7 +321,7 @@ TEST(mad_sampler, keys_before_between_on_and_after_and_slerp_without_sign_flip)
     EXPECT_EQ(value_at(&spin, MAD_PATH_ROTATION, 0.5f)[3], 1.0f);
 }
 
-TEST(mad_animate, channels_write_their_nodes_and_leave_the_rest_and_unknown_interpolations_alone)
+TEST(mad_animate, channels_write_their_nodes_leave_the_rest_and_unknown_interpolations_alone_and_dump)
 {
     auto s = make_sample();
     mad_datapack* d = &s->d;  // walk: step, linear rotation and scale; idle: one key
@@ -348,11 +344,7 @@ TEST(mad_animate, channels_write_their_nodes_and_leave_the_rest_and_unknown_inte
     mad_datapack t = read_block(&a.arena, tiny_block(&f, BYTE_ORDER_NATIVE), BYTE_ORDER_NATIVE);
     mad_animate(&t, 0, 0.5f);
     EXPECT_TRUE(t.nodes[1].scale[0] == 2.0f && t.nodes[1].scale[1] == 2.0f && t.nodes[1].scale[2] == 2.0f);
-}
-
-TEST(mad_dump, prints_every_key_in_its_format)
-{
-    auto s = make_sample();
+    // the dump prints every key in its format
     testing::internal::CaptureStdout();
     mad_dump_animation(&s->d, 0);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
