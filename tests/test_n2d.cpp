@@ -217,7 +217,7 @@ TEST(n2d, threshold_mask_and_coverage_rects_match_reference)
     EXPECT_EQ(full.words, std::vector<uint32_t>(6, 0u));
 }
 
-TEST(n2d, unscaled_blit_clips_and_reveals_row_bands)
+TEST(n2d, blits_and_fills_clip_reveal_row_bands_choose_levels_interlace_cover_and_write_row_tails)
 {
     pcg32 rng = test_rng();
     for (int32_t x : PLACES_X)
@@ -243,11 +243,7 @@ TEST(n2d, unscaled_blit_clips_and_reveals_row_bands)
                 }
                 ASSERT_EQ(got.bytes, want.bytes) << "at " << x << "," << y << " band " << band.first << "," << band.second;
             }
-}
-
-TEST(n2d, scaled_blit_levels_placement_bands_interlace_and_coverage)
-{
-    pcg32 rng = test_rng();
+    // the scaled blit: level choice, placement, bands, interlace and coverage
     texture8 mipped(4, 3, 2, 2, &rng), flat(4, 3, 4, 3, &rng);
     frame f(3, 64, 32, 72, &rng), before(3, 64, 32, 72, &rng);
     stencil cov(96, 32);
@@ -296,11 +292,7 @@ TEST(n2d, scaled_blit_levels_placement_bands_interlace_and_coverage)
         blit(flat, n[0], n[1], n[2], n[3], n[4], n[5], n[6], n[7], 0, 0, 32, [](int, int) { return -1; });
     blit(flat, -1e30f, 0, INFINITY, 8, 0, 0, 16, 8, 0, 0, 32,
          [&](int x, int y) { return y < 8 && x < 64 ? flat.at(0, 0, 0, y) : -1; });  // a step of 0 texels
-}
-
-TEST(n2d, fills_and_whole_copy_write_every_row_with_its_tail)
-{
-    pcg32 rng = test_rng();
+    // fills and the whole copy write every row with its tail
     frame video(2, 20, 3, 48, &rng);
     const uint16_t colours[][4] = {{255, 255, 255, 0xFFFF}, {0, 0, 0, 0x8000}, {8, 16, 255, 0x8000 | 1 << 10 | 2 << 5 | 31}};
     for (const auto& c : colours) {
