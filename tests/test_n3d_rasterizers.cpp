@@ -509,7 +509,7 @@ TEST(n3d_rasterizers, hand_worked_pixels_and_the_mip_level_the_gradients_pick)
 
 // ---- filling rules, spans, coverage and depth ----
 
-TEST(n3d_rasterizers, filling_rules_shared_edges_horizontal_edges_rows_above_the_screen_and_span_segments)
+TEST(n3d_rasterizers, filling_rules_spans_coverage_depth_and_the_usable_depth_range)
 {
     raster_env env;
     // a quad cut along a slanted diagonal, an axis-aligned one, and a thin fan-like one
@@ -577,11 +577,7 @@ TEST(n3d_rasterizers, filling_rules_shared_edges_horizontal_edges_rows_above_the
     EXPECT_EQ(texel_u(19, 20), 255);
     for (int x = 1; x < 4; x++)  // 4 pixels: no segment at all, every pixel clamped
         EXPECT_EQ(texel_u(x, 36), 255) << x;
-}
 
-TEST(n3d_rasterizers, coverage_read_and_write_depth_test_with_lazily_cleared_blocks_and_the_usable_depth_range)
-{
-    raster_env env;
     n3d_coverage_buffer* cb = env.fc.coverage[0];
     // coverage-reading variants keep a covered pixel's colour; the read-only one (49) leaves
     // coverage alone, the read-write one (51) marks what it draws; the write-only one (80)
