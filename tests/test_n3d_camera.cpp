@@ -2,43 +2,25 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 
 #include "n3d_camera.h"
 #include "test_fatal.h"
 
-namespace {
-
 constexpr float PI = 3.14159265358979f;
 
-// Normalised depth of a camera-space point at distance d in front of the camera.
-float ndc_depth(const mat4x4 projection, float d)
+TEST(n3d_camera, perspective_has_no_far_plane_and_flips_y_and_init_takes_aspect_and_position)
 {
-    const vec4 p = {0.0f, 0.0f, -d, 1.0f};
-    vec4 clip;
-    mat4x4_mul_vec4(clip, projection, p);
-    return clip[2] / clip[3];
-}
-
-// Looking down -z from the origin, one unit per step (speed 2 for half a second).
-struct fly_fixture {
-    fly_camera cam = {{0.0f, 0.0f, 0.0f}, 0.0f, 0.0f, 0.1f, 2.0f};
-    uint8_t keys[256] = {};
-    int32_t mouse[2] = {0, 0};
-    mat4x4 view;
-    void update() { fly_camera_update(&cam, keys, mouse, 0.5f, view); }
-};
-
-}  // namespace
-
-TEST(n3d_camera, perspective_has_no_far_plane_and_flips_y)
-{
+    auto ndc_depth = [](const mat4x4 projection, float d) {  // of a camera-space point d in front of the camera
+        const vec4 p = {0.0f, 0.0f, -d, 1.0f};
+        vec4 clip;
+        mat4x4_mul_vec4(clip, projection, p);
+        return clip[2] / clip[3];
+    };
     mat4x4 m;
     n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, 0.5f);
     const float expected[4][4] = {{1.8106601f, 0, 0, 0}, {0, -2.4142137f, 0, 0}, {0, 0, -1, -1}, {0, 0, -1, 0}};
-    for (int c = 0; c < 4; ++c)
-        for (int r = 0; r < 4; ++r)
-            EXPECT_FLOAT_EQ(m[c][r], expected[c][r]) << c << "," << r;
+    for (int i = 0; i < 16; ++i)
+        EXPECT_FLOAT_EQ(m[i / 4][i % 4], expected[i / 4][i % 4]) << i / 4 << "," << i % 4;
     // normalised depth 1 - 2 near / d: -1 at the near plane, approaching 1 far away
     for (const auto& [d, z] : {std::pair{0.5f, -1.0f}, {1.0f, 0.0f}, {1000.0f, 0.999f}})
         EXPECT_FLOAT_EQ(ndc_depth(m, d), z) << d;
@@ -46,60 +28,52 @@ TEST(n3d_camera, perspective_has_no_far_plane_and_flips_y)
     n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, 0.25f);
     EXPECT_FLOAT_EQ(ndc_depth(m, 0.25f), -1.0f);
     EXPECT_FATAL(n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, 0.24f),
-                 "^crash in n3d_perspective at src/n3d:[0-9]+\nnear_plane must be >= N3D_ZBUFFER_MIN_NEAR_PLANE but "
-                 "is 0\\.24 \\(impacts z-buffer number of bits to avoid overflow!\\) define "
-                 "N3D_IGNORE_ZBUFFER_MIN_NEAR_PLANE_CHECK to 1 to skip this check\n$");
-    EXPECT_FATAL(n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, NAN), "but is -?nan ");
-}
+                 test_fatal("n3d_perspective", "src/n3d",
+                            "near_plane must be >= N3D_ZBUFFER_MIN_NEAR_PLANE but is 0.24 (impacts z-buffer number of bits "
+                            "to avoid overflow!) define N3D_IGNORE_ZBUFFER_MIN_NEAR_PLANE_CHECK to 1 to skip this check\n"));
 
-TEST(n3d_camera, init_takes_aspect_from_the_framebuffer_and_position_from_camera_to_world)
-{
+    // init takes the aspect from the framebuffer and the position from camera_to_world
     n3d_framebuffer fb = {N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 640, 240, 1280, nullptr};
     n3d_framecontext fc = {0, &fb, nullptr, {nullptr, nullptr}};
     mat4x4 translated, camera_to_world, view;
     mat4x4_translate(translated, 1.0f, 2.0f, 3.0f);
     mat4x4_rotate(camera_to_world, translated, 0.0f, 1.0f, 0.0f, 0.7f);
     mat4x4_invert(view, camera_to_world);
-
     n3d_camera camera;
     n3d_camera_init(&camera, &fc, view, camera_to_world, PI / 3.0f, 0.5f);
     EXPECT_FLOAT_EQ(camera.projection[0][0], (float)(1.0 / tan(PI / 6.0) / (640.0 / 240.0)));
-    EXPECT_TRUE(camera.fov_y == PI / 3.0f && camera.near_plane == 0.5f && !memcmp(camera.view, view, sizeof(mat4x4)));
-    EXPECT_EQ(memcmp(camera.camera_to_world, camera_to_world, sizeof(mat4x4)), 0);
     // camera_to_world's translation, not view's
     EXPECT_TRUE(camera.position[0] == 1.0f && camera.position[1] == 2.0f && camera.position[2] == 3.0f);
-
     // view_projection applies view first: a point 2 units ahead lands on the axis at depth 0.5
     const vec4 ahead_camera = {0.0f, 0.0f, -2.0f, 1.0f};
     vec4 clip;
     mat4x4_mul_vec4(clip, camera_to_world, ahead_camera);
     mat4x4_mul_vec4(clip, camera.view_projection, clip);
-    const float want[4] = {0, 0, 1, 2};
-    for (int i = 0; i < 4; ++i)
-        EXPECT_NEAR(clip[i], want[i], 1e-5f) << i;
+    EXPECT_TRUE(fabsf(clip[0]) < 1e-5f && fabsf(clip[1]) < 1e-5f && fabsf(clip[2] - 1) < 1e-5f && fabsf(clip[3] - 2) < 1e-5f);
 }
 
 TEST(n3d_camera, fly_camera_turns_with_the_mouse_and_never_looks_straight_up_or_down)
 {
-    fly_fixture f;
-    f.update();
-    EXPECT_TRUE(fabsf(f.view[0][0] - 1.0f) < 1e-6f && fabsf(f.view[2][2] - 1.0f) < 1e-6f);  // at rest: the identity view
+    fly_camera cam = {{0.0f, 0.0f, 0.0f}, 0.0f, 0.0f, 0.1f, 2.0f};  // at the origin, looking down -z
+    uint8_t keys[256] = {};
+    int32_t mouse[2] = {0, 0};
+    mat4x4 view;
+    fly_camera_update(&cam, keys, mouse, 0.5f, view);
+    EXPECT_TRUE(fabsf(view[0][0] - 1.0f) < 1e-6f && fabsf(view[2][2] - 1.0f) < 1e-6f);  // at rest: the identity view
 
     // mouse right turns right: after a quarter turn +x is straight ahead
-    f.mouse[0] = 10;
-    f.cam.mouse_sensitivity = PI / 20.0f;
-    f.update();
+    mouse[0] = 10, cam.mouse_sensitivity = PI / 20.0f;
+    fly_camera_update(&cam, keys, mouse, 0.5f, view);
     vec3 p = {1.0f, 0.0f, 0.0f};
-    mat4x4_mul_vec3(p, f.view, p, 1.0f);
+    mat4x4_mul_vec3(p, view, p, 1.0f);
     EXPECT_TRUE(fabsf(p[0]) < 1e-6f && fabsf(p[2] + 1.0f) < 1e-6f);
 
     // mouse down looks down, but stops short of straight down, however far it moves
-    f.mouse[0] = 0;
+    mouse[0] = 0;
     for (int32_t dy : {100000, 100000, -200000}) {
-        f.mouse[1] = dy;
-        f.update();
-        EXPECT_EQ(f.cam.pitch, dy > 0 ? -1.5607964f : 1.5607964f);
-        EXPECT_GT(f.view[1][1], 0.0f);  // the camera's up still leans to world +y: no flip
+        mouse[1] = dy;
+        fly_camera_update(&cam, keys, mouse, 0.5f, view);
+        EXPECT_EQ(cam.pitch, dy > 0 ? -1.5607964f : 1.5607964f);
+        EXPECT_GT(view[1][1], 0.0f);  // the camera's up still leans to world +y: no flip
     }
 }
-

@@ -3,6 +3,7 @@
 // fixed-point helpers and the filling rules (shared edges, spans, wrap and clamp, coverage, depth).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -23,26 +24,19 @@ struct raster_env {
     xmemarena& arena = memory.arena;
     n3d_framecontext fc;
     n3d_texture tex16, tex8, tex_white;
-    void* mips16[1];
-    void* mips8[1];
-    void* mips_white[1];
-    uint16_t* texels_white;
-    uint16_t* texels16;
-    uint8_t* texels8;
-    uint16_t palette[256];
-    uint16_t shades[256 * 32];
-    uint8_t phong_storage[272];
-    uint8_t phong_full_storage[272];
-    const uint8_t* phong_table;       // lighting index / 8
-    const uint8_t* phong_full_table;  // 31 everywhere
+    void *mips16[1], *mips8[1], *mips_white[1];
+    uint16_t palette[256], shades[256 * 32];
+    uint8_t phong_storage[272], phong_full_storage[272];
+    const uint8_t* phong_table = phong_storage + 8;            // lighting index / 8
+    const uint8_t* phong_full_table = phong_full_storage + 8;  // 31 everywhere
 
     raster_env()
     {
         n3d_init(&arena);
         n3d_framecontext_init(&fc, &arena, 320, 240, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555,
                               N3D_FRAMECONTEXT_COVERAGE | N3D_FRAMECONTEXT_ZBUFFER);
-        texels16 = (uint16_t*)xmemarena_push_align(&arena, 65536 * 2, 32);
-        texels8 = (uint8_t*)xmemarena_push_align(&arena, 65536, 32);
+        uint16_t* texels16 = (uint16_t*)xmemarena_push_align(&arena, 65536 * 2, 32);
+        uint8_t* texels8 = (uint8_t*)xmemarena_push_align(&arena, 65536, 32);
         // 16-bit texel: red = u mod 32, green = v mod 32, blue = (u / 32) mod 8 + 8 (v / 32)
         // mod 4; 8-bit texel: low nibble u mod 16, high nibble v mod 16
         for (uint32_t v = 0; v < 256; v++)
@@ -56,30 +50,18 @@ struct raster_env {
         // the lighting index / 8 as the shade, with the usual guards
         for (int i = 0; i < 272; i++)
             phong_storage[i] = (uint8_t)(i < 8 ? 0 : i >= 264 ? 31 : (i - 8) >> 3);
-        phong_table = phong_storage + 8;
         memset(phong_full_storage, 31, sizeof(phong_full_storage));
-        phong_full_table = phong_full_storage + 8;
-        texels_white = (uint16_t*)memset(xmemarena_push_align(&arena, 65536 * 2, 32), 0xFF, 65536 * 2);
-        init_texture(&tex_white, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips_white, texels_white);
-        init_texture(&tex16, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips16, texels16);
-        init_texture(&tex8, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, mips8, texels8);
-    }
-    void init_texture(n3d_texture* t, uint32_t format, void** mips, void* texels)
-    {
-        test_texture_256(t, format, mips, texels, palette, shades);
+        void* white = memset(xmemarena_push_align(&arena, 65536 * 2, 32), 0xFF, 65536 * 2);
+        test_texture_256(&tex_white, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips_white, white, palette, shades);
+        test_texture_256(&tex16, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips16, texels16, palette, shades);
+        test_texture_256(&tex8, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, mips8, texels8, palette, shades);
     }
     void clear() { test_clear_target(&fc); }
     uint16_t pixel(int x, int y) const { return test_pixel16(&fc, x, y); }
-    bool covered(int x, int y) const
-    {
-        const n3d_coverage_buffer* cb = fc.coverage[0];
-        return (cb->bits[(y * cb->width + x) / 32] << (x & 31)) & 0x80000000u;
-    }
+    bool covered(int x, int y) const { return (fc.coverage[0]->bits[(y * 320 + x) / 32] << (x & 31)) & 0x80000000u; }
 };
 
-struct tri_vertex {
-    float x, y, w, u, v, p0, p1;
-};
+struct tri_vertex { float x, y, w, u, v, p0, p1; };
 
 bool is_phong(const n3d_rasterizer_entry* e) { return (e->flags & N3D_RASTERIZER_PHONG) != 0; }
 
@@ -89,32 +71,18 @@ n3d_raster_call make_call(raster_env& env, n3d_rasterizer_entry* e, const tri_ve
 {
     static n3d_texture* textures[1];
     textures[0] = texture ? texture : (e->flags & N3D_RASTERIZER_T0_I8ARGB1555) ? &env.tex8 : &env.tex16;
-    n3d_raster_call c;
-    memset(&c, 0, sizeof(c));
-    c.entry = e;
-    c.fc = &env.fc;
-    c.textures = textures;
-    c.phong = phong ? phong : &env.phong_table;
+    n3d_raster_call c = {};
+    c.entry = e, c.fc = &env.fc, c.textures = textures, c.phong = phong ? phong : &env.phong_table;
     const int n = is_phong(e) ? 5 : 3;
-    float attr[3][5];
+    float attr[3][5];  // u*iw, v*iw (, p0*iw, p1*iw), iw
     float max_iw = 0;
     for (int i = 0; i < 3; i++) {
         const float iw = 1.0f / t[i].w;
         max_iw = iw > max_iw ? iw : max_iw;
-        c.vertices[i][0] = t[i].x;
-        c.vertices[i][1] = t[i].y;
-        c.vertices[i][2] = iw;
-        c.vertices[i][3] = t[i].u * iw;
-        c.vertices[i][4] = t[i].v * iw;
-        c.vertices[i][5] = t[i].p0 * iw;
-        c.vertices[i][6] = t[i].p1 * iw;
-        attr[i][0] = t[i].u * iw;
-        attr[i][1] = t[i].v * iw;
-        if (n == 5) {
-            attr[i][2] = t[i].p0 * iw;
-            attr[i][3] = t[i].p1 * iw;
-        }
-        attr[i][n - 1] = iw;
+        const float v[7] = {t[i].x, t[i].y, iw, t[i].u * iw, t[i].v * iw, t[i].p0 * iw, t[i].p1 * iw};
+        memcpy(c.vertices[i], v, sizeof(v));
+        for (int a = 0; a < n; a++)
+            attr[i][a] = a == n - 1 ? iw : v[3 + a];
     }
     const float x0 = t[0].x, y0 = t[0].y, x1 = t[1].x, y1 = t[1].y, x2 = t[2].x, y2 = t[2].y;
     const float area = (x1 - x2) * (y0 - y2) - (x0 - x2) * (y1 - y2);
@@ -122,16 +90,11 @@ n3d_raster_call make_call(raster_env& env, n3d_rasterizer_entry* e, const tri_ve
         c.grad_x[a] = ((attr[1][a] - attr[2][a]) * (y0 - y2) - (attr[0][a] - attr[2][a]) * (y1 - y2)) / area;
         c.grad_y[a] = -((attr[1][a] - attr[2][a]) * (x0 - x2) - (attr[0][a] - attr[2][a]) * (x1 - x2)) / area;
     }
-    c.area = area;
-    c.depth_norm = 1.0f / max_iw;
+    c.area = area, c.depth_norm = 1.0f / max_iw;
     return c;
 }
 
-n3d_rasterizer_entry* variant_with_flags(uint32_t flags)
-{
-    const int32_t i = n3d_find_rasterizer(flags);
-    return i < 0 ? nullptr : &n3d_rasterizer_table[i];
-}
+n3d_rasterizer_entry* variant_with_flags(uint32_t flags) { return &n3d_rasterizer_table[n3d_find_rasterizer(flags)]; }
 
 // ---- the floating-point reference ----
 
@@ -143,28 +106,19 @@ struct reference_pixel {
 
 reference_pixel reference_at(const tri_vertex t[3], int px, int py, bool affine)
 {
-    reference_pixel r = {};
-    const double x = px, y = py;
-    double e[3];
-    double area = 0;
+    reference_pixel r = {true, false, 0, 0, 0};
+    double e[3], len[3], area = 0, min_dist = 1e9;
     for (int i = 0; i < 3; i++) {
-        const tri_vertex& a = t[(i + 1) % 3];
-        const tri_vertex& b = t[(i + 2) % 3];
-        e[i] = ((double)b.x - a.x) * (y - a.y) - ((double)b.y - a.y) * (x - a.x);
+        const tri_vertex &a = t[(i + 1) % 3], &b = t[(i + 2) % 3];
+        e[i] = ((double)b.x - a.x) * (py - a.y) - ((double)b.y - a.y) * (px - a.x);
+        len[i] = std::hypot((double)b.x - a.x, (double)b.y - a.y);
         area += e[i];
     }
-    // distance of the centre to each edge, in pixels
-    double min_dist = 1e9;
-    bool all_in = true;
-    for (int i = 0; i < 3; i++) {
-        const tri_vertex& a = t[(i + 1) % 3];
-        const tri_vertex& b = t[(i + 2) % 3];
-        const double len = std::hypot((double)b.x - a.x, (double)b.y - a.y);
-        const double d = (area < 0 ? -e[i] : e[i]) / len;
+    for (int i = 0; i < 3; i++) {  // distance of the centre to each edge, in pixels
+        const double d = (area < 0 ? -e[i] : e[i]) / len[i];
         min_dist = d < min_dist ? d : min_dist;
-        all_in = all_in && d > 0;
+        r.inside = r.inside && d > 0;
     }
-    r.inside = all_in;
     r.boundary = std::fabs(min_dist) < 0.02;
     if (!r.inside && !r.boundary)
         return r;
@@ -172,19 +126,12 @@ reference_pixel reference_at(const tri_vertex t[3], int px, int py, bool affine)
     // interpolated as they are (what the draw functions hand every variant)
     double wsum = 0, us = 0, vs = 0, p0s = 0, p1s = 0;
     for (int i = 0; i < 3; i++) {
-        const double b = e[i] / area;
-        const double iw = 1.0 / t[i].w;
-        wsum += b * iw;
-        us += b * iw * t[i].u;
-        vs += b * iw * t[i].v;
-        p0s += b * iw * t[i].p0;
-        p1s += b * iw * t[i].p1;
+        const double b = e[i] / area / t[i].w;  // weight times iw
+        wsum += b, us += b * t[i].u, vs += b * t[i].v, p0s += b * t[i].p0, p1s += b * t[i].p1;
     }
     const double u = affine ? us : us / wsum, v = affine ? vs : vs / wsum;
-    r.u = u * 255.0 + 7.0 / 16.0;
-    r.v = v * 255.0 + 7.0 / 16.0;
-    const double p0 = p0s / wsum, p1 = p1s / wsum;
-    r.light = 128.0 * (p0 * p0 + p1 * p1);
+    r.u = u * 255.0 + 7.0 / 16.0, r.v = v * 255.0 + 7.0 / 16.0;
+    r.light = 128.0 * ((p0s / wsum) * (p0s / wsum) + (p1s / wsum) * (p1s / wsum));
     return r;
 }
 
@@ -192,47 +139,43 @@ reference_pixel reference_at(const tri_vertex t[3], int px, int py, bool affine)
 void drawable_winding(const tri_vertex in[3], tri_vertex out[3])
 {
     const float area = (in[1].x - in[2].x) * (in[0].y - in[2].y) - (in[0].x - in[2].x) * (in[1].y - in[2].y);
-    out[0] = in[0];
-    out[1] = area > 0 ? in[1] : in[2];
-    out[2] = area > 0 ? in[2] : in[1];
+    out[0] = in[0], out[1] = area > 0 ? in[1] : in[2], out[2] = area > 0 ? in[2] : in[1];
 }
+
+// Draws one flat (w = 1) triangle with the given variant; returns the rasterizer's result.
+int draw_flat(raster_env& env, uint32_t flags, tri_vertex a, tri_vertex b, tri_vertex c)
+{
+    tri_vertex given[3] = {a, b, c}, tri[3];
+    drawable_winding(given, tri);
+    n3d_raster_call call = make_call(env, variant_with_flags(flags), tri);
+    return call.entry->rasterizer(&call);
+}
+
+tri_vertex at(float x, float y, float u = 0.5f, float v = 0.5f, float w = 1.0f) { return {x, y, w, u, v, 0, 0}; }
 
 int circular_distance(int a, int b, int period)
 {
-    int d = ((a - b) % period + period) % period;
+    const int d = ((a - b) % period + period) % period;
     return d > period / 2 ? period - d : d;
 }
 
 // Decoded texel coordinates (modulo what the texel holds) and shade of a drawn pixel;
 // -1 where the pass does not carry that quantity.
-struct decoded {
-    int u, v, period_u, period_v, shade;
-};
+struct decoded { int u, v, period_u, period_v, shade; };
 
 enum test_pass { PASS_FULL, PASS_COORDINATES, PASS_LIGHT };
 
-// A channel c scaled by shade 31 comes out as c - 1 (0 for c = 0 and 1).
-int unscale(int channel) { return channel + 1; }
-
+// A channel c scaled by shade 31 comes out as c - 1 (0 for c = 0 and 1): unscaled as + 1.
 decoded decode_pixel(const n3d_rasterizer_entry* e, uint16_t px, test_pass pass)
 {
-    decoded d = {-1, -1, 32, 32, -1};
-    if (e->flags & N3D_RASTERIZER_T0_I8ARGB1555) {
-        const uint32_t c = px & 0xFF;
-        d.u = c & 15, d.v = c >> 4, d.period_u = d.period_v = 16;
-        if (is_phong(e))
-            d.shade = (px >> 8) & 31;
-    } else if (pass == PASS_COORDINATES) {
-        d.u = unscale((px >> 10) & 31) & 31;
-        d.v = unscale((px >> 5) & 31) & 31;
-    } else if (pass == PASS_LIGHT) {
-        d.shade = unscale((px >> 10) & 31);  // white texel: every channel is shade - 1
-    } else {
-        d.u = ((px >> 10) & 31) | (px & 7) << 5;
-        d.v = ((px >> 5) & 31) | ((px >> 3) & 3) << 5;
-        d.period_u = 256, d.period_v = 128;
-    }
-    return d;
+    const int r = (px >> 10) & 31, g = (px >> 5) & 31;
+    if (e->flags & N3D_RASTERIZER_T0_I8ARGB1555)
+        return {px & 15, (px >> 4) & 15, 16, 16, is_phong(e) ? (px >> 8) & 31 : -1};
+    if (pass == PASS_COORDINATES)
+        return {(r + 1) & 31, (g + 1) & 31, 32, 32, -1};
+    if (pass == PASS_LIGHT)
+        return {-1, -1, 32, 32, r + 1};  // white texel: every channel is shade - 1
+    return {r | (px & 7) << 5, g | ((px >> 3) & 3) << 5, 256, 128, -1};
 }
 
 // Tolerances, in texels and in shades, what fixed point allows: coordinates carry 4 fraction
@@ -242,16 +185,12 @@ decoded decode_pixel(const n3d_rasterizer_entry* e, uint16_t px, test_pass pass)
 constexpr int TEXEL_TOLERANCE = 1;
 constexpr int SHADE_TOLERANCE = 1;
 
-const tri_vertex reference_triangles[][3] = {
-    // u, v inside [0, 1]: no wrapping anywhere
-    {{20.3f, 10.7f, 1.0f, 0.05f, 0.05f, -0.4f, 0.3f},
-     {200.6f, 40.2f, 1.6f, 0.95f, 0.2f, 0.5f, -0.2f},
+const tri_vertex reference_triangles[][3] = {  // u, v inside [0, 1]: no wrapping anywhere
+    {{20.3f, 10.7f, 1.0f, 0.05f, 0.05f, -0.4f, 0.3f}, {200.6f, 40.2f, 1.6f, 0.95f, 0.2f, 0.5f, -0.2f},
      {60.1f, 180.9f, 1.2f, 0.3f, 0.9f, 0.1f, 0.6f}},
-    {{300.0f, 5.5f, 1.9f, 0.9f, 0.1f, 0.2f, 0.2f},
-     {310.5f, 230.25f, 1.1f, 0.8f, 0.95f, -0.5f, 0.1f},
+    {{300.0f, 5.5f, 1.9f, 0.9f, 0.1f, 0.2f, 0.2f}, {310.5f, 230.25f, 1.1f, 0.8f, 0.95f, -0.5f, 0.1f},
      {100.75f, 120.5f, 1.4f, 0.1f, 0.5f, 0.3f, -0.6f}},
-    {{150.0f, 100.0f, 1.0f, 0.5f, 0.5f, 0.0f, 0.0f},
-     {158.0f, 103.0f, 1.0f, 0.53f, 0.5f, 0.1f, 0.0f},
+    {{150.0f, 100.0f, 1.0f, 0.5f, 0.5f, 0.0f, 0.0f}, {158.0f, 103.0f, 1.0f, 0.53f, 0.5f, 0.1f, 0.0f},
      {151.0f, 109.0f, 1.0f, 0.5f, 0.54f, 0.0f, 0.1f}},
 };
 
@@ -259,7 +198,7 @@ const tri_vertex reference_triangles[][3] = {
 
 // ---- fixed-point helpers ----
 
-TEST(n3d_rasterizers, floor_division_and_modulo)
+TEST(n3d_rasterizers, floor_division_modulo_and_reciprocal_tables)
 {
     // a, b, floor(a / b), a - b floor(a / b)
     const int32_t cases[][4] = {{7, 2, 3, 1}, {-7, 2, -4, 1}, {-8, 2, -4, 0}, {7, -2, -4, -1}, {-1, 1024, -1, 1023}};
@@ -267,33 +206,16 @@ TEST(n3d_rasterizers, floor_division_and_modulo)
         EXPECT_TRUE(n3d_floor_div(c[0], c[1]) == c[2] && n3d_floor_mod(c[0], c[1]) == c[3]) << c[0] << " / " << c[1];
     EXPECT_EXIT(n3d_floor_div(1, 0), testing::ExitedWithCode(1), "A oh dear!\n");
     EXPECT_EXIT(n3d_floor_mod(1, 0), testing::ExitedWithCode(1), "B oh dear!\n");
-}
-
-TEST(n3d_rasterizers, reciprocal_tables)
-{
     test_arena a(4096);
     n3d_init(&a.arena);
     const uint32_t iiw[][2] = {{0, 65535}, {1, 4096}, {2, 2048}, {3, 43690}, {31, 4228}};
     for (const auto& e : iiw)
         EXPECT_EQ(n3d_fixed_iiw_lut[e[0]], e[1]) << e[0];
-    EXPECT_FLOAT_EQ(n3d_reciprocal_table[0], 1.0f);
-    EXPECT_FLOAT_EQ(n3d_reciprocal_table[4], 0.25f);
-    EXPECT_FLOAT_EQ(n3d_reciprocal_lut(2.5f), (0.5f + 1.0f / 3.0f) / 2.0f);
-    EXPECT_FLOAT_EQ(n3d_reciprocal_lut(255.5f), 1.0f / 255.0f);
+    const float reciprocal[][2] = {{0, 1.0f}, {4, 0.25f}, {2.5f, (0.5f + 1.0f / 3.0f) / 2.0f}, {255.5f, 1.0f / 255.0f}};
+    for (const auto& r : reciprocal)  // table entries, then interpolated between them
+        EXPECT_FLOAT_EQ(r[0] == (int)r[0] ? n3d_reciprocal_table[(int)r[0]] : n3d_reciprocal_lut(r[0]), r[1]) << r[0];
     EXPECT_EXIT(n3d_reciprocal_lut(256.0f), testing::ExitedWithCode(1),
                 "n3d_reciprocal_lut: x is 256.000000 must be >= 0 and < 256\n");
-    EXPECT_EXIT(n3d_reciprocal_lut(-0.5f), testing::ExitedWithCode(1), "must be >= 0");
-}
-
-TEST(n3d_rasterizers, registry_holds_fifteen_variants_in_order)
-{
-    raster_env env;
-    static const uint32_t flags[15] = {336, 80, 81, 48, 50, 51, 49, 179, 178, 190, 1214, 176, 208, 210, 466};
-    ASSERT_EQ(n3d_rasterizer_table_count, 15u);
-    for (uint32_t i = 0; i < 15; i++)
-        EXPECT_EQ(n3d_rasterizer_table[i].flags, flags[i]);
-    EXPECT_STREQ(n3d_rasterizer_table[10].name,
-                 "n3d_render_triangle_v8_phong_argb1555_t0i8argb1555_covrw01_zbuffrw11_wip_rsqr_large_spans");
 }
 
 // ---- every variant against the reference ----
@@ -308,10 +230,10 @@ TEST(n3d_rasterizers, every_variant_matches_the_float_reference)
         // 16-bit phong variants scale the texel by the shade: their coordinates are checked
         // at full light, their lighting on a white texture
         const bool phong16 = is_phong(e) && (e->flags & N3D_RASTERIZER_T0_ARGB1555);
-        const test_pass passes[2] = {phong16 ? PASS_COORDINATES : PASS_FULL, PASS_LIGHT};
-        for (int pi = 0; pi < (phong16 ? 2 : 1); pi++) {
-            const test_pass pass = passes[pi];
+        for (test_pass pass : {PASS_FULL, PASS_COORDINATES, PASS_LIGHT})
             for (const auto& given : reference_triangles) {
+                if ((pass == PASS_FULL) == phong16)
+                    continue;
                 tri_vertex tri[3];
                 drawable_winding(given, tri);
                 env.clear();
@@ -324,47 +246,33 @@ TEST(n3d_rasterizers, every_variant_matches_the_float_reference)
                         const reference_pixel r = reference_at(tri, x, y, affine);
                         const uint16_t px = env.pixel(x, y);
                         const bool was_drawn = writes_coverage ? env.covered(x, y) : px != 0x8000;
-                        if (r.boundary)
+                        if (r.boundary || !(was_drawn || r.inside))
                             continue;
                         if (was_drawn != r.inside) {
                             bad_cover++;
                             continue;
                         }
-                        if (!was_drawn)
-                            continue;
                         drawn++;
                         const decoded d = decode_pixel(e, px, pass);
-                        if (d.u >= 0) {
-                            // the shade-31 scaling cannot tell 0 from 1: allow one more there
-                            const int slack = pass == PASS_COORDINATES ? 1 : 0;
-                            if (circular_distance(d.u, (int)std::floor(r.u), d.period_u) > TEXEL_TOLERANCE + slack ||
-                                circular_distance(d.v, (int)std::floor(r.v), d.period_v) > TEXEL_TOLERANCE + slack)
-                                bad_texel++;
-                        }
-                        if (d.shade >= 0) {
-                            int want = (int)std::floor(r.light) >> 3;
-                            want = want > 31 ? 31 : want;
-                            if (std::abs(d.shade - want) > SHADE_TOLERANCE + (pass == PASS_LIGHT ? 1 : 0))
-                                bad_shade++;
-                        }
+                        // the shade-31 scaling cannot tell 0 from 1: allow one more there
+                        const int texels = TEXEL_TOLERANCE + (pass == PASS_COORDINATES ? 1 : 0);
+                        bad_texel += d.u >= 0 && (circular_distance(d.u, (int)std::floor(r.u), d.period_u) > texels ||
+                                                  circular_distance(d.v, (int)std::floor(r.v), d.period_v) > texels);
+                        const int want = std::min((int)std::floor(r.light) >> 3, 31);
+                        bad_shade += d.shade >= 0 &&
+                                     std::abs(d.shade - want) > SHADE_TOLERANCE + (pass == PASS_LIGHT ? 1 : 0);
                     }
                 EXPECT_GT(drawn, 20) << e->name;
                 EXPECT_EQ(bad_cover, 0) << e->name;
                 EXPECT_EQ(bad_texel, 0) << e->name << " pass " << pass;
                 EXPECT_EQ(bad_shade, 0) << e->name << " pass " << pass;
             }
-        }
     }
 }
 
 // ---- the portable and the vector kernel draw the same bytes ----
 
 namespace {
-
-// Two identical targets: one drawn with the portable kernel, one with the vector kernel.
-struct exact_pair {
-    raster_env portable, vector;
-};
 
 // Texture, palette, shade and phong contents with no pattern, so that an index wrong in any
 // bit, or a lighting index off by one, changes a pixel. The 16-bit texture has every level
@@ -374,44 +282,27 @@ struct exact_assets {
     std::vector<std::vector<uint16_t>> levels16;
     std::vector<void*> mips16 = std::vector<void*>(n3d_mip_slot_count(8, 8, 2, 2));
     void* mips8[1];
-    uint16_t palette[256];
-    uint16_t shades[256 * 32];
+    uint16_t palette[256], shades[256 * 32];
     uint8_t phong_storage[272];
-    const uint8_t* phong;
+    const uint8_t* phong = phong_storage + 8;
     n3d_texture tex8, tex16;
 
     exact_assets()
     {
         pcg32 rng = {0x2545F4914F6CDD1Dull, 0x9E3779B97F4A7C15ull};
-        for (uint8_t& t : texels8)
-            t = (uint8_t)pcg32_random(&rng);
-        for (uint16_t& c : palette)
-            c = (uint16_t)pcg32_random(&rng);
-        for (uint16_t& c : shades)
-            c = (uint16_t)pcg32_random(&rng);
-        for (uint8_t& b : phong_storage)
-            b = (uint8_t)pcg32_random(&rng);  // bits above the 5 a shade uses, too
-        phong = phong_storage + 8;
-        memset(&tex8, 0, sizeof(tex8));
-        tex8.format = N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555;
-        tex8.log2_w = tex8.log2_h = tex8.min_log2_w = tex8.min_log2_h = 8;
-        tex8.mips = mips8;
-        mips8[0] = texels8.data();
-        tex8.colors_count = 256;
-        tex8.shades_per_color = 32;
-        tex8.palette = palette;
-        tex8.shade_table = shades;
-        memset(&tex16, 0, sizeof(tex16));
-        tex16.format = N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555;
-        tex16.log2_w = tex16.log2_h = 8;
+        auto fill = [&](auto& items) {
+            for (auto& item : items)
+                item = (std::remove_reference_t<decltype(item)>)pcg32_random(&rng);
+        };
+        fill(texels8), fill(palette), fill(shades);
+        fill(phong_storage);  // bits above the 5 a shade uses, too
+        test_texture_256(&tex8, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, mips8, texels8.data(), palette, shades);
+        test_texture_256(&tex16, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips16.data(), nullptr, palette, shades);
         tex16.min_log2_w = tex16.min_log2_h = 2;
-        tex16.mips = mips16.data();
         for (uint32_t lw = 2; lw <= 8; lw++)
             for (uint32_t lh = 2; lh <= 8; lh++) {
-                const uint32_t bytes = n3d_mipmap_size(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 1, lw, lh);
-                levels16.emplace_back(bytes / 2);
-                for (uint16_t& t : levels16.back())
-                    t = (uint16_t)pcg32_random(&rng);
+                levels16.emplace_back(n3d_mipmap_size(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 1, lw, lh) / 2);
+                fill(levels16.back());
                 mips16[n3d_mip_slot(&tex16, lw, lh)] = levels16.back().data();
             }
     }
@@ -438,17 +329,12 @@ void exact_triangle(pcg32* rng, exact_kind kind, tri_vertex t[3])
     const float texels = std::exp(exact_range(rng, 4, 11));  // the minified kind's coordinate range
     for (int i = 0; i < 3; i++) {
         tri_vertex& v = t[i];
-        v.x = exact_range(rng, 0, 320);
-        v.y = exact_range(rng, 0, 240);
-        v.w = exact_range(rng, 1, 4);
-        v.u = pcg32_random_float01(rng);
-        v.v = pcg32_random_float01(rng);
-        v.p0 = exact_range(rng, -1, 1);
-        v.p1 = exact_range(rng, -1, 1);
+        v.x = exact_range(rng, 0, 320), v.y = exact_range(rng, 0, 240), v.w = exact_range(rng, 1, 4);
+        v.u = pcg32_random_float01(rng), v.v = pcg32_random_float01(rng);
+        v.p0 = exact_range(rng, -1, 1), v.p1 = exact_range(rng, -1, 1);
         switch (kind) {
         case EXACT_WRAPPING:
-            v.u = exact_range(rng, -40, 40);
-            v.v = exact_range(rng, -40, 40);
+            v.u = exact_range(rng, -40, 40), v.v = exact_range(rng, -40, 40);
             v.p0 = exact_range(rng, -2, 2);  // lighting indices past the table's range too
             break;
         case EXACT_LONG_SPANS:
@@ -464,17 +350,14 @@ void exact_triangle(pcg32* rng, exact_kind kind, tri_vertex t[3])
             v.y = i == 2 ? cy : exact_range(rng, 0, 240);
             break;
         case EXACT_TINY:
-            v.x = cx + exact_range(rng, -3, 3);
-            v.y = cy + exact_range(rng, -3, 3);
+            v.x = cx + exact_range(rng, -3, 3), v.y = cy + exact_range(rng, -3, 3);
             break;
         case EXACT_MINIFIED:
-            v.u = exact_range(rng, -texels, texels);
-            v.v = exact_range(rng, -texels, texels);
+            v.u = exact_range(rng, -texels, texels), v.v = exact_range(rng, -texels, texels);
             break;
         case EXACT_BORDERS: {
             const uint32_t r = pcg32_random(rng);
-            v.x = (r & 1) ? (r & 2 ? 320.0f : 0.0f) : v.x;
-            v.y = (r & 4) ? (r & 8 ? 240.0f : 0.0f) : v.y;
+            v.x = (r & 1) ? (r & 2 ? 320.0f : 0.0f) : v.x, v.y = (r & 4) ? (r & 8 ? 240.0f : 0.0f) : v.y;
             break;
         }
         default:
@@ -485,40 +368,30 @@ void exact_triangle(pcg32* rng, exact_kind kind, tri_vertex t[3])
 
 // The same random state in both targets: pixels, coverage bits (read by the covrw1x
 // variants), depth-block bits and depth values, so that depth variants start over partly
-// validated blocks.
-void exact_random_state(pcg32* rng, exact_pair* pair)
+// validated blocks. The targets are 320 x 240 with tight rows.
+void exact_random_state(pcg32* rng, raster_env& e, raster_env& r)
 {
-    raster_env& e = pair->portable;
-    raster_env& r = pair->vector;
-    const n3d_framebuffer* fb = e.fc.framebuffer;
-    for (int32_t i = 0; i < fb->row_bytes * fb->height; i++)
-        fb->pixels[i] = r.fc.framebuffer->pixels[i] = (uint8_t)pcg32_random(rng);
-    const n3d_coverage_buffer* cov = e.fc.coverage[0];
-    for (uint32_t i = 0; i < cov->width / 32 * cov->height; i++)
-        cov->bits[i] = r.fc.coverage[0]->bits[i] = pcg32_random(rng) & pcg32_random(rng);
-    const n3d_zbuffer* zb = e.fc.zbuffer;
-    for (uint32_t i = 0; i < zb->blocks.width / 32 * zb->height; i++)
-        zb->blocks.bits[i] = r.fc.zbuffer->blocks.bits[i] = pcg32_random(rng) & pcg32_random(rng);
-    for (uint32_t i = 0; i < zb->width * zb->height; i++)
-        zb->values[i] = r.fc.zbuffer->values[i] = (uint16_t)(pcg32_random(rng) >> 17);  // depths up to 32767
+    n3d_zbuffer *ze = e.fc.zbuffer, *zr = r.fc.zbuffer;
+    for (int32_t i = 0; i < 320 * 240 * 2; i++)
+        e.fc.framebuffer->pixels[i] = r.fc.framebuffer->pixels[i] = (uint8_t)pcg32_random(rng);
+    for (uint32_t i = 0; i < 320 / 32 * 240; i++)
+        e.fc.coverage[0]->bits[i] = r.fc.coverage[0]->bits[i] = pcg32_random(rng) & pcg32_random(rng);
+    for (uint32_t i = 0; i < ze->blocks.width / 32 * 240; i++)
+        ze->blocks.bits[i] = zr->blocks.bits[i] = pcg32_random(rng) & pcg32_random(rng);
+    for (uint32_t i = 0; i < 320 * 240; i++)
+        ze->values[i] = zr->values[i] = (uint16_t)(pcg32_random(rng) >> 17);  // depths up to 32767
 }
 
-// Pixels, coverage bits, depth-block bits and depth values compared whole; the first differing
-// pixel or depth is named.
+// Pixels, coverage bits, depth-block bits and depth values compared whole; the first pixel
+// whose colour or depth differs is named.
 ::testing::AssertionResult exact_same_state(const raster_env& a, const raster_env& b)
 {
-    const n3d_framebuffer* fa = a.fc.framebuffer;
-    const n3d_zbuffer* za = a.fc.zbuffer;
-    const n3d_zbuffer* zb = b.fc.zbuffer;
-    for (int32_t i = 0; i < fa->width * fa->height; i++)  // the test targets' rows are tight
-        if (((const uint16_t*)fa->pixels)[i] != ((const uint16_t*)b.fc.framebuffer->pixels)[i])
-            return ::testing::AssertionFailure() << "pixel " << i % fa->width << "," << i / fa->width;
-    for (uint32_t i = 0; i < za->width * za->height; i++)
-        if (za->values[i] != zb->values[i])
-            return ::testing::AssertionFailure() << "depth " << i % za->width << "," << i / za->width;
-    const n3d_coverage_buffer* ca = a.fc.coverage[0];
-    if (memcmp(ca->bits, b.fc.coverage[0]->bits, ca->width / 8 * ca->height) != 0 ||
-        memcmp(za->blocks.bits, zb->blocks.bits, za->blocks.width / 8 * za->height) != 0)
+    const n3d_zbuffer *za = a.fc.zbuffer, *zb = b.fc.zbuffer;
+    for (int32_t i = 0; i < 320 * 240; i++)
+        if (a.pixel(i % 320, i / 320) != b.pixel(i % 320, i / 320) || za->values[i] != zb->values[i])
+            return ::testing::AssertionFailure() << "pixel or depth " << i % 320 << "," << i / 320;
+    if (memcmp(a.fc.coverage[0]->bits, b.fc.coverage[0]->bits, 320 / 8 * 240) != 0 ||
+        memcmp(za->blocks.bits, zb->blocks.bits, za->blocks.width / 8 * 240) != 0)
         return ::testing::AssertionFailure() << "coverage or depth blocks differ";
     return ::testing::AssertionSuccess();
 }
@@ -533,13 +406,6 @@ __attribute__((noinline)) void exact_poison_stack(uint8_t byte)
     __asm__ volatile("" : : "r"(junk) : "memory");
 }
 
-// Rounds per variant and kernel set; REEL_RASTER_EXACT_ROUNDS asks for more.
-int exact_rounds()
-{
-    const char* env = getenv("REEL_RASTER_EXACT_ROUNDS");
-    return env ? atoi(env) : 700;
-}
-
 }  // namespace
 
 TEST(n3d_rasterizers, portable_and_vector_kernels_draw_the_same_bytes)
@@ -547,9 +413,10 @@ TEST(n3d_rasterizers, portable_and_vector_kernels_draw_the_same_bytes)
     const n3d_raster_kernels best = n3d_raster_use_kernels(N3D_RASTER_KERNELS_BEST);
     if (best == N3D_RASTER_KERNELS_PORTABLE)
         GTEST_SKIP() << "this processor has only the portable kernel";
-    static exact_pair pair;
+    static raster_env portable, vector;  // one target drawn with each kernel set
     static exact_assets assets;
-    const int rounds = exact_rounds();
+    const char* rounds_env = getenv("REEL_RASTER_EXACT_ROUNDS");  // rounds per variant and kernel set
+    const int rounds = rounds_env ? atoi(rounds_env) : 700;
     for (uint32_t k = N3D_RASTER_KERNELS_AVX2; k <= best; k++)
     for (uint32_t vi = 0; vi < n3d_rasterizer_table_count; vi++) {
         n3d_rasterizer_entry* e = &n3d_rasterizer_table[vi];
@@ -557,19 +424,19 @@ TEST(n3d_rasterizers, portable_and_vector_kernels_draw_the_same_bytes)
         pcg32 rng = {0x853c49e6748fea9bull + vi, 0xda3e39cb94b95bdbull};
         for (int round = 0; round < rounds; round++) {
             if (round % 60 == 0)
-                exact_random_state(&rng, &pair);
+                exact_random_state(&rng, portable, vector);
             tri_vertex given[3], tri[3];
             exact_triangle(&rng, (exact_kind)(round % EXACT_KIND_COUNT), given);
             drawable_winding(given, tri);
-            n3d_raster_call cp = make_call(pair.portable, e, tri, texture, &assets.phong);
-            n3d_raster_call cv = make_call(pair.vector, e, tri, texture, &assets.phong);
+            n3d_raster_call cp = make_call(portable, e, tri, texture, &assets.phong);
+            n3d_raster_call cv = make_call(vector, e, tri, texture, &assets.phong);
             n3d_raster_use_kernels(N3D_RASTER_KERNELS_PORTABLE);
             exact_poison_stack((uint8_t)(round * 37 + vi));
             const int drawn = e->rasterizer(&cp);
             n3d_raster_use_kernels((n3d_raster_kernels)k);
             exact_poison_stack((uint8_t)(round * 53 + vi + 1));
             ASSERT_EQ(e->rasterizer(&cv), drawn) << e->name;
-            ASSERT_TRUE(exact_same_state(pair.portable, pair.vector))
+            ASSERT_TRUE(exact_same_state(portable, vector))
                 << e->name << ", round " << round << ", kind " << round % EXACT_KIND_COUNT << ", kernels " << k;
         }
     }
@@ -591,14 +458,10 @@ TEST(n3d_rasterizers, portable_and_vector_kernels_draw_the_same_bytes)
 // r = 5243 + (((5041 - 5243) * 9830) >> 14) = 5121 (interpolated between entries 25 and 26).
 // u = 0.2353: U = 49153, (49153 * 5121) >> 18 = 960, + 7: texel 60 (61 with entry 25 alone);
 // v = 0.603: V = 125964, 2460 + 7 = 2467: texel 154 (157 with entry 25 alone): 0xF341.
-TEST(n3d_rasterizers, hand_worked_pixels)
+TEST(n3d_rasterizers, hand_worked_pixels_and_the_mip_level_the_gradients_pick)
 {
     raster_env env;
-    const struct {
-        uint32_t flags;
-        float u, v, w, p0, p1;
-        uint16_t pixel;
-    } cases[] = {
+    const struct { uint32_t flags; float u, v, w, p0, p1; uint16_t pixel; } cases[] = {
         {80, 0.3915f, 0.1447f, 1, 0, 0, 0x90AB},   {81, 0.3915f, 0.1447f, 1, 0, 0, 0x90AB},
         {336, 0.3915f, 0.1447f, 1, 0, 0, 0x90AB},  // affine: U = round(0.3915 * 255 * 1024) >> 6, + 7
         {48, 0.3915f, 0.1447f, 1, 0, 0, 0xA054},   {178, 0.3915f, 0.1447f, 1, 0.5f, 0.25f, 0xA454},
@@ -613,24 +476,18 @@ TEST(n3d_rasterizers, hand_worked_pixels)
         n3d_raster_call call = make_call(env, variant_with_flags(c.flags), t);
         ASSERT_EQ(call.entry->rasterizer(&call), 1);
         int drawn = 0;
-        for (int y = 0; y < 240; y++)
-            for (int x = 0; x < 320; x++)
-                if (env.pixel(x, y) != 0x8000) {
-                    drawn++;
-                    ASSERT_EQ(env.pixel(x, y), c.pixel) << c.flags << " at " << x << "," << y;
-                }
+        for (int i = 0; i < 320 * 240; i++) {
+            const uint16_t px = env.pixel(i % 320, i / 320);
+            drawn += px != 0x8000;
+            ASSERT_TRUE(px == 0x8000 || px == c.pixel) << c.flags << " at " << i % 320 << "," << i / 320 << ": " << px;
+        }
         EXPECT_GT(drawn, 9000) << c.flags;
     }
-}
-
-// The mipconst variant picks one level from grad_x: u grows 256 a pixel, so g = ((round(256 *
-// 255 * 960) >> 18) >> 4) = (239 >> 4) = 14 and level_u = floor(log2 14) = 3; v grows 64 a pixel,
-// g = (59 >> 4) = 3, level_v = 1. Each level holds one texel value, red 4 level_u + 2 and green
-// 4 level_v + 2: level (3, 1) gives red 14 and green 6, lit by shade 31 to (14 * 31) >> 5 = 13
-// and (6 * 31) >> 5 = 5: 0xB4A0.
-TEST(n3d_rasterizers, mipconst_draws_from_the_level_its_gradients_pick)
-{
-    raster_env env;
+    // The mipconst variant picks one level from grad_x: u grows 256 a pixel, so g = ((round(256 *
+    // 255 * 960) >> 18) >> 4) = (239 >> 4) = 14 and level_u = floor(log2 14) = 3; v grows 64 a
+    // pixel, g = (59 >> 4) = 3, level_v = 1. Each level holds one texel value, red 4 level_u + 2 and
+    // green 4 level_v + 2: level (3, 1) gives red 14 and green 6, lit by shade 31 to (14 * 31) >> 5
+    // = 13 and (6 * 31) >> 5 = 5: 0xB4A0.
     env.clear();
     std::vector<void*> mips(n3d_mip_slot_count(8, 8, 2, 2));
     std::vector<std::vector<uint16_t>> levels;
@@ -652,163 +509,104 @@ TEST(n3d_rasterizers, mipconst_draws_from_the_level_its_gradients_pick)
 
 // ---- filling rules, spans, coverage and depth ----
 
-namespace {
-
-// Draws one flat (w = 1) triangle with the given variant; returns the rasterizer's result.
-int draw_flat(raster_env& env, uint32_t flags, tri_vertex a, tri_vertex b, tri_vertex c)
-{
-    tri_vertex given[3] = {a, b, c}, tri[3];
-    drawable_winding(given, tri);
-    n3d_raster_call call = make_call(env, variant_with_flags(flags), tri);
-    return variant_with_flags(flags)->rasterizer(&call);
-}
-
-tri_vertex at(float x, float y, float u = 0.5f, float v = 0.5f, float w = 1.0f)
-{
-    return {x, y, w, u, v, 0.0f, 0.0f};
-}
-
-}  // namespace
-
-TEST(n3d_rasterizers, triangles_sharing_an_edge_draw_it_exactly_once)
+TEST(n3d_rasterizers, filling_rules_spans_coverage_depth_and_the_usable_depth_range)
 {
     raster_env env;
-    // a quad cut along a slanted diagonal, plus a fan around a shared vertex
+    // a quad cut along a slanted diagonal, an axis-aligned one, and a thin fan-like one
     const tri_vertex quads[][4] = {{at(10.3f, 12.7f), at(90.6f, 20.1f), at(20.2f, 80.9f), at(100.5f, 95.25f)},
                                    {at(0.0f, 0.0f), at(64.0f, 0.0f), at(0.0f, 64.0f), at(64.0f, 64.0f)},
                                    {at(140.0f, 30.5f), at(151.5f, 200.5f), at(149.5f, 110.0f), at(300.0f, 31.0f)}};
     for (const auto& q : quads) {
+        const tri_vertex t0[3] = {q[0], q[1], q[2]}, t1[3] = {q[1], q[3], q[2]};
         env.clear();
         draw_flat(env, 81, q[0], q[1], q[2]);
         std::vector<uint8_t> first(320 * 240);
-        for (int y = 0; y < 240; y++)
-            for (int x = 0; x < 320; x++)
-                first[y * 320 + x] = env.covered(x, y);
+        for (int i = 0; i < 320 * 240; i++)
+            first[i] = env.covered(i % 320, i / 320);
         env.clear();
         draw_flat(env, 81, q[1], q[3], q[2]);
         int overlap = 0, inside_missing = 0;
-        for (int y = 0; y < 240; y++)
-            for (int x = 0; x < 320; x++) {
-                const bool second = env.covered(x, y);
-                overlap += first[y * 320 + x] && second;
-                // a pixel centre strictly inside either triangle must be drawn by one of them
-                const tri_vertex t0[3] = {q[0], q[1], q[2]}, t1[3] = {q[1], q[3], q[2]};
-                const reference_pixel r0 = reference_at(t0, x, y, false);
-                const reference_pixel r1 = reference_at(t1, x, y, false);
-                const bool on_shared = r0.boundary || r1.boundary;
-                if ((r0.inside || r1.inside) && !on_shared && !(first[y * 320 + x] || second))
-                    inside_missing++;
-            }
+        for (int i = 0; i < 320 * 240; i++) {
+            const int x = i % 320, y = i / 320;
+            const bool second = env.covered(x, y);
+            overlap += first[i] && second;
+            // a pixel centre strictly inside either triangle, off the shared edge, is drawn by one
+            const reference_pixel r0 = reference_at(t0, x, y, false), r1 = reference_at(t1, x, y, false);
+            inside_missing += (r0.inside || r1.inside) && !(r0.boundary || r1.boundary) && !(first[i] || second);
+        }
         EXPECT_EQ(overlap, 0);
         EXPECT_EQ(inside_missing, 0);
     }
-}
 
-TEST(n3d_rasterizers, top_left_rule_on_horizontal_edges_and_rows_above_the_screen)
-{
-    raster_env env;
-    // horizontal top edge: its row is drawn, from the left vertex up to (not including) the right
+    // horizontal top edge: its row is drawn from the left vertex up to (not including) the right;
+    // the bottom vertex's row is outside
     env.clear();
     draw_flat(env, 80, at(10, 10), at(50, 10), at(30, 40));
-    EXPECT_TRUE(env.covered(10, 10));
-    EXPECT_TRUE(env.covered(49, 10));
-    EXPECT_FALSE(env.covered(50, 10));
-    EXPECT_FALSE(env.covered(30, 9));
-    EXPECT_FALSE(env.covered(30, 40));  // the bottom vertex's row is outside
-    // horizontal bottom edge: its row is not drawn
+    EXPECT_TRUE(env.covered(10, 10) && env.covered(49, 10));
+    EXPECT_FALSE(env.covered(50, 10) || env.covered(30, 9) || env.covered(30, 40));
+    // horizontal bottom edge: its row is not drawn; the apex row's span is empty
     env.clear();
     draw_flat(env, 80, at(30, 10), at(10, 40), at(50, 40));
-    EXPECT_FALSE(env.covered(30, 10));  // the apex row's span is empty: left edge in, right edge out
-    EXPECT_TRUE(env.covered(30, 11));
-    EXPECT_TRUE(env.covered(11, 39));
-    EXPECT_FALSE(env.covered(30, 40));
+    EXPECT_TRUE(env.covered(30, 11) && env.covered(11, 39));
+    EXPECT_FALSE(env.covered(30, 10) || env.covered(30, 40));
     // a vertex above the screen: rows start at 0 with the edges advanced to it
     env.clear();
     const tri_vertex above[3] = {at(100, -50.5f), at(20, 100), at(180, 100)};
     draw_flat(env, 80, above[0], above[1], above[2]);
     int mismatched = 0;
-    for (int y = 0; y < 110; y++)
-        for (int x = 0; x < 320; x++) {
-            const reference_pixel r = reference_at(above, x, y, false);
-            if (!r.boundary && r.inside != env.covered(x, y))
-                mismatched++;
-        }
+    for (int i = 0; i < 320 * 110; i++) {
+        const reference_pixel r = reference_at(above, i % 320, i / 320, false);
+        mismatched += !r.boundary && r.inside != env.covered(i % 320, i / 320);
+    }
     EXPECT_EQ(mismatched, 0);
     EXPECT_TRUE(env.covered(100, 0));
-}
 
-TEST(n3d_rasterizers, spans_split_into_segments_that_wrap_and_a_tail_that_clamps)
-{
     // u grows by about 255 texels per pixel along x: inside segments the coordinate wraps
     // at 256, in the tail it clamps at 255. Right edge x = 40 - y: row y spans 40 - y pixels.
-    raster_env env;
     env.clear();
     draw_flat(env, 336, at(0, 0, 0.0f, 0.0f), at(0, 40, 0.0f, 0.0f), at(40, 0, 40.0f, 0.0f));
-    auto texel_u = [&](int x, int y) {
-        const uint16_t px = env.pixel(x, y);
-        return (int)(((px >> 10) & 31) | (px & 7) << 5);
-    };
+    auto texel_u = [&](int x, int y) { return (int)(((env.pixel(x, y) >> 10) & 31) | (env.pixel(x, y) & 7) << 5); };
     // 5 pixels: one 4-pixel segment (wrapping) and one tail pixel (clamped to 255)
-    const int y5 = 35;
-    EXPECT_TRUE(env.covered(4, y5));
-    EXPECT_FALSE(env.covered(5, y5));
-    EXPECT_NE(texel_u(3, y5), 255);
-    EXPECT_EQ(texel_u(4, y5), 255);
+    EXPECT_TRUE(env.covered(4, 35) && !env.covered(5, 35));
+    EXPECT_NE(texel_u(3, 35), 255);
+    EXPECT_EQ(texel_u(4, 35), 255);
     // 20 pixels: 8 + 8 + 2 in segments, 2 in the tail
-    const int y20 = 20;
-    EXPECT_TRUE(env.covered(19, y20));
-    EXPECT_FALSE(env.covered(20, y20));
-    EXPECT_NE(texel_u(17, y20), 255);
-    EXPECT_EQ(texel_u(18, y20), 255);
-    EXPECT_EQ(texel_u(19, y20), 255);
-    // 4 pixels: no segment at all, every pixel clamped
-    for (int x = 1; x < 4; x++)
+    EXPECT_TRUE(env.covered(19, 20) && !env.covered(20, 20));
+    EXPECT_NE(texel_u(17, 20), 255);
+    EXPECT_EQ(texel_u(18, 20), 255);
+    EXPECT_EQ(texel_u(19, 20), 255);
+    for (int x = 1; x < 4; x++)  // 4 pixels: no segment at all, every pixel clamped
         EXPECT_EQ(texel_u(x, 36), 255) << x;
-}
 
-TEST(n3d_rasterizers, coverage_read_keeps_covered_pixels_and_write_marks_whole_spans)
-{
-    raster_env env;
     n3d_coverage_buffer* cb = env.fc.coverage[0];
     // coverage-reading variants keep a covered pixel's colour; the read-only one (49) leaves
-    // coverage alone, the read-write one (51) marks what it draws
-    for (uint32_t flags : {51u, 49u}) {
+    // coverage alone, the read-write one (51) marks what it draws; the write-only one (80)
+    // draws over covered pixels (that writes mark every pixel of a span, across word
+    // boundaries too, the float reference checks on every variant)
+    for (uint32_t flags : {51u, 49u, 80u}) {
         env.clear();
         cb->bits[(50 * cb->width + 40) / 32] |= 0x80000000u >> (40 % 32);
         draw_flat(env, flags, at(10, 10), at(100, 20), at(30, 90));
-        EXPECT_EQ(env.pixel(40, 50), 0x8000) << flags;
+        EXPECT_EQ(env.pixel(40, 50) == 0x8000, flags != 80) << flags;
         EXPECT_NE(env.pixel(41, 50), 0x8000) << flags;
-        EXPECT_EQ(env.covered(41, 50), flags == 51) << flags;
+        EXPECT_EQ(env.covered(41, 50), flags != 49) << flags;
     }
-    // a write-only variant draws over covered pixels; spans crossing word boundaries set every bit
-    env.clear();
-    cb->bits[(50 * cb->width + 40) / 32] |= 0x80000000u >> (40 % 32);
-    draw_flat(env, 80, at(0, 45), at(319, 45), at(0, 55));
-    EXPECT_NE(env.pixel(40, 50), 0x8000);
-    int covered_row = 0;
-    for (int x = 0; x < 320; x++)
-        covered_row += env.covered(x, 46);
-    EXPECT_GT(covered_row, 250);
-    for (int x = 0; x < covered_row; x++)
-        ASSERT_TRUE(env.covered(x, 46)) << x;
-}
 
-TEST(n3d_rasterizers, depth_test_with_lazily_cleared_blocks)
-{
-    raster_env env;
+    // the depth test with lazily cleared blocks
     env.clear();
     auto square = [&](float x, float size, float uv, float w) {
         return draw_flat(env, 190, at(x, x, uv, uv, w), at(x + size, x, uv, uv, w), at(x, x + size, uv, uv, w));
     };
+    const uint16_t* depth = &env.fc.zbuffer->values[50 * 320 + 50];
     // far (w = 2): the blocks are invalid after the clear, so it passes everywhere
     EXPECT_EQ(square(10, 190, 0.5f, 2.0f), 1);
     EXPECT_NE(env.pixel(50, 50), 0x8000);
-    EXPECT_EQ(env.fc.zbuffer->values[50 * 320 + 50], 4096);  // iw 0.5 * 8192
+    EXPECT_EQ(*depth, 4096);  // iw 0.5 * 8192
     // nearer (w = 1) wins; an equal depth does not; farther (w = 4) loses
     n3d_framebuffer_clear(env.fc.framebuffer);
     square(40, 40, 0.1f, 1.0f);
     EXPECT_NE(env.pixel(50, 50), 0x8000);
-    EXPECT_EQ(env.fc.zbuffer->values[50 * 320 + 50], 8192);
+    EXPECT_EQ(*depth, 8192);
     n3d_framebuffer_clear(env.fc.framebuffer);
     square(40, 40, 0.9f, 1.0f);
     square(40, 40, 0.9f, 4.0f);
@@ -817,21 +615,16 @@ TEST(n3d_rasterizers, depth_test_with_lazily_cleared_blocks)
     n3d_zbuffer_clear(env.fc.zbuffer);
     square(40, 40, 0.9f, 4.0f);
     EXPECT_NE(env.pixel(50, 50), 0x8000);
-    EXPECT_EQ(env.fc.zbuffer->values[50 * 320 + 50], 2048);
-}
-
-TEST(n3d_rasterizers, triangles_too_deep_for_the_reciprocal_table_are_skipped)
-{
-    raster_env env;
+    EXPECT_EQ(*depth, 2048);
+    // triangles too deep for the reciprocal table are skipped
     env.clear();
     auto draw = [&](uint32_t flags, float far_w) {
         return draw_flat(env, flags, at(10, 10), at(100, 10, 0.5f, 0.5f, far_w), at(10, 100));
     };
     // farthest iw below 3/30 of the nearest: index < 3, rejected with result 0, nothing drawn
     EXPECT_EQ(draw(80, 11.0f), 0);
-    for (int y = 0; y < 240; y++)
-        for (int x = 0; x < 320; x++)
-            ASSERT_FALSE(env.covered(x, y));
+    for (int i = 0; i < 320 * 240; i++)
+        ASSERT_FALSE(env.covered(i % 320, i / 320));
     // just inside the range it is drawn; the affine variant has no such rule
     EXPECT_EQ(draw(80, 9.0f), 1);
     EXPECT_EQ(draw(336, 11.0f), 1);
