@@ -153,7 +153,8 @@ TEST(reel_resource_death, missing_names_unknown_kinds_and_damaged_blocks)
     memcpy(&nan_advance[4 + 8 + 4 + 8], &nan, 4);  // glyph 0's advance
     fs.glyphs[1].stencil.height = 2;               // short of the glyph's 3 rows
     scene_test_image too_wide(2, 2, 5, 4), not_linear(3, 3, 8, 8);
-    not_linear.image.texture.linear = 0;
+    // swizzled levels are padded: more texels than the linear 8 x 8
+    not_linear.texels.resize(4096), not_linear.mips[0] = not_linear.texels.data(), not_linear.image.texture.linear = 0;
     const struct { uint32_t kind; bytes block; const char* message; } cases[] = {
         {10, bytes{0, 0, 0, 0}, "crash in reel_load_resource at src/reel:[0-9]+\nkind 10\\?\\?\n$"},
         {3, bytes{0xCD, 0xAB}, "resource \"bad\" \\(palette\\): truncated block marker: needs 4 bytes at offset 0, 2 left"},
