@@ -1,46 +1,30 @@
-// Scene loading: binding rows to the scene table by prefix, scene descriptions (the parser on its
-// own and through reel_load_scene with resources already in the cache), the argument parsers,
-// colours and memprintf.
+// Scene loading: binding rows to the scene table by prefix, scene descriptions (the parser alone and
+// through reel_load_scene with resources already in the cache), the argument parsers and colours.
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "reel.h"
 #include "scene_fixture.h"
-#include "test_fatal.h"
 
 namespace {
 
-reel_sequence_row script_row(const char* function, const char* args)
-{
-    reel_sequence_row r = {};
-    r.line = 7, r.function = function, r.args = args;
-    return r;
-}
+// Each binding: its name in loading's messages, its need in the table, its count in the scene.
+#define NEED(binding, count) {#binding, &reel_scene_needs::binding, &reel_scene::count}
+const struct { const char* name; uint8_t reel_scene_needs::*need; uint32_t reel_scene::*count; } need_fields[] = {
+    NEED(integers, integer_count), NEED(floats, float_count), NEED(palettes, palette_count),
+    NEED(rle_images, rle_image_count), NEED(images, image_count), NEED(stencils, stencil_count),
+    NEED(textures, texture_count), NEED(palette_animations, palette_animation_count), NEED(madpacks, madpack_count),
+    NEED(colours, colour_count), NEED(fonts, font_count), NEED(blobs, blob_count)};
+#undef NEED
 
-const reel_scene_binding* table_row(const char* name) { return &reel_scene_table[scene_table_row(name)]; }
-
-// Counts as large as the scene's table row asks for, as if a description had bound them (the
-// entries themselves are not read by loading).
+// Counts as large as the needs, as if a description had bound them (loading reads no entries).
 void grant_needs(reel_scene* s, const reel_scene_needs& n)
 {
-    s->integer_count = n.integers, s->float_count = n.floats, s->palette_count = n.palettes;
-    s->rle_image_count = n.rle_images, s->image_count = n.images, s->stencil_count = n.stencils;
-    s->texture_count = n.textures, s->palette_animation_count = n.palette_animations;
-    s->madpack_count = n.madpacks, s->colour_count = n.colours, s->font_count = n.fonts, s->blob_count = n.blobs;
+    for (const auto& field : need_fields)
+        s->*field.count = n.*field.need;
 }
-
-// Each binding's name in loading's messages, with its need.
-const struct { const char* name; uint8_t reel_scene_needs::*need; } need_fields[] = {
-    {"integers", &reel_scene_needs::integers},     {"floats", &reel_scene_needs::floats},
-    {"palettes", &reel_scene_needs::palettes},     {"rle_images", &reel_scene_needs::rle_images},
-    {"images", &reel_scene_needs::images},         {"stencils", &reel_scene_needs::stencils},
-    {"textures", &reel_scene_needs::textures},     {"palette_animations", &reel_scene_needs::palette_animations},
-    {"madpacks", &reel_scene_needs::madpacks},     {"colours", &reel_scene_needs::colours},
-    {"fonts", &reel_scene_needs::fonts},           {"blobs", &reel_scene_needs::blobs},
-};
 
 // What ini_parse hands to its callbacks (a list of texts), checked for the NUL it promises
 // while the call lasts.
@@ -50,10 +34,9 @@ void record_value(const char* key, uint32_t key_length, const char* value, uint3
     ((std::vector<std::string>*)user)->push_back(std::string(key) + "=" + value);
 }
 
-void record_item(const char* key, uint32_t key_length, const char* item, uint32_t item_length, uint32_t index,
-                 uint32_t count, void* user)
+void record_item(const char* key, uint32_t key_length, const char* item, uint32_t length, uint32_t index, uint32_t count, void* user)
 {
-    EXPECT_TRUE(key[key_length] == 0 && item[item_length] == 0);
+    EXPECT_TRUE(key[key_length] == 0 && item[length] == 0);
     ((std::vector<std::string>*)user)->push_back(key + ("[" + std::to_string(index) + "/" + std::to_string(count) + "]=") + item);
 }
 
@@ -68,86 +51,56 @@ std::vector<std::string> parse(const std::string& text)
 
 }  // namespace
 
-TEST(reel_scene_load, a_row_binds_to_the_first_table_row_its_function_name_begins)
+TEST(reel_scene_load, a_row_binds_to_the_first_table_row_its_function_name_begins_unless_already_loaded)
 {
     // "music_s": both music_start and music_sync begin so, the earlier row wins; "overlay_clut_set"
     // is not overlay_clut_set1_pulsate, which comes later
     const struct { const char* function; const char* expected; } cases[] = {
-        {"music_sync", "music_sync"}, {"music_s", "music_start"}, {"load", "load_sync"},
-        {"overlay_clut_set", "overlay_clut_set"}, {"overlay_clut_set1", "overlay_clut_set1_pulsate"},
-        {"video_clut", "video_clut_reset"}, {"video_cl", "video_clut_reset"}, {"video_clea", "video_clear"}};
+        {"music_sync", "music_sync"}, {"music_s", "music_start"}, {"load", "load_sync"}, {"overlay_clut_set", "overlay_clut_set"},
+        {"overlay_clut_set1", "overlay_clut_set1_pulsate"}, {"video_cl", "video_clut_reset"}, {"video_clea", "video_clear"}};
     for (const auto& c : cases) {
-        const reel_scene_binding* expected = table_row(c.expected);
+        const reel_scene_binding& expected = reel_scene_table[scene_table_row(c.expected)];
         scene_engine f;
-        reel_sequence_row r = script_row(c.function, nullptr);
-        grant_needs(&f.scene, expected->needs);
-        reel_load_scene(&f.engine, &f.scene, &r);
-        EXPECT_EQ(f.scene.run, expected->run) << c.function;
-        EXPECT_STREQ(f.scene.name, c.function);
-        EXPECT_TRUE(f.scene.loaded && f.scene.first_update && f.scene.first_render);
+        f.load(c.function, nullptr, 9.0f, [&] { grant_needs(&f.scene, expected.needs); });
+        EXPECT_TRUE(f.scene.run == expected.run && !strcmp(f.scene.name, c.function) && f.scene.loaded &&
+                    f.scene.first_update && f.scene.first_render) << c.function;
     }
-
     scene_engine f;
-    reel_sequence_row unknown = script_row("music_stop", nullptr);
-    EXPECT_FATAL(reel_load_scene(&f.engine, &f.scene, &unknown),
-                 test_literal("crash in reel_load_scene at src/reel:") + "[0-9]+\n" +
-                 test_literal("failed find binding for \"music_stop\" on line: 7\n"));
-    reel_sequence_row empty = script_row("", nullptr);
-    EXPECT_FATAL(reel_load_scene(&f.engine, &f.scene, &empty),
-                 test_literal("failed find binding for \"\" on line: 7\n"));
-}
-
-TEST(reel_scene_load, argument_text_goes_to_the_parser_and_a_loaded_scene_is_left_alone)
-{
-    for (uint32_t i = 0; i < reel_scene_table_count; i++) {
-        if (reel_scene_table[i].parse_args)
-            continue;
-        scene_engine f;
-        reel_sequence_row r = script_row(reel_scene_table[i].name, "1");
-        EXPECT_FATAL(reel_load_scene(&f.engine, &f.scene, &r),
-                     test_literal("sequence args not supported for function \"" + std::string(reel_scene_table[i].name) +
-                     "\" (line: 7 in sequence file)\n"));
-        break;
-    }
-
-    scene_engine f;
-    reel_sequence_row r = script_row("music_sync", "22050");
+    EXPECT_FATAL(f.load("music_stop", nullptr), test_literal("crash in reel_load_scene at src/reel:") + "[0-9]+\n" +
+                                                    test_literal("failed find binding for \"music_stop\" on line: 12\n"));
+    // argument text goes to the scene's parser, and there must be one
+    EXPECT_FATAL(f.load("video_clut_reset", "1"),
+                 test_literal("sequence args not supported for function \"video_clut_reset\" (line: 12 in sequence file)\n"));
+    f.row.function = "music_sync", f.row.args = "22050";
     f.scene.integer_count = 99, f.scene.loaded = 1;  // a loaded scene is left as it is
-    reel_load_scene(&f.engine, &f.scene, &r);
+    reel_load_scene(&f.engine, &f.scene, &f.row);
     EXPECT_EQ(f.scene.name, nullptr);
-    f.scene.loaded = 0;
-    reel_load_scene(&f.engine, &f.scene, &r);
-    EXPECT_TRUE(f.scene.run == table_row("music_sync")->run && xmemarena_get_sp(f.engine.tmp_arena) == 0u);
-    EXPECT_STREQ(r.args, "22050");
+    f.scene.loaded = 0, reel_load_scene(&f.engine, &f.scene, &f.row);
+    EXPECT_TRUE(f.scene.run == reel_scene_table[scene_table_row("music_sync")].run &&
+                xmemarena_get_sp(f.engine.tmp_arena) == 0u && !strcmp(f.row.args, "22050"));
 }
 
-// Every scene that reads bindings, bound through a description that binds nothing: one entry
-// short of one binding (a different binding from row to row) is refused before the run.
+// Every scene that reads bindings, one entry short of one of them (a different one from row to row).
 TEST(reel_scene_load, a_description_short_of_a_binding_the_scene_reads_is_fatal)
 {
+    static char nothing[] = "# binds nothing\n";
     uint32_t turn = 0;
     for (uint32_t t = 0; t < reel_scene_table_count; t++) {
         const reel_scene_binding& r = reel_scene_table[t];
         uint32_t asked = 0;
         for (const auto& field : need_fields)
             asked += r.needs.*field.need != 0;
-        if (asked == 0)
-            continue;
-        uint32_t pick = turn++ % asked;
-        for (const auto& field : need_fields) {
+        for (uint32_t pick = asked ? turn++ % asked : 0; const auto& field : need_fields) {
             const uint32_t need = r.needs.*field.need;
             if (need == 0 || pick-- != 0)
                 continue;
             scene_engine f;
-            char text[] = "# binds nothing\n";
-            f.add(REEL_KIND_RAW, "d.ini", text);
+            f.add(REEL_KIND_RAW, "d.ini", nothing);
             reel_scene_needs one_short = r.needs;
             one_short.*field.need = (uint8_t)(need - 1);
-            grant_needs(&f.scene, one_short);
-            reel_sequence_row row = script_row(r.name, "@d.ini");
-            EXPECT_FATAL(reel_load_scene(&f.engine, &f.scene, &row),
-                         test_literal("scene \"" + std::string(r.name) + "\" on line 7 reads " + std::to_string(need) +
-                         " " + field.name + ", it was given " + std::to_string(need - 1) + "\n"));
+            EXPECT_FATAL(f.load(r.name, "@d.ini", 9.0f, [&] { grant_needs(&f.scene, one_short); }),
+                         test_literal("scene \"" + std::string(r.name) + "\" on line 12 reads " + std::to_string(need) + " " +
+                                      field.name + ", it was given " + std::to_string(need - 1) + "\n"));
         }
     }
 }
@@ -165,91 +118,59 @@ TEST(reel_scene_load, a_description_binds_names_numbers_and_resources)
     f.add(REEL_KIND_RAW, "tunnel_a.ini", ini.data());
     f.add(REEL_KIND_TEXTURE, "wall", &wall), f.add(REEL_KIND_TEXTURE, "floor", &floor);
     f.add(REEL_KIND_PALETTE, "sky", &sky), f.add(REEL_KIND_PALETTE_ANIMATION, "ripple", &ripple);
-    reel_sequence_row r = script_row("music_sync", "@tunnel_a.ini");
-
-    testing::internal::CaptureStdout();
-    reel_load_scene(&f.engine, &f.scene, &r);
+    testing::internal::CaptureStdout(), f.load("music_sync", "@tunnel_a.ini");
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "[speed]=[fast] - unhandled key value pair?\n[colors][0/1]=[red] - unhandled key array?\n"
               "[pal] - only a prefix of [palette_animations], bound as that key\n");
-
     const reel_scene& g = f.scene;
-    EXPECT_STREQ(g.name, "tunnel_a");
     EXPECT_EQ(std::vector<n3d_texture*>(g.textures, g.textures + g.texture_count), (std::vector<n3d_texture*>{&wall, &floor}));
     EXPECT_EQ(std::vector<int32_t>(g.integers, g.integers + g.integer_count), (std::vector<int32_t>{1, -2, 3}));
     EXPECT_EQ(std::vector<float>(g.floats, g.floats + g.float_count), (std::vector<float>{0.5f, 2.0f}));
     // keys are compared over their own length, in a fixed order: "pal" is palette_animations
-    EXPECT_TRUE(g.palette_animation_count == 1 && g.palette_animations[0] == &ripple);
-    EXPECT_TRUE(g.palette_count == 1 && g.palettes[0] == &sky);
-    EXPECT_EQ(r.args, nullptr);  // no argument parser runs after a description
-    EXPECT_TRUE(f.scene.run == table_row("music_sync")->run && std::string(ini.data()) == text);
+    EXPECT_TRUE(g.palette_animation_count == 1 && g.palette_animations[0] == &ripple && g.palette_count == 1 &&
+                g.palettes[0] == &sky);
+    // no argument parser runs after a description
+    EXPECT_TRUE(g.run == reel_scene_table[scene_table_row("music_sync")].run && !strcmp(g.name, "tunnel_a") &&
+                f.row.args == nullptr && std::string(ini.data()) == text);
 }
 
-TEST(reel_scene_load, descriptions_that_name_missing_things_are_fatal)
-{
-    scene_engine f;
-    reel_sequence_row r = script_row("music_sync", "@nothing.ini");
-    EXPECT_FATAL(reel_load_scene(&f.engine, &f.scene, &r),
-                 test_literal("could not find \"nothing.ini\" with kind 9 in pak file!\n"));
-    char text[] = "images = [ logo ]\n";
-    f.add(REEL_KIND_RAW, "scene.ini", text);
-    reel_sequence_row s = script_row("music_sync", "@scene.ini");
-    EXPECT_FATAL(reel_load_scene(&f.engine, &f.scene, &s),
-                 test_literal("could not find \"logo\" with kind 5 in pak file!\n"));
-}
-
-TEST(reel_scene_load, the_description_parser_reads_words_items_and_comments)
+TEST(reel_scene_load, the_description_parser_reads_words_items_and_comments_and_refuses_the_rest)
 {
     EXPECT_EQ(parse("scene_name = my-scene\nfloats = [1 ]\n"), std::vector<std::string>{"scene_name=my"});
     EXPECT_EQ(parse("a=[x y]\nb=z"), (std::vector<std::string>{"a[0/2]=x", "a[1/2]=y]", "b=z"}));
     EXPECT_EQ(parse("a = [ ]\n#only a comment\nb =\n  # between\n  c1 # trailing"), (std::vector<std::string>{"b=c1"}));
-    // after line 1 a carriage return is white space
+    // after line 1 a carriage return is white space; Windows line ends, the first line's included, are line ends
     EXPECT_EQ(parse("first = 1\nkey junk = v\r\n"), (std::vector<std::string>{"first=1", "key=v"}));
-    EXPECT_EQ(parse("a = [x # one\n y ]"), (std::vector<std::string>{"a[0/2]=x", "a[1/2]=y"}));
-    // Windows line ends, the first line's included, are line ends
-    EXPECT_EQ(parse("scene_name = a\r\nfloats = [ 1 2 ]\r\nb = c # x\r\n"),
+    EXPECT_EQ(parse("scene_name = a\r\nfloats = [ 1 # one\n 2 ]\r\nb = c # x\r\n"),
               (std::vector<std::string>{"scene_name=a", "floats[0/2]=1", "floats[1/2]=2", "b=c"}));
     EXPECT_EQ(parse("a = -1"), std::vector<std::string>{"a="});
     EXPECT_EQ(parse(""), std::vector<std::string>{});
-}
 
-TEST(reel_scene_load, the_description_parser_refuses_what_it_cannot_read)
-{
     EXPECT_FATAL(parse("a = 1\rb = 2\r"),
                  test_literal("txt contains \\r either bug or unpacked using some tool that converts unix lines to mac.. tryp "
-                 "MacZip\n"));
+                              "MacZip\n"));
     EXPECT_FATAL(parse("a = 1\n\nkey"), test_literal("missing '=' on line 3 in file \"scene.ini\"\n"));
-    EXPECT_FATAL(parse("a = 1\nb = [ x\n y\n"),
-                 test_literal("expected ']' to close array starting on line 2 in file \"scene.ini\"\n"));
-
-    // a NUL ends the text even inside an array
-    std::vector<char> text = {'a', '=', '[', 'x', 0, ']', 0};
-    EXPECT_FATAL(ini_parse(text.data(), "scene.ini", record_value, record_item, nullptr),
-                 "expected '\\]' to close array starting on line 1");
+    EXPECT_FATAL(parse("a = 1\nb = [ x\n y\n"), test_literal("expected ']' to close array starting on line 2 in file \"scene.ini\"\n"));
 }
 
-TEST(reel_scene_load, integer_float_and_string_arguments_advance_past_one_comma)
+TEST(reel_scene_load, integer_float_string_and_colour_arguments_advance_past_one_comma)
 {
     reel_sequence_row r = {};
-    r.line = 12;
-    r.args = "12,34, -7,x";
+    r.line = 12, r.args = "12,34, -7,x";
     const char* cursor = r.args;
     uint32_t counter = 0;
-    EXPECT_EQ(parse_arg_int(&counter, &cursor, &r), 12);
-    EXPECT_STREQ(cursor, "34, -7,x");
+    EXPECT_TRUE(parse_arg_int(&counter, &cursor, &r) == 12 && !strcmp(cursor, "34, -7,x"));
     EXPECT_TRUE(parse_arg_int(&counter, &cursor, &r) == 34 && parse_arg_int(&counter, &cursor, &r) == -7 && counter == 3u);
     EXPECT_FATAL(parse_arg_int(&counter, &cursor, &r),
                  test_literal("crash in parse_arg_int at src/reel_scenes:") + "[0-9]+\n" +
-                 test_literal("parse_arg_int failed \"x\" (sequence line 12, args: \"12,34, -7,x\")\n"));
+                     test_literal("parse_arg_int failed \"x\" (sequence line 12, args: \"12,34, -7,x\")\n"));
     const char* huge = "4294967296";
     EXPECT_FATAL(parse_arg_int(&counter, &huge, &r),
                  test_literal("parse_arg_int out of range \"4294967296\" (sequence line 12, args: \"12,34, -7,x\")\n"));
 
-    r.args = "0.5,-1e3,";
-    cursor = r.args;
+    r.args = cursor = "0.5,-1e3,";
     EXPECT_TRUE(parse_arg_float(&cursor, &r) == 0.5f && parse_arg_float(&cursor, &r) == -1000.0f);
-    EXPECT_FATAL(parse_arg_float(&cursor, &r),
-                 test_literal("parse_arg_float failed \"\" (sequence line 12, args: \"0.5,-1e3,\")\n"));
+    EXPECT_FATAL(parse_arg_float(&cursor, &r), test_literal("parse_arg_float failed \"\" (sequence line 12, args: \"0.5,-1e3,\")\n"));
 
     scene_engine f;
     cursor = "logo,,a b\nrest";
@@ -257,35 +178,23 @@ TEST(reel_scene_load, integer_float_and_string_arguments_advance_past_one_comma)
     EXPECT_STREQ(parse_arg_string(&cursor, &r, &f.demo), "");
     EXPECT_STREQ(parse_arg_string(&cursor, &r, &f.demo), "a b");
     EXPECT_STREQ(cursor, "\nrest");
-}
-
-TEST(reel_scene_load, colours_read_as_rgba_argb1555_and_linear)
-{
-    test_arena a(256);
-    xmemarena& arena = a.arena;
-    reel_sequence_row r = {};
-    r.line = 5;
-    const char* cursor = "#ff8000ff,#0A1B2C7f";
+    // colours read as rgba, argb1555 and linear
+    cursor = "#ff8000ff,#0A1B2C7f";
     reel_color c;
-    parse_arg_color(&c, &cursor, &r, &arena);
-    EXPECT_TRUE(c.rgba == 0xFF8000FFu && c.argb1555 == 0xFE00u);
-    EXPECT_TRUE(c.linear[0] == 1.0f && c.linear[2] == 0.0f && c.linear[3] == 1.0f);
+    parse_arg_color(&c, &cursor, &r, &f.demo);
+    EXPECT_TRUE(c.rgba == 0xFF8000FFu && c.argb1555 == 0xFE00u && c.linear[0] == 1.0f && c.linear[2] == 0.0f &&
+                c.linear[3] == 1.0f);
     EXPECT_NEAR(c.linear[1], 0.2158605f, 1e-5);
-    parse_arg_color(&c, &cursor, &r, &arena);
-    EXPECT_EQ(c.rgba, 0x0A1B2C7Fu);
-    EXPECT_EQ(c.argb1555, (0x0Au >> 3) << 10 | (0x1Bu >> 3) << 5 | (0x2Cu >> 3));  // alpha below 128: bit clear
+    parse_arg_color(&c, &cursor, &r, &f.demo);
+    // alpha below 128: the bit is clear
+    EXPECT_TRUE(c.rgba == 0x0A1B2C7Fu && c.argb1555 == ((0x0Au >> 3) << 10 | (0x1Bu >> 3) << 5 | (0x2Cu >> 3)));
     EXPECT_NEAR(c.linear[3], 127.0f / 255.0f, 1e-7);
 
-    const struct { const char* text; const char* message; } refusals[] = {
-        {"ff8000ff", "expected '#' for start of hexcolor on line: 5\n"},
-        {"#ff8000", "expected 4 hex values of 2 digits, e.g. #00112233 (for r,g,b,a) on line: 5\n"},
-        {"#ff8000ff0", "expected 4 hex values of 2 digits, e.g. #00112233 (for r,g,b,a) on line: 5\n"},
-        {"#ff80g0ff", "could not parse color value after # (invalid hex?) on line: 5\n"},
-    };
-    for (const auto& refusal : refusals) {
-        const char* text = refusal.text;
-        EXPECT_FATAL(parse_arg_color(&c, &text, &r, &arena),
-                     test_literal("crash in parse_arg_color at src/reel_scenes:") + "[0-9]+\n" + test_literal(refusal.message));
+    for (const auto& [text, message] : {std::pair{"ff8000ff", "expected '#' for start of hexcolor on line: 12\n"},
+                                        {"#ff8000", "expected 4 hex values of 2 digits, e.g. #00112233 (for r,g,b,a) on line: 12\n"},
+                                        {"#ff80g0ff", "could not parse color value after # (invalid hex?) on line: 12\n"}}) {
+        const char* at = text;
+        EXPECT_FATAL(parse_arg_color(&c, &at, &r, &f.demo),
+                     test_literal("crash in parse_arg_color at src/reel_scenes:") + "[0-9]+\n" + test_literal(message));
     }
 }
-
