@@ -242,8 +242,10 @@ inline void raster_coverage_write(uint32_t* row, int32_t xl, int32_t xr)
         return;
     }
     row[first] |= head;
-    for (int32_t i = first + 1; i < last; i++)
+    for (int32_t i = first + 1; i < last; i++) {
         row[i] = 0xFFFFFFFFu;
+        __asm__("" : "+r"(i));  // one or two words: a store each, not a call to memset
+    }
     row[last] |= tail;
 }
 
@@ -255,6 +257,12 @@ inline void raster_depth_blocks(const n3d_zbuffer* zb, int32_t row, int32_t xl, 
     uint32_t* block_row = zb->blocks.bits + (uint32_t)row * words_per_row;
     const uint32_t first = (uint32_t)(xl * 2) >> 5;
     const uint32_t last = (uint32_t)(xr * 2 - 2) >> 5;
+    if ((first >> 5) == (last >> 5)) {
+        // the usual case: the span's blocks are in one word and already valid
+        const uint32_t range = (0xFFFFFFFFu >> (first & 31)) & (0xFFFFFFFFu << (31 - (last & 31)));
+        if (!(range & ~block_row[first >> 5]))
+            return;
+    }
     for (uint32_t w = first >> 5; w <= last >> 5; w++) {
         const uint32_t from = w == first >> 5 ? first & 31 : 0;
         const uint32_t to = w == last >> 5 ? last & 31 : 31;
