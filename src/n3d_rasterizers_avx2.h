@@ -321,32 +321,6 @@ RASTER_VEC void raster_segment_group_avx2(const raster_span_ctx& s, const raster
     ends->u = u, ends->v = v, ends->r2 = r2;
 }
 
-// Which 16-bit lanes of a load or store are real: segments of 4 and 2 pixels use the low ones.
-template <uint32_t K>
-RASTER_VEC RASTER_INLINE __m128i raster_load_lanes(const uint16_t* p)
-{
-    if constexpr (K == 3)
-        return _mm_loadu_si128((const __m128i*)p);
-    if constexpr (K == 2)
-        return _mm_loadl_epi64((const __m128i*)p);
-    uint32_t pair;
-    memcpy(&pair, p, 4);
-    return _mm_cvtsi32_si128((int)pair);
-}
-
-template <uint32_t K>
-RASTER_VEC RASTER_INLINE void raster_store_lanes(uint16_t* p, __m128i v)
-{
-    if constexpr (K == 3) {
-        _mm_storeu_si128((__m128i*)p, v);
-    } else if constexpr (K == 2) {
-        _mm_storel_epi64((__m128i*)p, v);
-    } else {
-        const uint32_t pair = (uint32_t)_mm_cvtsi128_si32(v);
-        memcpy(p, &pair, 4);
-    }
-}
-
 // Low 16 bits of each 32-bit lane, as 8 16-bit lanes.
 RASTER_VEC RASTER_INLINE __m128i raster_pack_lanes(__m256i v)
 {
@@ -513,7 +487,6 @@ RASTER_VEC RASTER_INLINE void raster_segment_avx2(const raster_span_ctx& s, cons
                                             raster_span_lanes* l, uint16_t* dst, const uint32_t* cov,
                                             uint16_t* zrow, int32_t x)
 {
-    constexpr uint32_t K = 3;
     const __m256i lane_past_first = _mm256_setr_epi32(0, 1, 1, 1, 1, 1, 1, 1);
 
     // texel coordinates of the 8 pixels in closed form (see above)
@@ -525,6 +498,7 @@ RASTER_VEC RASTER_INLINE void raster_segment_avx2(const raster_span_ctx& s, cons
     // the lighting look-up first: it does not wait for the texel, so it is under way while
     // the texel's index is formed
     __m256i b = _mm256_setzero_si256();
+    const raster_lane_constants& c = s.lanes;
     if constexpr (F & RF_PHONG) {
         const __m256i r2 = raster_ramp<F>(grp.r2, nullptr, j);
         if constexpr (F & RF_LARGE_SPANS)
@@ -532,29 +506,18 @@ RASTER_VEC RASTER_INLINE void raster_segment_avx2(const raster_span_ctx& s, cons
         else
             b = raster_light_of_index<F>(s, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(l->q, N3D_PHONG_Q_SHIFT), r2),
                                                            N3D_PHONG_INDEX_SHIFT));
-    }
-
-    if constexpr (F & RF_PHONG) {
-        const raster_lane_constants& c = s.lanes;
-        // Q moves on by the segment's length (only the last segments have fewer than 8)
-        if constexpr (K == 3) {
-            l->q = _mm256_add_epi32(l->q, _mm256_add_epi32(_mm256_slli_epi32(l->dq, K), raster_lanes(c.q_step)));
-            l->dq = _mm256_add_epi32(l->dq, raster_lanes(c.dq_step));
-        } else {
-            const uint32_t qxx = (uint32_t)s.qxx;
-            constexpr uint32_t pairs = ((1u << K) - 1) << K >> 1;
-            l->q = _mm256_add_epi32(l->q, _mm256_add_epi32(_mm256_slli_epi32(l->dq, K), _mm256_set1_epi32((int)(qxx * pairs))));
-            l->dq = _mm256_add_epi32(l->dq, _mm256_set1_epi32((int)(qxx << K)));
-        }
+        // Q moves on by the segment's 8 pixels
+        l->q = _mm256_add_epi32(l->q, _mm256_add_epi32(_mm256_slli_epi32(l->dq, 3), raster_lanes(c.q_step)));
+        l->dq = _mm256_add_epi32(l->dq, raster_lanes(c.dq_step));
     }
 
     uint16_t* out = dst + x;
 #if RASTER_VEC_512
     if constexpr (F & (RF_COV_READ | RF_DEPTH)) {
         // masked stores: the lanes written are those of the segment that are uncovered and nearer
-        __mmask8 write = (__mmask8)(0xFFu >> (8 - (1u << K)));
+        __mmask8 write = 0xFF;
         if constexpr (F & RF_COV_READ) {
-            const int bits = raster_coverage_byte(cov, x, 1u << K);
+            const int bits = raster_coverage_byte(cov, x, RASTER_LANES);
             const __m128i lane_bit = _mm_setr_epi16(0x80, 0x40, 0x20, 0x10, 8, 4, 2, 1);
             write &= (__mmask8)~_mm_test_epi16_mask(_mm_set1_epi16((short)bits), lane_bit);
         }
@@ -562,15 +525,12 @@ RASTER_VEC RASTER_INLINE void raster_segment_avx2(const raster_span_ctx& s, cons
             uint16_t* zout = zrow + x;
             write &= _mm_cmpgt_epu16_mask(l->z, _mm_maskz_loadu_epi16(write, zout));
             _mm_mask_storeu_epi16(zout, write, l->z);
-            if constexpr (K == 3)
-                l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)s.lanes.z_step));
-            else
-                l->z = _mm_add_epi16(l->z, _mm_set1_epi16((short)((uint32_t)s.z_x << K)));
+            l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)c.z_step));
         }
-        raster_store_pixels<F>(s, S, V, b, out, 1u << K, write);
+        raster_store_pixels<F>(s, S, V, b, out, RASTER_LANES, write);
     } else {
         (void)cov, (void)zrow;
-        raster_store_pixels<F>(s, S, V, b, out, 1u << K, (__mmask8)(0xFFu >> (8 - (1u << K))));
+        raster_store_pixels<F>(s, S, V, b, out, RASTER_LANES, 0xFF);
     }
 #else
     const __m128i pixels = raster_pixel_lanes<F>(s, S, V, b);
@@ -578,26 +538,23 @@ RASTER_VEC RASTER_INLINE void raster_segment_avx2(const raster_span_ctx& s, cons
         // lanes that keep what is there: covered, or not nearer
         __m128i keep = _mm_setzero_si128();
         if constexpr (F & RF_COV_READ) {
-            const int bits = raster_coverage_byte(cov, x, 1u << K);
+            const int bits = raster_coverage_byte(cov, x, RASTER_LANES);
             const __m128i lane_bit = _mm_setr_epi16(0x80, 0x40, 0x20, 0x10, 8, 4, 2, 1);
             keep = _mm_cmpeq_epi16(_mm_and_si128(_mm_set1_epi16((short)bits), lane_bit), lane_bit);
         }
         if constexpr (F & RF_DEPTH) {
-            uint16_t* zout = zrow + x;
+            __m128i* zout = (__m128i*)(zrow + x);
             // the nearer of the two is what stays: the stored value where the test fails
-            const __m128i z_old = raster_load_lanes<K>(zout);
+            const __m128i z_old = _mm_loadu_si128(zout);
             const __m128i z_new = _mm_max_epu16(l->z, z_old);
             keep = _mm_or_si128(keep, _mm_cmpeq_epi16(z_new, z_old));
-            raster_store_lanes<K>(zout, z_new);
-            if constexpr (K == 3)
-                l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)s.lanes.z_step));
-            else
-                l->z = _mm_add_epi16(l->z, _mm_set1_epi16((short)((uint32_t)s.z_x << K)));
+            _mm_storeu_si128(zout, z_new);
+            l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)c.z_step));
         }
-        raster_store_lanes<K>(out, _mm_blendv_epi8(pixels, raster_load_lanes<K>(out), keep));
+        _mm_storeu_si128((__m128i*)out, _mm_blendv_epi8(pixels, _mm_loadu_si128((const __m128i*)out), keep));
     } else {
         (void)cov, (void)zrow;
-        raster_store_lanes<K>(out, pixels);
+        _mm_storeu_si128((__m128i*)out, pixels);
     }
 #endif
 }
