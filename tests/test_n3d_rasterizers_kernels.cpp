@@ -12,14 +12,14 @@
 
 namespace {
 
+// A 320 x 240 target with coverage and depth, one 16-bit and one 8-bit texture of constant
+// texels (the counts do not depend on what is drawn) and a constant phong table.
 struct kernels_env {
     test_arena memory = test_arena(4 << 20);
     n3d_framecontext fc;
-    n3d_texture tex16, tex8;
-    void* mips16[1];
-    void* mips8[1];
-    uint16_t palette[256];
-    uint16_t shades[256 * 32];
+    n3d_texture textures[2];  // 16-bit, 8-bit
+    void* mips[2][1];
+    uint16_t tables[256 + 256 * 32];  // palette, shades
     uint8_t phong_storage[272];
     const uint8_t* phong = phong_storage + 8;
 
@@ -30,11 +30,10 @@ struct kernels_env {
                               N3D_FRAMECONTEXT_COVERAGE | N3D_FRAMECONTEXT_ZBUFFER);
         void* texels16 = memset(xmemarena_push_align(&memory.arena, 65536 * 2, 32), 0x5A, 65536 * 2);
         void* texels8 = memset(xmemarena_push_align(&memory.arena, 65536, 32), 7, 65536);
-        memset(palette, 0x11, sizeof(palette));
-        memset(shades, 0x22, sizeof(shades));
+        memset(tables, 0x11, sizeof(tables));
         memset(phong_storage, 16, sizeof(phong_storage));
-        test_texture_256(&tex16, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips16, texels16, palette, shades);
-        test_texture_256(&tex8, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, mips8, texels8, palette, shades);
+        test_texture_256(&textures[0], N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips[0], texels16, tables, tables + 256);
+        test_texture_256(&textures[1], N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, mips[1], texels8, tables, tables + 256);
     }
 };
 
@@ -43,7 +42,7 @@ struct kernels_env {
 n3d_raster_call flat_call(kernels_env& env, n3d_rasterizer_entry* e, const float xy[3][2])
 {
     static n3d_texture* textures[1];
-    textures[0] = (e->flags & N3D_RASTERIZER_T0_I8ARGB1555) ? &env.tex8 : &env.tex16;
+    textures[0] = &env.textures[(e->flags & N3D_RASTERIZER_T0_I8ARGB1555) ? 1 : 0];
     n3d_raster_call c;
     memset(&c, 0, sizeof(c));
     c.entry = e;
