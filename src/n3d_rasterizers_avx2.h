@@ -716,8 +716,8 @@ RASTER_VEC RASTER_INLINE void raster_plan_avx2(const raster_span_ctx& s, const r
     raster_segment_group_avx2<F>(s, a, 0, n.count8, n.partial, &plan->ends, &plan->grp);
 }
 
-// The vector form of raster_span_portable: the same segments, each drawn by
-// raster_segment_avx2, and the same tail.
+// The vector form of raster_span_portable: the same segments and the same tail, the 8-pixel
+// segments drawn by raster_segment_avx2, the shorter ones and the tail by raster_last_lanes.
 template <uint32_t F>
 RASTER_VEC void raster_span_avx2(const raster_span_ctx& s, const raster_span_job& job, const raster_span_job* next,
                                   raster_span_plans* plans)
