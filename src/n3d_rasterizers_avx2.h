@@ -321,32 +321,6 @@ RASTER_VEC void raster_segment_group_avx2(const raster_span_ctx& s, const raster
     ends->u = u, ends->v = v, ends->r2 = r2;
 }
 
-// Which 16-bit lanes of a load or store are real: segments of 4 and 2 pixels use the low ones.
-template <uint32_t K>
-RASTER_VEC RASTER_INLINE __m128i raster_load_lanes(const uint16_t* p)
-{
-    if constexpr (K == 3)
-        return _mm_loadu_si128((const __m128i*)p);
-    if constexpr (K == 2)
-        return _mm_loadl_epi64((const __m128i*)p);
-    uint32_t pair;
-    memcpy(&pair, p, 4);
-    return _mm_cvtsi32_si128((int)pair);
-}
-
-template <uint32_t K>
-RASTER_VEC RASTER_INLINE void raster_store_lanes(uint16_t* p, __m128i v)
-{
-    if constexpr (K == 3) {
-        _mm_storeu_si128((__m128i*)p, v);
-    } else if constexpr (K == 2) {
-        _mm_storel_epi64((__m128i*)p, v);
-    } else {
-        const uint32_t pair = (uint32_t)_mm_cvtsi128_si32(v);
-        memcpy(p, &pair, 4);
-    }
-}
-
 // Low 16 bits of each 32-bit lane, as 8 16-bit lanes.
 RASTER_VEC RASTER_INLINE __m128i raster_pack_lanes(__m256i v)
 {
@@ -506,8 +480,9 @@ RASTER_VEC RASTER_INLINE void raster_store_pixels(const raster_span_ctx& s, __m2
 }
 #endif
 
-// The pixels of segment j of a group, 2^K pixels from column x.
-template <uint32_t F, uint32_t K>
+// The pixels of 8-pixel segment j of a group, from column x (the shorter ones at a span's end
+// are drawn by raster_last_lanes).
+template <uint32_t F>
 RASTER_VEC RASTER_INLINE void raster_segment_avx2(const raster_span_ctx& s, const raster_segment_group& grp, uint32_t j,
                                             raster_span_lanes* l, uint16_t* dst, const uint32_t* cov,
                                             uint16_t* zrow, int32_t x)
@@ -523,6 +498,7 @@ RASTER_VEC RASTER_INLINE void raster_segment_avx2(const raster_span_ctx& s, cons
     // the lighting look-up first: it does not wait for the texel, so it is under way while
     // the texel's index is formed
     __m256i b = _mm256_setzero_si256();
+    const raster_lane_constants& c = s.lanes;
     if constexpr (F & RF_PHONG) {
         const __m256i r2 = raster_ramp<F>(grp.r2, nullptr, j);
         if constexpr (F & RF_LARGE_SPANS)
@@ -530,29 +506,18 @@ RASTER_VEC RASTER_INLINE void raster_segment_avx2(const raster_span_ctx& s, cons
         else
             b = raster_light_of_index<F>(s, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(l->q, N3D_PHONG_Q_SHIFT), r2),
                                                            N3D_PHONG_INDEX_SHIFT));
-    }
-
-    if constexpr (F & RF_PHONG) {
-        const raster_lane_constants& c = s.lanes;
-        // Q moves on by the segment's length (only the last segments have fewer than 8)
-        if constexpr (K == 3) {
-            l->q = _mm256_add_epi32(l->q, _mm256_add_epi32(_mm256_slli_epi32(l->dq, K), raster_lanes(c.q_step)));
-            l->dq = _mm256_add_epi32(l->dq, raster_lanes(c.dq_step));
-        } else {
-            const uint32_t qxx = (uint32_t)s.qxx;
-            constexpr uint32_t pairs = ((1u << K) - 1) << K >> 1;
-            l->q = _mm256_add_epi32(l->q, _mm256_add_epi32(_mm256_slli_epi32(l->dq, K), _mm256_set1_epi32((int)(qxx * pairs))));
-            l->dq = _mm256_add_epi32(l->dq, _mm256_set1_epi32((int)(qxx << K)));
-        }
+        // Q moves on by the segment's 8 pixels
+        l->q = _mm256_add_epi32(l->q, _mm256_add_epi32(_mm256_slli_epi32(l->dq, 3), raster_lanes(c.q_step)));
+        l->dq = _mm256_add_epi32(l->dq, raster_lanes(c.dq_step));
     }
 
     uint16_t* out = dst + x;
 #if RASTER_VEC_512
     if constexpr (F & (RF_COV_READ | RF_DEPTH)) {
         // masked stores: the lanes written are those of the segment that are uncovered and nearer
-        __mmask8 write = (__mmask8)(0xFFu >> (8 - (1u << K)));
+        __mmask8 write = 0xFF;
         if constexpr (F & RF_COV_READ) {
-            const int bits = raster_coverage_byte(cov, x, 1u << K);
+            const int bits = raster_coverage_byte(cov, x, RASTER_LANES);
             const __m128i lane_bit = _mm_setr_epi16(0x80, 0x40, 0x20, 0x10, 8, 4, 2, 1);
             write &= (__mmask8)~_mm_test_epi16_mask(_mm_set1_epi16((short)bits), lane_bit);
         }
@@ -560,15 +525,12 @@ RASTER_VEC RASTER_INLINE void raster_segment_avx2(const raster_span_ctx& s, cons
             uint16_t* zout = zrow + x;
             write &= _mm_cmpgt_epu16_mask(l->z, _mm_maskz_loadu_epi16(write, zout));
             _mm_mask_storeu_epi16(zout, write, l->z);
-            if constexpr (K == 3)
-                l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)s.lanes.z_step));
-            else
-                l->z = _mm_add_epi16(l->z, _mm_set1_epi16((short)((uint32_t)s.z_x << K)));
+            l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)c.z_step));
         }
-        raster_store_pixels<F>(s, S, V, b, out, 1u << K, write);
+        raster_store_pixels<F>(s, S, V, b, out, RASTER_LANES, write);
     } else {
         (void)cov, (void)zrow;
-        raster_store_pixels<F>(s, S, V, b, out, 1u << K, (__mmask8)(0xFFu >> (8 - (1u << K))));
+        raster_store_pixels<F>(s, S, V, b, out, RASTER_LANES, 0xFF);
     }
 #else
     const __m128i pixels = raster_pixel_lanes<F>(s, S, V, b);
@@ -576,26 +538,23 @@ RASTER_VEC RASTER_INLINE void raster_segment_avx2(const raster_span_ctx& s, cons
         // lanes that keep what is there: covered, or not nearer
         __m128i keep = _mm_setzero_si128();
         if constexpr (F & RF_COV_READ) {
-            const int bits = raster_coverage_byte(cov, x, 1u << K);
+            const int bits = raster_coverage_byte(cov, x, RASTER_LANES);
             const __m128i lane_bit = _mm_setr_epi16(0x80, 0x40, 0x20, 0x10, 8, 4, 2, 1);
             keep = _mm_cmpeq_epi16(_mm_and_si128(_mm_set1_epi16((short)bits), lane_bit), lane_bit);
         }
         if constexpr (F & RF_DEPTH) {
-            uint16_t* zout = zrow + x;
+            __m128i* zout = (__m128i*)(zrow + x);
             // the nearer of the two is what stays: the stored value where the test fails
-            const __m128i z_old = raster_load_lanes<K>(zout);
+            const __m128i z_old = _mm_loadu_si128(zout);
             const __m128i z_new = _mm_max_epu16(l->z, z_old);
             keep = _mm_or_si128(keep, _mm_cmpeq_epi16(z_new, z_old));
-            raster_store_lanes<K>(zout, z_new);
-            if constexpr (K == 3)
-                l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)s.lanes.z_step));
-            else
-                l->z = _mm_add_epi16(l->z, _mm_set1_epi16((short)((uint32_t)s.z_x << K)));
+            _mm_storeu_si128(zout, z_new);
+            l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)c.z_step));
         }
-        raster_store_lanes<K>(out, _mm_blendv_epi8(pixels, raster_load_lanes<K>(out), keep));
+        _mm_storeu_si128((__m128i*)out, _mm_blendv_epi8(pixels, _mm_loadu_si128((const __m128i*)out), keep));
     } else {
         (void)cov, (void)zrow;
-        raster_store_lanes<K>(out, pixels);
+        _mm_storeu_si128((__m128i*)out, pixels);
     }
 #endif
 }
@@ -607,32 +566,103 @@ RASTER_VEC RASTER_INLINE __m256i raster_lane_ramp(uint32_t base, int32_t step)
     return _mm256_add_epi32(_mm256_set1_epi32((int)base), _mm256_mullo_epi32(lane, _mm256_set1_epi32(step)));
 }
 
-// The last pixels of a span (at most 8), as raster_tail draws them but in lanes: each with
-// its own reciprocal and clamped coordinates. The AVX-512 set writes them with masked stores,
-// the AVX2 set one by one under the coverage and depth rules.
+// The segments of fewer than 8 pixels at a span's end, and the last 8-pixel one, as their
+// groups hold them: slot 0 the segment of 4, slot 1 the one of 2, slot 2 the last of 8.
+constexpr int32_t RASTER_SLOT_4 = 0, RASTER_SLOT_2 = 1, RASTER_SLOT_8 = 2;
+struct raster_final_segments {
+    alignas(32) int32_t u[RASTER_LANES], u_step[RASTER_LANES];
+    alignas(32) int32_t v[RASTER_LANES], v_step[RASTER_LANES];
+    alignas(32) int32_t r2[RASTER_LANES];
+    alignas(32) int32_t h_mask[RASTER_LANES], carry_mask[RASTER_LANES];
+};
+
+RASTER_INLINE void raster_final_take(raster_final_segments* f, int32_t slot, const raster_segment_group& g, uint32_t j)
+{
+    f->u[slot] = g.u[j], f->u_step[slot] = g.u_step[j];
+    f->v[slot] = g.v[j], f->v_step[slot] = g.v_step[j];
+    f->r2[slot] = g.r2[j];
+    f->h_mask[slot] = g.h_mask[j], f->carry_mask[slot] = g.carry_mask[j];
+}
+
+// Lane i of a ramp picked per lane: base + offset step of the slot each lane names.
 template <uint32_t F>
-RASTER_VEC void raster_tail_lanes(const raster_span_ctx& s, uint16_t* dst, const uint32_t* cov, uint16_t* zrow,
-                                  int32_t x, int32_t count, const raster_attrs& a, const raster_carried_light* carried)
+RASTER_VEC RASTER_INLINE __m256i raster_ramp_of_slots(const int32_t* ramps, const int32_t* steps, __m256i slot,
+                                                       __m256i offset)
+{
+    const __m256i word = _mm256_permutevar8x32_epi32(raster_lanes(ramps), slot);
+    if constexpr (F & RF_AFFINE) {
+        return _mm256_add_epi32(word, _mm256_mullo_epi32(offset, _mm256_permutevar8x32_epi32(raster_lanes(steps), slot)));
+    } else {
+        (void)steps;  // the word holds the step low and the base high: (offset, 1) pairs make it
+        return _mm256_madd_epi16(_mm256_or_si256(offset, _mm256_set1_epi32(0x10000)), word);
+    }
+}
+
+// The last pixels of a span (at most 8) in one pass of lanes, from column x where the span's
+// 8-pixel segments ended (a holds the attributes there): first the segment of 4 and the one
+// of 2 when the span has them (n4, n2 pixels: `fin` holds their ramps), each pixel exactly as
+// raster_segment_avx2 would draw it, then the tail as raster_tail draws it, each pixel with
+// its own reciprocal and clamped coordinates. The large-spans variant lights the tail by
+// carrying the last segment's squared-reciprocal ramp on; without any segment (fin null) the
+// whole span is tail, lit through its own reciprocals. The AVX-512 set writes the lanes with
+// masked stores, the AVX2 set one by one under the coverage and depth rules.
+template <uint32_t F>
+RASTER_VEC void raster_last_lanes(const raster_span_ctx& s, uint16_t* dst, const uint32_t* cov, uint16_t* zrow,
+                                  int32_t x, int32_t count, const raster_attrs& a, const raster_final_segments* fin,
+                                  int32_t n4, int32_t n2)
 {
     if (count <= 0)
         return;
+    const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
     __m256i u, v, r2;
     raster_coords_lanes<F>(raster_lane_ramp(a.iw, s.iw_x), raster_lane_ramp(a.u, s.u_x), raster_lane_ramp(a.v, s.v_x),
                            &u, &v, &r2);
     u = _mm256_min_epi32(_mm256_max_epi32(u, _mm256_setzero_si256()), _mm256_set1_epi32(s.u_max));
     v = _mm256_min_epi32(_mm256_max_epi32(v, _mm256_setzero_si256()), _mm256_set1_epi32(s.v_max));
+    __m256i seg_r2 = r2;
+    if (fin) {
+        // lanes below n4 + n2 are segment pixels: the segment's slot and the pixel's place in it
+        const __m256i n4v = _mm256_set1_epi32(n4), segv = _mm256_set1_epi32(n4 + n2);
+        const __m256i in_2 = _mm256_andnot_si256(_mm256_cmpgt_epi32(n4v, lane), _mm256_cmpgt_epi32(segv, lane));
+        const __m256i in_seg = _mm256_cmpgt_epi32(segv, lane);
+        const __m256i slot = _mm256_and_si256(in_2, _mm256_set1_epi32(RASTER_SLOT_2));
+        const __m256i offset = _mm256_sub_epi32(lane, _mm256_and_si256(in_2, n4v));
+        const __m256i S = raster_ramp_of_slots<F>(fin->u, fin->u_step, slot, offset);
+        __m256i V = raster_ramp_of_slots<F>(fin->v, fin->v_step, slot, offset);
+        const __m256i h = _mm256_permutevar8x32_epi32(raster_lanes(fin->h_mask), slot);
+        const __m256i carry = _mm256_permutevar8x32_epi32(raster_lanes(fin->carry_mask), slot);
+        V = _mm256_add_epi32(V, _mm256_and_si256(_mm256_srai_epi32(S, RASTER_U_WRAP_BITS), h));
+        // past a segment's first pixel the first step's carry K (the mask is -K)
+        V = _mm256_sub_epi32(V, _mm256_andnot_si256(_mm256_cmpeq_epi32(offset, _mm256_setzero_si256()), carry));
+        u = _mm256_blendv_epi8(u, S, in_seg);
+        v = _mm256_blendv_epi8(v, V, in_seg);
+        if constexpr (F & RF_PHONG) {
+            // segment pixels step the squared reciprocal along their segment; so do the tail's
+            // with large spans, on the last segment's ramp (the others use their own)
+            const int32_t last_slot = n2 ? RASTER_SLOT_2 : (n4 ? RASTER_SLOT_4 : RASTER_SLOT_8);
+            const int32_t last_start = n2 ? n4 : (n4 ? 0 : -8);
+            const __m256i tail_slot = _mm256_set1_epi32(last_slot);
+            const __m256i ramp_slot = (F & RF_LARGE_SPANS) ? _mm256_blendv_epi8(tail_slot, slot, in_seg) : slot;
+            const __m256i ramp_offset =
+                (F & RF_LARGE_SPANS)
+                    ? _mm256_blendv_epi8(_mm256_sub_epi32(lane, _mm256_set1_epi32(last_start)), offset, in_seg)
+                    : offset;
+            const __m256i ramp = raster_ramp_of_slots<F & ~RF_AFFINE>(fin->r2, nullptr, ramp_slot, ramp_offset);
+            seg_r2 = (F & RF_LARGE_SPANS) ? ramp : _mm256_blendv_epi8(r2, ramp, in_seg);
+        }
+    }
     __m256i b = _mm256_setzero_si256();
     if constexpr (F & RF_PHONG) {
         // Q + i dQ + i (i - 1) / 2 Qxx, as stepping Q += dQ, dQ += Qxx i times
         const __m256i q = _mm256_add_epi32(raster_lane_ramp(a.q, (int32_t)a.dq), raster_lanes(s.lanes.pairs_qxx));
-        if ((F & RF_LARGE_SPANS) && carried)
-            b = raster_light_of_product(s, _mm256_mullo_epi32(q, raster_lane_ramp(carried->r2, (int32_t)carried->dr2)));
+        if ((F & RF_LARGE_SPANS) && fin)
+            b = raster_light_of_product(s, _mm256_mullo_epi32(q, seg_r2));
         else
             b = raster_light_of_index<F>(
-                s, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(q, N3D_PHONG_Q_SHIFT), r2), N3D_PHONG_INDEX_SHIFT));
+                s, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(q, N3D_PHONG_Q_SHIFT), seg_r2), N3D_PHONG_INDEX_SHIFT));
     }
 #if RASTER_VEC_512
-    // masked stores of the tail's lanes, as a segment writes its own
+    // masked stores of the lanes, as a segment writes its own
     __mmask8 write = (__mmask8)(0xFFu >> (8 - count));
     if constexpr (F & RF_COV_READ) {
         const int bits = raster_coverage_byte(cov, x, (uint32_t)count);
@@ -686,8 +716,8 @@ RASTER_VEC RASTER_INLINE void raster_plan_avx2(const raster_span_ctx& s, const r
     raster_segment_group_avx2<F>(s, a, 0, n.count8, n.partial, &plan->ends, &plan->grp);
 }
 
-// The vector form of raster_span_portable: the same segments, each drawn by
-// raster_segment_avx2, and the same tail.
+// The vector form of raster_span_portable: the same segments and the same tail, the 8-pixel
+// segments drawn by raster_segment_avx2, the shorter ones and the tail by raster_last_lanes.
 template <uint32_t F>
 RASTER_VEC void raster_span_avx2(const raster_span_ctx& s, const raster_span_job& job, const raster_span_job* next,
                                   raster_span_plans* plans)
@@ -708,7 +738,7 @@ RASTER_VEC void raster_span_avx2(const raster_span_ctx& s, const raster_span_job
     uint16_t* zrow = job.zrow;
     const int32_t m = job.xr - job.xl - 1;
     if (m < 4) {
-        raster_tail_lanes<F>(s, dst, cov, zrow, job.xl, m + 1, job.a, nullptr);
+        raster_last_lanes<F>(s, dst, cov, zrow, job.xl, m + 1, job.a, nullptr, 0, 0);
         return;
     }
     const raster_segment_counts n = raster_segments_of(job);
@@ -717,9 +747,9 @@ RASTER_VEC void raster_span_avx2(const raster_span_ctx& s, const raster_span_job
     // groups after the first are computed one ahead of the one drawn, for the same reason
     raster_segment_group spare[2];
     const raster_segment_group* grp = &plan.grp;
-    const raster_segment_group* last_grp = grp;
+    raster_final_segments fin;
+    const int32_t n4 = m & 4, n2 = m & 2;
     int32_t x = job.xl;
-    int32_t last = 0;  // the lane of the last segment drawn
     for (int32_t first = 0; first < n.count; first += RASTER_LANES) {
         const raster_segment_group* following = nullptr;
         if (first + (int32_t)RASTER_LANES < n.count) {
@@ -727,41 +757,31 @@ RASTER_VEC void raster_span_avx2(const raster_span_ctx& s, const raster_span_job
             raster_segment_group_avx2<F>(s, job.a, first + RASTER_LANES, n.count8, n.partial, &plan.ends, g);
             following = g;
         }
-        // the group's 8-pixel segments, then the one of 4 and the one of 2 if they are in it
+        // the group's 8-pixel segments; the one of 4 and the one of 2 are drawn with the tail
         const int32_t full = n.count8 - first < (int32_t)RASTER_LANES ? n.count8 - first : (int32_t)RASTER_LANES;
         for (int32_t k = 0; k < full; k++, x += 8)
-            raster_segment_avx2<F, 3>(s, *grp, (uint32_t)k, &l, dst, cov, zrow, x);
-        last = full - 1;
-        const uint32_t lane4 = (uint32_t)(n.count8 - first), lane2 = lane4 + ((m >> 2) & 1);
-        if ((m & 4) && lane4 < RASTER_LANES) {
-            raster_segment_avx2<F, 2>(s, *grp, lane4, &l, dst, cov, zrow, x);
-            x += 4, last = (int32_t)lane4;
-        }
-        if ((m & 2) && lane2 < RASTER_LANES) {
-            raster_segment_avx2<F, 1>(s, *grp, lane2, &l, dst, cov, zrow, x);
-            x += 2, last = (int32_t)lane2;
-        }
-        last_grp = grp;
+            raster_segment_avx2<F>(s, *grp, (uint32_t)k, &l, dst, cov, zrow, x);
+        if (full > 0)
+            raster_final_take(&fin, RASTER_SLOT_8, *grp, (uint32_t)(full - 1));
+        const uint32_t lane4 = (uint32_t)(n.count8 - first), lane2 = lane4 + (n4 ? 1 : 0);
+        if (n4 && lane4 < RASTER_LANES)
+            raster_final_take(&fin, RASTER_SLOT_4, *grp, lane4);
+        if (n2 && lane2 < RASTER_LANES)
+            raster_final_take(&fin, RASTER_SLOT_2, *grp, lane2);
         grp = following;
     }
 
-    // the tail starts where the segments ended
+    // the segments of 4 and 2 and the tail start where the 8-pixel segments ended
     raster_attrs a = job.a;
     const uint32_t done = (uint32_t)(x - job.xl);
     a.iw += done * (uint32_t)s.iw_x, a.u += done * (uint32_t)s.u_x, a.v += done * (uint32_t)s.v_x;
     a.z += done * (uint32_t)s.z_x;
-    raster_carried_light carried = {};
     if constexpr (F & RF_PHONG) {
         const uint32_t qxx = (uint32_t)s.qxx;
         a.q += done * a.dq + qxx * (done * (done - 1) / 2);
         a.dq += done * qxx;
-        const uint32_t length = (m & 2) ? 2 : ((m & 4) ? 4 : 8);  // of the last segment
-        const int32_t ramp = last_grp->r2[last];
-        const uint32_t dr2 = (uint32_t)(int32_t)(int16_t)ramp;
-        carried = {(uint32_t)(ramp >> 16) + length * dr2, dr2};
     }
-    // a span after segments has a tail of 1 or 2 pixels: one at a time is cheaper than 8 lanes
-    raster_tail<F>(s, dst, cov, zrow, x, m + 1 - (int32_t)done, a, (F & RF_LARGE_SPANS) ? &carried : nullptr);
+    raster_last_lanes<F>(s, dst, cov, zrow, x, m + 1 - (int32_t)done, a, &fin, n4, n2);
 }
 #endif  // RASTER_VEC
 #elif !defined(RASTER_VEC)
