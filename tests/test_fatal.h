@@ -8,15 +8,16 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <regex>
-#include <string>
 #include <vector>
 #include "n3d.h"
 #include "reel_fs.h"
 
 inline std::string test_literal(const std::string& text)
 {
-    return std::regex_replace(text, std::regex(R"([\\^$.|?*+()[\]{}])"), R"(\$&)");
+    std::string out;
+    for (char c : text)
+        out += strchr("\\^$.|?*+()[]{}", c) ? std::string("\\") + c : std::string(1, c);
+    return out;
 }
 // A fatal end: exit status 1 with standard error matching `regex`. The _OUT form first sends standard
 // output to standard error, for messages printed there or a detail line before the fatal text (in order).
@@ -94,10 +95,9 @@ inline std::string test_temp_path(const std::string& name)
 
 // A pack entry: its contents, as text or as bytes, and the zero bytes the writer adds after them.
 struct test_pack_input {
-    uint32_t kind;
+    uint32_t kind, extra = 0;
     std::string name, contents;
-    uint32_t extra = 0;
-    test_pack_input(uint32_t k, std::string n, std::string c, uint32_t e = 0) : kind(k), name(n), contents(c), extra(e) {}
+    test_pack_input(uint32_t k, std::string n, std::string c, uint32_t e = 0) : kind(k), extra(e), name(n), contents(c) {}
     test_pack_input(uint32_t k, std::string n, const std::vector<uint8_t>& c, uint32_t e = 0)
         : test_pack_input(k, n, std::string(c.begin(), c.end()), e) {}
 };
