@@ -1,19 +1,9 @@
-#include <gtest/gtest.h>
-
-#include <cstring>
-
+// The fatal path's lines, the named cycle blocks and their table, and the pass timers.
 #include "diag.h"
 #include "test_fatal.h"
 
-namespace {
-
-void diag_reset_blocks()
-{
-    prof_init();
-    prof_global.cycles_per_second = 1000.0;  // 1 cycle = 1 ms, so the figures below are exact
-}
-
-}  // namespace
+// 1 cycle = 1 ms, so the figures below are exact
+static void diag_reset_blocks() { prof_init(), prof_global.cycles_per_second = 1000.0; }
 
 TEST(diag_death, crash_lines_name_function_file_and_line)
 {
@@ -30,19 +20,8 @@ TEST(diag, calibration_and_names)
     EXPECT_STREQ(prof_global.names[15], "unnamed-block");
 }
 
-TEST(diag, table_prints_hit_blocks_only)
-{
-    diag_reset_blocks();
-    prof_global.cycles[0] = 2000, prof_global.hits[0] = 1;
-    prof_global.cycles[6] = 500, prof_global.hits[6] = 4;
-    testing::internal::CaptureStdout();
-    prof_print();
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "[100.00%][hits:           1][cycles:         2000][<cycles>:      2000.0][CYCLES_BLOCK_TOTAL]\n"
-              "[ 25.00%][hits:           4][cycles:          500][<cycles>:       125.0][BLOCK_CLEAR_FRAMEBUFFER]\n");
-}
-
-TEST(diag, blocks_count_and_unnamed_blocks_report)
+// Only blocks with hits are printed; a block without a name reports where it ended.
+TEST(diag, blocks_count_and_the_table_prints_hit_blocks_only)
 {
     diag_reset_blocks();
     testing::internal::CaptureStdout();
@@ -52,6 +31,13 @@ TEST(diag, blocks_count_and_unnamed_blocks_report)
     prof_block_end(20, "src/n3d", 77);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "unnamed block at src/n3d:77\n");
     EXPECT_TRUE(prof_global.hits[BLOCK_RENDER_MESH] == 1 && prof_global.hits[20] == 1);
+    diag_reset_blocks();
+    prof_global.cycles[0] = 2000, prof_global.hits[0] = 1, prof_global.cycles[6] = 500, prof_global.hits[6] = 4;
+    testing::internal::CaptureStdout();
+    prof_print();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "[100.00%][hits:           1][cycles:         2000][<cycles>:      2000.0][CYCLES_BLOCK_TOTAL]\n"
+              "[ 25.00%][hits:           4][cycles:          500][<cycles>:       125.0][BLOCK_CLEAR_FRAMEBUFFER]\n");
 }
 
 TEST(diag, pass_timers_split_passes_and_print)
@@ -61,16 +47,13 @@ TEST(diag, pass_timers_split_passes_and_print)
     testing::internal::CaptureStdout();
     pass_timer_print("total", 1, &t);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "total: 0.00 ms 0.00 cycles/frame (frames 0 cycles: 0)\n");
-
     pass_timer_add(&t, prof_cycles_now(), 0);
     pass_timer_add(&t, prof_cycles_now(), 1);
     pass_timer_add(&t, prof_cycles_now(), 1);
     EXPECT_TRUE(t.regular_frames == 1 && t.vbl_frames == 2);
-
     t.regular_frames = 3, t.regular_cycles = 10;
     testing::internal::CaptureStdout();
     pass_timer_print("scene_tunnel", 0, &t);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "scene_tunnel: 3.33 ms 3.00 cycles/frame (frames 3 cycles: 10)\n");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "scene_tunnel: 3.33 ms 3.00 cycles/frame (frames 3 cycles: 10)\n");
     EXPECT_DOUBLE_EQ(prof_cycles_to_ms(1500), 1500.0);
 }

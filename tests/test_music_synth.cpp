@@ -1,11 +1,10 @@
 // The synthesiser's note grid on small songs whose times and pitches follow from the arithmetic,
-// and the show's piece: its length, its sections, its mix, no clipping and no silence.
+// and the show's piece: its length, its sections, no clipping and no silence.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <iterator>
 #include <vector>
 
@@ -78,14 +77,6 @@ double measured_hz(const pcm_buffer& pcm, uint32_t first_frame, uint32_t end_fra
     return crossings > 1 ? (double)(crossings - 1) * RATE / (last - first) : 0.0;
 }
 
-double rms(const pcm_buffer& pcm, uint32_t first_frame, uint32_t end_frame)
-{
-    double squares = 0.0;
-    for (uint32_t i = 2 * first_frame; i < 2 * end_frame; i++)
-        squares += (double)pcm[i] * pcm[i];
-    return sqrt(squares / (2.0 * (end_frame - first_frame)));
-}
-
 }  // namespace
 
 TEST(music_synth, places_notes_on_the_grid_at_their_pitch)
@@ -132,36 +123,6 @@ TEST(music_synth_death, a_cue_naming_a_missing_pattern_is_fatal)
     EXPECT_EXIT(s.render(), testing::ExitedWithCode(1), "track 0 cue 0: no pattern 1");
 }
 
-namespace {
-
-// The show's piece, rendered once for all the tests that look at it.
-const pcm_buffer& show_music()
-{
-    static pcm_buffer pcm;
-    if (pcm.empty()) {
-        const uint64_t scratch_bytes = music_synth_scratch_bytes(music_synth_show_song());
-        std::vector<uint8_t> memory(scratch_bytes);
-        xmemarena scratch;
-        xmemarena_init(&scratch, "test_music_scratch", scratch_bytes, memory.data());
-        pcm.resize(2 * MUSIC_SYNTH_SHOW_FRAMES);
-        music_synth_render_show(pcm.data(), &scratch);
-    }
-    return pcm;
-}
-
-double section_db(const char* name)
-{
-    for (const music_synth_show_section& s : MUSIC_SYNTH_SHOW_SECTIONS)
-        if (!strcmp(s.name, name))
-            return 20.0 * log10(rms(show_music(), music_synth_show_bar_frame(s.first_bar),
-                                    music_synth_show_bar_frame(s.end_bar)) /
-                                32768.0);
-    ADD_FAILURE() << "no section " << name;
-    return 0.0;
-}
-
-}  // namespace
-
 TEST(music_synth_show, lasts_88_bars_of_two_seconds_in_the_planned_sections)
 {
     EXPECT_EQ(music_synth_song_frames(music_synth_show_song()), 88u * 44100u);  // 176 s
@@ -180,38 +141,22 @@ TEST(music_synth_show, never_clips_and_never_falls_silent_before_the_fade)
 {
     // a frame is silent when both sides stay below -60 dBFS; the script fades from bar 85 on
     constexpr int32_t quiet = 33;
-    const pcm_buffer& pcm = show_music();
+    std::vector<uint8_t> memory(music_synth_scratch_bytes(music_synth_show_song()));
+    xmemarena scratch;
+    xmemarena_init(&scratch, "test_music_scratch", memory.size(), memory.data());
+    pcm_buffer pcm(2 * MUSIC_SYNTH_SHOW_FRAMES);
+    music_synth_render_show(pcm.data(), &scratch);
     int32_t peak = 0;
-    uint32_t clipped_run = 0, clipped_longest = 0, first_sound = UINT32_MAX, silent_run = 0, silent_longest = 0;
-    for (uint32_t i = 0; i < 2 * MUSIC_SYNTH_SHOW_FRAMES; i++) {
-        const int32_t v = pcm[i];
+    uint32_t first_sound = UINT32_MAX, silent_run = 0, silent_longest = 0;
+    for (int16_t v : pcm)
         peak = std::max(peak, abs(v));
-        clipped_run = v >= 32767 || v <= -32768 ? clipped_run + 1 : 0;
-        clipped_longest = std::max(clipped_longest, clipped_run);
-    }
     for (uint32_t i = 0; i < music_synth_show_bar_frame(MUSIC_SYNTH_SHOW_LAST_CHORD_BAR); i++) {
         const bool silent = abs(pcm[2 * i]) < quiet && abs(pcm[2 * i + 1]) < quiet;
         first_sound = silent || first_sound != UINT32_MAX ? first_sound : i;
         silent_run = silent ? silent_run + 1 : 0;
         silent_longest = std::max(silent_longest, silent_run);
     }
-    EXPECT_LT(peak, 32767) << "the peak stays below full scale";
-    EXPECT_LE(clipped_longest, 3u);
+    EXPECT_LT(peak, 32767) << "the peak stays below full scale: nothing clips";
     EXPECT_LT(first_sound, RATE / 10) << "sound from the first beat";
     EXPECT_LE(silent_longest, RATE) << "frames of silence in a row";
-}
-
-TEST(music_synth_show, sections_differ_in_loudness_as_scored)
-{
-    struct louder {
-        const char* loud;
-        const char* quiet;
-        double by_db;
-    };
-    const louder pairs[] = {
-        {"build-up", "intro", 3.0}, {"main", "build-up", 2.0}, {"main", "break", 6.0},
-        {"climax", "break", 6.0},   {"climax", "main", 0.3},   {"ending", "tail", 10.0},
-    };
-    for (const louder& p : pairs)
-        EXPECT_GE(section_db(p.loud) - section_db(p.quiet), p.by_db) << p.loud << " over " << p.quiet;
 }

@@ -4,33 +4,26 @@
 
 #include <sys/resource.h>
 
-#include <algorithm>
 #include <csignal>
-#include <cstring>
 
 #include "bitmap.h"
-#include "memarena.h"
 #include "test_fatal.h"
 #include "tool_fixture.h"
 
 namespace {
 
-const std::string tools = REEL_TOOLS_DIR;
-const std::string root = REEL_TEST_OUTPUT_DIR;
+const std::string tools = REEL_TOOLS_DIR, root = REEL_TEST_OUTPUT_DIR;
 
 const char* const tool_programs[] = {"reel_capture",    "reel_lint",       "reel_music",      "reel_pack",
                                      "reel_rasterpics", "reel_showgen",    "reel_texdump",    "reel_videoprep",
                                      "reel_overlayprep", "reel_strokeprep", "reel_overlaygen", "reel_madgen", "reel_fontmake"};
-// the glTF importer, which knows --help only as the first argument
-const char* const prep_programs[] = {"reel_gltf"};
 
 TEST(tool, help_prints_the_usage_on_standard_output_and_touches_nothing)
 {
     std::vector<std::pair<std::string, std::vector<const char*>>> runs;
     for (const char* program : tool_programs)  // --help wins wherever it stands, also where a folder name is expected
         runs.push_back({program, {" --help", " -h", " out --help"}});
-    for (const char* program : prep_programs)
-        runs.push_back({program, {" --help"}});
+    runs.push_back({"reel_gltf", {" --help"}});  // the glTF importer knows --help only as the first argument
     for (const auto& [program, all_args] : runs) {
         const std::string dir = tool_fixture_dir(root, "help");
         for (const char* args : all_args) {
@@ -51,25 +44,18 @@ struct tool_usage_case {
 
 const tool_usage_case tool_usage_cases[] = {
     {"reel_capture", "--frames 0", "--frames needs a whole number of at least 1, not \"0\""},
-    {"reel_capture", "extra", "unknown argument \"extra\""},
     {"reel_lint", "a b", "one folder only"},
     {"reel_music", "a.bin --beam 33", "--beam needs a whole number from 1 to 32, not \"33\""},
-    {"reel_pack", "", "too few arguments"},
     {"reel_pack", "-x a", "unknown option \"-x\""},
     {"reel_rasterpics", "", "no output folder"},
     {"reel_showgen", "a b", "one output folder only"},
-    {"reel_texdump", "in.png", "needs an input picture and an output folder"},
     {"reel_texdump", "in.png out --format 5", "--format needs a whole number from 1 to 4, not \"5\""},
     {"reel_gltf", "only_one_argument", ""},
     {"reel_videoprep", "bump --strength 0 a.png b.tmap", "--strength needs a number from 0.001 to 1000, not \"0\""},
-    {"reel_overlayprep", "", "needs KIND, INPUT.png and OUTPUT"},
     {"reel_overlayprep", "image in.png out --key 256", "--key needs a whole number from 0 to 255, not \"256\""},
-    {"reel_strokeprep", "--grey in.png", "no OUTPUT"},
     {"reel_strokeprep", "out --path \"0,0 9,9\"", "--path and --size go together"},
-    {"reel_overlaygen", "a b", "one output folder only"},
-    {"reel_madgen", "", "no output folder"},
-    {"reel_madgen", "--bogus", "unknown option \"--bogus\""},
-    {"reel_fontmake", "", "needs FONT, PIXELS and OUT.fnt"},
+    {"reel_overlaygen", "", "no output folder"},
+    {"reel_madgen", "--model cube out", "--model needs totem or machine, not \"cube\""},
     {"reel_fontmake", "a 0 b", "PIXELS needs a whole number from 1 to 1024, not \"0\""},
 };
 
@@ -87,13 +73,6 @@ TEST(tool, wrong_arguments_give_the_reason_and_the_usage_on_standard_error_and_s
     }
 }
 
-std::string not_a_folder(const char* made, const char* file)
-{
-    return std::string("cannot create folder \"") + made + "\": \"" + file + "\" exists and is not a folder";
-}
-
-const std::string FULL = "cannot write \"/dev/full\": No space left on device";
-
 struct tool_failure_case {
     const char* command;
     std::string message;  // a line on standard error, after "<program>: "
@@ -101,10 +80,9 @@ struct tool_failure_case {
 
 // run in an empty folder that holds only the manifest m and the black 32 x 8 picture in.png
 const tool_failure_case tool_failure_cases[] = {
-    {"reel_pack m /dev/full", FULL},
-    {"reel_pack m no/such/p.rpk", "cannot write \"no/such/p.rpk\": No such file or directory"},
+    {"reel_pack m /dev/full", "cannot write \"/dev/full\": No space left on device"},
     {"reel_pack --list missing.rpk", "cannot read \"missing.rpk\" (the reason is above)"},
-    {"reel_showgen m/x", not_a_folder("m/x", "m")},
+    {"reel_showgen m/x", "cannot create folder \"m/x\": \"m\" exists and is not a folder"},
     {"reel_texdump missing.png out", "cannot read \"missing.png\" (the reason is above)"},
     {"reel_gltf missing.gltf out", "missing.gltf: cannot open: No such file or directory"},
     {"reel_videoprep stencil missing.png a.tmap", "cannot read \"missing.png\": No such file or directory"},
@@ -116,15 +94,14 @@ const tool_failure_case tool_failure_cases[] = {
 TEST(tool, failed_writes_name_the_path_and_the_reason_exit_1_and_leave_no_file)
 {
     test_arena memory;
-    xmemarena& arena = memory.arena;
-    bitmap* picture = bitmap_create(&arena, 32, 8, BITMAP_SRGB | BITMAP_CHANNELS_4);  // black
+    bitmap* picture = bitmap_create(&memory.arena, 32, 8, BITMAP_SRGB | BITMAP_CHANNELS_4);  // black
     memset(picture->pixels, 0, (size_t)picture->row_bytes * picture->height);
     struct stat device;
     ASSERT_EQ(stat("/dev/full", &device), 0);
     for (const tool_failure_case& c : tool_failure_cases) {
         const std::string dir = tool_fixture_dir(root, "failure");
         tool_fixture_write(dir + "/m", "raw a m 1\n");
-        tool_save_png(picture, (dir + "/in.png").c_str(), &arena);
+        tool_save_png(picture, (dir + "/in.png").c_str(), &memory.arena);
         const tool_run_result r = tool_fixture_run(dir, tools + "/" + c.command);
         EXPECT_EQ(r.status, 1) << c.command << "\n" << r.out << r.err;
         const std::string line = std::string(c.command, strchr(c.command, ' ')) + ": " + c.message + "\n";
@@ -168,33 +145,6 @@ TEST(tool, a_failed_write_keeps_the_old_file_and_leaves_no_temporary_one)
     EXPECT_EXIT(tool_write_limited(path, 1000, 4096), testing::ExitedWithCode(0), "");
     EXPECT_EQ(tool_fixture_read(path), std::string(1000, 'x'));
     EXPECT_EQ(tool_fixture_list(dir), std::vector<std::string>({"out.bin"}));
-}
-
-TEST(tool, temporary_names_sit_beside_the_final_one_and_keep_its_extension)
-{
-    char* argv[] = {(char*)"test_tool", nullptr};
-    tool_begin(&test_tool_info, 1, argv);
-    const std::string pid = std::to_string(getpid());
-    const char* tmp = getenv("TMPDIR");
-    const std::string tmp_dir = tmp && tmp[0] ? tmp : "/tmp";
-    const std::string dir = tool_fixture_dir(root, "names");
-    tool_make_dir((dir + "/a.b").c_str());
-    const struct {
-        std::string path;
-        std::string temp;
-    } cases[] = {
-        {dir + "/show.mp4", dir + "/show.tmp" + pid + ".mp4"},
-        {dir + "/a.b/frame", dir + "/a.b/frame.tmp" + pid},
-        {dir + "/.hidden", dir + "/.hidden.tmp" + pid},
-        {"/dev/null", tmp_dir + "/test_tool.tmp" + pid},  // a device gets its bytes copied in at the end
-    };
-    for (const auto& c : cases) {
-        tool_output o;
-        tool_output_begin(&o, c.path.c_str());
-        EXPECT_EQ(std::string(o.temp), c.temp) << c.path;
-        tool_output_abandon(&o);
-    }
-    EXPECT_EQ(tool_fixture_list(dir), std::vector<std::string>({"a.b"}));
 }
 
 }  // namespace

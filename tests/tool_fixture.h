@@ -3,11 +3,8 @@
 #pragma once
 
 #include <gtest/gtest.h>
-
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -18,8 +15,7 @@
 
 struct tool_run_result {
     int status;  // exit status, -1 when killed by a signal
-    std::string out;
-    std::string err;
+    std::string out, err;
 };
 
 inline std::string tool_fixture_read(const std::string& path)
@@ -30,21 +26,16 @@ inline std::string tool_fixture_read(const std::string& path)
 
 inline void tool_fixture_write(const std::string& path, const std::string& bytes)
 {
-    std::ofstream f(path, std::ios::binary);
-    f << bytes;
+    std::ofstream(path, std::ios::binary) << bytes;
 }
 
-inline bool tool_fixture_exists(const std::string& path)
-{
-    struct stat st;
-    return stat(path.c_str(), &st) == 0;
-}
+inline bool tool_fixture_exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
 
 // A fresh empty folder under the test output folder.
 inline std::string tool_fixture_dir(const std::string& root, const std::string& name)
 {
     const std::string dir = root + "/" + name;
-    std::system(("rm -rf '" + dir + "' && mkdir -p '" + dir + "'").c_str());
+    std::filesystem::remove_all(dir), std::filesystem::create_directories(dir);
     return dir;
 }
 
@@ -63,16 +54,14 @@ inline std::vector<std::string> tool_fixture_list(const std::string& dir)
 inline tool_run_result tool_fixture_run(const std::string& dir, const std::string& command)
 {
     char err_path[] = "/tmp/reel_tool_errXXXXXX";
-    const int fd = mkstemp(err_path);
-    close(fd);
+    close(mkstemp(err_path));
     FILE* p = popen(("cd '" + dir + "' && " + command + " 2>'" + err_path + "'").c_str(), "r");
-    tool_run_result r = {-1, "", ""};
+    std::string out;
     char buf[4096];
     while (size_t n = fread(buf, 1, sizeof(buf), p))
-        r.out.append(buf, n);
+        out.append(buf, n);
     const int status = pclose(p);
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    r.err = tool_fixture_read(err_path);
+    const tool_run_result r = {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out, tool_fixture_read(err_path)};
     unlink(err_path);
     return r;
 }
@@ -83,17 +72,14 @@ inline int tool_fixture_pack_show(const std::string& dir, const std::string& too
                                   size_t music_bytes)
 {
     const std::string packs = dir + "/assets/reel/le";
-    std::system(("mkdir -p '" + packs + "'").c_str());
+    std::filesystem::create_directories(packs);
     tool_fixture_write(dir + "/sequence.csv", script);
     tool_fixture_write(dir + "/music.bin", std::string(music_bytes, '\0'));
     tool_fixture_write(dir + "/pak0.manifest", "raw sequence.csv sequence.csv 1\nblob music music.bin\n");
     tool_fixture_write(dir + "/other.manifest", "raw readme sequence.csv 1\n");
-    const char* const manifests[3] = {"pak0.manifest", "other.manifest", "other.manifest"};
-    for (int i = 0; i < 3; i++) {
-        const tool_run_result r = tool_fixture_run(dir, tools_dir + "/reel_pack " + manifests[i] + " '" + packs +
-                                                            "/pak" + std::to_string(i) + ".rpk'");
-        if (r.status != 0)
-            return r.status;
-    }
+    for (int i = 0; i < 3; i++)
+        if (const int status = tool_fixture_run(dir, tools_dir + "/reel_pack " + (i ? "other" : "pak0") + ".manifest '" +
+                                                     packs + "/pak" + std::to_string(i) + ".rpk'").status)
+            return status;
     return 0;
 }
