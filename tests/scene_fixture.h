@@ -35,7 +35,10 @@ inline uint32_t scene_coverage_bit(const n3d_coverage_buffer* cb, int32_t x, int
 {
     return (cb->bits[y * (cb->width / 32) + x / 32] >> (31 - x % 32)) & 1;
 }
-inline uint32_t scene_count_not(const uint8_t* p, size_t n, uint8_t v) { return (uint32_t)(n - std::count(p, p + n, v)); }
+inline uint32_t scene_count_not(const uint8_t* p, size_t n, uint8_t v)
+{
+    return (uint32_t)(n - std::count(p, p + n, v));
+}
 
 // The row of the scene table with this name, or -1.
 inline int64_t scene_table_row(const char* name)
@@ -67,7 +70,8 @@ struct scene_engine {
         uint8_t* m = memory.data();
         xmemarena_init(&platform, "platform_arena", 4u << 20, m);
         xmemarena_init(&demo, "demo_arena", 20u << 20, m + (4u << 20));
-        memset((void*)&engine, 0, sizeof(engine)), memset((void*)&scene, 0, sizeof(scene));
+        memset((void*)&engine, 0, sizeof(engine));
+        memset((void*)&scene, 0, sizeof(scene));
         xmemarena_init(&engine.arena_record, "reel_arena", 16u << 20, m + (24u << 20));
         xmemarena_init(&engine.tmp_arena_record, "reel_tmp_arena", 8u << 20, m + (40u << 20));
         engine.arena = &engine.arena_record, engine.tmp_arena = &engine.tmp_arena_record;
@@ -77,16 +81,21 @@ struct scene_engine {
         auto wrap = [&](n3d_framebuffer* fb, n3d_framecontext* fc, N3D_TEXEL_FORMAT format, const display_plane& p) {
             n3d_framebuffer_wrap(fb, format, p.width, p.height, p.pitch, p.pixels);
             n3d_framecontext_init(fc, &demo, p.width, p.height, N3D_TEXEL_FORMAT_NONE, N3D_FRAMECONTEXT_COVERAGE);
-            fc->framebuffer = fb, n3d_framebuffer_clear(fb);
+            fc->framebuffer = fb;
+            n3d_framebuffer_clear(fb);
         };
         wrap(&overlay_framebuffer, &overlay, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, display.overlay);
         for (n3d_framecontext& b : backbuffers)
-            n3d_framecontext_init(&b, &demo, DISPLAY_OVERLAY_WIDTH, DISPLAY_OVERLAY_HEIGHT, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 0);
-        for (n3d_coverage_buffer& s : stencils)
-            n3d_coverage_buffer_init(&s, DISPLAY_OVERLAY_WIDTH, DISPLAY_OVERLAY_HEIGHT, &demo), n3d_coverage_buffer_clear(&s);
+            n3d_framecontext_init(&b, &demo, DISPLAY_OVERLAY_WIDTH, DISPLAY_OVERLAY_HEIGHT,
+                                  N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 0);
+        for (n3d_coverage_buffer& s : stencils) {
+            n3d_coverage_buffer_init(&s, DISPLAY_OVERLAY_WIDTH, DISPLAY_OVERLAY_HEIGHT, &demo);
+            n3d_coverage_buffer_clear(&s);
+        }
         n3d_zbuffer_init(&video_zbuffer, DISPLAY_VIDEO_WIDTH, DISPLAY_VIDEO_HEIGHT, &demo);
         for (uint32_t i = 0; i < 2; i++)  // both video buffers share one depth buffer
-            wrap(&video_framebuffers[i], &video_contexts[i], N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, display.video[i]),
+            wrap(&video_framebuffers[i], &video_contexts[i], N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555,
+                 display.video[i]),
                 video_contexts[i].zbuffer = &video_zbuffer;
         engine.backbuffer_count = REEL_BACKBUFFER_COUNT, engine.backbuffers = backbuffers;
         engine.stencil_count = REEL_STENCIL_COUNT, engine.stencils = stencils;
@@ -94,7 +103,8 @@ struct scene_engine {
         ctx.backbuffer_count = REEL_BACKBUFFER_COUNT, ctx.backbuffers = backbuffers;
         ctx.stencil_count = REEL_STENCIL_COUNT, ctx.stencils = stencils;
         ctx.video_contexts = video_contexts, ctx.video = &video_contexts[display.back_index];
-        ctx.keys = keys, row.line = 12;
+        ctx.keys = keys;
+        row.line = 12;
     }
 
     // Puts a record into the engine's cache as if it had been loaded from a pack.
@@ -112,7 +122,8 @@ struct scene_engine {
         if (bind)
             bind();
         reel_load_scene(&engine, &scene, &row);
-        scene.span_seconds = span_seconds, scene.span = (int32_t)(span_seconds * 22050.0f);
+        scene.span_seconds = span_seconds;
+        scene.span = (int32_t)(span_seconds * 22050.0f);
     }
 
     // One pass as the sequencer makes it for a row inside its span: a load call while loading is
@@ -122,13 +133,15 @@ struct scene_engine {
         ctx.pass = kind;
         ctx.video_contexts = kind == REEL_PASS_UPDATE ? video_contexts : nullptr;
         if (!scene.load_complete) {
-            scene.load_budget = budget, scene.since_start_seconds = 0.0f;
+            scene.load_budget = budget;
+            scene.since_start_seconds = 0.0f;
             scene.run(&scene, &ctx);
             scene.ready = scene.load_complete;
         }
         if (!scene.ready)
             return;
-        scene.since_start_seconds = since_seconds, scene.since_start = (int32_t)(since_seconds * 22050.0f);
+        scene.since_start_seconds = since_seconds;
+        scene.since_start = (int32_t)(since_seconds * 22050.0f);
         scene.since_start_frames = (uint32_t)((int64_t)scene.since_start * 2 / 735);
         scene.run(&scene, &ctx);
         (kind == REEL_PASS_UPDATE ? scene.first_update : scene.first_render) = 0;

@@ -6,7 +6,8 @@
 TEST(bitmap, decode_follows_the_encoding_flags)
 {
     const uint8_t p[4] = {255, 128, 0, 128}, clear[4] = {90, 90, 90, 0}, red[1] = {255};
-    const float a = (float)(128 / 255.0), a2 = (float)(128 / 255.0 * 128 / 255.0), srgb_a = (float)(srgb_to_linear(a) * a);
+    const float a = (float)(128 / 255.0), a2 = (float)(128 / 255.0 * 128 / 255.0),
+                srgb_a = (float)(srgb_to_linear(a) * a);
     const struct { const uint8_t* pixel; uint32_t flags; vec4 want; } cases[] = {
         {p, BITMAP_CHANNELS_4, {a, a2, 0, a}},  // straight, linear: multiply by alpha
         {p, BITMAP_SRGB | BITMAP_CHANNELS_4, {a, srgb_a, 0, a}},
@@ -32,7 +33,8 @@ TEST(bitmap, downscale_averages_in_linear_premultiplied_light_and_the_flare_fall
     bitmap* fringe = bitmap_create(&a.arena, 8, 8, BITMAP_SRGB | BITMAP_CHANNELS_4);
     for (uint32_t i = 0; i < 64; ++i) {
         const uint8_t on = ((i % 8 + i / 8) & 1) ? 255 : 0, grey_on[4] = {on, on, on, 255}, red_on[4] = {on, 0, 0, on};
-        memcpy(bitmap_pixel(checker, i % 8, i / 8), grey_on, 4), memcpy(bitmap_pixel(fringe, i % 8, i / 8), red_on, 4);
+        memcpy(bitmap_pixel(checker, i % 8, i / 8), grey_on, 4);
+        memcpy(bitmap_pixel(fringe, i % 8, i / 8), red_on, 4);
         bitmap_pixel(fringe, i % 8, i / 8)[1] = (uint8_t)(255 - on);
     }
     const vec4 half = {0.5f, 0.5f, 0.5f, 1.0f};
@@ -40,7 +42,8 @@ TEST(bitmap, downscale_averages_in_linear_premultiplied_light_and_the_flare_fall
     bitmap_encode_pixel(grey, BITMAP_SRGB | BITMAP_CHANNELS_4, half);
     EXPECT_GT(grey[0], 180);  // mid grey in linear light, not the 128 of averaging sRGB bytes
     for (uint32_t kind = BITMAP_FILTER_BOX; kind <= BITMAP_FILTER_LANCZOS; ++kind) {
-        bitmap *dst = bitmap_create(&a.arena, 4, 4, checker->flags), *red = bitmap_create(&a.arena, 4, 4, checker->flags);
+        bitmap *dst = bitmap_create(&a.arena, 4, 4, checker->flags),
+               *red = bitmap_create(&a.arena, 4, 4, checker->flags);
         bitmap_downscale(dst, checker, kind, &a.arena);
         bitmap_downscale(red, fringe, kind, &a.arena);
         for (uint32_t i = 0; i < 16; ++i) {
@@ -66,5 +69,6 @@ TEST(bitmap_death, broken_contracts_are_fatal)
     EXPECT_FATAL(bitmap_create(&a.arena, 4, 4, BITMAP_SRGB | BITMAP_CHANNELS_3 | BITMAP_CHANNELS_4),
                  test_fatal("bitmap_init", "src/bitmap", "bitmap flags 0xd need exactly one channel count\n"));
     EXPECT_FATAL(bitmap_convert(y, x), test_fatal("bitmap_convert", "src/bitmap", "sizes differ: 4x4 into 4x2\n"));
-    EXPECT_FATAL(bitmap_downscale(x, x, 3, &a.arena), test_fatal("bitmap_downscale", "src/bitmap", "unknown filter kind 3\n"));
+    EXPECT_FATAL(bitmap_downscale(x, x, 3, &a.arena),
+                 test_fatal("bitmap_downscale", "src/bitmap", "unknown filter kind 3\n"));
 }

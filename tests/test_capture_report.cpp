@@ -59,7 +59,8 @@ TEST(capture_report, cost_lines_carry_the_frame_its_costs_and_its_function)
     EXPECT_EQ(std::string(line, len), "1234567 1.500 1.234 0.000 0.266 none\n");
     const std::string long_name(400, 'x');
     len = capture_cost_line(line, 7, costs, long_name.c_str());
-    EXPECT_TRUE(len == CAPTURE_COST_LINE_MAX - 1 && strlen(line) == len && line[len - 1] == '\n' && line[len - 2] == 'x');
+    EXPECT_TRUE(len == CAPTURE_COST_LINE_MAX - 1 && strlen(line) == len && line[len - 1] == '\n' &&
+                line[len - 2] == 'x');
     EXPECT_EQ(std::string(line, 31), "000007 1.500 1.234 0.000 0.266 ");
 }
 
@@ -93,7 +94,9 @@ TEST(capture_report, a_thumbnail_pixel_is_the_rounded_mean_of_its_4x4_block)
     frame[4] = rgba(0, 0, 200);
     std::vector<uint8_t> thumb(CONTACT_SHEET_THUMB_BYTES, 99);
     contact_sheet_thumbnail(thumb.data(), frame.data());
-    auto at = [&](uint32_t x, uint32_t y) { return std::vector<int>(&thumb[(y * 160 + x) * 3], &thumb[(y * 160 + x) * 3 + 3]); };
+    auto at = [&](uint32_t x, uint32_t y) {
+        return std::vector<int>(&thumb[(y * 160 + x) * 3], &thumb[(y * 160 + x) * 3 + 3]);
+    };
     EXPECT_EQ(at(0, 0), (std::vector<int>{128, 0, 10}));  // 2040 / 16 = 127.5 up; 1 / 16 down
     EXPECT_EQ(at(1, 0), (std::vector<int>{0, 0, 13}));
     EXPECT_EQ(at(159, 119), (std::vector<int>{0, 8, 0}));  // 127 / 16 = 7.94
@@ -103,7 +106,8 @@ TEST(capture_report, a_thumbnail_pixel_is_the_rounded_mean_of_its_4x4_block)
 TEST(capture_report, times_are_written_as_minutes_and_two_digit_seconds)
 {
     char text[16];
-    for (const auto& [seconds, expected] : {std::pair{0u, "0:00"}, {9u, "0:09"}, {60u, "1:00"}, {65u, "1:05"}, {720u, "12:00"}}) {
+    for (const auto& [seconds, expected] :
+         {std::pair{0u, "0:00"}, {9u, "0:09"}, {60u, "1:00"}, {65u, "1:05"}, {720u, "12:00"}}) {
         contact_sheet_time_text(text, seconds);
         EXPECT_STREQ(text, expected) << seconds;
     }

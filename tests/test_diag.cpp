@@ -32,7 +32,10 @@ TEST(diag, blocks_count_and_the_table_prints_hit_blocks_only)
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "unnamed block at src/n3d:77\n");
     EXPECT_TRUE(prof_global.hits[BLOCK_RENDER_MESH] == 1 && prof_global.hits[20] == 1);
     diag_reset_blocks();
-    prof_global.cycles[0] = 2000, prof_global.hits[0] = 1, prof_global.cycles[6] = 500, prof_global.hits[6] = 4;
+    prof_global.cycles[0] = 2000;
+    prof_global.hits[0] = 1;
+    prof_global.cycles[6] = 500;
+    prof_global.hits[6] = 4;
     testing::internal::CaptureStdout();
     prof_print();
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
@@ -54,6 +57,7 @@ TEST(diag, pass_timers_split_passes_and_print)
     t.regular_frames = 3, t.regular_cycles = 10;
     testing::internal::CaptureStdout();
     pass_timer_print("scene_tunnel", 0, &t);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "scene_tunnel: 3.33 ms 3.00 cycles/frame (frames 3 cycles: 10)\n");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "scene_tunnel: 3.33 ms 3.00 cycles/frame (frames 3 cycles: 10)\n");
     EXPECT_DOUBLE_EQ(prof_cycles_to_ms(1500), 1500.0);
 }

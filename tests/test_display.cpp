@@ -21,7 +21,10 @@ struct display_fixture : testing::Test {
         dev.set_transparent_index(&dev, 0);
         memset(dev.overlay.pixels, 0, 640 * 480);
     }
-    uint16_t* video(uint32_t buffer, uint32_t x, uint32_t y) { return (uint16_t*)(dev.video[buffer].pixels + y * 1024) + x; }
+    uint16_t* video(uint32_t buffer, uint32_t x, uint32_t y)
+    {
+        return (uint16_t*)(dev.video[buffer].pixels + y * 1024) + x;
+    }
 };
 
 // the reference composition, written straight from the pixel rule
@@ -46,7 +49,8 @@ uint32_t display_reference(const display_device* dev, uint32_t x, uint32_t y)
 
 TEST_F(display_fixture, init_lays_out_planes_and_grey_ramps_flips_alternate_and_clut_hooks_copy_ranges)
 {
-    EXPECT_TRUE(dev.overlay.pitch == 640 && dev.overlay.width == 640 && dev.overlay.height == 480 && dev.back_index == 0);
+    EXPECT_TRUE(dev.overlay.pitch == 640 && dev.overlay.width == 640 && dev.overlay.height == 480 &&
+                dev.back_index == 0);
     for (const display_plane& v : dev.video)
         EXPECT_TRUE(v.pitch == 1024 && v.width == 320 && v.height == 240);
     EXPECT_EQ(dev.video[1].pixels - dev.video[0].pixels, 0x3c000);
@@ -79,7 +83,8 @@ TEST_F(display_fixture, init_lays_out_planes_and_grey_ramps_flips_alternate_and_
     EXPECT_TRUE(display_live_video_clut()[40] == 1 && display_live_overlay_clut()[40] == 10);  // separate tables
 }
 
-TEST_F(display_fixture, every_kernel_set_composes_blocks_of_each_kind_with_grey_ramps_and_mixed_content_by_the_pixel_rule)
+TEST_F(display_fixture,
+       every_kernel_set_composes_blocks_of_each_kind_with_grey_ramps_and_mixed_content_by_the_pixel_rule)
 {
     // grey ramps: an opaque index i shows (i, i, i); a video channel c shows c * 8 + (c AND 7)
     const struct { uint16_t pixel; uint32_t rgba; } video_cases[] = {
@@ -104,7 +109,8 @@ TEST_F(display_fixture, every_kernel_set_composes_blocks_of_each_kind_with_grey_
             display_output_rgba(&dev, out.data(), 640 * 4);
             for (uint32_t p = 0, x = 0, y = 0; p < 640 * 480; p++, x = p % 640, y = p / 640) {
                 const uint32_t i = index_at(x, y);
-                const uint32_t want = i == transparent ? video_cases[(x / 2 + y / 2) % cases].rgba : i << 24 | i << 16 | i << 8 | 255;
+                const uint32_t want =
+                    i == transparent ? video_cases[(x / 2 + y / 2) % cases].rgba : i << 24 | i << 16 | i << 8 | 255;
                 ASSERT_EQ(out[p], want) << x << "," << y << " transparent " << transparent;
             }
         }

@@ -25,16 +25,20 @@ inline std::string test_literal(const std::string& text)
 #define EXPECT_FATAL_OUT(statement, regex) \
     EXPECT_EXIT((fflush(stdout), dup2(fileno(stderr), fileno(stdout)), statement), testing::ExitedWithCode(1), regex)
 // `tail` is a pattern matched after the message (text a test prints at exit, say).
-inline std::string test_fatal(const char* function, const char* module, const std::string& message, const char* tail = "")
+inline std::string test_fatal(const char* function, const char* module, const std::string& message,
+                              const char* tail = "")
 {
     return std::string("^crash in ") + function + " at " + module + ":[0-9]+\n" + test_literal(message) + tail + "$";
 }
 
 // A 256 x 256 texture of one level at `texels`; an 8-bit one shows through palette and shades.
-inline void test_texture_256(n3d_texture* t, uint32_t format, void** mips, void* texels, uint16_t* palette, uint16_t* shades)
+inline void test_texture_256(n3d_texture* t, uint32_t format, void** mips, void* texels, uint16_t* palette,
+                             uint16_t* shades)
 {
     memset(t, 0, sizeof(*t));
-    t->format = format, t->mips = mips, mips[0] = texels;
+    t->format = format;
+    t->mips = mips;
+    mips[0] = texels;
     t->log2_w = t->log2_h = t->min_log2_w = t->min_log2_h = 8;
     if (format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555)
         t->colors_count = 256, t->shades_per_color = 32, t->palette = palette, t->shade_table = shades;
@@ -42,7 +46,9 @@ inline void test_texture_256(n3d_texture* t, uint32_t format, void** mips, void*
 // Clears the pixels, the current coverage and the depth blocks; reads a pixel of a 16-bit target.
 inline void test_clear_target(n3d_framecontext* fc)
 {
-    n3d_framebuffer_clear(fc->framebuffer), n3d_coverage_buffer_clear(fc->coverage[0]), n3d_zbuffer_clear(fc->zbuffer);
+    n3d_framebuffer_clear(fc->framebuffer);
+    n3d_coverage_buffer_clear(fc->coverage[0]);
+    n3d_zbuffer_clear(fc->zbuffer);
 }
 inline uint16_t test_pixel16(const n3d_framecontext* fc, int x, int y)
 {
@@ -97,7 +103,9 @@ inline std::string test_temp_path(const std::string& name)
 struct test_pack_input {
     uint32_t kind, extra = 0;
     std::string name, contents;
-    test_pack_input(uint32_t k, std::string n, std::string c, uint32_t e = 0) : kind(k), extra(e), name(n), contents(c) {}
+    test_pack_input(uint32_t k, std::string n, std::string c, uint32_t e = 0) : kind(k), extra(e), name(n), contents(c)
+    {
+    }
     test_pack_input(uint32_t k, std::string n, const std::vector<uint8_t>& c, uint32_t e = 0)
         : test_pack_input(k, n, std::string(c.begin(), c.end()), e) {}
 };

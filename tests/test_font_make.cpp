@@ -37,7 +37,8 @@ TEST_F(maker, glyph_boxes_offsets_and_advances_follow_the_fonts_own_numbers)
         const reel_glyph& g = font.glyphs[b.c - 31];
         const int32_t x0 = (int32_t)floor(b.x_min * scale), x1 = (int32_t)ceil(b.x_max * scale);
         const int32_t y0 = (int32_t)floor(-b.y_max * scale), y1 = (int32_t)ceil(-b.y_min * scale);
-        EXPECT_TRUE(g.x_offset == x0 && g.y_offset == y0 && g.width == x1 - x0 && g.height == y1 - y0) << b.c;
+        EXPECT_TRUE(g.x_offset == x0 && g.y_offset == y0 && (int32_t)g.width == x1 - x0 && (int32_t)g.height == y1 - y0)
+            << b.c;
         EXPECT_NEAR(g.advance, b.advance_units * scale, 1e-4) << b.c;
     }
     const reel_glyph& h = font.glyphs['H' - 31];  // 12 x 16 from (2, -16)
@@ -49,8 +50,8 @@ TEST_F(maker, glyph_boxes_offsets_and_advances_follow_the_fonts_own_numbers)
 TEST_F(maker, the_file_reads_back_in_both_byte_orders_and_the_tool_writes_it_into_a_new_folder)
 {
     const std::string dir = tool_fixture_dir(REEL_TEST_OUTPUT_DIR, "tool");
-    const tool_run_result r = tool_fixture_run(dir, std::string(REEL_TOOLS_DIR) + "/reel_fontmake --first 65 --last 0x5A " +
-                                                        DEJAVU + " 18 fonts/deep/g.fnt");
+    const tool_run_result r = tool_fixture_run(
+        dir, std::string(REEL_TOOLS_DIR) + "/reel_fontmake --first 65 --last 0x5A " + DEJAVU + " 18 fonts/deep/g.fnt");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(tool_fixture_list(dir + "/fonts/deep"), std::vector<std::string>({"g.fnt"})) << "no temporary left";
     ASSERT_EQ(make(dejavu, {18, 65, 90, 1}), 0) << why;
@@ -64,8 +65,9 @@ TEST_F(maker, the_file_reads_back_in_both_byte_orders_and_the_tool_writes_it_int
         ASSERT_EQ(reel_font_read(&arena, &back, &cur), file + size) << "the reader ends where the file ends";
         const uint8_t* rewritten = font_make_file(&back, &arena, order, &again);
         EXPECT_EQ(std::string((const char*)rewritten, again), std::string((const char*)file, size));
-        if (order == BYTE_ORDER_NATIVE)
+        if (order == BYTE_ORDER_NATIVE) {
             EXPECT_EQ(tool_fixture_read(dir + "/fonts/deep/g.fnt"), std::string((const char*)file, size));
+        }
     }
 }
 
@@ -82,7 +84,8 @@ uint32_t table_offset(const std::string& f, const char* tag)
 TEST_F(maker, damaged_fonts_and_options_out_of_range_are_refused_with_a_reason)
 {
     std::string bad_loca = dejavu;  // glyph 36 ('A') said to end far beyond 'glyf'
-    const uint32_t loca = table_offset(dejavu, "loca"), head = table_offset(dejavu, "head"), cmap = table_offset(dejavu, "cmap");
+    const uint32_t loca = table_offset(dejavu, "loca"), head = table_offset(dejavu, "head"),
+                   cmap = table_offset(dejavu, "cmap");
     const uint32_t entry = dejavu[head + 50] || dejavu[head + 51] ? 4 : 2;  // long or short 'loca' offsets
     bad_loca.replace(loca + 37 * entry, entry, entry, 0x7F);
     std::string bad_cmap = dejavu;  // the first character map said to start far beyond 'cmap'

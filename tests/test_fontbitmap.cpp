@@ -21,8 +21,10 @@ struct test_frame {
 
 const struct colour_maps { uint8_t map8[256]; uint16_t map16[256]; } maps = [] {
     colour_maps m;
-    for (uint32_t v = 0; v < 256; v++)
-        m.map8[v] = (uint8_t)(100 + v), m.map16[v] = (uint16_t)(0x8000 | v * 0x21);
+    for (uint32_t v = 0; v < 256; v++) {
+        m.map8[v] = (uint8_t)(100 + v);
+        m.map16[v] = (uint16_t)(0x8000 | v * 0x21);
+    }
     return m;
 }();
 
@@ -31,13 +33,20 @@ const test_glyph_spec GLYPH = {{"1234", "5.67", "89.4"}, {"####", "####", "##.."
 
 TEST(fontbitmap, glyph_is_clipped_at_every_edge_in_both_formats_and_marks_its_stencil)
 {
-    const struct { int32_t x, y; const char* what; } placements[] = {
-        {2, 2, "inside"}, {-3, 1, "over the left edge: columns 3 on at column 0"}, {7, 1, "over the right edge"},
-        {2, -2, "over the top"}, {7, 5, "bottom-right corner"}, {-4, 0, "just off the left"}, {9, 0, "just off the right"},
-        {INT32_MIN, INT32_MIN, "as far off as a position goes"}, {INT32_MAX - 1, INT32_MAX - 1, "at the other end"}};
+    const struct { int32_t x, y; const char* what;
+    } placements[] = {{2, 2, "inside"},
+                      {-3, 1, "over the left edge: columns 3 on at column 0"},
+                      {7, 1, "over the right edge"},
+                      {2, -2, "over the top"},
+                      {7, 5, "bottom-right corner"},
+                      {-4, 0, "just off the left"},
+                      {9, 0, "just off the right"},
+                      {INT32_MIN, INT32_MIN, "as far off as a position goes"},
+                      {INT32_MAX - 1, INT32_MAX - 1, "at the other end"}};
     const test_font f(65, {GLYPH});
     const reel_glyph* g = &f.glyphs[0];
-    for (N3D_TEXEL_FORMAT format : {N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555}) {
+    for (N3D_TEXEL_FORMAT format :
+         {N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555}) {
         const bool wide = format == N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555;
         for (const auto& p : placements) {
             SCOPED_TRACE(testing::Message() << p.what << " at " << p.x << ", " << p.y << ", format " << format);
@@ -76,9 +85,11 @@ TEST(fontbitmap, text_pen_is_rounded_down_glyphs_go_to_the_nearest_pixel_and_unk
         test_frame frame(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 16, 8, 16);
         float pen_x = c.pen_x, pen_y = c.pen_y;
         fontbitmap_draw_text_i8(&f.font, &frame.fb, nullptr, &pen_x, &pen_y, "A", maps.map8);
-        EXPECT_TRUE(pen_x == floorf(c.pen_x) + 2.75f && pen_y == floorf(c.pen_y)) << "the pen y is written back rounded down";
+        EXPECT_TRUE(pen_x == floorf(c.pen_x) + 2.75f && pen_y == floorf(c.pen_y))
+            << "the pen y is written back rounded down";
         for (int32_t i = 0; i < 16 * 8; i++)
-            ASSERT_EQ(frame.at(i % 16, i / 16), i % 16 == c.x && i / 16 == c.y ? 101u : NOISE) << i % 16 << ", " << i / 16;
+            ASSERT_EQ(frame.at(i % 16, i / 16), i % 16 == c.x && i / 16 == c.y ? 101u : NOISE)
+                << i % 16 << ", " << i / 16;
     }
     // A font of 65 to 200: byte 0xC1 would be glyph 193 if bytes were unsigned; as a signed character it is -63
     std::vector<test_glyph_spec> specs(136, test_glyph_spec{{"2"}, {"#"}, 0.0f, 0.0f, 1.0f});
@@ -96,7 +107,8 @@ TEST(fontbitmap, text_pen_is_rounded_down_glyphs_go_to_the_nearest_pixel_and_unk
 TEST(fontbitmap_death, other_formats_and_missing_colour_maps_end_the_process)
 {
     const test_font f(65, {GLYPH});
-    test_frame index8(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 4, 4, 4), argb(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 4, 4, 8);
+    test_frame index8(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 4, 4, 4),
+        argb(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 4, 4, 8);
     test_frame palettised(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 4, 4, 4);
     EXPECT_EXIT(fontbitmap_draw_glyph(&f.glyphs[0], &palettised.fb, nullptr, 0, 0, maps.map8, maps.map16),
                 testing::ExitedWithCode(1), "crash at src/fontbitmap:[0-9]+\nnot implemented for dst format 1\n");

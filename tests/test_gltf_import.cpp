@@ -173,7 +173,8 @@ TEST(gltf_import, animation_keys_keep_the_gltf_times_and_values)
     // evaluated as the show does: halfway between keys 1 and 2 of the move (at 1 s and 2.5 s),
     // (-1.5, 3.5, 4.5); the step holds key 1
     mad_animate((mad_datapack*)d, 0, 1.75f);
-    EXPECT_TRUE(d->nodes[1].translation[0] == -1.5f && d->nodes[1].translation[1] == 3.5f && d->nodes[0].scale[0] == 2.0f);
+    EXPECT_TRUE(d->nodes[1].translation[0] == -1.5f && d->nodes[1].translation[1] == 3.5f &&
+                d->nodes[0].scale[0] == 2.0f);
 }
 
 TEST(gltf_import, skin_weights_follow_every_corner_and_extra_sets_keep_the_four_largest)
@@ -242,10 +243,12 @@ TEST(gltf_import, malformed_models_are_refused_naming_the_element)
          "\"channels\":[{\"sampler\":0,\"target\":{\"node\":0,\"path\":\"scale\"}}]}]",
          "animations[0].samplers[0].input: key time 2 (0) is before key time 1 (1)"},  // the triangle's floats 2 to 4
         {"view past its buffer", view1, MESH + "\"nodes\":[]",
-         "meshes[0].primitives[0].attributes.POSITION: bufferViews[1] spans bytes 8 to 48 of buffers[0], which holds 40",
+         "meshes[0].primitives[0].attributes.POSITION: bufferViews[1] spans bytes 8 to 48 of buffers[0], which holds "
+         "40",
          ",{\"buffer\":0,\"byteOffset\":8,\"byteLength\":40}"},
         {"stride shorter than an element", view1, MESH + "\"nodes\":[]",
-         "meshes[0].primitives[0].attributes.POSITION: bufferViews[1] has stride 8, but accessors[0] has elements of 12 bytes",
+         "meshes[0].primitives[0].attributes.POSITION: bufferViews[1] has stride 8, but accessors[0] has elements of "
+         "12 bytes",
          ",{\"buffer\":0,\"byteLength\":40,\"byteStride\":8}"},
         {"indices of a signed type", tri + "," + accessor(idx, 3, "SCALAR", 5120),
          "\"meshes\":[{\"primitives\":[{\"indices\":1,\"attributes\":{\"POSITION\":0}}]}]",
@@ -319,9 +322,9 @@ TEST(reel_gltf, the_named_debian_samples_play_in_the_animated_scene_as_imported)
             "cd '" + d + "' && mkdir -p assets/reel/le && " + tool + " '" + SAMPLES + "/" + relative +
             "' imported > import.txt && (echo 'start mode,start ref,start ms,preload ms,end mode,end ref,end ms,"
             "function,args'; tail -n 1 import.txt) > sequence.csv && echo 'raw sequence.csv sequence.csv 1' > p0 && "
-            "sed 's# \\([^ ]*\\)$# imported/\\1#' imported/*.manifest > p1 && : > p2" + pack + "0 assets/reel/le/pak0.rpk" +
-            pack + "1 assets/reel/le/pak1.rpk" + pack + "2 assets/reel/le/pak2.rpk && " + tools +
-            "/reel_capture --frames 12 --png-at 10 --out frames";
+            "sed 's# \\([^ ]*\\)$# imported/\\1#' imported/*.manifest > p1 && : > p2" +
+            pack + "0 assets/reel/le/pak0.rpk" + pack + "1 assets/reel/le/pak1.rpk" + pack +
+            "2 assets/reel/le/pak2.rpk && " + tools + "/reel_capture --frames 12 --png-at 10 --out frames";
         const int status = std::system((script + " > log.txt 2>&1").c_str());
         ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << tool_fixture_read(d + "/log.txt");
         test_arena a(4u << 20);

@@ -19,7 +19,8 @@ TEST(host, init_creates_fullscreen_window_surfaces_and_display)
     EXPECT_STREQ(SDL_GetWindowTitle(p->window), "Window");
     const SDL_Surface* s = p->composition_surface;
     EXPECT_TRUE(s->w == 640 && s->h == 480 && s->format->format == SDL_PIXELFORMAT_RGBA8888);
-    EXPECT_TRUE(p->arena.capacity == 10u << 20 && p->display.overlay.width == 640 && !strcmp(p->arena.name, "platform_arena"));
+    EXPECT_TRUE(p->arena.capacity == 10u << 20 && p->display.overlay.width == 640 &&
+                !strcmp(p->arena.name, "platform_arena"));
     EXPECT_EQ(SDL_GetAudioDeviceStatus(p->audio_device), SDL_AUDIO_PAUSED);
     // under an X server, the window takes the desktop's size (REEL_EXPECT_DESKTOP=WxH)
     if (const char* expect = getenv("REEL_EXPECT_DESKTOP")) {
@@ -64,8 +65,10 @@ TEST(host, quitting_closes_block_zero_and_prints_a_summary)
         EXPECT_EQ(platform_run(p), 0);
         const std::string out = testing::internal::GetCapturedStdout();
         EXPECT_EQ(out.rfind("[100.00%][hits:           1]", 0), 0u) << out;
-        EXPECT_TRUE(testing::internal::RE::PartialMatch(out, "\\[CYCLES_BLOCK_TOTAL\\]\ntotal cycles: [0-9.]+\nplayed "
-                                                             "[0-9.]+ s: 0 frames presented, frame time mean 0.00 ms, worst 0.00 ms\n$"))
+        EXPECT_TRUE(testing::internal::RE::PartialMatch(
+            out,
+            "\\[CYCLES_BLOCK_TOTAL\\]\ntotal cycles: [0-9.]+\nplayed "
+            "[0-9.]+ s: 0 frames presented, frame time mean 0.00 ms, worst 0.00 ms\n$"))
             << out;
     }
 }
@@ -99,7 +102,9 @@ TEST(host, m_toggles_relative_mouse_on_release_until_escape)
 TEST(host_program, started_elsewhere_it_finds_the_packs_by_the_executable_or_names_the_folders_it_tried)
 {
     const std::string root = tool_fixture_dir(REEL_TEST_OUTPUT_DIR, "packs_by_executable");
-    std::system(("mkdir -p '" + root + "/bin' '" + root + "/elsewhere' && cp '" REEL_PROGRAM "' '" + root + "/bin/reel'").c_str());
+    std::system(
+        ("mkdir -p '" + root + "/bin' '" + root + "/elsewhere' && cp '" REEL_PROGRAM "' '" + root + "/bin/reel'")
+            .c_str());
     const std::string env = "SDL_VIDEODRIVER=offscreen SDL_AUDIODRIVER=dummy ../bin/reel";
     tool_run_result r = tool_fixture_run(root + "/elsewhere", env);
     EXPECT_EQ(r.status, 1) << r.out << r.err;
@@ -110,11 +115,17 @@ TEST(host_program, started_elsewhere_it_finds_the_packs_by_the_executable_or_nam
                          "fopen failed, path: assets/reel/le/pak0.rpk\n");
     EXPECT_NE(r.err.find("failed read \"assets/reel/le/pak0.rpk\"\n"), std::string::npos) << r.err;
 
-    ASSERT_EQ(tool_fixture_pack_show(root, REEL_TOOLS_DIR, "mode,ref,start,preload,mode,ref,end,function,args\n"
-                                     "abs,,0,0,abs,,100,music_start,music\nabs,,0,0,abs,,300,fade_out_music\n", 22050), 0);
+    ASSERT_EQ(tool_fixture_pack_show(root, REEL_TOOLS_DIR,
+                                     "mode,ref,start,preload,mode,ref,end,function,args\n"
+                                     "abs,,0,0,abs,,100,music_start,music\nabs,,0,0,abs,,300,fade_out_music\n",
+                                     22050),
+              0);
     r = tool_fixture_run(root + "/elsewhere", env);
     EXPECT_EQ(r.status, 0) << r.out << r.err;
-    EXPECT_NE(r.out.find("playing the show in " + bin + "../assets/reel/le/ - keys: Escape quits, x pauses, q/e seek 0.1 s, "
-                         "a/d seek 1 s\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("playing the show in " + bin +
+                         "../assets/reel/le/ - keys: Escape quits, x pauses, q/e seek 0.1 s, "
+                         "a/d seek 1 s\n"),
+              std::string::npos)
+        << r.out;
     EXPECT_NE(r.out.find("frames presented"), std::string::npos) << "it ends by itself, as a person ends it";
 }

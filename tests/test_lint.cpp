@@ -10,7 +10,8 @@ namespace {
 
 const std::string LINT_HEADER = "start mode,start ref,start ms,preload ms,end mode,end ref,end ms,function,args\n";
 // Every script below starts the music and ends the show, so that only its own fault is found.
-const std::string LINT_OPENING = "abs,,0,0,abs,,10000,music_start,music\n", LINT_ENDING = "abs,,8000,0,abs,,10000,fade_out_music\n";
+const std::string LINT_OPENING = "abs,,0,0,abs,,10000,music_start,music\n",
+                  LINT_ENDING = "abs,,8000,0,abs,,10000,fade_out_music\n";
 
 lint_result lint_last;  // the counts of the last run
 // The findings and the timeline of a script and a scene.ini, as reel_lint prints them.
@@ -36,7 +37,8 @@ std::string lint_run(const std::string& body, const std::string& description = "
 }
 
 // rows after the opening and the ending (line 4 on), and a line the linter must print after "sequence.csv"
-const struct lint_case { const char* rows; const char* finding; } lint_cases[] = {
+const struct lint_case { const char* rows; const char* finding;
+} lint_cases[] = {
     {"abss,,0,0,abs,,100,overlay_clear,0\n", ":4: error: unknown start mode \"abss\" (abs, relstart or relend)"},
     {"relend,intro,0,0,abs,,100,overlay_clear,0\n",
      ":4: error: start refers to \"intro\", which is neither prev, me nor a label"},
@@ -49,7 +51,8 @@ const struct lint_case { const char* rows; const char* finding; } lint_cases[] =
     {"abs,,100,1000,abs,,200,overlay_clear,0\n",
      ":4: warning: overlay_clear should load at -0.900 s, before the clock starts at 0: it loads at 0 s"},
     {"barrier,prev_done\n", ":4: error: barrier \"prev_done\" is not prev_completed"},
-    {"abs,,0,0,abs,,1,music_sync,0\nabs,,0,0,abs,,1,music_sync,0\n", ": error: 2 music_sync rows; there can be at most one"},
+    {"abs,,0,0,abs,,1,music_sync,0\nabs,,0,0,abs,,1,music_sync,0\n",
+     ": error: 2 music_sync rows; there can be at most one"},
     {"abs,,2000,0,abs,,2000,music_sync,88200\n",
      ":2: error: music_start loads at 2.000 s, but the clock stays at 0 until the music starts"},
     // what only the engine's loader finds comes back as a finding, not as the end of the linter
@@ -62,22 +65,26 @@ TEST(lint, each_broken_script_gives_its_finding_with_file_and_line)
         const std::string out = lint_run(LINT_OPENING + LINT_ENDING + c.rows);
         EXPECT_NE(out.find(std::string("sequence.csv") + c.finding), std::string::npos) << c.rows << "\n" << out;
     }
-    const std::string out = lint_run("abs,,0,0,abs,,100,overlay_clut_set,@scene.ini\n",
-                                     "scene_name = a\npalettes = [ base nothere ]\nintegers = [ 1 2x ]\nfloats = [ 1.5.1 ]\n"
-                                     "colour = red\nrle_images = [ x]\n");
-    for (const char* finding : {"sequence.csv: warning: no fade_out_music row: the show never ends by itself",
-                                "sequence.csv: error: no music_start row: the clock never moves and no row after 0 runs",
-                                "scene.ini:2: error: palette \"nothere\" is in no pack",
-                                "scene.ini:5: warning: unknown key \"colour\" (value \"red\") is skipped",
-                                "scene.ini:6: error: item \"x]\" holds the closing bracket: put a space before ]"})
+    const std::string out =
+        lint_run("abs,,0,0,abs,,100,overlay_clut_set,@scene.ini\n",
+                 "scene_name = a\npalettes = [ base nothere ]\nintegers = [ 1 2x ]\nfloats = [ 1.5.1 ]\n"
+                 "colour = red\nrle_images = [ x]\n");
+    for (const char* finding :
+         {"sequence.csv: warning: no fade_out_music row: the show never ends by itself",
+          "sequence.csv: error: no music_start row: the clock never moves and no row after 0 runs",
+          "scene.ini:2: error: palette \"nothere\" is in no pack",
+          "scene.ini:5: warning: unknown key \"colour\" (value \"red\") is skipped",
+          "scene.ini:6: error: item \"x]\" holds the closing bracket: put a space before ]"})
         EXPECT_NE(out.find(finding), std::string::npos) << finding << "\n" << out;
 }
 
 TEST(lint, a_clean_script_prints_its_resolved_timeline_and_windows_line_ends_read_the_same)
 {
-    const std::string body = LINT_OPENING + "intro:\nrelstart,prev,1000,500,relstart,me,2000,overlay_clut_set,base\n"
-                              "barrier,prev_completed\nrelend,intro,0,0,abs,,8000,overlay_palette_animation,0,rings,3,8\n" +
-                              LINT_ENDING;
+    const std::string body =
+        LINT_OPENING +
+        "intro:\nrelstart,prev,1000,500,relstart,me,2000,overlay_clut_set,base\n"
+        "barrier,prev_completed\nrelend,intro,0,0,abs,,8000,overlay_palette_animation,0,rings,3,8\n" +
+        LINT_ENDING;
     const std::string out = lint_run(body);
     EXPECT_EQ(lint_last.errors + lint_last.warnings, 0u) << out;
     for (const char* row : {"     4  overlay_clut_set                  1.000      3.000      0.500\n",

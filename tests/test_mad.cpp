@@ -94,8 +94,11 @@ std::unique_ptr<sample_pack> make_sample()
     node_set(&n[3], "cam", one, id, zero, &n[0]);
     node_set(&n[4], "prop", one, id, zero);
     node_set(&n[5], "arm", one, id, zero);
-    n[0].mesh = n[4].mesh = &s->meshes[0], n[1].skin = &s->skins[0], n[2].mesh = &s->meshes[1];
-    n[3].camera = &s->cameras[0], n[4].camera = &s->cameras[1];
+    n[0].mesh = n[4].mesh = &s->meshes[0];
+    n[1].skin = &s->skins[0];
+    n[2].mesh = &s->meshes[1];
+    n[3].camera = &s->cameras[0];
+    n[4].camera = &s->cameras[1];
     return s;
 }
 
@@ -104,8 +107,10 @@ struct block_writer {
     int32_t order;
     void u32(const std::vector<uint32_t>& vs)
     {
-        for (uint32_t v : vs)
-            bytes.resize(bytes.size() + 4), stream_write_u32(&bytes[bytes.size() - 4], v, order);
+        for (uint32_t v : vs) {
+            bytes.resize(bytes.size() + 4);
+            stream_write_u32(&bytes[bytes.size() - 4], v, order);
+        }
     }
     void f32(const std::vector<float>& vs)
     {
@@ -116,7 +121,12 @@ struct block_writer {
     void node(const char* name, const std::vector<float>& srt, const std::vector<uint32_t>& msc,
               const std::vector<uint32_t>& children, uint32_t parent)
     {
-        text(name), u32({(uint32_t)children.size()}), f32(srt), u32(msc), u32(children), u32({parent});
+        text(name);
+        u32({(uint32_t)children.size()});
+        f32(srt);
+        u32(msc);
+        u32(children);
+        u32({parent});
     }
     void text(const char* s) { bytes.insert(bytes.end(), s, s + strlen(s) + 1); }
 };
@@ -141,8 +151,8 @@ std::vector<uint8_t> tiny_block(tiny_fields* f, int32_t order)
     block_writer w = {{}, order};
     w.u32(f->counts);
     w.node("root", {1, 1, 1, 0, 0, 0, 1, 1, 2, 3}, {f->root_mesh, 0, 0}, f->root_children, f->root_parent);
-    w.node("leaf", {2, 2, 2, 0, 0.6f, 0, 0.8f, 0, 0, -1}, {f->leaf_mesh, f->leaf_skin, f->leaf_camera}, f->leaf_children,
-           f->leaf_parent);
+    w.node("leaf", {2, 2, 2, 0, 0.6f, 0, 0.8f, 0, 0, -1}, {f->leaf_mesh, f->leaf_skin, f->leaf_camera},
+           f->leaf_children, f->leaf_parent);
     w.text("bark"), w.u32({f->material_image}), w.f32({0.5f, 0.25f, 1, 1});  // the image, then the material
     w.u32({f->primitive_count});  // the mesh: one primitive of xyz only
     f->vertices_at = w.bytes.size();
@@ -220,7 +230,10 @@ TEST(mad_block, write_read_write_reproduces_the_block_in_both_orders_from_a_file
     ASSERT_NE(loaded, nullptr);
     EXPECT_EQ(write_block(loaded, BYTE_ORDER_SWAPPED), block);
 
-    const auto put = [&](const char* mode, int byte) { FILE* file = fopen(path.c_str(), mode); fputc(byte, file), fclose(file); };
+    const auto put = [&](const char* mode, int byte) {
+        FILE* file = fopen(path.c_str(), mode);
+        fputc(byte, file), fclose(file);
+    };
     put("ab", 0);  // one byte more than the block
     EXPECT_EXIT(mad_datapack_file_load(&a.arena, path.c_str()), testing::ExitedWithCode(1),
                 "crash in mad_datapack_file_load at src/mad:[0-9]+\n.*" +

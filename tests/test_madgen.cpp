@@ -50,8 +50,9 @@ struct madgen_fixture : testing::Test {
 TEST_F(madgen_fixture, the_totem_keeps_its_nodes_meshes_and_keys)
 {
     const std::string dir = generate_and_import("totem", "--model totem out", "madpack");
-    EXPECT_EQ(tool_fixture_list(dir), (std::vector<std::string>{"crate.png", "ground.png", "madpack.bin", "madpack.gltf",
-                                                                 "madpack_sky.tmap", "moon.png", "sky.png", "totem.png"}));
+    EXPECT_EQ(tool_fixture_list(dir),
+              (std::vector<std::string>{"crate.png", "ground.png", "madpack.bin", "madpack.gltf", "madpack_sky.tmap",
+                                        "moon.png", "sky.png", "totem.png"}));
     // node by node: the triangles each shape makes (two per quad, one per side of the island)
     const struct { const char* name; uint32_t triangles; } nodes[] = {
         {"ground", 16}, {"bone_top", 0}, {"totem", 4 * 10 * 2}, {"bone_base", 0},
@@ -66,7 +67,8 @@ TEST_F(madgen_fixture, the_totem_keeps_its_nodes_meshes_and_keys)
     for (uint32_t a = 0; a < 2; a++)
         for (uint32_t c = 0; c < imported.datapack.animations[a].channel_count; c++)
             EXPECT_EQ(imported.datapack.animations[a].channels[c].sampler->input_count, 12u * 4 + 1);  // 12 s, 4 a second
-    EXPECT_TRUE(imported.datapack.animations[0].channel_count == 7u && imported.datapack.animations[1].channel_count == 2u);
+    EXPECT_TRUE(imported.datapack.animations[0].channel_count == 7u &&
+                imported.datapack.animations[1].channel_count == 2u);
 }
 
 // The rows of the show name these; the scene draws the first pass's primitives within one
@@ -215,8 +217,8 @@ TEST(gltf_author, shapes_face_the_way_their_normals_point)
         {"tube", [](gltf_author_mesh* m) { gltf_author_tube(m, 0.5f, -1.0f, 2.0f, 2, 7); }, 2 * 7 * 2},
         {"ground", [](gltf_author_mesh* m) { gltf_author_ground(m, 4.0f, 3, 2.0f); }, 3 * 3 * 2},
         {"cube", [](gltf_author_mesh* m) { gltf_author_cube(m, 1.0f); }, 6 * 2},
-        {"prism, both caps", [](gltf_author_mesh* m) { gltf_author_prism(m, square, 4, 0, 1, 1, GLTF_AUTHOR_CAPS_BOTH); },
-         4 + 4 + 4 * 2},
+        {"prism, both caps",
+         [](gltf_author_mesh* m) { gltf_author_prism(m, square, 4, 0, 1, 1, GLTF_AUTHOR_CAPS_BOTH); }, 4 + 4 + 4 * 2},
         {"prism, bottom", [](gltf_author_mesh* m) { gltf_author_prism(m, square, 4, 0, 1, 1, GLTF_AUTHOR_CAP_BOTTOM); },
          4 + 4 * 2},
         // a face of four triangles a tooth, a wall of two per outline edge
@@ -225,7 +227,9 @@ TEST(gltf_author, shapes_face_the_way_their_normals_point)
         {"gear, both", [](gltf_author_mesh* m) { gltf_author_gear(m, 6, 1, 1.3f, -0.1f, 0.1f, GLTF_AUTHOR_CAPS_BOTH); },
          2 * 6 * 4 + 6 * 4 * 2},
         {"gear, plate",
-         [](gltf_author_mesh* m) { gltf_author_gear(m, 6, 1, 1.3f, 0, 0.2f, GLTF_AUTHOR_CAP_TOP | GLTF_AUTHOR_NO_WALL); },
+         [](gltf_author_mesh* m) {
+             gltf_author_gear(m, 6, 1, 1.3f, 0, 0.2f, GLTF_AUTHOR_CAP_TOP | GLTF_AUTHOR_NO_WALL);
+         },
          6 * 4},
     };
     for (const auto& shape : shapes) {
@@ -248,7 +252,8 @@ TEST(gltf_author, shapes_face_the_way_their_normals_point)
             EXPECT_NEAR(vec3_len(n), 1.0f, 1e-5f) << shape.what << " triangle " << t;
         }
         EXPECT_GE(faced, gltf_author_triangles(&m) / 2) << shape.what;
-        EXPECT_TRUE(m.uv.size() == 2 * gltf_author_vertex_count(&m) && m.tangent.size() == 4 * gltf_author_vertex_count(&m))
+        EXPECT_TRUE(m.uv.size() == 2 * gltf_author_vertex_count(&m) &&
+                    m.tangent.size() == 4 * gltf_author_vertex_count(&m))
             << shape.what;
     }
 }

@@ -56,8 +56,9 @@ TEST(memarena_death, refusals_print_their_detail_then_the_fatal_text)
 // Values written after the marker, unaligned on purpose, read back raw and through the cursor.
 TEST(memarena_stream, values_round_trip_in_both_orders_and_the_marker_decides_the_order)
 {
-    EXPECT_TRUE(byte_order_from_marker(0xABCD) == BYTE_ORDER_NATIVE && byte_order_from_marker(0xCDAB0000) == BYTE_ORDER_SWAPPED &&
-                byte_order_from_marker(0xCDAB) == -1 && byte_order_from_marker(0) == -1);
+    EXPECT_TRUE(byte_order_from_marker(0xABCD) == BYTE_ORDER_NATIVE &&
+                byte_order_from_marker(0xCDAB0000) == BYTE_ORDER_SWAPPED && byte_order_from_marker(0xCDAB) == -1 &&
+                byte_order_from_marker(0) == -1);
     for (int32_t order : {BYTE_ORDER_NATIVE, BYTE_ORDER_SWAPPED}) {
         uint8_t buf[64] = {};
         const float floats[3] = {1.5f, -2.25f, 1e-20f};
@@ -65,7 +66,8 @@ TEST(memarena_stream, values_round_trip_in_both_orders_and_the_marker_decides_th
         w = stream_write_f32(stream_write_u32(stream_write_u16(w, 0xBEEF, order), 0xDEADBEEF, order), 3.0f, order);
         w = stream_write_string(stream_write_f32_array(w, floats, 3, order), "mesh");
         EXPECT_EQ(w - buf, 1 + 4 + 1 + 2 + 4 + 4 + 12 + 5);
-        EXPECT_EQ(buf[6], order == BYTE_ORDER_SWAPPED ? 0xBE : 0xEF);  // the swapped order really swaps (little-endian host)
+        EXPECT_EQ(buf[6],
+                  order == BYTE_ORDER_SWAPPED ? 0xBE : 0xEF);  // the swapped order really swaps (little-endian host)
         test_arena strings(64);
         uint8_t u8; uint16_t u16; uint32_t u32; float f, fa[3]; char* text;
         const uint8_t* r = stream_read_u16(&u16, stream_read_u8(&u8, buf + 5), order);

@@ -80,12 +80,14 @@ TEST_F(music_fixture, lead_in_then_music_byte_zero_and_seeks_keep_the_decoders)
     EXPECT_TRUE(music_sample_counter() == 2024 && music_global.music_position.load() == 524);
     mix(10);  // the next callback continues the stream without a gap
     for (uint32_t i = 524; i < 534; i++)
-        ASSERT_TRUE(out[2 * (i - 524)] == left.decode(data[i] & 15) && out[2 * (i - 524) + 1] == right.decode(data[i] >> 4));
+        ASSERT_TRUE(out[2 * (i - 524)] == left.decode(data[i] & 15) &&
+                    out[2 * (i - 524) + 1] == right.decode(data[i] >> 4));
     music_seek(9000);
     EXPECT_EQ(music_sample_counter(), 11034);
     mix(1);
     EXPECT_TRUE(out[0] == left.decode(data[9534] & 15) && out[1] == right.decode(data[9534] >> 4));
-    music_seek(-1), music_seek(-22050);
+    music_seek(-1);
+    music_seek(-22050);
     EXPECT_EQ(music_sample_counter(), 0) << "a seek stops at zero";
     EXPECT_DOUBLE_EQ((music_seek(22050), music_seconds()), 1.0);
 }
@@ -114,8 +116,10 @@ TEST_F(music_fixture, fade_volume_steps_every_512_samples)
     std::vector<uint8_t> data(80000);
     std::vector<int32_t> left;
     stream_decoder decoder;
-    for (size_t i = 0; i < data.size(); i++)
-        data[i] = (i & 1) ? 0x77 : 0xFF, left.push_back(decoder.decode(data[i] & 15));
+    for (size_t i = 0; i < data.size(); i++) {
+        data[i] = (i & 1) ? 0x77 : 0xFF;
+        left.push_back(decoder.decode(data[i] & 15));
+    }
     const int32_t cases[][2] = {{10000, 128}, {10511, 127}, {10512, 126}, {75024, 0}};  // position, volume
     for (const auto& c : cases) {
         music_reset();

@@ -104,13 +104,15 @@ static void reference_masked(frame* dst, stencil* out, int32_t x, int32_t y, uin
                              const stencil* cb0, int32_t first_row, int32_t row_count)
 {
     const int32_t bpp = dst->fb.format == 2 ? 2 : 1;
-    for (int64_t fy = std::max(first_row, 0); fy < std::min<int64_t>((int64_t)first_row + row_count, dst->fb.height); ++fy)
+    for (int64_t fy = std::max(first_row, 0); fy < std::min<int64_t>((int64_t)first_row + row_count, dst->fb.height);
+         ++fy)
         for (int64_t fx = 0; fx < dst->fb.width; ++fx) {
             if (fx >= out->cb.width || fy >= out->cb.height || (src && (fx >= src->fb.width || fy >= src->fb.height)) ||
                 !cb0->bit(fx - x, fy - y))
                 continue;
             for (int32_t b = 0; b < bpp; ++b)
-                dst->bytes[fy * dst->fb.row_bytes + fx * bpp + b] = src ? src->bytes[fy * src->fb.row_bytes + fx * bpp + b] : index;
+                dst->bytes[fy * dst->fb.row_bytes + fx * bpp + b] =
+                    src ? src->bytes[fy * src->fb.row_bytes + fx * bpp + b] : index;
             out->set(fx, fy);
         }
 }
@@ -157,7 +159,8 @@ TEST(n2d, masked_fill_copy_heal_and_background_copy_match_reference)
                 cb0.fill(3, &rng);  // an empty new mask restores all of the old one
             frame got(3, 96, 20, 100, &rng), want(3, 96, 20, 100, &rng), src(3, 96, 20, 96, &rng);
             frame bg(2, 96, 20, 200, &rng), bg_want(2, 96, 20, 200, &rng), view(2, 150, 30, 512, &rng);
-            want.bytes = got.bytes, bg_want.bytes = bg.bytes;
+            want.bytes = got.bytes;
+            bg_want.bytes = bg.bytes;
             n2d_fb_i8_copy_if_cb1_not_cb0(&got.fb, 0, 0, &src.fb, &cb0.cb, &cb1.cb, r[0], r[1]);
             n2d_fb_argb1555_copy_if_not_cb0(&bg.fb, 0, 0, &view.fb, &cb0.cb, r[0], r[1]);
             for (int64_t y = std::max(r[0], 0); y < std::min(r[1], 20); ++y)
@@ -208,7 +211,9 @@ TEST(n2d, threshold_mask_and_coverage_rects_match_reference)
                     for (int64_t dy = std::max(r[0], 0); dy < std::min(r[1], 20); ++dy)
                         for (int64_t dx = std::max<int64_t>(x, 0); dx < std::min<int64_t>((int64_t)x + 64, 96); ++dx)
                             if (dy - y >= 0 && dy - y < 12)
-                                want.set(dx, dy, combine ? want.bit(dx, dy) || !src.bit(dx - x, dy - y) : src.bit(dx - x, dy - y));
+                                want.set(
+                                    dx, dy,
+                                    combine ? want.bit(dx, dy) || !src.bit(dx - x, dy - y) : src.bit(dx - x, dy - y));
                     ASSERT_EQ(dst.words, want.words) << "at " << x << "," << y << " rows " << r[0] << " combine " << combine;
                 }
     stencil full(64, 3);
@@ -228,7 +233,8 @@ TEST(n2d, blits_and_fills_clip_reveal_row_bands_choose_levels_interlace_cover_an
                 noise(image, &rng);
                 want.bytes = got.bytes;
                 n3d_framecontext fc = {0, &got.fb, nullptr, {nullptr, nullptr}};
-                n2d_blit_buffer_index8(&fc, image.data(), 40, x, y, (int32_t)std::min<int64_t>((int64_t)x + 40, INT32_MAX),
+                n2d_blit_buffer_index8(&fc, image.data(), 40, x, y,
+                                       (int32_t)std::min<int64_t>((int64_t)x + 40, INT32_MAX),
                                        (int32_t)std::min<int64_t>((int64_t)y + 24, INT32_MAX), band.first, band.second);
                 // the first row counts from the first visible row; at most max rows after it
                 int64_t visible = 0, drawn = 0;
@@ -241,7 +247,8 @@ TEST(n2d, blits_and_fills_clip_reveal_row_bands_choose_levels_interlace_cover_an
                     for (int64_t ix = std::max<int64_t>(-(int64_t)x, 0); ix < 40 && (int64_t)x + ix < 100; ++ix)
                         want.bytes[fy * 104 + x + ix] = image[iy * 40 + ix];
                 }
-                ASSERT_EQ(got.bytes, want.bytes) << "at " << x << "," << y << " band " << band.first << "," << band.second;
+                ASSERT_EQ(got.bytes, want.bytes)
+                    << "at " << x << "," << y << " band " << band.first << "," << band.second;
             }
     // the scaled blit: level choice, placement, bands, interlace and coverage
     texture8 mipped(4, 3, 2, 2, &rng), flat(4, 3, 4, 3, &rng);
@@ -258,7 +265,8 @@ TEST(n2d, blits_and_fills_clip_reveal_row_bands_choose_levels_interlace_cover_an
         for (int y = 0; y < 32; ++y)
             for (int x = 0; x < 96; ++x) {
                 const int want = x < 72 ? expected(x, y) : -1;
-                ASSERT_TRUE(x >= 72 || f.bytes[y * 72 + x] == (want >= 0 ? want : before.bytes[y * 72 + x])) << x << "," << y;
+                ASSERT_TRUE(x >= 72 || f.bytes[y * 72 + x] == (want >= 0 ? want : before.bytes[y * 72 + x]))
+                    << x << "," << y;
                 ASSERT_EQ(cov.bit(x, y), want != -1) << x << "," << y;
             }
     };

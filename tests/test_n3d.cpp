@@ -15,15 +15,25 @@ namespace {
 struct test_frame {
     std::vector<uint8_t> bytes;
     n3d_framebuffer fb;
-    test_frame(N3D_TEXEL_FORMAT format, int32_t width, int32_t height, int32_t row_bytes, uint8_t fill, uint32_t offset = 0)
-        : bytes((size_t)row_bytes * height + offset + 8, fill), fb{format, width, height, row_bytes, bytes.data() + offset}
+    test_frame(N3D_TEXEL_FORMAT format, int32_t width, int32_t height, int32_t row_bytes, uint8_t fill,
+               uint32_t offset = 0)
+        : bytes((size_t)row_bytes * height + offset + 8, fill),
+          fb{format, width, height, row_bytes, bytes.data() + offset}
     {
     }
     uint8_t u8(int32_t x, int32_t y) const { return fb.pixels[y * fb.row_bytes + x]; }
-    uint16_t u16(int32_t x, int32_t y) const { uint16_t v; memcpy(&v, &fb.pixels[y * fb.row_bytes + 2 * x], 2); return v; }
+    uint16_t u16(int32_t x, int32_t y) const
+    {
+        uint16_t v;
+        memcpy(&v, &fb.pixels[y * fb.row_bytes + 2 * x], 2);
+        return v;
+    }
 };
 
-bool covered(const n3d_coverage_buffer* cb, uint32_t x, uint32_t y) { return (cb->bits[(y * cb->width + x) / 32] << x % 32) >> 31; }
+bool covered(const n3d_coverage_buffer* cb, uint32_t x, uint32_t y)
+{
+    return (cb->bits[(y * cb->width + x) / 32] << x % 32) >> 31;
+}
 void cover(n3d_coverage_buffer* cb, uint32_t x, uint32_t y) { cb->bits[(y * cb->width + x) / 32] |= 0x80000000u >> (x % 32); }
 
 // Words all clear, all set, random, and one run with a stray bit, so every word shape occurs.
@@ -44,7 +54,8 @@ TEST(n3d, buffers_have_their_word_and_block_geometry_and_frame_contexts_what_the
     for (uint32_t width : {32u, 320u, 640u}) {
         const uint64_t before = a.arena.sp;
         n3d_coverage_buffer_init(&cb, width, 240, &a.arena);
-        EXPECT_TRUE((uintptr_t)cb.bits % 32 == 0 && a.arena.sp - before == width * 240 / 8) << width;  // 1, 10, 20 words a row
+        EXPECT_TRUE((uintptr_t)cb.bits % 32 == 0 && a.arena.sp - before == width * 240 / 8)
+            << width;  // 1, 10, 20 words a row
         for (uint32_t i = 0; i < width / 32 * 240; ++i)
             ASSERT_EQ(cb.bits[i], 0u) << width << " word " << i;
         cover(&cb, 0, 1);  // row 1 starts right after row 0's words
@@ -58,7 +69,8 @@ TEST(n3d, buffers_have_their_word_and_block_geometry_and_frame_contexts_what_the
 
     n3d_zbuffer zb;
     n3d_zbuffer_init(&zb, 320, 240, &a.arena);
-    EXPECT_TRUE(zb.blocks.width == 32u && zb.blocks.height == 240u && (uintptr_t)zb.values % 32 == 0);  // 20 bits a row used
+    EXPECT_TRUE(zb.blocks.width == 32u && zb.blocks.height == 240u &&
+                (uintptr_t)zb.values % 32 == 0);  // 20 bits a row used
     zb.values[320 * 240 - 1] = 0x4321;
     cover(&zb.blocks, 19, 239);
     n3d_zbuffer_clear(&zb);
@@ -83,8 +95,9 @@ TEST(n3d, buffers_have_their_word_and_block_geometry_and_frame_contexts_what_the
     n3d_framecontext empty;
     n3d_framecontext_init(&empty, &a.arena, 640, 480, N3D_TEXEL_FORMAT_NONE, N3D_FRAMECONTEXT_COVERAGE);
     EXPECT_TRUE(empty.framebuffer->pixels == nullptr && empty.coverage[0]->width == 640u);
-    EXPECT_FATAL(n3d_framecontext_init(&empty, &a.arena, 32, 2, N3D_TEXEL_FORMAT_BUMPMAP, 0),
-                 test_fatal("n3d_framecontext_init", "src/n3d", "init framecontext with bad format 4? or not yet implemented?"));
+    EXPECT_FATAL(
+        n3d_framecontext_init(&empty, &a.arena, 32, 2, N3D_TEXEL_FORMAT_BUMPMAP, 0),
+        test_fatal("n3d_framecontext_init", "src/n3d", "init framecontext with bad format 4? or not yet implemented?"));
 }
 
 TEST(n3d, clears_touch_only_their_rectangle_and_the_pixels_their_bits_select_and_frames_erase_what_the_last_left)
@@ -131,7 +144,8 @@ TEST(n3d, clears_touch_only_their_rectangle_and_the_pixels_their_bits_select_and
             for (int i = 0; i < 5 * 128; ++i) {
                 const int x = i % 128, y = i / 128;
                 const bool erase = x < 101 && !covered(&current, x, y) && (!dirty_only || covered(&previous, x, y));
-                ASSERT_EQ(wide ? frame.u16(x, y) : frame.u8(x, y), erase ? (wide ? 0x8000u : 0u) : (wide ? 0x2222u : 0x22u))
+                ASSERT_EQ(wide ? frame.u16(x, y) : frame.u8(x, y),
+                          erase ? (wide ? 0x8000u : 0u) : (wide ? 0x2222u : 0x22u))
                     << "format " << format << " dirty " << dirty_only << " at " << x << "," << y;
             }
         }
@@ -162,8 +176,10 @@ TEST(n3d, clears_touch_only_their_rectangle_and_the_pixels_their_bits_select_and
     px[64 + 40] = 0x001F;
     n3d_framecontext_begin_frame(&fc, N3D_FRAMECONTEXT_KEEP_COVERAGE);
     // the current coverage is the one from two frames ago
-    EXPECT_TRUE(fc.flags == N3D_FRAMECONTEXT_KEEP_COVERAGE && fc.coverage[0] == second && covered(fc.coverage[0], 40, 1));
-    fc.coverage[0]->bits[0] = 0, fc.coverage[1]->bits[0] = ~0u;
+    EXPECT_TRUE(fc.flags == N3D_FRAMECONTEXT_KEEP_COVERAGE && fc.coverage[0] == second &&
+                covered(fc.coverage[0], 40, 1));
+    fc.coverage[0]->bits[0] = 0;
+    fc.coverage[1]->bits[0] = ~0u;
     n3d_framecontext_clear_dirty(&fc);
     EXPECT_TRUE(px[3] == 0x7FFF && px[64 + 40] == 0x001F);
 }

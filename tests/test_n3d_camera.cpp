@@ -27,10 +27,11 @@ TEST(n3d_camera, perspective_has_no_far_plane_and_flips_y_and_init_takes_aspect_
 
     n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, 0.25f);
     EXPECT_FLOAT_EQ(ndc_depth(m, 0.25f), -1.0f);
-    EXPECT_FATAL(n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, 0.24f),
-                 test_fatal("n3d_perspective", "src/n3d",
-                            "near_plane must be >= N3D_ZBUFFER_MIN_NEAR_PLANE but is 0.24 (impacts z-buffer number of bits "
-                            "to avoid overflow!) define N3D_IGNORE_ZBUFFER_MIN_NEAR_PLANE_CHECK to 1 to skip this check\n"));
+    EXPECT_FATAL(
+        n3d_perspective(m, 320.0f, 240.0f, PI / 4.0f, 0.24f),
+        test_fatal("n3d_perspective", "src/n3d",
+                   "near_plane must be >= N3D_ZBUFFER_MIN_NEAR_PLANE but is 0.24 (impacts z-buffer number of bits "
+                   "to avoid overflow!) define N3D_IGNORE_ZBUFFER_MIN_NEAR_PLANE_CHECK to 1 to skip this check\n"));
 
     // init takes the aspect from the framebuffer and the position from camera_to_world
     n3d_framebuffer fb = {N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 640, 240, 1280, nullptr};
@@ -49,7 +50,8 @@ TEST(n3d_camera, perspective_has_no_far_plane_and_flips_y_and_init_takes_aspect_
     vec4 clip;
     mat4x4_mul_vec4(clip, camera_to_world, ahead_camera);
     mat4x4_mul_vec4(clip, camera.view_projection, clip);
-    EXPECT_TRUE(fabsf(clip[0]) < 1e-5f && fabsf(clip[1]) < 1e-5f && fabsf(clip[2] - 1) < 1e-5f && fabsf(clip[3] - 2) < 1e-5f);
+    EXPECT_TRUE(fabsf(clip[0]) < 1e-5f && fabsf(clip[1]) < 1e-5f && fabsf(clip[2] - 1) < 1e-5f &&
+                fabsf(clip[3] - 2) < 1e-5f);
 }
 
 TEST(n3d_camera, fly_camera_turns_with_the_mouse_and_never_looks_straight_up_or_down)
@@ -62,7 +64,8 @@ TEST(n3d_camera, fly_camera_turns_with_the_mouse_and_never_looks_straight_up_or_
     EXPECT_TRUE(fabsf(view[0][0] - 1.0f) < 1e-6f && fabsf(view[2][2] - 1.0f) < 1e-6f);  // at rest: the identity view
 
     // mouse right turns right: after a quarter turn +x is straight ahead
-    mouse[0] = 10, cam.mouse_sensitivity = PI / 20.0f;
+    mouse[0] = 10;
+    cam.mouse_sensitivity = PI / 20.0f;
     fly_camera_update(&cam, keys, mouse, 0.5f, view);
     vec3 p = {1.0f, 0.0f, 0.0f};
     mat4x4_mul_vec3(p, view, p, 1.0f);

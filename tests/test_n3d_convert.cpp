@@ -16,7 +16,10 @@
 
 namespace {
 
-std::string test_fatal_convert(const char* function, const char* message) { return test_fatal(function, "src/n3d_convert", message); }
+std::string test_fatal_convert(const char* function, const char* message)
+{
+    return test_fatal(function, "src/n3d_convert", message);
+}
 
 struct convert_arenas {
     test_arena main_block = test_arena(4 << 20), tmp_block = test_arena(8 << 20);
@@ -119,16 +122,24 @@ TEST(n3d_convert_death, every_refused_conversion_ends_with_its_message)
     n3d_texture t;
     for (const auto& c : sizes) {
         bitmap* bm = convert_solid(&a.tmp, c[0], c[1], px);
-        EXPECT_FATAL(n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, c[2], c[3], 0, 0, bm, nullptr, N3D_TRANSPARENT_INDEX_NONE, .5f), re)
+        EXPECT_FATAL(n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, c[2], c[3], 0, 0, bm, nullptr,
+                                             N3D_TRANSPARENT_INDEX_NONE, .5f),
+                     re)
             << c[0] << "x" << c[1] << " format " << c[2];
     }
     // the framebuffer, shade-table and lighting-table contracts
     const n3d_display_clut past_the_end = {200, 100, GREY_RAMP.data()};
-    EXPECT_FATAL(n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 1, 0, 0,
-                                         convert_solid(&a.tmp, 4, 4, px), &past_the_end, N3D_TRANSPARENT_INDEX_NONE, 0.5f),
-                 test_fatal_convert("n3d_texture_build_shade_table_index8", "palette uses 300 colors but max is 256!\n"));
+    EXPECT_FATAL(
+        n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 1, 0, 0,
+                                convert_solid(&a.tmp, 4, 4, px), &past_the_end, N3D_TRANSPARENT_INDEX_NONE, 0.5f),
+        test_fatal_convert("n3d_texture_build_shade_table_index8", "palette uses 300 colors but max is 256!\n"));
     // width 4: 4 x 4, 6: 6 x 2
-    const struct { N3D_TEXEL_FORMAT format; int32_t width; uint32_t swizzle; const char *function, *message; } cases[] = {
+    const struct {
+        N3D_TEXEL_FORMAT format;
+        int32_t width;
+        uint32_t swizzle;
+        const char *function, *message;
+    } cases[] = {
         {3, 4, 1, "n3d_framebuffer_from_bitmap", "must provide display_clut (was nil) for format 3\n"},
         {1, 4, 1, "n3d_framebuffer_from_bitmap", "must provide reverse_palette (was nil) for format 1\n"},
         {2, 6, 1, "n3d_framebuffer_from_bitmap", "can only swizzle when width is pow2! width is: 6\n"},
@@ -140,13 +151,15 @@ TEST(n3d_convert_death, every_refused_conversion_ends_with_its_message)
         const int32_t height = c.width == 4 ? 4 : 2;
         n3d_framebuffer fb = {c.format, c.width, height, 2 * c.width, texels};
         bitmap* bm = convert_solid(&a.tmp, (uint32_t)c.width, (uint32_t)height, px);
-        EXPECT_FATAL(n3d_framebuffer_from_bitmap(&fb, c.format, c.swizzle, nullptr, nullptr, bm, N3D_TRANSPARENT_INDEX_NONE, 0.5f),
+        EXPECT_FATAL(n3d_framebuffer_from_bitmap(&fb, c.format, c.swizzle, nullptr, nullptr, bm,
+                                                 N3D_TRANSPARENT_INDEX_NONE, 0.5f),
                      test_fatal_convert(c.function, c.message));
     }
     uint16_t table[4];
     const vec3 z = {0, 0, 0};
-    EXPECT_FATAL(n3d_texture_build_shade_table_argb1555_pbr(table, 257, 1, z, z, z, z, 0.0f, 0.5f, table),
-                 test_fatal_convert("n3d_texture_build_shade_table_argb1555_pbr", "shades per color must be < 256 is 257\n"));
+    EXPECT_FATAL(
+        n3d_texture_build_shade_table_argb1555_pbr(table, 257, 1, z, z, z, z, 0.0f, 0.5f, table),
+        test_fatal_convert("n3d_texture_build_shade_table_argb1555_pbr", "shades per color must be < 256 is 257\n"));
     n3d_phong_lut lut = {};
     EXPECT_FATAL(n3d_phong_lut_set_default(&lut),
                  test_fatal_convert("n3d_phong_lut_set_default", "phong lut has no storage (not initialised)\n"));
@@ -161,11 +174,13 @@ TEST_F(n3d_convert, palette_of_one_colour_the_tie_rule_and_shade_tables)
     std::vector<uint16_t> want(256, 0);
     want[0] = 0x8000 | 30 << 10 | 15 << 5;
     EXPECT_EQ(std::vector<uint16_t>((const uint16_t*)t.palette, (const uint16_t*)t.palette + 256), want);
-    EXPECT_EQ(std::vector<uint8_t>((const uint8_t*)t.mips[0], (const uint8_t*)t.mips[0] + 64), std::vector<uint8_t>(64, 0));
+    EXPECT_EQ(std::vector<uint8_t>((const uint8_t*)t.mips[0], (const uint8_t*)t.mips[0] + 64),
+              std::vector<uint8_t>(64, 0));
 
     // 16 green, 8 blue, 8 red: blue's key is lower than red's, so it wins the tie
-    convert_texture(&a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 0,
-                    convert_painted(&a.tmp, 8, 4, [](uint32_t i, uint8_t* p) { p[3] = p[i < 8 ? 0 : (i < 16 ? 2 : 1)] = 255; }));
+    convert_texture(
+        &a, &t, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 0,
+        convert_painted(&a.tmp, 8, 4, [](uint32_t i, uint8_t* p) { p[3] = p[i < 8 ? 0 : (i < 16 ? 2 : 1)] = 255; }));
     EXPECT_EQ(std::vector<uint16_t>((const uint16_t*)t.palette, (const uint16_t*)t.palette + 4),
               (std::vector<uint16_t>{0x8000 | 30 << 5, 0x8000 | 30, 0xF800, 0}));
     bitmap* bm = convert_painted(&a.tmp, 8, 4, [](uint32_t i, uint8_t* p) {
@@ -197,7 +212,8 @@ TEST_F(n3d_convert, bump_texels_hold_the_normal_and_its_magnitudes_and_the_phong
     memcpy(bitmap_pixel(bm, 0, 0), normals, 12);
     uint32_t texels[4];
     n3d_framebuffer fb = {4, 4, 1, 16, (uint8_t*)texels};
-    n3d_framebuffer_from_bitmap(&fb, N3D_TEXEL_FORMAT_BUMPMAP, 0, nullptr, nullptr, bm, N3D_TRANSPARENT_INDEX_NONE, 0.5f);
+    n3d_framebuffer_from_bitmap(&fb, N3D_TEXEL_FORMAT_BUMPMAP, 0, nullptr, nullptr, bm, N3D_TRANSPARENT_INDEX_NONE,
+                                0.5f);
     // flat: x and y round to 0, so do both magnitudes; +x: 127, 0, magnitude 255, 127 + 0; -x: -127
     // is 0x81; a short vector still has a unit direction (0.577 x 127 = 73 = 0x49, 0.333 x 127 = 42
     // twice), while the magnitude byte comes from the short vector itself
@@ -225,7 +241,8 @@ TEST_F(n3d_convert, each_level_is_scaled_from_the_level_the_rule_names_and_cover
     pcg32 rng = {42, 54};
     const bitmap* src = convert_painted(&a.tmp, 32, 16, [&](uint32_t, uint8_t* p) {
         const uint32_t r = pcg32_random(&rng);
-        memcpy(p, &r, 3), p[3] = 255;
+        memcpy(p, &r, 3);
+        p[3] = 255;
     });
     for (uint32_t from_full = 0; from_full < 2; from_full++) {
         convert_texture(&a, &t, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 0, 1, src, nullptr, N3D_TRANSPARENT_INDEX_NONE,
@@ -256,7 +273,8 @@ TEST_F(n3d_convert, each_level_is_scaled_from_the_level_the_rule_names_and_cover
         p[0] = p[1] = p[2] = 255, p[3] = line ? 255 : 0;
     });
     testing::internal::CaptureStdout();
-    n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 1, 0, grid, nullptr, 0, 0.5f);
+    n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 1, 0, grid, nullptr, 0,
+                            0.5f);
     const std::string out = testing::internal::GetCapturedStdout();
     int iterations = 0, previous = -1;
     float next_c = 1.0f;

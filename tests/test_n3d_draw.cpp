@@ -37,7 +37,9 @@ const char* const FUNCTION_NAMES[] = {"n3d_draw_triangles", "n3d_draw_triangles_
 
 int32_t draw_with(draw_function f, n3d_draw_call* c)
 {
-    return f == DRAW ? n3d_draw_triangles(c) : f == SKINNED ? n3d_draw_triangles_skinned(c) : n3d_draw_triangles_phong(c);
+    return f == DRAW      ? n3d_draw_triangles(c)
+           : f == SKINNED ? n3d_draw_triangles_skinned(c)
+                          : n3d_draw_triangles_phong(c);
 }
 
 class n3d_draw : public testing::Test {
@@ -70,8 +72,10 @@ public:
         auto* texels8 = (uint8_t*)xmemarena_push_align(&arena, 65536, 32);
         for (uint32_t i = 0; i < 65536; i++)
             texels16[i] = 0xFC00, texels8[i] = 7;
-        for (uint32_t i = 0; i < 256 * 32; i++)
-            shades[i] = (uint16_t)(0x8000 | (i & 0x7FFF)), palette[i % 256] = (uint16_t)(0x8000 | (i % 256) << 5);
+        for (uint32_t i = 0; i < 256 * 32; i++) {
+            shades[i] = (uint16_t)(0x8000 | (i & 0x7FFF));
+            palette[i % 256] = (uint16_t)(0x8000 | (i % 256) << 5);
+        }
         memset(phong_storage, 20, sizeof(phong_storage));
         test_texture_256(&tex16, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips[0], texels16, palette, shades);
         test_texture_256(&tex8, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, mips[1], texels8, palette, shades);
@@ -83,9 +87,12 @@ public:
     // With the identity mvp clip space is (160 x, 120 y, z, 1): screen (160 x + 160.5, 120 y + 120.5).
     void vertex(float x, float y, float z, float u = 0.0f, float v = 0.0f)
     {
-        xyz.insert(xyz.end(), {x, y, z}), uv.insert(uv.end(), {u, v});
-        normals.insert(normals.end(), {0, 0, 1}), tangents.insert(tangents.end(), {1, 0, 0});
-        bitangents.insert(bitangents.end(), {0, 1, 0}), joints.insert(joints.end(), {0, 1, 0, 0});
+        xyz.insert(xyz.end(), {x, y, z});
+        uv.insert(uv.end(), {u, v});
+        normals.insert(normals.end(), {0, 0, 1});
+        tangents.insert(tangents.end(), {1, 0, 0});
+        bitangents.insert(bitangents.end(), {0, 1, 0});
+        joints.insert(joints.end(), {0, 1, 0, 0});
         weights.insert(weights.end(), {1, 0, 0, 0});
     }
     // w is the clip w the mvp gives (mvp[3][3]), so that the vertex lands on (sx, sy)
@@ -170,7 +177,8 @@ TEST_F(n3d_draw_death, checks_are_fatal_in_their_order_before_any_triangle)
         {DRAW, INDEX_2, 1, RECORD_FLAGS, "the vertex index holds 2 triangles but the call draws 1\n"},
         {SKINNED, UNWEIGHTED, 1, RECORD_FLAGS, "skinned drawing needs joints, weights and skin_matrices!\n"},
         // a phong variant through the unlit draw, or the reverse, would read the wrong gradients
-        {DRAW, AS_IS, 4, RECORD_PHONG_FLAGS, "record_phong interpolates 4 attributes but n3d_draw_triangles hands it 2\n"},
+        {DRAW, AS_IS, 4, RECORD_PHONG_FLAGS,
+         "record_phong interpolates 4 attributes but n3d_draw_triangles hands it 2\n"},
         {PHONG, TABLELESS, 4, RECORD_PHONG_FLAGS, "record_phong needs a phong table but slot 1 is null!\n"},
         {PHONG, UNTANGENTED, 4, RECORD_PHONG_FLAGS, "phong drawing needs t_xyz and b_xyz!\n"},
     };
@@ -264,7 +272,9 @@ TEST_F(n3d_draw, projection_folds_the_viewport_gradients_follow_the_area_and_ski
     clear_mesh();
     recorded.clear();
     mat4x4_translate(skin[1], 0.4f, -0.25f, 0.0f);
-    vertex(0.0f, 0.0f, 0.0f), vertex(0.0f, 0.5f, 0.0f), vertex(0.5f, 0.0f, 0.0f);
+    vertex(0.0f, 0.0f, 0.0f);
+    vertex(0.0f, 0.5f, 0.0f);
+    vertex(0.5f, 0.0f, 0.0f);
     // vertex 0 all joint 0, vertex 1 half and half, vertex 2 all joint 1
     const float w[3][4] = {{1, 0, 0, 0}, {0.5f, 0.5f, 0, 0}, {0, 1, 0, 0}};
     memcpy(weights.data(), w, sizeof(w));
@@ -311,7 +321,9 @@ TEST_F(n3d_draw, triangles_are_cut_at_the_screen_edges_and_the_near_plane)
     n3d_perspective(mvp, 320.0f, 240.0f, 0.7853982f, 0.5f);
     clear_mesh();
     recorded.clear();
-    vertex(1.0f, -1.0f, -3.0f, 1.0f, 0.0f), vertex(-1.0f, -1.0f, -3.0f), vertex(0.0f, -1.0f, 2.0f, 0.5f, 1.0f);
+    vertex(1.0f, -1.0f, -3.0f, 1.0f, 0.0f);
+    vertex(-1.0f, -1.0f, -3.0f);
+    vertex(0.0f, -1.0f, 2.0f, 0.5f, 1.0f);
     c = call(RECORD_FLAGS, 1 | TRIANGLES);
     EXPECT_GE(n3d_draw_triangles(&c), 1);
     ASSERT_FALSE(recorded.empty());
@@ -372,8 +384,10 @@ TEST_F(n3d_draw, phong_terms_follow_their_vertices_whatever_is_culled_or_shared_
                 const float sx = screens[kind][i][0], sy = screens[kind][i][1], a = 0.01f * (sx + sy);
                 screen_vertex(sx, sy, 0.0f, 0.0f, 2.0f);  // a tangent frame of the position, longer than 1
                 const size_t n = 3 * (3 * t + i);
-                tangents[n] = 1.5f * std::cos(a), tangents[n + 1] = 1.5f * std::sin(a);
-                bitangents[n + 1] = std::cos(a), bitangents[n + 2] = std::sin(a);
+                tangents[n] = 1.5f * std::cos(a);
+                tangents[n + 1] = 1.5f * std::sin(a);
+                bitangents[n + 1] = std::cos(a);
+                bitangents[n + 2] = std::sin(a);
             }
             for (size_t i = 1; row.differs && i <= 3; i++) {  // a corner's first component, by its triangle
                 std::vector<float>& a = this->*row.differs;
@@ -391,7 +405,8 @@ TEST_F(n3d_draw, phong_terms_follow_their_vertices_whatever_is_culled_or_shared_
         uint32_t distinct = 0;
         for (uint32_t k = 0; k < index.chunk_count; k++)
             distinct += index.chunks[k].vertex_count;
-        EXPECT_TRUE(index.chunk_count == row.chunks && distinct == row.distinct) << index.chunk_count << " " << distinct;
+        EXPECT_TRUE(index.chunk_count == row.chunks && distinct == row.distinct)
+            << index.chunk_count << " " << distinct;
         recorded.clear();
         c.index = &index;
         n3d_draw_triangles_phong(&c);

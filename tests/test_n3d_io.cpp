@@ -10,8 +10,14 @@ void write_bytes(const std::string& path, const std::vector<uint8_t>& bytes)
 }
 
 // Blocks as their writers make them, after the byte-order marker.
-auto mesh_file(const n3d_vertices* v, int32_t o) { return test_block(v, o, n3d_vertices_write_size, n3d_vertices_write); }
-auto texture_file(const n3d_texture* t, int32_t o) { return test_block(t, o, n3d_texture_write_size, n3d_texture_write); }
+auto mesh_file(const n3d_vertices* v, int32_t o)
+{
+    return test_block(v, o, n3d_vertices_write_size, n3d_vertices_write);
+}
+auto texture_file(const n3d_texture* t, int32_t o)
+{
+    return test_block(t, o, n3d_texture_write_size, n3d_texture_write);
+}
 auto coverage_file(const n3d_coverage_buffer* c, int32_t o)
 {
     return test_block(c, o, n3d_coverage_buffer_write_size, n3d_coverage_buffer_write);
@@ -33,7 +39,8 @@ struct mesh_storage { std::vector<float> floats; std::vector<uint8_t> joints; n3
 // count vertices with the arrays in `mask`, every value distinct
 void make_mesh(mesh_storage* m, uint32_t mask, uint32_t count)
 {
-    m->floats.resize(count * 22), m->joints.resize(count * 4);
+    m->floats.resize(count * 22);
+    m->joints.resize(count * 4);
     for (size_t i = 0; i < m->floats.size(); i++)
         m->floats[i] = 0.25f * (float)i - 3.0f;
     for (size_t i = 0; i < m->joints.size(); i++)
@@ -61,13 +68,15 @@ void make_texture(texture_storage* s, uint32_t format, uint32_t linear, uint32_t
     n3d_texture& t = s->t;
     t = {format, linear, lw, lh, mw, mh, nullptr, 0, 0, nullptr, nullptr};
     if (format == 1 || format == 3) {
-        t.colors_count = 256, t.shades_per_color = 32;
+        t.colors_count = 256;
+        t.shades_per_color = 32;
         const uint32_t entry = format == 1 ? 2 : 1;
         s->tables.resize(256 * 33 * entry / 4 + 1);
         auto* bytes = (uint8_t*)s->tables.data();
         for (uint32_t i = 0; i < 256 * 33 * entry; i++)
             bytes[i] = (uint8_t)(i * 5 + i / 256);
-        t.palette = bytes, t.shade_table = bytes + 256 * entry;
+        t.palette = bytes;
+        t.shade_table = bytes + 256 * entry;
     }
     s->mips.assign(n3d_mip_slot_count(lw, lh, mw, mh), nullptr);
     for (uint32_t w = lw + 1; w-- > mw;)
@@ -107,7 +116,8 @@ TEST(n3d_io, mesh_flags_sizes_and_file_round_trip_in_both_orders_and_whole_file_
             ASSERT_NE(v, nullptr);
             const void* arrays[] = {v->xyz, v->uv0, v->n_xyz, v->t_xyz, v->b_xyz, v->uv1, v->joints, v->weights};
             for (uint32_t i = 0; i < 8; i++)
-                EXPECT_TRUE((arrays[i] != nullptr) == ((c.mask >> i) & 1) && (uintptr_t)arrays[i] % 32 == 0) << "array " << i;
+                EXPECT_TRUE((arrays[i] != nullptr) == ((c.mask >> i) & 1) && (uintptr_t)arrays[i] % 32 == 0)
+                    << "array " << i;
             EXPECT_EQ(mesh_file(v, order), file);
             EXPECT_EQ(mesh_file(v, BYTE_ORDER_NATIVE), mesh_file(&m.v, BYTE_ORDER_NATIVE));
         }
@@ -116,7 +126,8 @@ TEST(n3d_io, mesh_flags_sizes_and_file_round_trip_in_both_orders_and_whole_file_
     testing::internal::CaptureStdout();
     test_arena a;
     EXPECT_EQ(n3d_texture_file_load(&a.arena, missing.c_str()), nullptr);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), missing + ": No such file or directory\nfopen failed, path: " + missing + "\n");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              missing + ": No such file or directory\nfopen failed, path: " + missing + "\n");
     EXPECT_EQ(a.arena.sp, 0u);
 
     const std::string path = test_temp_path("five.bin");
@@ -183,9 +194,11 @@ TEST(n3d_io_death, bad_markers_trailing_bytes_and_texture_headers)
     write_bytes(path, file);
     EXPECT_FATAL(n3d_mesh_file_load(&a.arena, path.c_str()),
                  test_fatal("n3d_mesh_file_load", "src/n3d_io", "invalid endian marker?\n"));
-    file[0] ^= 0x10, file.push_back(0);
+    file[0] ^= 0x10;
+    file.push_back(0);
     write_bytes(path, file);
-    EXPECT_FATAL(n3d_mesh_file_load(&a.arena, path.c_str()), "bad.mesh: 1 unexpected bytes after the block at offset 48\n$");
+    EXPECT_FATAL(n3d_mesh_file_load(&a.arena, path.c_str()),
+                 "bad.mesh: 1 unexpected bytes after the block at offset 48\n$");
     // texture headers
     auto read_header = [](std::vector<uint8_t> bytes) {  // after the marker, and 64 zero bytes
         bytes.insert(bytes.begin(), {0xCD, 0xAB, 0, 0});

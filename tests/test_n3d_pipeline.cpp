@@ -25,7 +25,8 @@ std::vector<n3d_raster_call> recorded;
 const uint8_t* recorded_phong_table;  // what the last call's phong slot held while it drew
 int record_rasterizer(n3d_raster_call* c)
 {
-    recorded.push_back(*c), recorded_phong_table = *c->phong;
+    recorded.push_back(*c);
+    recorded_phong_table = *c->phong;
     return 1;
 }
 void record_names(n3d_rasterizer_entry* e) { e->block_count = 0; }
@@ -82,8 +83,10 @@ protected:
         n3d_framecontext_init(&fc, &arena, 320, 240, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555,
                               N3D_FRAMECONTEXT_COVERAGE | N3D_FRAMECONTEXT_ZBUFFER);
         clear();
-        for (uint32_t i = 0; i < 256 * 32; i++)  // the shade in the low bits
-            shades[i] = (uint16_t)(0x9000 | (i & 31)), palette[i % 256] = (uint16_t)(0x8000 | i % 256);
+        for (uint32_t i = 0; i < 256 * 32; i++) {  // the shade in the low bits
+            shades[i] = (uint16_t)(0x9000 | (i & 31));
+            palette[i % 256] = (uint16_t)(0x8000 | i % 256);
+        }
         auto* texels = (uint16_t*)xmemarena_push_align(&arena, 3 * 65536 * 2, 32);
         std::fill(texels, texels + 65536, RED);
         std::fill(texels + 65536, texels + 2 * 65536, GREEN);
@@ -113,8 +116,12 @@ protected:
                                   float dx = 0.0f, float dy = 0.0f)
     {
         n3d_pipeline_draw_cmd cmd = {};
-        cmd.rasterizer_flags = flags, cmd.draw_mode = mode, cmd.texture0 = texture, cmd.vertices = vx;
-        cmd.phong_lut = (flags & N3D_RASTERIZER_PHONG) ? &lut : nullptr, cmd.light = &tc.light;
+        cmd.rasterizer_flags = flags;
+        cmd.draw_mode = mode;
+        cmd.texture0 = texture;
+        cmd.vertices = vx;
+        cmd.phong_lut = (flags & N3D_RASTERIZER_PHONG) ? &lut : nullptr;
+        cmd.light = &tc.light;
         mat4x4_translate(cmd.model, dx, dy, 0.0f);
         mat4x4_translate(cmd.world_to_model, -dx, -dy, 0.0f);
         return cmd;
@@ -146,7 +153,8 @@ TEST_F(n3d_pipeline_test, render_mesh_takes_texture_draw_function_and_skinning_f
     };
     for (const auto& r : rows) {
         clear();
-        mesh.texture_id = r.texture_id, mesh.phong_lut_id = r.phong_lut_id;
+        mesh.texture_id = r.texture_id;
+        mesh.phong_lut_id = r.phong_lut_id;
         const uint32_t hits = prof_global.hits[BLOCK_RENDER_MESH];
         n3d_render_mesh(&tc, &mesh, r.mode);
         EXPECT_EQ(pixel(160, 120) & r.mask, r.pixel) << r.mode;
@@ -160,8 +168,10 @@ TEST_F(n3d_pipeline_test, render_mesh_takes_texture_draw_function_and_skinning_f
     mat4x4_identity(mesh.model);
     mesh.texture_id = 0;
     mat4x4_translate(joint[0], -1.5f, 0.0f, 0.0f);
-    mesh.joint_matrices = joint, mesh.skin_matrices = skin;
-    mesh.vertices.joints = quad.joints, mesh.vertices.weights = quad.weights;
+    mesh.joint_matrices = joint;
+    mesh.skin_matrices = skin;
+    mesh.vertices.joints = quad.joints;
+    mesh.vertices.weights = quad.weights;
     n3d_mesh_update_skin_matrices(&mesh, 1, &tc.camera);
     mat4x4 expected;
     mat4x4_mul(expected, tc.camera.view_projection, joint[0]);

@@ -72,7 +72,10 @@ n3d_raster_call make_call(raster_env& env, n3d_rasterizer_entry* e, const tri_ve
     static n3d_texture* textures[1];
     textures[0] = texture ? texture : (e->flags & N3D_RASTERIZER_T0_I8ARGB1555) ? &env.tex8 : &env.tex16;
     n3d_raster_call c = {};
-    c.entry = e, c.fc = &env.fc, c.textures = textures, c.phong = phong ? phong : &env.phong_table;
+    c.entry = e;
+    c.fc = &env.fc;
+    c.textures = textures;
+    c.phong = phong ? phong : &env.phong_table;
     const int n = is_phong(e) ? 5 : 3;
     float attr[3][5];  // u*iw, v*iw (, p0*iw, p1*iw), iw
     float max_iw = 0;
@@ -90,7 +93,8 @@ n3d_raster_call make_call(raster_env& env, n3d_rasterizer_entry* e, const tri_ve
         c.grad_x[a] = ((attr[1][a] - attr[2][a]) * (y0 - y2) - (attr[0][a] - attr[2][a]) * (y1 - y2)) / area;
         c.grad_y[a] = -((attr[1][a] - attr[2][a]) * (x0 - x2) - (attr[0][a] - attr[2][a]) * (x1 - x2)) / area;
     }
-    c.area = area, c.depth_norm = 1.0f / max_iw;
+    c.area = area;
+    c.depth_norm = 1.0f / max_iw;
     return c;
 }
 
@@ -130,7 +134,8 @@ reference_pixel reference_at(const tri_vertex t[3], int px, int py, bool affine)
         wsum += b, us += b * t[i].u, vs += b * t[i].v, p0s += b * t[i].p0, p1s += b * t[i].p1;
     }
     const double u = affine ? us : us / wsum, v = affine ? vs : vs / wsum;
-    r.u = u * 255.0 + 7.0 / 16.0, r.v = v * 255.0 + 7.0 / 16.0;
+    r.u = u * 255.0 + 7.0 / 16.0;
+    r.v = v * 255.0 + 7.0 / 16.0;
     r.light = 128.0 * ((p0s / wsum) * (p0s / wsum) + (p1s / wsum) * (p1s / wsum));
     return r;
 }
@@ -139,7 +144,9 @@ reference_pixel reference_at(const tri_vertex t[3], int px, int py, bool affine)
 void drawable_winding(const tri_vertex in[3], tri_vertex out[3])
 {
     const float area = (in[1].x - in[2].x) * (in[0].y - in[2].y) - (in[0].x - in[2].x) * (in[1].y - in[2].y);
-    out[0] = in[0], out[1] = area > 0 ? in[1] : in[2], out[2] = area > 0 ? in[2] : in[1];
+    out[0] = in[0];
+    out[1] = area > 0 ? in[1] : in[2];
+    out[2] = area > 0 ? in[2] : in[1];
 }
 
 // Draws one flat (w = 1) triangle with the given variant; returns the rasterizer's result.
@@ -294,7 +301,9 @@ struct exact_assets {
             for (auto& item : items)
                 item = (std::remove_reference_t<decltype(item)>)pcg32_random(&rng);
         };
-        fill(texels8), fill(palette), fill(shades);
+        fill(texels8);
+        fill(palette);
+        fill(shades);
         fill(phong_storage);  // bits above the 5 a shade uses, too
         test_texture_256(&tex8, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, mips8, texels8.data(), palette, shades);
         test_texture_256(&tex16, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips16.data(), nullptr, palette, shades);
@@ -329,12 +338,17 @@ void exact_triangle(pcg32* rng, exact_kind kind, tri_vertex t[3])
     const float texels = std::exp(exact_range(rng, 4, 11));  // the minified kind's coordinate range
     for (int i = 0; i < 3; i++) {
         tri_vertex& v = t[i];
-        v.x = exact_range(rng, 0, 320), v.y = exact_range(rng, 0, 240), v.w = exact_range(rng, 1, 4);
-        v.u = pcg32_random_float01(rng), v.v = pcg32_random_float01(rng);
-        v.p0 = exact_range(rng, -1, 1), v.p1 = exact_range(rng, -1, 1);
+        v.x = exact_range(rng, 0, 320);
+        v.y = exact_range(rng, 0, 240);
+        v.w = exact_range(rng, 1, 4);
+        v.u = pcg32_random_float01(rng);
+        v.v = pcg32_random_float01(rng);
+        v.p0 = exact_range(rng, -1, 1);
+        v.p1 = exact_range(rng, -1, 1);
         switch (kind) {
         case EXACT_WRAPPING:
-            v.u = exact_range(rng, -40, 40), v.v = exact_range(rng, -40, 40);
+            v.u = exact_range(rng, -40, 40);
+            v.v = exact_range(rng, -40, 40);
             v.p0 = exact_range(rng, -2, 2);  // lighting indices past the table's range too
             break;
         case EXACT_LONG_SPANS:
@@ -350,14 +364,17 @@ void exact_triangle(pcg32* rng, exact_kind kind, tri_vertex t[3])
             v.y = i == 2 ? cy : exact_range(rng, 0, 240);
             break;
         case EXACT_TINY:
-            v.x = cx + exact_range(rng, -3, 3), v.y = cy + exact_range(rng, -3, 3);
+            v.x = cx + exact_range(rng, -3, 3);
+            v.y = cy + exact_range(rng, -3, 3);
             break;
         case EXACT_MINIFIED:
-            v.u = exact_range(rng, -texels, texels), v.v = exact_range(rng, -texels, texels);
+            v.u = exact_range(rng, -texels, texels);
+            v.v = exact_range(rng, -texels, texels);
             break;
         case EXACT_BORDERS: {
             const uint32_t r = pcg32_random(rng);
-            v.x = (r & 1) ? (r & 2 ? 320.0f : 0.0f) : v.x, v.y = (r & 4) ? (r & 8 ? 240.0f : 0.0f) : v.y;
+            v.x = (r & 1) ? (r & 2 ? 320.0f : 0.0f) : v.x;
+            v.y = (r & 4) ? (r & 8 ? 240.0f : 0.0f) : v.y;
             break;
         }
         default:

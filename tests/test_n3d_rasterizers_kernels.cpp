@@ -32,8 +32,10 @@ struct kernels_env {
         void* texels8 = memset(xmemarena_push_align(&memory.arena, 65536, 32), 7, 65536);
         memset(tables, 0x11, sizeof(tables));
         memset(phong_storage, 16, sizeof(phong_storage));
-        test_texture_256(&textures[0], N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips[0], texels16, tables, tables + 256);
-        test_texture_256(&textures[1], N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, mips[1], texels8, tables, tables + 256);
+        test_texture_256(&textures[0], N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, mips[0], texels16, tables,
+                         tables + 256);
+        test_texture_256(&textures[1], N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, mips[1], texels8, tables,
+                         tables + 256);
     }
 };
 

@@ -9,7 +9,8 @@
 TEST(platform, destination_rect_keeps_4_to_3_centred_the_mouse_scales_in_single_precision_and_the_summary_adds_up)
 {
     // window w, h; then x, y, w, h. Narrower than 4:3: negative x, the blit clips the sides
-    const int32_t cases[][6] = {{1920, 1080, 240, 0, 1440, 1080}, {640, 480, 0, 0, 640, 480}, {1280, 1024, -42, 0, 1365, 1024}};
+    const int32_t cases[][6] = {
+        {1920, 1080, 240, 0, 1440, 1080}, {640, 480, 0, 0, 640, 480}, {1280, 1024, -42, 0, 1365, 1024}};
     for (const auto& c : cases) {
         const platform_rect r = platform_destination_rect(c[0], c[1]);
         EXPECT_TRUE(r.x == c[2] && r.y == c[3] && r.w == c[4] && r.h == c[5]) << c[0] << "x" << c[1];
@@ -22,7 +23,8 @@ TEST(platform, destination_rect_keeps_4_to_3_centred_the_mouse_scales_in_single_
         platform_frame_stats_add(&stats, now);
     const platform_frame_stats none = {0, 0, 0, 0};
     testing::internal::CaptureStdout();
-    platform_print_summary(&stats, 2500, 1000), platform_print_summary(&none, 0, 1000);
+    platform_print_summary(&stats, 2500, 1000);
+    platform_print_summary(&none, 0, 1000);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "played 2.50 s: 3 frames presented, frame time mean 20.00 ms, worst 30.00 ms\n"
               "played 0.00 s: 0 frames presented, frame time mean 0.00 ms, worst 0.00 ms\n");
@@ -42,7 +44,8 @@ TEST(platform, key_table_from_keyboard_state)
     state[41] = 1;  // a held Escape quits at once
     EXPECT_EQ(platform_fill_key_table(table, state, 256, fake_key_from_scancode), 1u);
     // keys beyond the reported state length are not read
-    EXPECT_TRUE(platform_fill_key_table(table, state, 8, fake_key_from_scancode) == 0u && table['q'] == 0 && table['d'] == 1);
+    EXPECT_TRUE(platform_fill_key_table(table, state, 8, fake_key_from_scancode) == 0u && table['q'] == 0 &&
+                table['d'] == 1);
 }
 
 TEST(platform, packs_are_looked_for_in_the_working_folder_then_by_the_executable)

@@ -28,8 +28,12 @@ struct engine_fixture : testing::Test {
         const std::string name = testing::UnitTest::GetInstance()->current_test_info()->name(),
                           dir = tool_fixture_dir(REEL_TEST_OUTPUT_DIR, name), packs = dir + "/assets/reel/le/pak";
         std::filesystem::create_directories(dir + "/assets/reel/le");
-        test_write_pack(packs + "0.rpk", {{REEL_KIND_RAW, "sequence.csv", "start mode,ref,ms,preload,end mode,ref,ms,"
-                                           "function,args\nabs,,0,0,abs,,60000,music_start,music\n", 1}}, BYTE_ORDER_NATIVE);
+        test_write_pack(packs + "0.rpk",
+                        {{REEL_KIND_RAW, "sequence.csv",
+                          "start mode,ref,ms,preload,end mode,ref,ms,"
+                          "function,args\nabs,,0,0,abs,,60000,music_start,music\n",
+                          1}},
+                        BYTE_ORDER_NATIVE);
         test_write_pack(packs + "1.rpk", {{REEL_KIND_BLOB, "music", std::string(44100, 0x17)}}, BYTE_ORDER_NATIVE);
         test_write_pack(packs + "2.rpk", {}, BYTE_ORDER_NATIVE);
         ASSERT_EQ(chdir(dir.c_str()), 0);
@@ -84,7 +88,8 @@ TEST_F(engine_fixture, keys_seek_pause_and_select_debug_views_and_statistics_lis
     }
     keys['e'] = 0, keys['x'] = 1;  // held, x toggles the engine in every update pass: off, nothing runs; on
     const uint32_t runs = sys->engine.scenes[0].update_runs;
-    update(), render();
+    update();
+    render();
     EXPECT_TRUE(sys->engine_enabled == 0 && sys->engine.scenes[0].update_runs == runs);
     update();
     EXPECT_TRUE(sys->engine_enabled == 1 && sys->engine.scenes[0].update_runs == runs + 1);
@@ -102,9 +107,11 @@ TEST_F(engine_fixture, keys_seek_pause_and_select_debug_views_and_statistics_lis
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "display overlay coverage buffer\ndisplay overlay stencil[0]\n");
     EXPECT_EQ(display.overlay.pixels[0], 0);  // an empty stencil shows as 0
 
-    testing::internal::CaptureStdout(), reel_print_statistics(&sys->engine);
+    testing::internal::CaptureStdout();
+    reel_print_statistics(&sys->engine);
     const std::string out = testing::internal::GetCapturedStdout();
-    for (const char* line : {"=== init system ===\n", "[step:2] (cycles: ", "=== load scenes ===\n", "=== vbl ===\ntotal: ",
-                             "[row: line 2 func music_start args: music] (cycles: ", "music_start: "})
+    for (const char* line :
+         {"=== init system ===\n", "[step:2] (cycles: ", "=== load scenes ===\n",
+          "=== vbl ===\ntotal: ", "[row: line 2 func music_start args: music] (cycles: ", "music_start: "})
         EXPECT_NE(out.find(line), std::string::npos) << line << "\n" << out;
 }

@@ -13,7 +13,8 @@ constexpr uint16_t UNTOUCHED = 0x7C1F;
 
 struct bumpmap_fixture : scene_fixture {
     n3d_phong_lut phong;
-    n3d_texture *color = texture(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 9, 8), *bump = texture(N3D_TEXEL_FORMAT_BUMPMAP, 9, 8);
+    n3d_texture *color = texture(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 9, 8),
+                *bump = texture(N3D_TEXEL_FORMAT_BUMPMAP, 9, 8);
 
     bumpmap_fixture()
     {
@@ -50,7 +51,8 @@ TEST_F(bumpmap_fixture, texels_of_known_tilt_face_the_light_where_its_path_puts_
     };
     for (const auto& c : cases) {
         std::fill_n((uint32_t*)bump->mips[0], 512 * 256, c.texel), draw(c.t, bump);
-        EXPECT_TRUE((video_pixel(0, 0) & 31) == c.first && (video_pixel(309, 0) & 31) == c.last) << c.t << " " << std::hex << c.texel;
+        EXPECT_TRUE((video_pixel(0, 0) & 31) == c.first && (video_pixel(309, 0) & 31) == c.last)
+            << c.t << " " << std::hex << c.texel;
     }
 }
 
@@ -87,11 +89,13 @@ TEST_F(bumpmap_fixture, odd_placements_draw_exactly_the_per_pixel_rule)
             continue;
         for (const auto& c : cases) {
             fill_video(UNTOUCHED);
-            reel_bumpmap_argb1555(ctx.video->framebuffer, c.t, c.x, c.y, c.src_x0, c.src_y0, c.src_x1, c.src_y1, bump, color,
-                                  phong.table);
-            const float lx = (float)(1.5 * sin((double)c.t * 2.0 * M_PI / 10.0)), ly = (float)(1.5 * cos((double)c.t * 2.0 * M_PI / 5.0));
+            reel_bumpmap_argb1555(ctx.video->framebuffer, c.t, c.x, c.y, c.src_x0, c.src_y0, c.src_x1, c.src_y1, bump,
+                                  color, phong.table);
+            const float lx = (float)(1.5 * sin((double)c.t * 2.0 * M_PI / 10.0)),
+                        ly = (float)(1.5 * cos((double)c.t * 2.0 * M_PI / 5.0));
             const float step_x = 2.0f / (float)(c.src_x1 - c.src_x0 - 1), step_y = 2.0f / (float)(c.src_y1 - c.src_y0 - 1);
-            const int32_t x0 = std::max(c.x, 0), y0 = std::max(c.y, 0), sx0 = c.src_x0 + x0 - c.x, sy0 = c.src_y0 + y0 - c.y;
+            const int32_t x0 = std::max(c.x, 0), y0 = std::max(c.y, 0), sx0 = c.src_x0 + x0 - c.x,
+                          sy0 = c.src_y0 + y0 - c.y;
             float py = -1.0f;
             for (int32_t y = 0; y < 240; y++) {
                 const bool row_drawn = y >= y0 && sy0 + y - y0 < std::min(c.src_y1, 256);
@@ -100,7 +104,8 @@ TEST_F(bumpmap_fixture, odd_placements_draw_exactly_the_per_pixel_rule)
                     uint16_t expect = UNTOUCHED;
                     const int32_t sx = sx0 + x - x0, sy = sy0 + y - y0;
                     if (row_drawn && x >= x0 && sx < std::min(c.src_x1, 512)) {
-                        const uint32_t i = sy * 512 + sx, index = phong_index_by_rule(px, py, lx, ly, ((uint32_t*)bump->mips[0])[i]);
+                        const uint32_t i = sy * 512 + sx,
+                                       index = phong_index_by_rule(px, py, lx, ly, ((uint32_t*)bump->mips[0])[i]);
                         expect = (uint16_t)(0x8000 | ((uint8_t*)color->mips[0])[i] << 5 | phong.table[index]);
                         px += step_x;
                     }

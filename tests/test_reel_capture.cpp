@@ -41,7 +41,8 @@ uint32_t capture_png_rgb(const std::string& path, uint32_t x, uint32_t y, std::p
 // The colour of the middle of frame 30 as captured with the given options.
 uint32_t capture_centre(const std::string& dir, const std::string& options)
 {
-    const tool_run_result r = tool_fixture_run(dir, tools + "/reel_capture --frames 31 --png-at 30 --out frames " + options);
+    const tool_run_result r =
+        tool_fixture_run(dir, tools + "/reel_capture --frames 31 --png-at 30 --out frames " + options);
     EXPECT_EQ(r.status, 0) << options << "\n" << r.out << r.err;
     return capture_png_rgb(dir + "/frames/frame_000030.png", 320, 240);
 }

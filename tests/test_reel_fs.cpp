@@ -49,7 +49,8 @@ std::pair<int, std::string> run_tool(const std::string& args)
 
 TEST(reel_fs, both_byte_orders_the_header_size_rule_extra_bytes_and_lookups)
 {
-    const bytes native = make_pack(three_inputs, BYTE_ORDER_NATIVE), swapped = make_pack(three_inputs, BYTE_ORDER_SWAPPED);
+    const bytes native = make_pack(three_inputs, BYTE_ORDER_NATIVE),
+                swapped = make_pack(three_inputs, BYTE_ORDER_SWAPPED);
     EXPECT_EQ(bytes(native.begin(), native.begin() + 8), (bytes{0xCD, 0xAB, 0, 0, 3, 0, 0, 0}));
     EXPECT_EQ(bytes(swapped.begin(), swapped.begin() + 8), (bytes{0, 0, 0xAB, 0xCD, 0, 0, 0, 3}));
     // names, gap and blocks are bytes: only the numbers of the header differ
@@ -79,7 +80,8 @@ TEST(reel_fs, both_byte_orders_the_header_size_rule_extra_bytes_and_lookups)
     EXPECT_TRUE(pack.entries[1].size == 2 && extra.size() == pack.entries[1].offset + 2u);
     // lookups by kind and name
     const bytes lookup =
-        make_pack({{3, "x", "palette", 0}, {5, "x", "image", 0}, {3, "x", "second", 0}, {3, "X", "upper", 0}}, BYTE_ORDER_SWAPPED);
+        make_pack({{3, "x", "palette", 0}, {5, "x", "image", 0}, {3, "x", "second", 0}, {3, "X", "upper", 0}},
+                  BYTE_ORDER_SWAPPED);
     const reel_fs_pack found = r.open(lookup);
     auto find = [&](uint32_t kind, const char* name) {
         uint32_t size = 12345;
@@ -122,7 +124,8 @@ TEST(reel_fs_death, damaged_packs_are_refused_naming_the_fault_and_so_are_files_
     // files the writer cannot pack; a pack that is empty or does not fit the arena says why on
     // standard output on a line before the fatal message (EXPECT_FATAL_OUT matches both)
     const std::string empty = test_temp_path("nothing.rpk"), big = test_temp_path("big.rpk");
-    tool_fixture_write(empty, ""), tool_fixture_write(big, std::string(100, 'x'));
+    tool_fixture_write(empty, "");
+    tool_fixture_write(big, std::string(100, 'x'));
     reel_fs_writer writer;
     reel_fs_pack_begin(&writer, BYTE_ORDER_NATIVE);  // files it cannot pack
     EXPECT_FATAL(reel_fs_pack_add_file(&writer, &r.arena, 9, 0, "x", test_temp_path("missing.txt").c_str()),
@@ -148,7 +151,8 @@ TEST(reel_fs_death, damaged_packs_are_refused_naming_the_fault_and_so_are_files_
 TEST(reel_pack_tool, builds_and_lists_a_pack_from_a_manifest_and_names_the_line_of_a_bad_one)
 {
     std::filesystem::create_directories(test_temp_path("assets/sub"));
-    tool_fixture_write(test_temp_path("assets/sub/sunset.pal"), "PAL"), tool_fixture_write(test_temp_path("assets/sequence.csv"), "row\n");
+    tool_fixture_write(test_temp_path("assets/sub/sunset.pal"), "PAL");
+    tool_fixture_write(test_temp_path("assets/sequence.csv"), "row\n");
     tool_fixture_write(test_temp_path("assets/music.raw"), "MUSIC");
     const std::string manifest = test_temp_path("assets/show.manifest"), native = test_temp_path("tool.rpk");
     tool_fixture_write(manifest, "# the show's first pack\n\npalette   sunset.pal    sub/sunset.pal\n"
@@ -160,21 +164,25 @@ TEST(reel_pack_tool, builds_and_lists_a_pack_from_a_manifest_and_names_the_line_
     EXPECT_EQ(bytes(made.begin(), made.end()), make_pack({{3, "sunset.pal", "PAL", 0}, {9, "sequence.csv", "row\n", 1},
                                                           {8, "music", "MUSIC", 0}, {3, "music", "PAL", 0}},
                                                          BYTE_ORDER_NATIVE));
-    EXPECT_EQ(run_tool("--list " + native), std::make_pair(0, "\"" + native + "\": 4 entries, native byte order\n"
-                                                              "index  kind                  name              offset        size\n"
-                                                              "    0   3 palette            sunset.pal           116           3\n"
-                                                              "    1   9 raw                sequence.csv         119           5\n"
-                                                              "    2   8 blob               music                124           5\n"
-                                                              "    3   3 palette            music                129           3\n"));
+    EXPECT_EQ(run_tool("--list " + native),
+              std::make_pair(0, "\"" + native +
+                                    "\": 4 entries, native byte order\n"
+                                    "index  kind                  name              offset        size\n"
+                                    "    0   3 palette            sunset.pal           116           3\n"
+                                    "    1   9 raw                sequence.csv         119           5\n"
+                                    "    2   8 blob               music                124           5\n"
+                                    "    3   3 palette            music                129           3\n"));
 
     // a bad manifest is named with its line (comments and empty lines count)
     const std::pair<const char*, const char*> cases[] = {
         {"raw a assets/music.raw\n# fine so far\nsprite b assets/music.raw\n", ":3: unknown kind \"sprite\""},
-        {"raw a assets/music.raw\nblob b assets/music.raw\n9 a assets/music.raw\n", ":3: \"a\" of kind raw is already on line 1"},
+        {"raw a assets/music.raw\nblob b assets/music.raw\n9 a assets/music.raw\n",
+         ":3: \"a\" of kind raw is already on line 1"},
     };
     for (const auto& [text, message] : cases) {
         tool_fixture_write(test_temp_path("bad.manifest"), text);
         const auto r = run_tool(test_temp_path("bad.manifest") + " " + test_temp_path("bad.rpk"));
-        EXPECT_TRUE(r.first == 1 && testing::internal::RE::PartialMatch(r.second, testing::internal::RE(message))) << r.second;
+        EXPECT_TRUE(r.first == 1 && testing::internal::RE::PartialMatch(r.second, testing::internal::RE(message)))
+            << r.second;
     }
 }

@@ -46,7 +46,8 @@ bytes palette_file(uint32_t first, uint32_t count, int32_t order)
 
 // A function that writes a record back as its writer does, after the marker.
 template <class R>
-std::function<bytes(const void*)> writer(int32_t order, uint64_t (*size)(const R*), uint8_t* (*write)(uint8_t*, const R*, int32_t))
+std::function<bytes(const void*)> writer(int32_t order, uint64_t (*size)(const R*),
+                                         uint8_t* (*write)(uint8_t*, const R*, int32_t))
 {
     return [=](const void* r) { return test_block((const R*)r, order, size, write); };
 }
@@ -111,7 +112,13 @@ TEST(reel_resource, every_kind_loads_and_writes_back_in_both_orders)
         std::iota(image.tables.begin(), image.tables.end(), 3), std::iota(image.texels.begin(), image.texels.end(), 11);
         test_font font(32, two_glyphs);
         const mad_datapack empty_datapack = {};
-        struct { uint32_t kind; const char* name; const void* record; std::function<bytes(const void*)> write; bytes file = {}; } blocks[] = {
+        struct {
+            uint32_t kind;
+            const char* name;
+            const void* record;
+            std::function<bytes(const void*)> write;
+            bytes file = {};
+        } blocks[] = {
             {3, "pal", &palettes[0], writer(order, reel_palette_write_size, reel_palette_write)},
             {0, "mask", &mask, writer(order, n3d_coverage_buffer_write_size, n3d_coverage_buffer_write)},
             {2, "anim", &animation, writer(order, reel_palette_animation_write_size, reel_palette_animation_write)},
@@ -122,8 +129,10 @@ TEST(reel_resource, every_kind_loads_and_writes_back_in_both_orders)
             {6, "scene", &empty_datapack, writer(order, mad_datapack_write_size, mad_datapack_write)},
         };
         std::vector<test_pack_input> inputs = {{8, "music", bytes{1, 2, 3, 4, 5}, 3}, {9, "text", bytes{'h', 'i'}, 1}};
-        for (auto& b : blocks)  // bytes after a block are allowed
-            b.file = b.write(b.record), inputs.push_back({b.kind, b.name, b.file, b.kind == 6 ? 2u : 0u});
+        for (auto& b : blocks) {  // bytes after a block are allowed
+            b.file = b.write(b.record);
+            inputs.push_back({b.kind, b.name, b.file, b.kind == 6 ? 2u : 0u});
+        }
         test_engine te;
         te.add_pack(order, inputs);
         for (const auto& b : blocks)
@@ -154,10 +163,14 @@ TEST(reel_resource_death, missing_names_unknown_kinds_and_damaged_blocks)
     fs.glyphs[1].stencil.height = 2;               // short of the glyph's 3 rows
     scene_test_image too_wide(2, 2, 5, 4), not_linear(3, 3, 8, 8);
     // swizzled levels are padded: more texels than the linear 8 x 8
-    not_linear.texels.resize(4096), not_linear.mips[0] = not_linear.texels.data(), not_linear.image.texture.linear = 0;
-    const struct { uint32_t kind; bytes block; const char* message; } cases[] = {
+    not_linear.texels.resize(4096);
+    not_linear.mips[0] = not_linear.texels.data();
+    not_linear.image.texture.linear = 0;
+    const struct { uint32_t kind; bytes block; const char* message;
+    } cases[] = {
         {10, bytes{0, 0, 0, 0}, "crash in reel_load_resource at src/reel:[0-9]+\nkind 10\\?\\?\n$"},
-        {3, bytes{0xCD, 0xAB}, "resource \"bad\" \\(palette\\): truncated block marker: needs 4 bytes at offset 0, 2 left"},
+        {3, bytes{0xCD, 0xAB},
+         "resource \"bad\" \\(palette\\): truncated block marker: needs 4 bytes at offset 0, 2 left"},
         {3, block(n, {}, {16, 0, 4, 0, 1, 2, 3}), "truncated palette entries: needs 16 bytes"},
         {3, palette_file(250, 7, n), "palette of 7 entries from 250 runs past the 256 entries of a colour table"},
         {2, block(n, {}, {2, 0, 2, 0, 0, 0}), "palette animation without palettes"},
@@ -172,12 +185,15 @@ TEST(reel_resource_death, missing_names_unknown_kinds_and_damaged_blocks)
         {4, block(n, {4, 3, 2}, {0, 0}), "data of 2 bytes ends before row 2 of 3"},
         {4, block(n, {4, 1, 100}), "truncated rle image data: needs 100 bytes"},
         {4, block(n, {70000, 1, 0}), "rle image of 70000 x 1 pixels is too large"},
-        {5, test_block(&too_wide.image, n, reel_image_write_size, reel_image_write), "5 x 4 pixels is larger than its 4 x 4 texture"},
-        {5, test_block(&not_linear.image, n, reel_image_write_size, reel_image_write), "must be linear index8 \\(format 3, swizzled\\)"},
+        {5, test_block(&too_wide.image, n, reel_image_write_size, reel_image_write),
+         "5 x 4 pixels is larger than its 4 x 4 texture"},
+        {5, test_block(&not_linear.image, n, reel_image_write_size, reel_image_write),
+         "must be linear index8 \\(format 3, swizzled\\)"},
         {7, block(n, {90, 32}), "\\(font\\): font glyph table from 90 to 32: last is below first"},
         {7, block(n, {0, 0xFFFFFFFF, 0}), "truncated font glyphs: 4294967296 entries of 24 bytes"},
         {7, nan_advance, "glyph 0: glyph advance -?nan is not a finite value"},
-        {7, test_block(&fs.font, n, reel_font_write_size, reel_font_write), "glyph 1: stencil of 32 x 2 does not cover its 2 x 3"},
+        {7, test_block(&fs.font, n, reel_font_write_size, reel_font_write),
+         "glyph 1: stencil of 32 x 2 does not cover its 2 x 3"},
         {0, block(n, {33, 1, 0}), "resource \"bad\" \\(stencil\\): coverage width 33 is not a multiple of 32"},
         {9, bytes{'a', ',', 'b', '\n'}, "pak.rpk: resource \"bad\" \\(raw\\): text of 4 bytes has no terminating NUL"},
     };

@@ -68,12 +68,14 @@ TEST_F(rle_fixture, both_modes_write_exactly_the_coloured_runs_clipped_at_the_le
         for (int32_t x = -11; x <= 2; x++)
             for (int32_t y = -7; y <= 2; y++) {
                 frame f(12, 8);
-                const int32_t next = mode ? reel_rle_image_draw_color(&f.fb, &image, x, y, 200) : reel_rle_image_draw(&f.fb, &image, x, y);
+                const int32_t next = mode ? reel_rle_image_draw_color(&f.fb, &image, x, y, 200)
+                                          : reel_rle_image_draw(&f.fb, &image, x, y);
                 EXPECT_EQ(next, y + 6);
                 for (int32_t fy = 0; fy < 8; fy++)
                     for (int32_t fx = 0; fx < 17; fx++) {
                         const int32_t ix = fx - x, iy = fy - y;
-                        const bool shown = fx < 12 && ix >= 0 && ix < 10 && iy >= 0 && iy < 6 && pixels[iy * 10 + ix] != 0;
+                        const bool shown =
+                            fx < 12 && ix >= 0 && ix < 10 && iy >= 0 && iy < 6 && pixels[iy * 10 + ix] != 0;
                         ASSERT_EQ(f.pixels[fy * 17 + fx], shown ? mode ? 200 : pixels[iy * 10 + ix] : 99)
                             << mode << ": " << x << "," << y << " at " << fx << "," << fy;
                     }
@@ -86,14 +88,17 @@ const reel_rle_image worked_image = {4, 2, sizeof(worked), worked};
 TEST_F(rle_fixture, images_wholly_outside_draw_nothing_and_overhangs_right_or_below_are_fatal)
 {
     const int32_t W = 4, H = 2, FW = 16, FH = 8;
-    const struct { int32_t x, y; } outside[] = {{FW, 0}, {0, FH}, {FW + 1000, -5000}, {INT32_MIN, INT32_MIN}, {INT32_MAX, 0}};
+    const struct {
+        int32_t x, y;
+    } outside[] = {{FW, 0}, {0, FH}, {FW + 1000, -5000}, {INT32_MIN, INT32_MIN}, {INT32_MAX, 0}};
     for (const auto& p : outside) {
         frame f(FW, FH);
         EXPECT_EQ(reel_rle_image_draw(&f.fb, &worked_image, p.x, p.y), (int32_t)((int64_t)p.y + H)) << p.x << "," << p.y;
         EXPECT_EQ(f.pixels, frame(FW, FH).pixels) << p.x << "," << p.y;
     }
     frame f(FW, FH);
-    reel_rle_image_draw_ex(&f.fb, &worked_image, FW - W, FH - H, REEL_RLE_MODE_COLORS, 0);  // touching both edges is inside
+    reel_rle_image_draw_ex(&f.fb, &worked_image, FW - W, FH - H, REEL_RLE_MODE_COLORS,
+                           0);  // touching both edges is inside
     EXPECT_EQ(f.pixels[(FH - 1) * f.fb.row_bytes + FW - 1], 7);
     EXPECT_FATAL(reel_rle_image_draw(&f.fb, &worked_image, 0, FH - H + 1),
                  "crash in reel_rle_image_draw_ex at src/reel_rle_image:[0-9]+\n"

@@ -34,7 +34,8 @@ void record_value(const char* key, uint32_t key_length, const char* value, uint3
     ((std::vector<std::string>*)user)->push_back(std::string(key) + "=" + value);
 }
 
-void record_item(const char* key, uint32_t key_length, const char* item, uint32_t length, uint32_t index, uint32_t count, void* user)
+void record_item(const char* key, uint32_t key_length, const char* item, uint32_t length, uint32_t index,
+                 uint32_t count, void* user)
 {
     EXPECT_TRUE(key[key_length] == 0 && item[length] == 0);
     ((std::vector<std::string>*)user)->push_back(key + ("[" + std::to_string(index) + "/" + std::to_string(count) + "]=") + item);
@@ -55,9 +56,14 @@ TEST(reel_scene_load, a_row_binds_to_the_first_table_row_its_function_name_begin
 {
     // "music_s": both music_start and music_sync begin so, the earlier row wins; "overlay_clut_set"
     // is not overlay_clut_set1_pulsate, which comes later
-    const struct { const char* function; const char* expected; } cases[] = {
-        {"music_sync", "music_sync"}, {"music_s", "music_start"}, {"load", "load_sync"}, {"overlay_clut_set", "overlay_clut_set"},
-        {"overlay_clut_set1", "overlay_clut_set1_pulsate"}, {"video_cl", "video_clut_reset"}, {"video_clea", "video_clear"}};
+    const struct { const char* function; const char* expected;
+    } cases[] = {{"music_sync", "music_sync"},
+                 {"music_s", "music_start"},
+                 {"load", "load_sync"},
+                 {"overlay_clut_set", "overlay_clut_set"},
+                 {"overlay_clut_set1", "overlay_clut_set1_pulsate"},
+                 {"video_cl", "video_clut_reset"},
+                 {"video_clea", "video_clear"}};
     for (const auto& c : cases) {
         const reel_scene_binding& expected = reel_scene_table[scene_table_row(c.expected)];
         scene_engine f;
@@ -66,16 +72,20 @@ TEST(reel_scene_load, a_row_binds_to_the_first_table_row_its_function_name_begin
                     f.scene.first_update && f.scene.first_render) << c.function;
     }
     scene_engine f;
-    EXPECT_FATAL(f.load("music_stop", nullptr), test_literal("crash in reel_load_scene at src/reel:") + "[0-9]+\n" +
-                                                    test_literal("failed find binding for \"music_stop\" on line: 12\n"));
+    EXPECT_FATAL(f.load("music_stop", nullptr),
+                 test_literal("crash in reel_load_scene at src/reel:") + "[0-9]+\n" +
+                     test_literal("failed find binding for \"music_stop\" on line: 12\n"));
     // argument text goes to the scene's parser, and there must be one
-    EXPECT_FATAL(f.load("video_clut_reset", "1"),
-                 test_literal("sequence args not supported for function \"video_clut_reset\" (line: 12 in sequence file)\n"));
-    f.row.function = "music_sync", f.row.args = "22050";
+    EXPECT_FATAL(
+        f.load("video_clut_reset", "1"),
+        test_literal("sequence args not supported for function \"video_clut_reset\" (line: 12 in sequence file)\n"));
+    f.row.function = "music_sync";
+    f.row.args = "22050";
     f.scene.integer_count = 99, f.scene.loaded = 1;  // a loaded scene is left as it is
     reel_load_scene(&f.engine, &f.scene, &f.row);
     EXPECT_EQ(f.scene.name, nullptr);
-    f.scene.loaded = 0, reel_load_scene(&f.engine, &f.scene, &f.row);
+    f.scene.loaded = 0;
+    reel_load_scene(&f.engine, &f.scene, &f.row);
     EXPECT_TRUE(f.scene.run == reel_scene_table[scene_table_row("music_sync")].run &&
                 xmemarena_get_sp(f.engine.tmp_arena) == 0u && !strcmp(f.row.args, "22050"));
 }
@@ -99,8 +109,8 @@ TEST(reel_scene_load, a_description_short_of_a_binding_the_scene_reads_is_fatal)
             reel_scene_needs one_short = r.needs;
             one_short.*field.need = (uint8_t)(need - 1);
             EXPECT_FATAL(f.load(r.name, "@d.ini", 9.0f, [&] { grant_needs(&f.scene, one_short); }),
-                         test_literal("scene \"" + std::string(r.name) + "\" on line 12 reads " + std::to_string(need) + " " +
-                                      field.name + ", it was given " + std::to_string(need - 1) + "\n"));
+                         test_literal("scene \"" + std::string(r.name) + "\" on line 12 reads " + std::to_string(need) +
+                                      " " + field.name + ", it was given " + std::to_string(need - 1) + "\n"));
         }
     }
 }
@@ -118,7 +128,8 @@ TEST(reel_scene_load, a_description_binds_names_numbers_and_resources)
     f.add(REEL_KIND_RAW, "tunnel_a.ini", ini.data());
     f.add(REEL_KIND_TEXTURE, "wall", &wall), f.add(REEL_KIND_TEXTURE, "floor", &floor);
     f.add(REEL_KIND_PALETTE, "sky", &sky), f.add(REEL_KIND_PALETTE_ANIMATION, "ripple", &ripple);
-    testing::internal::CaptureStdout(), f.load("music_sync", "@tunnel_a.ini");
+    testing::internal::CaptureStdout();
+    f.load("music_sync", "@tunnel_a.ini");
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "[speed]=[fast] - unhandled key value pair?\n[colors][0/1]=[red] - unhandled key array?\n"
               "[pal] - only a prefix of [palette_animations], bound as that key\n");
@@ -150,13 +161,15 @@ TEST(reel_scene_load, the_description_parser_reads_words_items_and_comments_and_
                  test_literal("txt contains \\r either bug or unpacked using some tool that converts unix lines to mac.. tryp "
                               "MacZip\n"));
     EXPECT_FATAL(parse("a = 1\n\nkey"), test_literal("missing '=' on line 3 in file \"scene.ini\"\n"));
-    EXPECT_FATAL(parse("a = 1\nb = [ x\n y\n"), test_literal("expected ']' to close array starting on line 2 in file \"scene.ini\"\n"));
+    EXPECT_FATAL(parse("a = 1\nb = [ x\n y\n"),
+                 test_literal("expected ']' to close array starting on line 2 in file \"scene.ini\"\n"));
 }
 
 TEST(reel_scene_load, integer_float_string_and_colour_arguments_advance_past_one_comma)
 {
     reel_sequence_row r = {};
-    r.line = 12, r.args = "12,34, -7,x";
+    r.line = 12;
+    r.args = "12,34, -7,x";
     const char* cursor = r.args;
     uint32_t counter = 0;
     EXPECT_TRUE(parse_arg_int(&counter, &cursor, &r) == 12 && !strcmp(cursor, "34, -7,x"));
@@ -170,7 +183,8 @@ TEST(reel_scene_load, integer_float_string_and_colour_arguments_advance_past_one
 
     r.args = cursor = "0.5,-1e3,";
     EXPECT_TRUE(parse_arg_float(&cursor, &r) == 0.5f && parse_arg_float(&cursor, &r) == -1000.0f);
-    EXPECT_FATAL(parse_arg_float(&cursor, &r), test_literal("parse_arg_float failed \"\" (sequence line 12, args: \"0.5,-1e3,\")\n"));
+    EXPECT_FATAL(parse_arg_float(&cursor, &r),
+                 test_literal("parse_arg_float failed \"\" (sequence line 12, args: \"0.5,-1e3,\")\n"));
 
     scene_engine f;
     cursor = "logo,,a b\nrest";
@@ -190,9 +204,10 @@ TEST(reel_scene_load, integer_float_string_and_colour_arguments_advance_past_one
     EXPECT_TRUE(c.rgba == 0x0A1B2C7Fu && c.argb1555 == ((0x0Au >> 3) << 10 | (0x1Bu >> 3) << 5 | (0x2Cu >> 3)));
     EXPECT_NEAR(c.linear[3], 127.0f / 255.0f, 1e-7);
 
-    for (const auto& [text, message] : {std::pair{"ff8000ff", "expected '#' for start of hexcolor on line: 12\n"},
-                                        {"#ff8000", "expected 4 hex values of 2 digits, e.g. #00112233 (for r,g,b,a) on line: 12\n"},
-                                        {"#ff80g0ff", "could not parse color value after # (invalid hex?) on line: 12\n"}}) {
+    for (const auto& [text, message] :
+         {std::pair{"ff8000ff", "expected '#' for start of hexcolor on line: 12\n"},
+          {"#ff8000", "expected 4 hex values of 2 digits, e.g. #00112233 (for r,g,b,a) on line: 12\n"},
+          {"#ff80g0ff", "could not parse color value after # (invalid hex?) on line: 12\n"}}) {
         const char* at = text;
         EXPECT_FATAL(parse_arg_color(&c, &at, &r, &f.demo),
                      test_literal("crash in parse_arg_color at src/reel_scenes:") + "[0-9]+\n" + test_literal(message));

@@ -23,9 +23,10 @@ const std::vector<test_glyph_spec> GLYPHS = {
 // The still's 3D scene: a camera and two nodes without meshes, one animation without channels.
 struct empty_pack {
     mad_camera camera = {0, 0, 0.5f, 0, 0, 0, 0.7853982f};
-    mad_node nodes[3] = {{(char*)"cam", nullptr, nullptr, &camera, {1, 1, 1}, {0, 0, 0, 1}, {}, 0, nullptr, nullptr},
-                         {(char*)"special", nullptr, nullptr, nullptr, {1, 1, 1}, {0, 0, 0, 1}, {}, 0, nullptr, nullptr},
-                         {(char*)"optional", nullptr, nullptr, nullptr, {1, 1, 1}, {0, 0, 0, 1}, {}, 0, nullptr, nullptr}};
+    mad_node nodes[3] = {
+        {(char*)"cam", nullptr, nullptr, &camera, {1, 1, 1}, {0, 0, 0, 1}, {}, 0, nullptr, nullptr},
+        {(char*)"special", nullptr, nullptr, nullptr, {1, 1, 1}, {0, 0, 0, 1}, {}, 0, nullptr, nullptr},
+        {(char*)"optional", nullptr, nullptr, nullptr, {1, 1, 1}, {0, 0, 0, 1}, {}, 0, nullptr, nullptr}};
     mad_animation animation = {(char*)"hold", 0, nullptr, 0, nullptr};
     mad_datapack pack = {3, nodes, 0, nullptr, 0, nullptr, 1, &camera, 1, &animation, 0, nullptr, 0, nullptr};
 };
@@ -43,13 +44,16 @@ struct greets_fixture : scene_fixture {
         n3d_init(&demo);
         add(REEL_KIND_MADPACK, "still", &data.pack);
         add(REEL_KIND_FONT, "greetings.fnt", &font.font);
-        for (n3d_framecontext& v : video_contexts)
-            ctx.video = &v, fill_video(STILL);
+        for (n3d_framecontext& v : video_contexts) {
+            ctx.video = &v;
+            fill_video(STILL);
+        }
         ctx.video = &video_contexts[display.back_index];
     }
     void start(const char* greetings)
     {
-        text = greetings, add(REEL_KIND_RAW, "greetings.ini", text.data());
+        text = greetings;
+        add(REEL_KIND_RAW, "greetings.ini", text.data());
         load("video_madpack_greets", ARGS, 30.0f);
     }
 };
@@ -59,9 +63,12 @@ TEST_F(greets_fixture, lines_are_the_non_empty_ones_ended_by_a_line_feed)
     const struct { const char* text; std::vector<std::string> lines; } cases[] = {  // "C" has no line feed
         {"A\n\nB\nC", {"A", "B"}}, {"\n\n", {}}, {"first line\nsecond\n", {"first line", "second"}}};
     for (const auto& c : cases) {
-        engine.greetings = {}, start(c.text);
-        EXPECT_EQ(std::vector<std::string>(engine.greetings.lines, engine.greetings.lines + engine.greetings.line_count),
-                  c.lines) << c.text;
+        engine.greetings = {};
+        start(c.text);
+        EXPECT_EQ(
+            std::vector<std::string>(engine.greetings.lines, engine.greetings.lines + engine.greetings.line_count),
+            c.lines)
+            << c.text;
     }
     const char** lines = engine.greetings.lines;  // the cache hands the split text to a second scene: its list is kept
     load("video_madpack_greets", ARGS);
@@ -70,7 +77,8 @@ TEST_F(greets_fixture, lines_are_the_non_empty_ones_ended_by_a_line_feed)
 
 struct frame_case { float t; struct { int32_t line; float start; } lanes[2]; };  // line -1: the lane draws nothing
 
-constexpr float LANE_START_X[2] = {60, 60}, LANE_BASE_Y[2] = {22, 45}, LANE_SPEED[2] = {-58, -55}, LANE_PHASE[2] = {0, 0.7f};
+constexpr float LANE_START_X[2] = {60, 60}, LANE_BASE_Y[2] = {22, 45}, LANE_SPEED[2] = {-58, -55},
+                LANE_PHASE[2] = {0, 0.7f};
 
 // The panel the lanes draw: every glyph a solid block at its pen position.
 std::vector<uint16_t> expected_panel(const frame_case& f, const std::vector<std::string>& lines)
@@ -110,7 +118,8 @@ TEST_F(greets_fixture, the_still_is_rendered_once_then_lanes_take_turns_on_the_m
     const uint64_t sp = xmemarena_get_sp(&demo);
     pass(REEL_PASS_UPDATE, 0.0f);  // the load call, then the first run call
     EXPECT_EQ(xmemarena_get_sp(&demo), sp + 16) << "only the lane state stays";
-    EXPECT_TRUE(ctx.video == current && count_not(0) == 0) << "the 3D scene cleared each buffer's coverage: it drew there";
+    EXPECT_TRUE(ctx.video == current && count_not(0) == 0)
+        << "the 3D scene cleared each buffer's coverage: it drew there";
     fill(0xFF);
     // a run call before the start uses up no lines: as the sequencer calls a row loaded ahead of
     // its start, since start -1 s taken unsigned

@@ -21,8 +21,12 @@ struct square_vertices {
         for (uint32_t v = 0; v < 12; v++) {
             const float x = corners[v < 6 ? v : 11 - v][0], y = corners[v < 6 ? v : 11 - v][1];  // then backwards
             const float vertex[4][3] = {{x, y, 0}, {0, 0, 1}, {1, 0, 0}, {0, 1, 0}};  // position, n, t, b
-            for (uint32_t k = 0; k < 3; k++)
-                xyz[v * 3 + k] = vertex[0][k], n[v * 3 + k] = vertex[1][k], t[v * 3 + k] = vertex[2][k], b[v * 3 + k] = vertex[3][k];
+            for (uint32_t k = 0; k < 3; k++) {
+                xyz[v * 3 + k] = vertex[0][k];
+                n[v * 3 + k] = vertex[1][k];
+                t[v * 3 + k] = vertex[2][k];
+                b[v * 3 + k] = vertex[3][k];
+            }
             uv[v * 2] = (x + 1) * 0.5f, uv[v * 2 + 1] = (y + 1) * 0.5f;
         }
     }
@@ -57,9 +61,13 @@ struct test_pack {
         const char* names[5] = {"root", "lit", "special", "cam", "optional"};
         mad_mesh* node_meshes[5] = {nullptr, &meshes[0], &meshes[1], nullptr, &meshes[0]};
         for (uint32_t i = 0; i < 5; i++)
-            nodes[i] = {(char*)names[i], node_meshes[i], nullptr, nullptr, {1, 1, 1}, {0, 0, 0, 1}, {0, 0, 0}, 0, nullptr, nullptr};
-        nodes[0].child_count = 1, nodes[0].children = root_children, nodes[1].parent = &nodes[0];
-        nodes[3].camera = &cameras[0], nodes[3].translation[2] = 5;
+            nodes[i] = {(char*)names[i], node_meshes[i], nullptr, nullptr, {1, 1, 1},
+                        {0, 0, 0, 1},    {0, 0, 0},      0,       nullptr, nullptr};
+        nodes[0].child_count = 1;
+        nodes[0].children = root_children;
+        nodes[1].parent = &nodes[0];
+        nodes[3].camera = &cameras[0];
+        nodes[3].translation[2] = 5;
         pack = {5, nodes, 3, meshes, 0, nullptr, 1, cameras, 2, animations, 3, images, 3, materials};
     }
 };
@@ -91,11 +99,14 @@ struct madpack_fixture : scene_fixture {
     void add_texture(const char* name, N3D_TEXEL_FORMAT format)
     {
         n3d_texture* t = texture(format, 8, 8, 0);
-        if (format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555)
-            memset(t->mips[0], 7, 256 * 256), t->palette = palette, t->shade_table = file_shades;
-        else
+        if (format == N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555) {
+            memset(t->mips[0], 7, 256 * 256);
+            t->palette = palette;
+            t->shade_table = file_shades;
+        } else
             std::fill((uint16_t*)t->mips[0], (uint16_t*)t->mips[0] + 256 * 256, SPECIAL_COLOR);
-        names[textures.size()] = name, textures.push_back(t);
+        names[textures.size()] = name;
+        textures.push_back(t);
         add(REEL_KIND_TEXTURE, names[textures.size() - 1].c_str(), t);
     }
 
@@ -110,13 +121,15 @@ struct madpack_fixture : scene_fixture {
     }
 };
 
-const char *const ARGS = "scene,0,1,move,cam,special,optional,0", *const ARGS_TWO = "scene,0.5,2,move,cam,special,optional,extra";
+const char *const ARGS = "scene,0,1,move,cam,special,optional,0", *const ARGS_TWO =
+                                                                      "scene,0.5,2,move,cam,special,optional,extra";
 
 TEST_F(madpack_fixture, parser_fills_the_node_and_animation_tables_and_the_texture_table_in_node_order)
 {
     load("video_madpack", ARGS_TWO);
     const reel_madfx& fx = state()->madfx;  // special, camera, optional
-    EXPECT_EQ(std::vector<uint32_t>(fx.node_index_lut, fx.node_index_lut + fx.node_lut_count), (std::vector<uint32_t>{2, 3, 4}));
+    EXPECT_EQ(std::vector<uint32_t>(fx.node_index_lut, fx.node_index_lut + fx.node_lut_count),
+              (std::vector<uint32_t>{2, 3, 4}));
     EXPECT_EQ(std::vector<uint32_t>(fx.animation_index_lut, fx.animation_index_lut + fx.animation_lut_count),
               (std::vector<uint32_t>{0, 1}));
     // node 1 draws wood, node 2 flat, node 4 wood again; mesh 2 belongs to no node: the cache hands
@@ -144,8 +157,11 @@ TEST(madpack_light, moves_on_its_path_at_known_times)
 {
     // u = seconds / 5: (5 sin(pi u), 5 cos(pi u), 2 cos(0.6 pi u) sin(2 pi u)); at u = 1/4
     // 2 cos(0.15 pi) = 1.782013, at u = 3/4 2 cos(0.45 pi) sin(1.5 pi) = -0.312869
-    const float cases[][4] = {{0.0f, 0.0f, 5.0f, 0.0f}, {1.25f, 3.5355339f, 3.5355339f, 1.7820130f}, {2.5f, 5.0f, 0.0f, 0.0f},
-                              {3.75f, 3.5355339f, -3.5355339f, -0.3128690f}, {5.0f, 0.0f, -5.0f, 0.0f}};
+    const float cases[][4] = {{0.0f, 0.0f, 5.0f, 0.0f},
+                              {1.25f, 3.5355339f, 3.5355339f, 1.7820130f},
+                              {2.5f, 5.0f, 0.0f, 0.0f},
+                              {3.75f, 3.5355339f, -3.5355339f, -0.3128690f},
+                              {5.0f, 0.0f, -5.0f, 0.0f}};
     for (const auto& c : cases) {
         vec3 light;
         reel_madpack_light_position(light, c[0]);
@@ -188,7 +204,8 @@ TEST_F(madpack_fixture, special_node_is_drawn_last_at_a_fifth_of_its_size_where_
     update(1.0f);  // "move" has taken the lit square to x = 4: off screen
     for (int y = 0; y < 240; y++)
         for (int x = 0; x < 320; x++)
-            ASSERT_EQ(video()[y * 512 + x] == SPECIAL_COLOR, x >= 149 && x <= 172 && y >= 109 && y <= 132) << x << "," << y;
+            ASSERT_EQ(video()[y * 512 + x] == SPECIAL_COLOR, x >= 149 && x <= 172 && y >= 109 && y <= 132)
+                << x << "," << y;
 
     n3d_framebuffer_clear(ctx.video->framebuffer);
     update(0.0f);  // the lit square, drawn first, covers the centre: the special node draws nothing
@@ -230,18 +247,21 @@ TEST_F(madpack_fixture, ten_distinct_textures_fit_the_cache_an_eleventh_is_fatal
     data.meshes[0] = {10, primitives};
     start(ARGS);
     EXPECT_EQ(engine.shade_table_count, 10u);
-    data.meshes[0].primitive_count = 11, engine.shade_table_count = 0;
+    data.meshes[0].primitive_count = 11;
+    engine.shade_table_count = 0;
     EXPECT_DEATH(start(ARGS), "scene_video_madpack(.|\n)*exhausted REEL_SHADE_TABLE_CACHE_MAX \\(10\\)\n");
 }
 
 // Messages anchored at both ends are printed on standard output alone by the first pass's checks.
 TEST_F(madpack_fixture, missing_or_wrong_textures_end_the_process_with_their_message)
 {
-    const struct { const char* what; void (*spoil_it)(madpack_fixture*); const char* message; } cases[] = {
+    const struct { const char* what; void (*spoil_it)(madpack_fixture*); const char* message;
+    } cases[] = {
         {"no image", [](madpack_fixture* f) { f->data.materials[0].base_color_image = nullptr; },
          "^mesh has no base_color_image\\?\n$"},
         {"no texture", [](madpack_fixture* f) { f->data.images[0].texture_index = 99; }, "^failed get texture!\n$"},
-        {"index8 expected", [](madpack_fixture* f) { f->textures[0]->format = N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555; },
+        {"index8 expected",
+         [](madpack_fixture* f) { f->textures[0]->format = N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555; },
          "^wrong format for texture \"wood\" is 2 but expected 1\n$"},
         // the special node's primitive without a material reads slot 0, which must be direct colour
         {"slot 0 stands in", [](madpack_fixture* f) { f->data.primitives[1].material = nullptr; },
@@ -249,7 +269,9 @@ TEST_F(madpack_fixture, missing_or_wrong_textures_end_the_process_with_their_mes
         {"near camera", [](madpack_fixture* f) { f->data.cameras[0].yfov = 0.7f, f->data.cameras[0].znear = 0.1f; },
          "near_plane must be >= N3D_ZBUFFER_MIN_NEAR_PLANE but is 0.10"},
         {"no argument text",  // bound by a description: what it can bind, but no node tables
-         [](madpack_fixture* f) { f->load("video_madpack", nullptr, 9, [f] { f->scene.madpack_count = 1, f->scene.float_count = 2; }); },
+         [](madpack_fixture* f) {
+             f->load("video_madpack", nullptr, 9, [f] { f->scene.madpack_count = 1, f->scene.float_count = 2; });
+         },
          "needs its argument text"},
     };
     for (const auto& c : cases)

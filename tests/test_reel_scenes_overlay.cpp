@@ -25,12 +25,14 @@ TEST_F(overlay_fixture, rle_image_lands_once_at_its_progress_between_start_and_e
     for (const auto& c : cases) {
         n3d_framebuffer_clear(&overlay_framebuffer);
         load("overlay_rle_image", c.args);
-        pass(REEL_PASS_UPDATE, c.since), pass(REEL_PASS_RENDER, c.since);
+        pass(REEL_PASS_UPDATE, c.since);
+        pass(REEL_PASS_RENDER, c.since);
         const uint8_t* second = overlay_framebuffer.pixels + (c.y + 1) * 640 + std::max(c.x, 0);
         EXPECT_EQ(bytes(second, second + c.row.size()), c.row) << c.args;
         EXPECT_EQ(scene_count_not(overlay_framebuffer.pixels, 640 * 480, 0), c.row.size()) << c.args;
         n3d_framebuffer_clear(&overlay_framebuffer);
-        pass(REEL_PASS_RENDER, c.since), end_call(REEL_PASS_RENDER);
+        pass(REEL_PASS_RENDER, c.since);
+        end_call(REEL_PASS_RENDER);
         EXPECT_EQ(scene_count_not(overlay_framebuffer.pixels, 640 * 480, 0), 0u) << "drawn in the first render call only";
     }
 }
@@ -47,7 +49,8 @@ TEST_F(overlay_fixture, stencil_set_copies_its_stencil_into_the_slot_once)
     EXPECT_EQ(scene_coverage_bit(&stencils[2], 100, 200), 0u);
     EXPECT_EQ(scene_count_not((const uint8_t*)stencils[2].bits, 640 / 8 * 480, 0xFF) +
                   scene_count_not((const uint8_t*)stencils[1].bits, 640 / 8 * 480, 0), 1u);
-    memset(stencils[2].bits, 0xFF, 640 / 8 * 480), pass(REEL_PASS_RENDER, 1.0f);
+    memset(stencils[2].bits, 0xFF, 640 / 8 * 480);
+    pass(REEL_PASS_RENDER, 1.0f);
     EXPECT_EQ(scene_coverage_bit(&stencils[2], 100, 200), 1u);
 }
 
@@ -57,8 +60,10 @@ TEST_F(overlay_fixture, stencil_animation_cycles_stencils_and_bobs_ten_rows_a_se
     std::vector<uint32_t> words[4];
     n3d_coverage_buffer cbs[4], *list[4];
     for (int32_t i = 0; i < 4; i++) {
-        words[i].assign(20 * 480, 0), std::fill_n(words[i].begin() + 20 * (100 + 10 * i), 20 * 5, ~0u);
-        cbs[i] = {words[i].data(), 640, 480}, list[i] = &cbs[i];
+        words[i].assign(20 * 480, 0);
+        std::fill_n(words[i].begin() + 20 * (100 + 10 * i), 20 * 5, ~0u);
+        cbs[i] = {words[i].data(), 640, 480};
+        list[i] = &cbs[i];
     }
     float speed = 8.0f;
     int32_t colour = 44;
@@ -68,9 +73,13 @@ TEST_F(overlay_fixture, stencil_animation_cycles_stencils_and_bobs_ten_rows_a_se
     });
     // frame 4: stencil 0, bob trunc(-5.88) = -5; frame 6: stencil 2, 10 x sin(1.5 pi) = -10; frame 2,
     // bob +10; frame 8: stencil 0, sin(2 pi) is a hair below 0
-    const struct { float since; int32_t first_row; } cases[] = {{0.6f, 100 - 5}, {0.75f, 120 - 10}, {0.25f, 120 + 10}, {1.0f, 100}};
+    const struct {
+        float since;
+        int32_t first_row;
+    } cases[] = {{0.6f, 100 - 5}, {0.75f, 120 - 10}, {0.25f, 120 + 10}, {1.0f, 100}};
     for (const auto& c : cases) {
-        n3d_framebuffer_clear(&overlay_framebuffer), n3d_coverage_buffer_clear(overlay.coverage[0]);
+        n3d_framebuffer_clear(&overlay_framebuffer);
+        n3d_coverage_buffer_clear(overlay.coverage[0]);
         pass(REEL_PASS_RENDER, c.since);
         for (int32_t y = 0; y < 480; y++) {
             const bool in = y >= c.first_row && y < c.first_row + 5;
@@ -115,9 +124,11 @@ TEST_F(overlay_fixture, scale_grows_about_the_centre_and_interlaces_alternate_ro
                     overlay_framebuffer.pixels[(c.y0 + c.size - 1) * 640 + c.x0 + c.size - 1] == 3) << c.args;
     }
     // interlaced: parity 0 skips even rows, then 1 skips odd rows; coverage marks every row
-    load("overlay_scale", "ball,1,0,0,64,64,64,64", 4.0f), pass(REEL_PASS_UPDATE, 0.0f);
+    load("overlay_scale", "ball,1,0,0,64,64,64,64", 4.0f);
+    pass(REEL_PASS_UPDATE, 0.0f);
     for (uint32_t call = 0; call < 4; call++) {
-        n3d_framebuffer_clear(&overlay_framebuffer), n3d_coverage_buffer_clear(overlay.coverage[0]);
+        n3d_framebuffer_clear(&overlay_framebuffer);
+        n3d_coverage_buffer_clear(overlay.coverage[0]);
         pass(REEL_PASS_RENDER, 1.0f);
         for (int32_t y = 208; y < 272; y++) {
             ASSERT_TRUE(overlay_framebuffer.pixels[y * 640 + 300] == ((y & 1) != (int32_t)(call & 1) ? 3 : 0) &&
@@ -149,17 +160,22 @@ TEST_F(overlay_fixture, progress_bar_runs_from_the_show_start_to_the_end_of_its_
     for (const auto& c : cases) {
         music_global.sample_counter.store(c.samples);
         scene.clock_seconds = c.clock;
-        memset(overlay_framebuffer.pixels, 0, 640 * 480), pass(REEL_PASS_RENDER, 0.0f);
+        memset(overlay_framebuffer.pixels, 0, 640 * 480);
+        pass(REEL_PASS_RENDER, 0.0f);
         const uint8_t* clut = display_live_overlay_clut();  // the palette is set in the first render call
         EXPECT_TRUE(c.samples != 0 || bytes(clut + 50 * 4, clut + 53 * 4) == bytes(entries, entries + 12));
         const uint8_t frame = (uint8_t)(7 + (int32_t)(2.0f * c.clock) % 2);  // frames per second x music clock
         // the head image, 8 x 4, over the bar; of the bar only the newly reached strip, in the entry
         // nearest to (250, 10, 10): pure red; the bar is 6 rows high, the head 4
         for (int32_t x = 90; x < 320; x++)
-            ASSERT_EQ(overlay_framebuffer.pixels[302 * 640 + x],
-                      x >= c.head_x && x < c.head_x + 8 ? frame : x >= previous && x < c.head_x ? 51 : 0) << c.samples << " " << x;
-        EXPECT_TRUE(overlay_framebuffer.pixels[305 * 640 + (previous + c.head_x) / 2] == (previous < c.head_x ? 51 : 0) &&
-                    overlay_framebuffer.pixels[306 * 640 + c.head_x - 1] == 0) << c.samples;
+            ASSERT_EQ(overlay_framebuffer.pixels[302 * 640 + x], x >= c.head_x && x < c.head_x + 8 ? frame
+                                                                 : x >= previous && x < c.head_x   ? 51
+                                                                                                   : 0)
+                << c.samples << " " << x;
+        EXPECT_TRUE(overlay_framebuffer.pixels[305 * 640 + (previous + c.head_x) / 2] ==
+                        (previous < c.head_x ? 51 : 0) &&
+                    overlay_framebuffer.pixels[306 * 640 + c.head_x - 1] == 0)
+            << c.samples;
         previous = c.head_x;
     }
     music_global.sample_counter.store(0);
@@ -181,11 +197,13 @@ TEST_F(overlay_fixture, stroke_draws_holds_erases_and_restores_everything_at_its
     const struct { float since; long drawn, restored; } cases[] = {
         {0.0f, 0, 0}, {1.0f, 187 / 8, 0}, {2.5f, 31, 0}, {4.0f, 0, 32 - 23}, {6.0f, 0, 32}};
     for (const auto& c : cases) {
-        memset(overlay_framebuffer.pixels, 0, 640 * 480), pass(REEL_PASS_RENDER, c.since);
+        memset(overlay_framebuffer.pixels, 0, 640 * 480);
+        pass(REEL_PASS_RENDER, c.since);
         EXPECT_EQ(shown(), (std::pair{c.drawn, c.restored})) << c.since;
         EXPECT_EQ(scene_count_not(overlay_framebuffer.pixels, 640 * 480, 0), c.drawn + c.restored) << c.since;
     }
-    memset(overlay_framebuffer.pixels, 0, 640 * 480), scene.since_start_seconds = 1.0f;
+    memset(overlay_framebuffer.pixels, 0, 640 * 480);
+    scene.since_start_seconds = 1.0f;
     end_call(REEL_PASS_RENDER);
     EXPECT_EQ(shown(), (std::pair{0l, 32l})) << "the end call restores the whole shape";
 }
@@ -195,7 +213,8 @@ TEST_F(overlay_fixture, starfield_scene_rounds_its_star_count_to_a_power_of_two_
     uint8_t entries[64 * 4] = {};
     reel_palette palette = {16, 64, entries};
     add(REEL_KIND_PALETTE, "stars", &palette);
-    load("overlay_starfield", "-1,0,1000,stars,0,0,0,31,0,0"), pass(REEL_PASS_UPDATE, 0.0f);
+    load("overlay_starfield", "-1,0,1000,stars,0,0,0,31,0,0");
+    pass(REEL_PASS_UPDATE, 0.0f);
     const reel_starfield* sf = *(reel_starfield**)scene.private_state;
     EXPECT_TRUE(sf->log2_star_count == 10 && sf->stencil == nullptr && sf->image == nullptr);  // "0" is no image
     pass(REEL_PASS_RENDER, 2.5f);

@@ -22,14 +22,16 @@ TEST_F(video_fixture, tunnel_offsets_grow_with_time_and_wrap_at_256)
         ((uint16_t*)map->mips[0])[i] = (uint16_t)i;  // each pixel shows its colour-map index
     add(REEL_KIND_TEXTURE, "rings", map);
     const n3d_framebuffer& t = engine.tunnel_table;  // the video plane reads its centred 320 x 240
-    n3d_framebuffer_init_argb1555(&engine.tunnel_table, REEL_TUNNEL_TABLE_WIDTH, REEL_TUNNEL_TABLE_HEIGHT, engine.arena);
+    n3d_framebuffer_init_argb1555(&engine.tunnel_table, REEL_TUNNEL_TABLE_WIDTH, REEL_TUNNEL_TABLE_HEIGHT,
+                                  engine.arena);
     reel_tunnel_table_init(&engine.tunnel_table);
     // still: every pixel shows its own table entry; 261 mod 256, and -3 is 253 in the low byte;
     // whole turns are no change; trunc(21.0), trunc(3.8)
     const struct { const char* args; float seconds; uint32_t distance, angle; } cases[] = {
         {"rings,0,0", 5.0f, 0, 0}, {"rings,261,-3", 1.0f, 5, 253}, {"rings,256,512", 3.0f, 0, 0}, {"rings,10.5,1.9", 2.0f, 21, 3}};
     for (const auto& c : cases) {
-        load("video_tunnel", c.args), pass(REEL_PASS_UPDATE, c.seconds);
+        load("video_tunnel", c.args);
+        pass(REEL_PASS_UPDATE, c.seconds);
         for (int32_t y = 0; y < 240; y += 13)
             for (int32_t x = 0; x < 320; x += 3) {
                 const uint32_t e = ((const uint16_t*)(t.pixels + (y + 120) * t.row_bytes))[x + 160];
@@ -47,8 +49,10 @@ TEST_F(video_fixture, bumpmap_bakes_its_shade_table_once_then_slides_and_marks_c
     // a stencil with a set square from (8, 4) to (40, 20): the image shows around it
     std::vector<uint32_t> words(10 * 256);
     n3d_coverage_buffer stencil = {words.data(), 320, 256};
-    for (uint32_t y = 4; y < 20; y++)
-        stencil.bits[y * 10] = 0x00FFFFFF, stencil.bits[y * 10 + 1] = 0xFF000000;
+    for (uint32_t y = 4; y < 20; y++) {
+        stencil.bits[y * 10] = 0x00FFFFFF;
+        stencil.bits[y * 10 + 1] = 0xFF000000;
+    }
     add(REEL_KIND_TEXTURE, "stones", color);
     add(REEL_KIND_TEXTURE, "stones_bump", texture(N3D_TEXEL_FORMAT_BUMPMAP, 9, 8));
     add(REEL_KIND_STENCIL, "stones_mask", &stencil);
@@ -130,7 +134,8 @@ TEST_F(background_fixture, it_refuses_swizzled_textures_and_viewports_outside_th
     add(REEL_KIND_TEXTURE, "indexed", texture(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 9, 8));
     EXPECT_FATAL_OUT((load("video_background", "indexed,0,0,0,0"), pass(REEL_PASS_UPDATE, 0.0f)),
                      "src_fb format must be N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555 \\(was 1\\)");
-    load("video_background", "wall,0,0,0,0"), pass(REEL_PASS_UPDATE, 0.0f);
+    load("video_background", "wall,0,0,0,0");
+    pass(REEL_PASS_UPDATE, 0.0f);
     wall->format = 7;
     EXPECT_FATAL(pass(REEL_PASS_UPDATE, 0.0f),
                  "crash in scene_video_background at src/reel_scenes:[0-9]+\nbad N3D_TEXEL_FORMAT 7\\?\n");

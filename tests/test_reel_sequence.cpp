@@ -87,10 +87,12 @@ TEST(reel_sequence, music_sync_delays_the_music_or_moves_the_script)
 
 TEST(reel_sequence_death, every_refusal_names_its_line)
 {
-    const struct { std::string body, message; } cases[] = {
+    const struct { std::string body, message;
+    } cases[] = {
         {"abs,,0,0,abs,,1000,a\nbarrier,prev_active\n",
          "barrier on line 3 in \"sequence.csv\" has unexpected/unsupported value: \"prev_active\"\n"},
-        {"barrier,prev_completed\nabs,,0,0,abs,,1000,a\n", "barrier on line 2 in \"sequence.csv\" comes before the first scene row\n"},
+        {"barrier,prev_completed\nabs,,0,0,abs,,1000,a\n",
+         "barrier on line 2 in \"sequence.csv\" comes before the first scene row\n"},
         {"abs,,0,0,abs,,1000,music_start,music\nabs,,0,0,abs,,1,music_sync,1\nabs,,0,0,abs,,1,music_sync,2\n",
          "there can be at most one \"music_sync\" but there was one on line 3 and on line 4\n"},
         {"abs,,0,0,abs,,1,music_sync\n",

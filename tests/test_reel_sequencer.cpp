@@ -34,8 +34,11 @@ struct sequencer_fixture : testing::Test {
     std::string text;
     void SetUp() override
     {
-        calls.clear(), complete_after_loads = 1, music_reset();
-        memset(&engine, 0, sizeof(engine)), memset(&ctx, 0, sizeof(ctx));
+        calls.clear();
+        complete_after_loads = 1;
+        music_reset();
+        memset(&engine, 0, sizeof(engine));
+        memset(&ctx, 0, sizeof(ctx));
         engine.arena = &arena, engine.tmp_arena = &tmp, ctx.engine = &engine, ctx.keys = keys;
     }
     // Loads the script; rows whose function is "test" get the recording scene, already bound.
@@ -61,7 +64,8 @@ struct sequencer_fixture : testing::Test {
     std::vector<seen_call> of(uint32_t row, uint32_t kind) const
     {
         std::vector<seen_call> r;
-        std::copy_if(calls.begin(), calls.end(), std::back_inserter(r), [&](auto& c) { return c.row == row && c.kind == kind; });
+        std::copy_if(calls.begin(), calls.end(), std::back_inserter(r),
+                     [&](auto& c) { return c.row == row && c.kind == kind; });
         return r;
     }
 };
@@ -80,17 +84,22 @@ TEST_F(sequencer_fixture, run_calls_inside_the_span_and_end_calls_after_it_even_
     both(88200);  // neither a run call nor an end call
     EXPECT_TRUE(of(0, 1).size() == 4u && of(0, 2).empty());
     // end calls repeat in update passes until the render pass had its own, then never again
-    at(88201), pass(REEL_PASS_UPDATE), pass(REEL_PASS_UPDATE);
+    at(88201);
+    pass(REEL_PASS_UPDATE);
+    pass(REEL_PASS_UPDATE);
     EXPECT_EQ(of(0, 2).size(), 2u);
-    pass(REEL_PASS_RENDER), pass(REEL_PASS_UPDATE);
+    pass(REEL_PASS_RENDER);
+    pass(REEL_PASS_UPDATE);
     ASSERT_TRUE(of(0, 2).size() == 3u && of(0, 2)[1].pass == REEL_PASS_UPDATE && of(0, 2)[2].pass == REEL_PASS_RENDER);
     both(100000);
     EXPECT_TRUE(of(0, 2).size() == 3u && engine.scenes[0].update_runs == 2 && engine.scenes[0].render_runs == 2);
 
     // a span skipped by a seek still runs once per pass kind, then ends
-    SetUp(), load("abs,,0,0,abs,,100,test\nabs,,1000,0,abs,,2000,test\n");
+    SetUp();
+    load("abs,,0,0,abs,,100,test\nabs,,1000,0,abs,,2000,test\n");
     both(0), both(100000);  // far past the second row's span
-    ASSERT_TRUE(of(1, 1).size() == 2u && of(1, 1)[0].pass == REEL_PASS_UPDATE && of(1, 1)[1].pass == REEL_PASS_RENDER && of(1, 2).empty());
+    ASSERT_TRUE(of(1, 1).size() == 2u && of(1, 1)[0].pass == REEL_PASS_UPDATE && of(1, 1)[1].pass == REEL_PASS_RENDER &&
+                of(1, 2).empty());
     both(100001);
     EXPECT_TRUE(of(1, 2).size() == 2u && of(1, 1).size() == 2u);
 }
@@ -98,21 +107,25 @@ TEST_F(sequencer_fixture, run_calls_inside_the_span_and_end_calls_after_it_even_
 TEST_F(sequencer_fixture, preloading_budgets_and_a_run_at_the_load_time)
 {
     // start at 1 s with a 500 ms preload: loadable from 11,025 samples on
-    prof_global.cycles_per_second_u64 = 3000000000ull, complete_after_loads = 3;
+    prof_global.cycles_per_second_u64 = 3000000000ull;
+    complete_after_loads = 3;
     load("abs,,1000,500,abs,,3000,test\n");
     both(11024);
     EXPECT_TRUE(of(0, 0).empty());
     both(11025);
-    ASSERT_TRUE(of(0, 0).size() == 2u && of(0, 0)[0].budget == 1500000 && of(0, 0)[1].budget == 300000 && of(0, 1).empty());
+    ASSERT_TRUE(of(0, 0).size() == 2u && of(0, 0)[0].budget == 1500000 && of(0, 0)[1].budget == 300000 &&
+                of(0, 1).empty());
     // still loading when the start comes: no limit any more; the run follows the completing call
     both(22050);
     ASSERT_TRUE(of(0, 0).size() == 3u && of(0, 0)[2].budget == 0 && of(0, 1).size() == 2u);
 
     // ready before its start, a scene runs once at its load time (in the update pass), then from its start
-    SetUp(), load("abs,,1000,500,abs,,3000,test\n");
+    SetUp();
+    load("abs,,1000,500,abs,,3000,test\n");
     both(11025);
     ASSERT_TRUE(of(0, 1).size() == 1u && of(0, 1)[0].since_start == 11025 - 22050);
-    both(15000), both(22049);
+    both(15000);
+    both(22049);
     EXPECT_EQ(of(0, 1).size(), 1u);
     both(22050);
     EXPECT_EQ(of(0, 1).size(), 3u);
@@ -138,14 +151,17 @@ TEST_F(sequencer_fixture, load_sync_loads_every_row_before_its_label_at_once_loa
             rows += "abs,,50000,0,abs,,60000,fade_out_music\n";
         return rows + "ready:\nabs,,50000,0,abs,,60000,test\n";
     };
-    load(rows_before_label("load_sync", 9)), both(0);
+    load(rows_before_label("load_sync", 9));
+    both(0);
     EXPECT_TRUE(std::all_of(engine.scenes, engine.scenes + 10, [](const reel_scene& s) { return s.loaded; }));
     EXPECT_TRUE(engine.scenes[0].load_complete && engine.scenes[0].integers[0] == 10);
 
     // rows 0 to 10 come before the label: eleven calls load them, the twelfth completes
-    SetUp(), load(rows_before_label("load_async", 10));
+    SetUp();
+    load(rows_before_label("load_async", 10));
     for (int call = 1; call <= 11; call++) {
-        at(0), pass(REEL_PASS_UPDATE);
+        at(0);
+        pass(REEL_PASS_UPDATE);
         EXPECT_EQ(engine.scenes[0].load_complete, 0u) << call;
     }
     EXPECT_TRUE(std::all_of(engine.scenes, engine.scenes + 11, [](const reel_scene& s) { return s.loaded; }));
@@ -154,17 +170,20 @@ TEST_F(sequencer_fixture, load_sync_loads_every_row_before_its_label_at_once_loa
 
     load("abs,,0,0,abs,,1000,load_sync,nowhere\n");
     EXPECT_FATAL(reel_load_scene(&engine, &engine.scenes[0], &engine.sequence.rows[0]),
-                 "crash in scene_load_sync_parse_args at src/reel_scenes:[0-9]+\ncould not find label \"nowhere\" in sequence!\n");
+                 "crash in scene_load_sync_parse_args at src/reel_scenes:[0-9]+\ncould not find label \"nowhere\" in "
+                 "sequence!\n");
 }
 
 TEST_F(sequencer_fixture, fade_out_music_sets_the_fade_and_ends_the_show)
 {
     load("abs,,0,0,abs,,10000,fade_out_music\n");  // the fade starts 154,350 samples after the first update's position
-    reel_load_scene(&engine, &engine.scenes[0], &engine.sequence.rows[0]), music_global.music_position.store(1234);
+    reel_load_scene(&engine, &engine.scenes[0], &engine.sequence.rows[0]);
+    music_global.music_position.store(1234);
     both(0);
     EXPECT_TRUE(music_global.fade_start.load() == 1234 + 154350 && engine.quit == 0u);
     both(220500);
     const uint32_t quit_at_the_end = engine.quit;
-    at(220501), pass(REEL_PASS_UPDATE);
+    at(220501);
+    pass(REEL_PASS_UPDATE);
     EXPECT_TRUE(quit_at_the_end == 0 && engine.quit == 1u);
 }

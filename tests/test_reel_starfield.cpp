@@ -70,7 +70,8 @@ TEST_F(starfield_fixture, set_up_values_the_first_frame_from_the_fixed_seed_and_
         for (int32_t x = 0; x < 640; x++) {
             const auto it = brightest.find({x, y});
             const bool star = it != brightest.end();
-            ASSERT_TRUE(pixel(x, y) == (star ? it->second : 0) && scene_coverage_bit(overlay.coverage[0], x, y) == star) << x << "," << y;
+            ASSERT_TRUE(pixel(x, y) == (star ? it->second : 0) && scene_coverage_bit(overlay.coverage[0], x, y) == star)
+                << x << "," << y;
         }
     // the threshold image hides darker stars: the same frame without an image or with all texels one value
     scene_test_image img(10, 9, 640, 480);
@@ -78,8 +79,11 @@ TEST_F(starfield_fixture, set_up_values_the_first_frame_from_the_fixed_seed_and_
     const std::vector<reel_star> at(stars(), stars() + 4096);
     auto frame_with = [&](const reel_image* image, uint8_t texel) {
         std::fill(img.texels.begin(), img.texels.end(), texel);
-        sf = settled, sf.image = image, std::copy(at.begin(), at.end(), stars());
-        n3d_framebuffer_clear(&overlay_framebuffer), reel_starfield_draw_i8(&sf, &overlay, &engine);
+        sf = settled;
+        sf.image = image;
+        std::copy(at.begin(), at.end(), stars());
+        n3d_framebuffer_clear(&overlay_framebuffer);
+        reel_starfield_draw_i8(&sf, &overlay, &engine);
         return std::vector<uint8_t>(overlay_framebuffer.pixels, overlay_framebuffer.pixels + 640 * 480);
     };
     const std::vector<uint8_t> plain = frame_with(nullptr, 0), zero = frame_with(&img.image, 0);
@@ -100,23 +104,35 @@ TEST_F(starfield_fixture, one_star_at_the_depth_limits_out_of_view_and_behind_th
     // index; 639.4 rounds to 639, z = 1 is b = 0.94162, b^5 x 32767 = 24256: level 23. Respawned, which
     // draws random numbers (colour 0): before near, beyond far, 320 + 320 = 640 (one past the right
     // edge), -0.6 (rounds to -1). Behind a stencil of all ones (hidden): neither drawn nor respawned.
-    const struct { reel_star star; uint32_t first, count; int32_t first_level; bool hidden; uint8_t colour; int32_t x; } cases[] = {
-        {{0, 0, 0.1f}, 0, 256, 16, false, 47, 320}, {{0, 0, 6.0f}, 0, 256, 16, false, 16, 320},
-        {{0, 0, 0.1f}, 0, 40, 16, false, 39, 320},  {{0, 0, 0.1f}, 100, 8, 0, false, 107, 320},
-        {{319.4f / 320.0f, 0, 1}, 0, 256, 16, false, 16 + 23, 639},
-        {{0, 0, 0.09f}, 0, 256, 16, false, 0, 0},   {{0, 0, 6.01f}, 0, 256, 16, false, 0, 0},
-        {{1, 0, 1}, 0, 256, 16, false, 0, 0},       {{0, -240.6f / 240.0f, 1}, 0, 256, 16, false, 0, 0},
-        {{0, 0, 1}, 0, 256, 16, true, 0, 0}};
+    const struct {
+        reel_star star;
+        uint32_t first, count;
+        int32_t first_level;
+        bool hidden;
+        uint8_t colour;
+        int32_t x;
+    } cases[] = {{{0, 0, 0.1f}, 0, 256, 16, false, 47, 320},
+                 {{0, 0, 6.0f}, 0, 256, 16, false, 16, 320},
+                 {{0, 0, 0.1f}, 0, 40, 16, false, 39, 320},
+                 {{0, 0, 0.1f}, 100, 8, 0, false, 107, 320},
+                 {{319.4f / 320.0f, 0, 1}, 0, 256, 16, false, 16 + 23, 639},
+                 {{0, 0, 0.09f}, 0, 256, 16, false, 0, 0},
+                 {{0, 0, 6.01f}, 0, 256, 16, false, 0, 0},
+                 {{1, 0, 1}, 0, 256, 16, false, 0, 0},
+                 {{0, -240.6f / 240.0f, 1}, 0, 256, 16, false, 0, 0},
+                 {{0, 0, 1}, 0, 256, 16, true, 0, 0}};
     memset(stencils[1].bits, 0xFF, 640 / 8 * 480);
     for (const auto& c : cases) {
         palette = {c.first, c.count, entries.data()};
         init(0, c.first_level, c.first_level + 31);
-        stars()[0] = c.star, sf.stencil = c.hidden ? &stencils[1] : nullptr;
+        stars()[0] = c.star;
+        sf.stencil = c.hidden ? &stencils[1] : nullptr;
         n3d_framebuffer_clear(&overlay_framebuffer);
         reel_starfield_draw_i8(&sf, &overlay, &engine);
         const bool respawned = c.colour == 0 && !c.hidden;
-        EXPECT_TRUE((stars()[0].z != c.star.z) == respawned && (sf.random.state != REEL_STARFIELD_SEED_STATE) == respawned &&
-                    drawn() == (c.colour ? 1u : 0u) && (c.colour == 0 || pixel(c.x, 240) == c.colour))
+        EXPECT_TRUE((stars()[0].z != c.star.z) == respawned &&
+                    (sf.random.state != REEL_STARFIELD_SEED_STATE) == respawned && drawn() == (c.colour ? 1u : 0u) &&
+                    (c.colour == 0 || pixel(c.x, 240) == c.colour))
             << c.star.x << "," << c.star.y << "," << c.star.z << " in " << c.first << "+" << c.count;
     }
     n3d_framecontext fc = overlay;  // ARGB1555: the level in each channel

@@ -34,7 +34,8 @@ TEST_F(stroke_fixture, reveals_the_lowest_texels_first_erases_the_highest_first_
             img.texel(x, y) = x % 5 == 4 ? 0 : (uint8_t)(1 + x + 60 * y);
     img.texel(10, 3) = 200;
     reel_stroke stroke;
-    reel_stroke_init(&stroke, &img.image, &demo), memset(backbuffers[0].framebuffer->pixels, 33, 640 * 480);
+    reel_stroke_init(&stroke, &img.image, &demo);
+    memset(backbuffers[0].framebuffer->pixels, 33, 640 * 480);
     n3d_framebuffer* fb = overlay.framebuffer;
     n3d_coverage_buffer* cb = overlay.coverage[0];
     const int32_t ox = 100, oy = 50;  // where the image lands
@@ -43,13 +44,16 @@ TEST_F(stroke_fixture, reveals_the_lowest_texels_first_erases_the_highest_first_
             for (int32_t x = 0; x < 80; x++) {
                 const int32_t t = x < 64 && y < 4 ? img.texel(x, y) : 0, selected = t != 0 && t >= low && t <= high;
                 ASSERT_TRUE(fb->pixels[(oy + y) * 640 + ox + x] == (selected ? inside : 0) &&
-                            scene_coverage_bit(cb, ox + x, oy + y) == (uint32_t)selected) << what << " at " << x << "," << y;
+                            scene_coverage_bit(cb, ox + x, oy + y) == (uint32_t)selected)
+                    << what << " at " << x << "," << y;
             }
     };
     // draws at levels 0, 64, 128 and 255, then erases at 255, 128, 1 and 0, with their thresholds
-    const int32_t steps[][3] = {{0, 0, 0}, {0, 64, 137}, {0, 128, 187}, {0, 255, 254}, {1, 255, 254}, {1, 128, 187}, {1, 1, 12}, {1, 0, 0}};
+    const int32_t steps[][3] = {{0, 0, 0},     {0, 64, 137},  {0, 128, 187}, {0, 255, 254},
+                                {1, 255, 254}, {1, 128, 187}, {1, 1, 12},    {1, 0, 0}};
     for (const auto& s : steps) {
-        n3d_framebuffer_clear(fb), n3d_coverage_buffer_clear(cb);
+        n3d_framebuffer_clear(fb);
+        n3d_coverage_buffer_clear(cb);
         if (s[0] == 0)
             reel_stroke_draw(&stroke, s[1], 7, fb, cb, ox, oy, 0, 480), check(1, s[2], 7, "draw");
         else

@@ -34,7 +34,8 @@ TEST_F(tunnel_fixture, table_distance_and_angle_at_the_centre_corners_and_axes)
     // points mirrored through the centre lie half a turn apart at the same distance
     for (int32_t y = 0; y < 480; y += 37)
         for (int32_t x = 0; x < 640; x += 41)  // 127 to 129 turn steps apart
-            ASSERT_TRUE(distance(x, y) == distance(639 - x, 479 - y) && ((angle(639 - x, 479 - y) - angle(x, y) - 127) & 0xFF) <= 2)
+            ASSERT_TRUE(distance(x, y) == distance(639 - x, 479 - y) &&
+                        ((angle(639 - x, 479 - y) - angle(x, y) - 127) & 0xFF) <= 2)
                 << x << " " << y;
 }
 
@@ -44,9 +45,10 @@ TEST_F(tunnel_fixture, odd_rectangles_and_offsets_draw_exactly_the_per_pixel_rul
 {
     for (uint32_t i = 0, seed = 5; i < 65536; i++)
         ((uint16_t*)map->mips[0])[i] = (uint16_t)((seed = seed * 1664525u + 1013904223u) >> 16);
-    const struct { int32_t x0, y0, x1, y1; uint8_t distance, angle; } cases[] = {
-        {0, 0, 320, 240, 77, 201}, {1, 3, 318, 239, 255, 1},   {7, 0, 8, 5, 13, 130},              {5, 9, 12, 20, 128, 128},
-        {-3, -5, 30, 12, 200, 255}, {301, 230, 330, 250, 3, 99}, {2, 1, 2 + 9 + 16 * 17, 4, 1, 254}, {0, 0, 4 * 67 + 3, 2, 90, 45}};
+    const struct { int32_t x0, y0, x1, y1; uint8_t distance, angle;
+    } cases[] = {{0, 0, 320, 240, 77, 201},          {1, 3, 318, 239, 255, 1},     {7, 0, 8, 5, 13, 130},
+                 {5, 9, 12, 20, 128, 128},           {-3, -5, 30, 12, 200, 255},   {301, 230, 330, 250, 3, 99},
+                 {2, 1, 2 + 9 + 16 * 17, 4, 1, 254}, {0, 0, 4 * 67 + 3, 2, 90, 45}};
     for (const auto& c : cases) {
         fill_video(0x2D2D);
         reel_tunnel_argb1555(ctx.video, map, &table, c.x0, c.y0, c.x1, c.y1, c.distance, c.angle);
@@ -56,21 +58,26 @@ TEST_F(tunnel_fixture, odd_rectangles_and_offsets_draw_exactly_the_per_pixel_rul
             for (int32_t x = 0; x < 320; x++) {
                 uint16_t expect = 0x2D2D;
                 if (x >= x0 && x < drawn_x1 && y >= y0 && y < y1)
-                    expect = ((const uint16_t*)map->mips[0])[((angle(VX + x - x0, VY + y - y0) + c.angle) & 0xFF) * 256 +
-                                                            ((distance(VX + x - x0, VY + y - y0) + c.distance) & 0xFF)];
-                ASSERT_EQ(video_pixel(x, y), expect) << x << " " << y << " rectangle " << c.x0 << " " << c.y0 << " " << c.x1;
+                    expect =
+                        ((const uint16_t*)map->mips[0])[((angle(VX + x - x0, VY + y - y0) + c.angle) & 0xFF) * 256 +
+                                                        ((distance(VX + x - x0, VY + y - y0) + c.distance) & 0xFF)];
+                ASSERT_EQ(video_pixel(x, y), expect)
+                    << x << " " << y << " rectangle " << c.x0 << " " << c.y0 << " " << c.x1;
             }
     }
 }
 
 TEST_F(tunnel_fixture, a_map_or_framebuffer_it_cannot_read_ends_the_process)
 {
-    auto draw = [&](n3d_framecontext* fc, n3d_texture* m, n3d_framebuffer* t) { reel_tunnel_argb1555(fc, m, t, 0, 0, 320, 240, 0, 0); };
+    auto draw = [&](n3d_framecontext* fc, n3d_texture* m, n3d_framebuffer* t) {
+        reel_tunnel_argb1555(fc, m, t, 0, 0, 320, 240, 0, 0);
+    };
     EXPECT_FATAL(draw(ctx.video, texture(N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 7, 8), &table),
                  "crash in reel_tunnel_argb1555 at src/reel_tunnel_func:[0-9]+\ncolor map must be 256x256 texture for now\n");
     EXPECT_FATAL(draw(ctx.video, texture(N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 8, 8), &table),
                  "color map must be a linear N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555 texture \\(format 1, linear 1\\)");
-    EXPECT_FATAL(draw(&overlay, map, &table), "crash in reel_tunnel_argb1555 at src/reel_tunnel_func:[0-9]+\nnot implemented/supported\\?\n");
+    EXPECT_FATAL(draw(&overlay, map, &table),
+                 "crash in reel_tunnel_argb1555 at src/reel_tunnel_func:[0-9]+\nnot implemented/supported\\?\n");
     n3d_framebuffer small_table;
     n3d_framebuffer_init_argb1555(&small_table, 160, 120, engine.arena);
     EXPECT_FATAL(draw(ctx.video, map, &small_table),

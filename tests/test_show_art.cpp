@@ -37,7 +37,10 @@ TEST(show_art, text_width_is_the_pens_travel_rounded_up)
 {
     const art_font f;
     // "ABC" is 4.25, rounded up; '?' and '~' lie outside 'A' to 'C' and advance nothing; "CCCC" is exactly 1
-    const struct { const char* text; uint32_t width; } cases[] = {{"", 0}, {"AB", 4}, {"ABC", 5}, {"A?B~", 4}, {"CCCC", 1}};
+    const struct {
+        const char* text;
+        uint32_t width;
+    } cases[] = {{"", 0}, {"AB", 4}, {"ABC", 5}, {"A?B~", 4}, {"CCCC", 1}};
     for (const auto& c : cases)
         EXPECT_EQ(show_art_text_width(&f.font, c.text), c.width) << c.text;
 }
@@ -46,7 +49,13 @@ TEST(show_art, glyphs_land_at_the_pen_plus_their_offsets_rounded)
 {
     const art_font f;
     const std::vector<art_pixel> ab = {{2, 2, 10}, {3, 2, 20}, {2, 3, 30}, {3, 3, 40}, {4, 4, 200}};
-    const struct { const char* text; float x, baseline; bool centred; uint8_t fill; std::vector<art_pixel> pixels; } cases[] = {
+    const struct {
+        const char* text;
+        float x, baseline;
+        bool centred;
+        uint8_t fill;
+        std::vector<art_pixel> pixels;
+    } cases[] = {
         // A from (round(1.6), round(1.6)) = (2, 2); the pen moves to 4: B at (4, 4)
         {"AB", 1.0f, 4.0f, false, 0, ab},
         // "AB" is 4 wide: centred on 3 the pen starts at 1

@@ -40,9 +40,12 @@ TEST(show_e2e, a_packed_show_plays_to_its_end_with_the_music_decoded_exactly)
     uint32_t seed = 99;
     for (uint8_t& b : music)
         b = (uint8_t)((seed = seed * 1664525u + 1013904223u) >> 24);
-    ASSERT_EQ(tool_fixture_pack_show(dir, tools, "start mode,start ref,start ms,preload ms,end mode,end ref,end ms,function,args\n"
-                                                 "abs,,0,0,abs,,6000,music_start,music\n"
-                                                 "abs,,2000,0,abs,,6000,fade_out_music\n", 0), 0);
+    ASSERT_EQ(tool_fixture_pack_show(dir, tools,
+                                     "start mode,start ref,start ms,preload ms,end mode,end ref,end ms,function,args\n"
+                                     "abs,,0,0,abs,,6000,music_start,music\n"
+                                     "abs,,2000,0,abs,,6000,fade_out_music\n",
+                                     0),
+              0);
     tool_fixture_write(dir + "/music.bin", std::string(music.begin(), music.end()));
     std::string out;
     ASSERT_EQ(run(dir, "reel_pack pak0.manifest assets/reel/le/pak0.rpk", &out), 0) << out;
@@ -64,10 +67,13 @@ TEST(show_e2e, a_packed_show_plays_to_its_end_with_the_music_decoded_exactly)
 
     // the reference stream, straight from the decoder
     adpcm_decoder left, right;
-    adpcm_reset(&left), adpcm_reset(&right);
+    adpcm_reset(&left);
+    adpcm_reset(&right);
     std::vector<int32_t> ref(music.size() * 2);
-    for (size_t i = 0; i < music.size(); i++)
-        ref[2 * i] = adpcm_decode_nibble(&left, music[i] & 15), ref[2 * i + 1] = adpcm_decode_nibble(&right, music[i] >> 4);
+    for (size_t i = 0; i < music.size(); i++) {
+        ref[2 * i] = adpcm_decode_nibble(&left, music[i] & 15);
+        ref[2 * i + 1] = adpcm_decode_nibble(&right, music[i] >> 4);
+    }
     // silence while the engine starts up, then music byte 0 at a frame boundary
     size_t start = 0;
     while (start < samples && sample(start, 0) == 0 && sample(start, 1) == 0)
@@ -204,8 +210,9 @@ TEST(show_e2e, the_whole_show_ends_by_itself_and_holds_what_it_must)
     EXPECT_GE(moved, seconds * 3 / 4) << "pictures should move from second to second";
 
     // the music: never clipped for long, never silent for a second before the fade row starts
-    const reel_sequence_row* fade = std::find_if(sequence.rows, sequence.rows + sequence.row_count,
-                                                 [](const auto& row) { return !strcmp(row.function, "fade_out_music"); });
+    const reel_sequence_row* fade =
+        std::find_if(sequence.rows, sequence.rows + sequence.row_count,
+                     [](const auto& row) { return !strcmp(row.function, "fade_out_music"); });
     ASSERT_NE(fade, sequence.rows + sequence.row_count) << "the show ends with a fade_out_music row";
     ASSERT_GT(r.samples.size(), (size_t)fade->start * 2);
     for (int channel = 0; channel < 2; channel++) {
@@ -323,8 +330,10 @@ TEST(show_e2e, damaged_packs_end_the_show_with_a_message_or_not_at_all)
         std::vector<std::string> damaged;
         for (size_t t : {(size_t)0, (size_t)3, (size_t)23, block + 6, size / 2, size - 1})
             damaged.push_back(original.substr(0, t));
-        for (size_t f : {(size_t)0, (size_t)4, (size_t)12, (size_t)16, (size_t)20, (size_t)27, block + 2})
-            damaged.push_back(original), damaged.back()[std::min(f, size - 1)] ^= 0xA5;
+        for (size_t f : {(size_t)0, (size_t)4, (size_t)12, (size_t)16, (size_t)20, (size_t)27, block + 2}) {
+            damaged.push_back(original);
+            damaged.back()[std::min(f, size - 1)] ^= 0xA5;
+        }
         for (size_t i = 0; i < damaged.size(); i++) {
             const std::string dir = e2e_dir(("damaged_" + std::string(name) + "_" + std::to_string(i)).c_str());
             std::system(("cp '" REEL_SHOW_DIR "/assets/reel/le/'pak?.rpk '" + dir + "/assets/reel/le/'").c_str());

@@ -39,7 +39,8 @@ TEST_F(video_prep_fixture, bump_texels_from_heights_tilt_away_from_rising_ground
     // slope 16/255 per pixel, times 4: the normal (-0.251, 0, 1) / 1.031 has x -0.2434 = -31 of 127;
     // x then y of the normal at x 4, x at 12 and on the ridge, which is level
     EXPECT_TRUE((int8_t)(texel32(4, 2) >> 24) == -31 && (int8_t)(texel32(4, 2) >> 16) == 0 &&
-                (int8_t)(texel32(12, 2) >> 24) == 31 && (int8_t)(texel32(8, 2) >> 24) == 0) << std::hex << texel32(4, 2);
+                (int8_t)(texel32(12, 2) >> 24) == 31 && (int8_t)(texel32(8, 2) >> 24) == 0)
+        << std::hex << texel32(4, 2);
 }
 
 TEST_F(video_prep_fixture, stencils_set_bright_opaque_pixels_leftmost_first)
@@ -61,10 +62,13 @@ TEST_F(video_prep_fixture, the_tool_makes_resources_of_its_generated_pictures_in
 {
     const std::string dir = tool_fixture_dir(REEL_TEST_OUTPUT_DIR, "tool"), tool = REEL_TOOLS_DIR "/reel_videoprep ";
     ASSERT_EQ(tool_fixture_run(dir, tool + "generate pictures").status, 0);
-    const struct { const char* args; int status; } steps[] = {
-        {"colormap pictures/tunnel.png made/tunnel.tmap", 0},     {"image pictures/tiles.png made/tiles.tmap", 0},
-        {"bump pictures/tiles_height.png made/tiles_bump.tmap", 0}, {"stencil pictures/window.png made/window.stencil", 0},
-        {"background pictures/landscape.png made/landscape.tmap", 0}, {"background pictures/tunnel.png made/no.tmap", 1}};
+    const struct { const char* args; int status;
+    } steps[] = {{"colormap pictures/tunnel.png made/tunnel.tmap", 0},
+                 {"image pictures/tiles.png made/tiles.tmap", 0},
+                 {"bump pictures/tiles_height.png made/tiles_bump.tmap", 0},
+                 {"stencil pictures/window.png made/window.stencil", 0},
+                 {"background pictures/landscape.png made/landscape.tmap", 0},
+                 {"background pictures/tunnel.png made/no.tmap", 1}};
     for (const auto& s : steps)
         EXPECT_EQ(tool_fixture_run(dir, tool + s.args).status, s.status) << s.args;
     n3d_texture* map = n3d_texture_file_load(&arena, (dir + "/made/tunnel.tmap").c_str());

@@ -78,8 +78,9 @@ inline int tool_fixture_pack_show(const std::string& dir, const std::string& too
     tool_fixture_write(dir + "/pak0.manifest", "raw sequence.csv sequence.csv 1\nblob music music.bin\n");
     tool_fixture_write(dir + "/other.manifest", "raw readme sequence.csv 1\n");
     for (int i = 0; i < 3; i++)
-        if (const int status = tool_fixture_run(dir, tools_dir + "/reel_pack " + (i ? "other" : "pak0") + ".manifest '" +
-                                                     packs + "/pak" + std::to_string(i) + ".rpk'").status)
+        if (const int status = tool_fixture_run(dir, tools_dir + "/reel_pack " + (i ? "other" : "pak0") +
+                                                         ".manifest '" + packs + "/pak" + std::to_string(i) + ".rpk'")
+                                   .status)
             return status;
     return 0;
 }
