@@ -232,6 +232,26 @@ TEST_F(n3d_convert, bump_texels_hold_the_normal_and_its_magnitudes_and_the_phong
     EXPECT_TRUE(floor0[255] == 0 && floor0[0] == 31);
 }
 
+// Black opaque (0x8000) with metallic 0: F0 = 0.04 and no diffuse term, so an entry is the emission
+// plus light x spec. Roughness 0 makes D = 0.001 at every shade: spec stays under 0.001 and only
+// the emission is left. Roughness 1 makes D = 1 and k = 0.5: at shade 31 (c = 0) n = 0.5,
+// G = 2/3 and F = 1, spec = 0.667; at shade 0 (c = 0.9901245) n = 0.99017, G = 0.99506 and
+// F = 0.04, spec = 0.0398. Light (1, 0, 1) with highlight (1, 1, 0) lights red by spec, green by
+// spec^2 and blue by (1 - spec) spec: 0.667, 0.444, 0.222 -> 26, 22, 16; 0.0398, 0.0016, 0.0382 -> 7, 0, 6.
+TEST(n3d_convert_pbr, black_entries_hold_emission_and_the_specular_term_by_roughness)
+{
+    const uint16_t black = 0x8000;
+    const vec3 none = {0, 0, 0}, white = {1, 1, 1}, emission = {0.5f, 0.0023f, 0.934392f};
+    const vec3 light = {1, 0, 1}, highlight = {1, 1, 0};
+    uint16_t table[32];
+    EXPECT_EQ(n3d_texture_build_shade_table_argb1555_pbr(table, 32, 1, emission, none, white, white, 0, 0, &black), 1u);
+    for (uint32_t s = 0; s < 32; s++)
+        EXPECT_EQ(table[s], 0x8000 | 23 << 10 | 1 << 5 | 31) << s;
+    n3d_texture_build_shade_table_argb1555_pbr(table, 32, 1, none, none, light, highlight, 0, 1, &black);
+    EXPECT_EQ(table[31], 0x8000 | 26 << 10 | 22 << 5 | 16);
+    EXPECT_EQ(table[0], 0x8000 | 7 << 10 | 0 << 5 | 6);
+}
+
 // Each smaller level is the Lanczos downscale of the level the rule names: with mips_from_full
 // the full-size one, otherwise the one at most four times larger each way (w + 2, h + 2, capped
 // at the full size). The expected chain is rebuilt here with the image library, from the right
