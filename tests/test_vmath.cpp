@@ -106,8 +106,18 @@ TEST(Vmath, InterpolationColourSrgbTransferAndRandomGenerator)
     const vec4 colour = {0.5f, 0.0f, 1.0f, 0.5f};
     color_linear_to_srgb_bytes(bytes, colour);
     EXPECT_EQ((uint32_t)(bytes[0] << 24 | bytes[1] << 16 | bytes[2] << 8 | bytes[3]), 0xBB00FF7Fu);
+    // floats to bytes: trunc(255 c) clamped, NaN to 0
+    const vec4 clamped = {0.999f, -0.5f, 7.0f, NAN};
+    color_floats_to_bytes(bytes, clamped);
+    EXPECT_EQ((uint32_t)(bytes[0] << 24 | bytes[1] << 16 | bytes[2] << 8 | bytes[3]), 0xFE00FF00u);
     color_srgb_u32_to_linear(l, 0xFF800040u);  // red in the high byte
     expect_near(l, {1.0f, 0.2158605f, 0.0f, 64.0f / 255.0f}, 1e-6f);
+    // premultiplied: rgb x alpha; over: dst x (1 - 0.25) + src x 0.25, alpha 0.5 x 0.75 + 0.25
+    const vec4 dst = {0.2f, 0.4f, 0.6f, 0.5f}, src = {0, 0, 1, 0.25f};
+    color_premultiply(l, dst);
+    expect_near(l, {0.1f, 0.2f, 0.3f, 0.5f});
+    color_blend_over(l, dst, src);
+    expect_near(l, {0.15f, 0.3f, 0.7f, 0.625f});
 
     const struct { double (*f)(double); double x, y; } cases[] = {
         {srgb_to_linear, 0.5, 0.21404114048223255}, {srgb_to_linear, 0.04045, 0.0031308049535603713},
