@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -512,14 +511,16 @@ TEST(n3d_rasterizers, filling_rules_spans_coverage_depth_and_the_usable_depth_ra
 {
     raster_env env;
     n3d_coverage_buffer* cb = env.fc.coverage[0];
-    // the two halves of a quad never share a pixel; the 64 x 64 square's halves leave none out
-    // (the reference checks every other pixel off the edges): a slanted, an axis-aligned and a
-    // thin fan-like quad, with the pixels both halves draw (0: not worked out)
+    // the two halves of a quad never share a pixel and leave none out: every centre inside either,
+    // off the edges, is drawn, and the 64 x 64 square's halves draw 64 x 64 pixels, its diagonal
+    // too; a slanted, an axis-aligned and a thin fan-like quad (0: pixels not worked out)
     const struct { tri_vertex v[4]; int pixels; } quads[] = {
         {{at(10.3f, 12.7f), at(90.6f, 20.1f), at(20.2f, 80.9f), at(100.5f, 95.25f)}, 0},
         {{at(0.0f, 0.0f), at(64.0f, 0.0f), at(0.0f, 64.0f), at(64.0f, 64.0f)}, 64 * 64},
         {{at(140.0f, 30.5f), at(151.5f, 200.5f), at(149.5f, 110.0f), at(300.0f, 31.0f)}, 0}};
     for (const auto& q : quads) {
+        const tri_vertex t0[3] = {q.v[0], q.v[1], q.v[2]};
+        const tri_vertex t1[3] = {q.v[1], q.v[3], q.v[2]};
         env.clear();
         draw_flat(env, 81, q.v[0], q.v[1], q.v[2]);
         const std::vector<uint32_t> first(cb->bits, cb->bits + 320 / 32 * 240);
@@ -527,11 +528,18 @@ TEST(n3d_rasterizers, filling_rules_spans_coverage_depth_and_the_usable_depth_ra
         draw_flat(env, 81, q.v[1], q.v[3], q.v[2]);
         int overlap = 0;
         int pixels = 0;
-        for (size_t i = 0; i < first.size(); i++) {
-            overlap += std::popcount(first[i] & cb->bits[i]);
-            pixels += std::popcount(first[i] | cb->bits[i]);
+        int inside_missing = 0;
+        for (int i = 0; i < 320 * 240; i++) {
+            const bool one = (first[i / 32] << (i % 32)) & 0x80000000u;
+            const bool two = env.covered(i % 320, i / 320);
+            const reference_pixel r0 = reference_at(t0, i % 320, i / 320, false);
+            const reference_pixel r1 = reference_at(t1, i % 320, i / 320, false);
+            overlap += one && two;
+            pixels += one || two;
+            inside_missing += (r0.inside || r1.inside) && !(r0.boundary || r1.boundary) && !(one || two);
         }
         EXPECT_EQ(overlap, 0);
+        EXPECT_EQ(inside_missing, 0);
         EXPECT_TRUE(q.pixels == 0 || pixels == q.pixels) << pixels;
     }
     // horizontal top edge: its row is drawn from the left vertex up to (not including) the right;
