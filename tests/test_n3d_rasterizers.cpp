@@ -290,12 +290,10 @@ void exact_triangle(pcg32* rng, exact_kind kind, tri_vertex t[3])
             v.u = exact_range(rng, -texels, texels);
             v.v = exact_range(rng, -texels, texels);
             break;
-        case EXACT_BORDERS: {
-            const uint32_t r = pcg32_random(rng);
-            v.x = (r & 1) ? (r & 2 ? 320.0f : 0.0f) : v.x;
-            v.y = (r & 4) ? (r & 8 ? 240.0f : 0.0f) : v.y;
+        case EXACT_BORDERS:  // each coordinate on a border (0 or the far one) half the time
+            v.x = (pcg32_random(rng) & 1) ? 320.0f * (float)(pcg32_random(rng) & 1) : v.x;
+            v.y = (pcg32_random(rng) & 1) ? 240.0f * (float)(pcg32_random(rng) & 1) : v.y;
             break;
-        }
         default:
             break;
         }
