@@ -72,7 +72,7 @@ struct sample_pack {
 void node_set(mad_node* n, const char* name, const vec3 s, const quat r, const vec3 t, mad_node* parent = nullptr,
               uint32_t child_count = 0, uint32_t* children = nullptr)
 {
-    *n = {.name = (char*)name, .child_count = child_count, .children = children, .parent = parent};
+    *n = {(char*)name, nullptr, nullptr, nullptr, {}, {}, {}, child_count, children, parent};
     vec3_dup(n->scale, s);
     vec4_dup(n->rotation, r);
     vec3_dup(n->translation, t);
@@ -221,7 +221,7 @@ TEST(mad_block, write_read_write_reproduces_the_block_in_both_orders_from_a_file
     EXPECT_TRUE(r.cameras[1].ortho_b == 3.0f && r.cameras[1].persp_a == 0 && r.cameras[1].yfov == 0);
 
     // from a file, and damaged files
-    const std::vector<uint8_t> block = write_block(&s->d, BYTE_ORDER_SWAPPED);
+    const std::vector<uint8_t>& block = blocks[1];  // in the swapped order
     const std::string path = test_temp_path("test.mad");
     testing::internal::CaptureStdout();  // the writer's report
     ASSERT_EQ(n3d_io_write_file(path.c_str(), block.data(), block.data() + block.size(), BYTE_ORDER_SWAPPED), 0);

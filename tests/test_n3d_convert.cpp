@@ -119,13 +119,9 @@ TEST_F(n3d_convert_death, every_refused_conversion_ends_with_its_message)
     // w, h, format, swizzle: not a power of two, too small, too large to swizzle, no CLUT, no such format
     const uint32_t sizes[][4] = {{300, 256, 2, 0}, {2, 256, 2, 0}, {512, 256, 2, 1}, {8, 8, 3, 1}, {8, 8, 5, 1}};
     const uint8_t px[4] = {1, 2, 3, 255};
-    for (const auto& c : sizes) {
-        bitmap* bm = convert_solid(&a.tmp, c[0], c[1], px);
-        EXPECT_FATAL(n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, c[2], c[3], 0, 0, bm, nullptr,
-                                             N3D_TRANSPARENT_INDEX_NONE, .5f),
-                     re)
+    for (const auto& c : sizes)
+        EXPECT_FATAL(convert_texture(&a, &t, c[2], c[3], 0, convert_solid(&a.tmp, c[0], c[1], px)), re)
             << c[0] << "x" << c[1] << " format " << c[2];
-    }
     const n3d_display_clut past_the_end = {200, 100, GREY_RAMP.data()};
     EXPECT_FATAL(
         n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 1, 0, 0,
