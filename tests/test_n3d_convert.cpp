@@ -88,7 +88,6 @@ TEST_F(n3d_convert, swizzled_index_and_its_inverse_mipmap_sizes_and_nearest_colo
     EXPECT_TRUE(n3d_color_nearest(colors, 2, b) == 0 && n3d_color_nearest(colors, 0, b) == 0);  // equally near 0 and 1
 }
 
-// (Its size line is the benchmark's first line, which the benchmark's own test compares.)
 TEST_F(n3d_convert, full_mip_chain_of_a_256_texture)
 {
     bitmap* flare = bitmap_create_flare(&a.tmp);
@@ -111,23 +110,18 @@ TEST_F(n3d_convert, full_mip_chain_of_a_256_texture)
         }
 }
 
-TEST(n3d_convert_death, every_refused_conversion_ends_with_its_message)
+using n3d_convert_death = n3d_convert;
+
+TEST_F(n3d_convert_death, every_refused_conversion_ends_with_its_message)
 {
-    const std::string re =
-        test_fatal_convert("n3d_texture_from_bitmap", "cannot create texture, did not meet requirements, see above logs\n");
+    const std::string re = test_fatal_convert("n3d_texture_from_bitmap",
+                                              "cannot create texture, did not meet requirements, see above logs\n");
     // w, h, format, swizzle: not a power of two, too small, too large to swizzle, no CLUT, no such format
     const uint32_t sizes[][4] = {{300, 256, 2, 0}, {2, 256, 2, 0}, {512, 256, 2, 1}, {8, 8, 3, 1}, {8, 8, 5, 1}};
-    convert_arenas a;
     const uint8_t px[4] = {1, 2, 3, 255};
-    n3d_texture t;
-    for (const auto& c : sizes) {
-        bitmap* bm = convert_solid(&a.tmp, c[0], c[1], px);
-        EXPECT_FATAL(n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, c[2], c[3], 0, 0, bm, nullptr,
-                                             N3D_TRANSPARENT_INDEX_NONE, .5f),
-                     re)
+    for (const auto& c : sizes)
+        EXPECT_FATAL(convert_texture(&a, &t, c[2], c[3], 0, convert_solid(&a.tmp, c[0], c[1], px)), re)
             << c[0] << "x" << c[1] << " format " << c[2];
-    }
-    // the framebuffer, shade-table and lighting-table contracts
     const n3d_display_clut past_the_end = {200, 100, GREY_RAMP.data()};
     EXPECT_FATAL(
         n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_INDEX8, 1, 0, 0,
@@ -184,7 +178,9 @@ TEST_F(n3d_convert, palette_of_one_colour_the_tie_rule_and_shade_tables)
     EXPECT_EQ(std::vector<uint16_t>((const uint16_t*)t.palette, (const uint16_t*)t.palette + 4),
               (std::vector<uint16_t>{0x8000 | 30 << 5, 0x8000 | 30, 0xF800, 0}));
     bitmap* bm = convert_painted(&a.tmp, 8, 4, [](uint32_t i, uint8_t* p) {
-        p[0] = (uint8_t)(i * 8), p[1] = 255, p[2] = (uint8_t)(255 - i * 5);
+        p[0] = (uint8_t)(i * 8);
+        p[1] = 255;
+        p[2] = (uint8_t)(255 - i * 5);
         p[3] = i < 24 ? 255 : (uint8_t)((i - 24) * 30);  // the last row: translucent, palette keys without alpha
         if (i < 8)
             memset(p, 255, 4);  // a first row of white, the most frequent colour
@@ -220,7 +216,6 @@ TEST_F(n3d_convert, bump_texels_hold_the_normal_and_its_magnitudes_and_the_phong
     EXPECT_EQ(std::vector<uint32_t>(texels, texels + 4),
               (std::vector<uint32_t>{0x00000000u, 0x7F00FF7Fu, 0x8100FF7Fu, 0x49490054u}));
 
-    // the phong LUT by its formula, with guards
     n3d_phong_lut lut;
     n3d_phong_lut_init(&lut, &a.arena, 0.5f, 1);
     EXPECT_TRUE(lut.table == lut.storage + 8 && lut.guard == 8u && lut.falloff == 0.5f && lut.min_shade == 1u);
@@ -265,8 +260,8 @@ TEST_F(n3d_convert, each_level_is_scaled_from_the_level_the_rule_names_and_cover
         p[3] = 255;
     });
     for (uint32_t from_full = 0; from_full < 2; from_full++) {
-        convert_texture(&a, &t, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 0, 1, src, nullptr, N3D_TRANSPARENT_INDEX_NONE,
-                        0.5f, from_full);
+        convert_texture(&a, &t, N3D_TEXEL_FORMAT_ARGB1555_DISPLAY_ARGB1555, 0, 1, src, nullptr,
+                        N3D_TRANSPARENT_INDEX_NONE, 0.5f, from_full);
         bitmap* chain[6][5] = {};  // [log2 w][log2 h]
         for (uint32_t w = 5; w >= 2; w--)
             for (uint32_t h = 4; h >= 2; h--) {
@@ -290,7 +285,8 @@ TEST_F(n3d_convert, each_level_is_scaled_from_the_level_the_rule_names_and_cover
     // value the step before computed.
     const bitmap* grid = convert_painted(&a.tmp, 64, 64, [](uint32_t i, uint8_t* p) {
         const bool line = (i % 64) % 8 == 0 || (i / 64) % 8 == 0;
-        p[0] = p[1] = p[2] = 255, p[3] = line ? 255 : 0;
+        p[0] = p[1] = p[2] = 255;
+        p[3] = line ? 255 : 0;
     });
     testing::internal::CaptureStdout();
     n3d_texture_from_bitmap(&t, &a.arena, &a.tmp, N3D_TEXEL_FORMAT_INDEX8_DISPLAY_ARGB1555, 1, 1, 0, grid, nullptr, 0,
@@ -306,7 +302,8 @@ TEST_F(n3d_convert, each_level_is_scaled_from_the_level_the_rule_names_and_cover
         EXPECT_NEAR(c, k == 0 ? 1.0f : next_c, 1e-6f) << k;
         EXPECT_GT(err, 0.0f);
         next_c = std::min(std::max(newc, 0.0f), 1.0f);
-        previous = k, iterations++;
+        previous = k;
+        iterations++;
     }
     EXPECT_GT(iterations, 0);
 }
