@@ -175,7 +175,9 @@ static void display_compose_portable(display_device* device, void* dst, uint32_t
 // (GCC 12's AVX-512 headers seed some intrinsics with an undefined register and warn about it)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wuninitialized"
+#ifndef __clang__  // a warning only GCC has
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 // 64 output pixels at a time. Overlay colours come from three 256-byte channel tables (two
 // 128-byte byte permutes and a select on the index's top bit each), video colours from three
 // 32-entry word tables indexed by the 5-bit channels; a video row is made once, doubled, for

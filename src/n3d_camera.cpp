@@ -49,17 +49,17 @@ void fly_camera_update(fly_camera* state, const uint8_t* keys, const int32_t mou
     const float step = state->speed * dt;
     float forward = 0.0f;
     float side = 0.0f;
-    if (keys['w'])
+    if (keys[(uint8_t)'w'])
         forward = step;
-    if (keys['s'])
+    if (keys[(uint8_t)'s'])
         forward = -step;
-    if (keys['a'])
+    if (keys[(uint8_t)'a'])
         side = step;
-    if (keys['d'])
+    if (keys[(uint8_t)'d'])
         side = -step;
-    if (keys['z'])
+    if (keys[(uint8_t)'z'])
         side = 2.0f * step;
-    if (keys['c'])
+    if (keys[(uint8_t)'c'])
         side = -2.0f * step;
 
     state->yaw += dyaw;

@@ -478,7 +478,9 @@ namespace vec_avx2 {
 #undef RASTER_VEC_512
 #pragma GCC diagnostic push  // GCC 12's AVX-512 headers seed some intrinsics with undefined registers
 #pragma GCC diagnostic ignored "-Wuninitialized"
+#ifndef __clang__  // a warning only GCC has
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 #define RASTER_VEC RASTER_AVX512
 #define RASTER_VEC_512 1
 namespace vec_avx512 {

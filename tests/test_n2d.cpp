@@ -379,9 +379,10 @@ TEST(n2d_death, every_failed_check_ends_the_process_with_its_message)
          "swizzled texture not implemented\n"},
     };
     for (const auto& c : checks) {
-        const std::string re = c.function == printed ? "^" + test_literal(c.message) + "$"
+        const std::string message = test_literal(c.message) + "$";
+        const std::string re = c.function == printed ? std::string("^") + message
                                : c.function ? test_fatal(c.function, "src/n2d", c.message)
-                                            : "^crash at src/n2d:[0-9]+\n" + test_literal(c.message) + "$";
+                                            : std::string("^crash at src/n2d:[0-9]+\n") + message;
         EXPECT_FATAL_OUT(c.call(), re) << c.message;  // standard output joins standard error
     }
 }
