@@ -9,6 +9,7 @@
 #include <emmintrin.h>
 
 #include "diag.h"
+#include "n3d_io.h"
 #include "n3d_rasterizers.h"
 
 n3d_rasterizer_entry n3d_rasterizer_table[N3D_RASTERIZER_TABLE_CAPACITY];
@@ -785,26 +786,10 @@ namespace {
 
 // The attribute arrays a vertex has, as bytes per vertex.
 struct n3d_index_attributes {
-    const uint8_t* data[8];
-    uint32_t bytes[8];
+    const uint8_t* data[N3D_VERTICES_ARRAYS];
+    uint32_t bytes[N3D_VERTICES_ARRAYS];
     uint32_t count;
 };
-
-n3d_index_attributes n3d_index_attributes_of(const n3d_vertices* v)
-{
-    const struct {
-        const void* data;
-        uint32_t bytes;
-    } all[8] = {{v->xyz, 12}, {v->uv0, 8}, {v->n_xyz, 12}, {v->t_xyz, 12},
-                {v->b_xyz, 12}, {v->uv1, 8}, {v->joints, 4}, {v->weights, 16}};
-    n3d_index_attributes a = {};
-    for (const auto& array : all)
-        if (array.data) {
-            a.data[a.count] = (const uint8_t*)array.data;
-            a.bytes[a.count++] = array.bytes;
-        }
-    return a;
-}
 
 // FNV-1a over every byte of vertex i.
 uint32_t n3d_index_hash(const n3d_index_attributes& a, uint32_t i)
@@ -834,7 +819,8 @@ static_assert(N3D_INDEX_TABLE_SIZE >= 2 * N3D_DRAW_CHUNK_VERTICES, "the chunk's 
 // they are there (the second pass).
 void n3d_index_pass(n3d_vertex_index* index, const n3d_vertices* v, uint32_t* chunk_count, uint32_t* vertex_count)
 {
-    const n3d_index_attributes a = n3d_index_attributes_of(v);
+    n3d_index_attributes a;
+    a.count = n3d_vertices_arrays(v, a.data, a.bytes);
     const uint32_t triangles = v->count / 3;
     uint16_t table[N3D_INDEX_TABLE_SIZE];
     uint32_t local[N3D_DRAW_CHUNK_VERTICES];  // the chunk's vertices so far

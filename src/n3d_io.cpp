@@ -83,6 +83,19 @@ static const void* n3d_io_vertex_array_data(const n3d_vertices* v, const n3d_io_
     return a->member ? (const void*)(v->*(a->member)) : (const void*)v->joints;
 }
 
+uint32_t n3d_vertices_arrays(const n3d_vertices* vertices, const uint8_t* data[N3D_VERTICES_ARRAYS],
+                             uint32_t bytes[N3D_VERTICES_ARRAYS])
+{
+    static_assert(sizeof(n3d_io_vertex_arrays) / sizeof(n3d_io_vertex_arrays[0]) == N3D_VERTICES_ARRAYS);
+    uint32_t count = 0;
+    for (const n3d_io_vertex_array& a : n3d_io_vertex_arrays)
+        if (const void* p = n3d_io_vertex_array_data(vertices, &a)) {
+            data[count] = (const uint8_t*)p;
+            bytes[count++] = a.components * a.component_bytes;
+        }
+    return count;
+}
+
 static uint32_t n3d_io_vertex_mask(const n3d_vertices* v)
 {
     uint32_t mask = 0;

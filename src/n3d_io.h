@@ -27,6 +27,11 @@ constexpr uint64_t N3D_IO_MAX_COVERAGE_PIXELS = 0x7FFFFFFF;  // width x height a
 // Fills `vertices` (all present arrays in one 32-byte-aligned allocation from arena).
 const uint8_t* n3d_vertices_read(n3d_vertices* vertices, xmemarena* arena, stream_cursor* cur);
 uint64_t n3d_vertices_write_size(const n3d_vertices* vertices);
+// The arrays `vertices` holds, in file order: each one's data and bytes per vertex (at most
+// N3D_VERTICES_ARRAYS); returns how many.
+constexpr uint32_t N3D_VERTICES_ARRAYS = 8;
+uint32_t n3d_vertices_arrays(const n3d_vertices* vertices, const uint8_t* data[N3D_VERTICES_ARRAYS],
+                             uint32_t bytes[N3D_VERTICES_ARRAYS]);
 uint8_t* n3d_vertices_write(uint8_t* stream, const n3d_vertices* vertices, int32_t order);
 // Prints "<path> -> vertices: <count>"; null when the file cannot be read.
 n3d_vertices* n3d_mesh_file_load(xmemarena* arena, const char* path);
