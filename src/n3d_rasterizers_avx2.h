@@ -527,7 +527,9 @@ RASTER_VEC RASTER_INLINE void raster_segment_avx2(const raster_span_ctx& s, cons
             _mm_mask_storeu_epi16(zout, write, l->z);
             l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)c.z_step));
         }
-        raster_store_pixels<F>(s, S, V, b, out, RASTER_LANES, write);
+        // a segment hidden whole (behind what is drawn, or covered) needs no texel
+        if (write)
+            raster_store_pixels<F>(s, S, V, b, out, RASTER_LANES, write);
     } else {
         (void)cov, (void)zrow;
         raster_store_pixels<F>(s, S, V, b, out, RASTER_LANES, 0xFF);
@@ -675,7 +677,8 @@ RASTER_VEC void raster_last_lanes(const raster_span_ctx& s, uint16_t* dst, const
         write &= _mm_cmpgt_epu16_mask(z, _mm_maskz_loadu_epi16(write, zrow + x));
         _mm_mask_storeu_epi16(zrow + x, write, z);
     }
-    raster_store_pixels<F>(s, u, v, b, dst + x, (uint32_t)count, write);
+    if (write)
+        raster_store_pixels<F>(s, u, v, b, dst + x, (uint32_t)count, write);
 #else
     const __m128i pixels = raster_pixel_lanes<F>(s, u, v, b);
     alignas(16) uint16_t pixel[RASTER_LANES];
