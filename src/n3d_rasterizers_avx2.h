@@ -64,8 +64,11 @@ struct raster_span_plan {
 
 struct raster_span_plans {
     raster_span_plan plan[2];
-    int32_t ready;  // the plan made for the span drawn next, or -1
+    int32_t ready;  // the plan made for the span drawn next, -1 for none, or RASTER_SPAN_HIDDEN
 };
+
+// What `ready` holds when the span drawn next was found to draw nothing.
+constexpr int32_t RASTER_SPAN_HIDDEN = -2;
 
 // Segments of 8 while at least 8 pixels remain beyond the first, then one of 4, one of 2.
 struct raster_segment_counts {
@@ -689,6 +692,34 @@ RASTER_VEC void raster_last_lanes(const raster_span_ctx& s, uint16_t* dst, const
 #endif
 }
 
+// Whether a span draws nothing because every pixel of it fails the depth test (AVX-512, 32
+// pixels a compare); its plan and its look-ups are then skipped. The row loop still writes its
+// coverage. The other sets find out segment by segment.
+template <uint32_t F>
+RASTER_VEC RASTER_INLINE bool raster_span_hidden(const raster_span_ctx& s, const raster_span_job& job)
+{
+#if RASTER_VEC_512
+    if constexpr (F & RF_DEPTH) {
+        const __m256i lane_bytes = _mm256_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19,
+                                                    20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31);
+        __m512i z = _mm512_add_epi16(_mm512_set1_epi16((short)job.a.z),
+                                     _mm512_mullo_epi16(_mm512_cvtepu8_epi16(lane_bytes), _mm512_set1_epi16((short)s.z_x)));
+        const __m512i step = _mm512_set1_epi16((short)((uint32_t)s.z_x << 5));
+        for (int32_t x = job.xl; x < job.xr; x += 32) {
+            const int32_t left = job.xr - x;
+            const __mmask32 in = left >= 32 ? 0xFFFFFFFFu : (1u << left) - 1;
+            if (_mm512_mask_cmpgt_epu16_mask(in, z, _mm512_maskz_loadu_epi16(in, job.zrow + x)))
+                return false;
+            z = _mm512_add_epi16(z, step);
+        }
+        return true;
+    }
+#endif
+    (void)s;
+    (void)job;
+    return false;
+}
+
 // The vector kernel's preparation of a span: its first group of segments, Q and depth lanes.
 template <uint32_t F>
 RASTER_VEC RASTER_INLINE void raster_plan_avx2(const raster_span_ctx& s, const raster_span_job& job, raster_span_plan* plan)
@@ -726,15 +757,23 @@ RASTER_VEC void raster_span_avx2(const raster_span_ctx& s, const raster_span_job
                                   raster_span_plans* plans)
 {
     int32_t current = plans->ready;
+    const bool hidden = current == RASTER_SPAN_HIDDEN || (current < 0 && raster_span_hidden<F>(s, job));
     if (current < 0) {
         current = 0;
-        raster_plan_avx2<F>(s, job, &plans->plan[0]);
+        if (!hidden)
+            raster_plan_avx2<F>(s, job, &plans->plan[0]);
     }
     plans->ready = -1;
     if (next) {
-        raster_plan_avx2<F>(s, *next, &plans->plan[current ^ 1]);
-        plans->ready = current ^ 1;
+        if (raster_span_hidden<F>(s, *next)) {
+            plans->ready = RASTER_SPAN_HIDDEN;
+        } else {
+            raster_plan_avx2<F>(s, *next, &plans->plan[current ^ 1]);
+            plans->ready = current ^ 1;
+        }
     }
+    if (hidden)
+        return;
 
     uint16_t* dst = job.dst;
     const uint32_t* cov = job.cov;
