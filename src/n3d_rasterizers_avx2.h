@@ -538,7 +538,6 @@ RASTER_VEC RASTER_INLINE void raster_segment_avx2(const raster_span_ctx& s, cons
         raster_store_pixels<F>(s, S, V, b, out, RASTER_LANES, 0xFF);
     }
 #else
-    const __m128i pixels = raster_pixel_lanes<F>(s, S, V, b);
     if constexpr (F & (RF_COV_READ | RF_DEPTH)) {
         // lanes that keep what is there: covered, or not nearer
         __m128i keep = _mm_setzero_si128();
@@ -556,10 +555,14 @@ RASTER_VEC RASTER_INLINE void raster_segment_avx2(const raster_span_ctx& s, cons
             _mm_storeu_si128(zout, z_new);
             l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)c.z_step));
         }
-        _mm_storeu_si128((__m128i*)out, _mm_blendv_epi8(pixels, _mm_loadu_si128((const __m128i*)out), keep));
+        // a segment hidden whole needs no texel
+        if (_mm_movemask_epi8(keep) != 0xFFFF) {
+            const __m128i pixels = raster_pixel_lanes<F>(s, S, V, b);
+            _mm_storeu_si128((__m128i*)out, _mm_blendv_epi8(pixels, _mm_loadu_si128((const __m128i*)out), keep));
+        }
     } else {
         (void)cov, (void)zrow;
-        _mm_storeu_si128((__m128i*)out, pixels);
+        _mm_storeu_si128((__m128i*)out, raster_pixel_lanes<F>(s, S, V, b));
     }
 #endif
 }
@@ -692,14 +695,18 @@ RASTER_VEC void raster_last_lanes(const raster_span_ctx& s, uint16_t* dst, const
 #endif
 }
 
-// Whether a span draws nothing because every pixel of it fails the depth test (AVX-512, 32
-// pixels a compare); its plan and its look-ups are then skipped. The row loop still writes its
-// coverage. The other sets find out segment by segment.
+// Whether a span draws nothing because every pixel of it fails the depth test (AVX-512: 32
+// pixels a compare; AVX2: 16, then one at a time); its plan and its look-ups are then skipped.
+// The row loop still writes its coverage.
 template <uint32_t F>
 RASTER_VEC RASTER_INLINE bool raster_span_hidden(const raster_span_ctx& s, const raster_span_job& job)
 {
+    if constexpr (!(F & RF_DEPTH)) {
+        (void)s;
+        (void)job;
+        return false;
+    } else {
 #if RASTER_VEC_512
-    if constexpr (F & RF_DEPTH) {
         const __m256i lane_bytes = _mm256_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19,
                                                     20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31);
         __m512i z = _mm512_add_epi16(_mm512_set1_epi16((short)job.a.z),
@@ -712,12 +719,28 @@ RASTER_VEC RASTER_INLINE bool raster_span_hidden(const raster_span_ctx& s, const
                 return false;
             z = _mm512_add_epi16(z, step);
         }
+#else
+        const __m256i lane = _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+        __m256i z = _mm256_add_epi16(_mm256_set1_epi16((short)job.a.z),
+                                     _mm256_mullo_epi16(lane, _mm256_set1_epi16((short)s.z_x)));
+        const __m256i step = _mm256_set1_epi16((short)((uint32_t)s.z_x << 4));
+        int32_t x = job.xl;
+        for (; x + 16 <= job.xr; x += 16) {
+            // nearer (unsigned): the larger of the two is not the stored value
+            const __m256i old = _mm256_loadu_si256((const __m256i*)(job.zrow + x));
+            if (_mm256_movemask_epi8(_mm256_cmpeq_epi16(_mm256_max_epu16(z, old), old)) != -1)
+                return false;
+            z = _mm256_add_epi16(z, step);
+        }
+        uint32_t zs = job.a.z + (uint32_t)(x - job.xl) * (uint32_t)s.z_x;
+        for (; x < job.xr; x++) {
+            if ((uint16_t)zs > job.zrow[x])
+                return false;
+            zs += (uint32_t)s.z_x;
+        }
+#endif
         return true;
     }
-#endif
-    (void)s;
-    (void)job;
-    return false;
 }
 
 // The vector kernel's preparation of a span: its first group of segments, Q and depth lanes.
