@@ -249,6 +249,26 @@ inline void raster_coverage_write(uint32_t* row, int32_t xl, int32_t xr)
     row[last] |= tail;
 }
 
+// Whether columns xl to xr - 1 of a coverage row are all covered (the span draws nothing).
+inline bool raster_coverage_full(const uint32_t* row, int32_t xl, int32_t xr)
+{
+    const int32_t first = xl >> 5;
+    const int32_t last = (xr - 1) >> 5;
+    uint32_t head = 0xFFFFFFFFu >> (xl & 31);
+    const uint32_t tail = 0xFFFFFFFFu << (31 - ((xr - 1) & 31));
+    if (first == last)
+        head &= tail;
+    else if ((row[last] & tail) != tail)
+        return false;
+    if ((row[first] & head) != head)
+        return false;
+    for (int32_t i = first + 1; i < last; i++) {
+        if (row[i] != 0xFFFFFFFFu)
+            return false;
+    }
+    return true;
+}
+
 // Validates the depth blocks a span touches (16 pixels a block): a block not yet touched this
 // frame is zeroed. A word of block bits at a time, as they are nearly always all set.
 inline void raster_depth_blocks(const n3d_zbuffer* zb, int32_t row, int32_t xl, int32_t xr)

@@ -696,51 +696,59 @@ RASTER_VEC void raster_last_lanes(const raster_span_ctx& s, uint16_t* dst, const
 }
 
 // Whether a span draws nothing because every pixel of it fails the depth test (AVX-512: 32
-// pixels a compare; AVX2: 16, then one at a time); its plan and its look-ups are then skipped.
-// The row loop still writes its coverage.
+// pixels a compare; AVX2: 16, then one at a time).
+template <uint32_t F>
+RASTER_VEC RASTER_INLINE bool raster_span_behind(const raster_span_ctx& s, const raster_span_job& job)
+{
+#if RASTER_VEC_512
+    const __m256i lane_bytes = _mm256_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19,
+                                                20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31);
+    __m512i z = _mm512_add_epi16(_mm512_set1_epi16((short)job.a.z),
+                                 _mm512_mullo_epi16(_mm512_cvtepu8_epi16(lane_bytes), _mm512_set1_epi16((short)s.z_x)));
+    const __m512i step = _mm512_set1_epi16((short)((uint32_t)s.z_x << 5));
+    for (int32_t x = job.xl; x < job.xr; x += 32) {
+        const int32_t left = job.xr - x;
+        const __mmask32 in = left >= 32 ? 0xFFFFFFFFu : (1u << left) - 1;
+        if (_mm512_mask_cmpgt_epu16_mask(in, z, _mm512_maskz_loadu_epi16(in, job.zrow + x)))
+            return false;
+        z = _mm512_add_epi16(z, step);
+    }
+#else
+    const __m256i lane = _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+    __m256i z = _mm256_add_epi16(_mm256_set1_epi16((short)job.a.z),
+                                 _mm256_mullo_epi16(lane, _mm256_set1_epi16((short)s.z_x)));
+    const __m256i step = _mm256_set1_epi16((short)((uint32_t)s.z_x << 4));
+    int32_t x = job.xl;
+    for (; x + 16 <= job.xr; x += 16) {
+        // nearer (unsigned): the larger of the two is not the stored value
+        const __m256i old = _mm256_loadu_si256((const __m256i*)(job.zrow + x));
+        if (_mm256_movemask_epi8(_mm256_cmpeq_epi16(_mm256_max_epu16(z, old), old)) != -1)
+            return false;
+        z = _mm256_add_epi16(z, step);
+    }
+    uint32_t zs = job.a.z + (uint32_t)(x - job.xl) * (uint32_t)s.z_x;
+    for (; x < job.xr; x++) {
+        if ((uint16_t)zs > job.zrow[x])
+            return false;
+        zs += (uint32_t)s.z_x;
+    }
+#endif
+    return true;
+}
+
+// Whether a span draws nothing: wholly covered, or wholly behind what is drawn. Its plan and
+// its look-ups are then skipped; the row loop still writes its coverage.
 template <uint32_t F>
 RASTER_VEC RASTER_INLINE bool raster_span_hidden(const raster_span_ctx& s, const raster_span_job& job)
 {
-    if constexpr (!(F & RF_DEPTH)) {
-        (void)s;
-        (void)job;
-        return false;
-    } else {
-#if RASTER_VEC_512
-        const __m256i lane_bytes = _mm256_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19,
-                                                    20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31);
-        __m512i z = _mm512_add_epi16(_mm512_set1_epi16((short)job.a.z),
-                                     _mm512_mullo_epi16(_mm512_cvtepu8_epi16(lane_bytes), _mm512_set1_epi16((short)s.z_x)));
-        const __m512i step = _mm512_set1_epi16((short)((uint32_t)s.z_x << 5));
-        for (int32_t x = job.xl; x < job.xr; x += 32) {
-            const int32_t left = job.xr - x;
-            const __mmask32 in = left >= 32 ? 0xFFFFFFFFu : (1u << left) - 1;
-            if (_mm512_mask_cmpgt_epu16_mask(in, z, _mm512_maskz_loadu_epi16(in, job.zrow + x)))
-                return false;
-            z = _mm512_add_epi16(z, step);
-        }
-#else
-        const __m256i lane = _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
-        __m256i z = _mm256_add_epi16(_mm256_set1_epi16((short)job.a.z),
-                                     _mm256_mullo_epi16(lane, _mm256_set1_epi16((short)s.z_x)));
-        const __m256i step = _mm256_set1_epi16((short)((uint32_t)s.z_x << 4));
-        int32_t x = job.xl;
-        for (; x + 16 <= job.xr; x += 16) {
-            // nearer (unsigned): the larger of the two is not the stored value
-            const __m256i old = _mm256_loadu_si256((const __m256i*)(job.zrow + x));
-            if (_mm256_movemask_epi8(_mm256_cmpeq_epi16(_mm256_max_epu16(z, old), old)) != -1)
-                return false;
-            z = _mm256_add_epi16(z, step);
-        }
-        uint32_t zs = job.a.z + (uint32_t)(x - job.xl) * (uint32_t)s.z_x;
-        for (; x < job.xr; x++) {
-            if ((uint16_t)zs > job.zrow[x])
-                return false;
-            zs += (uint32_t)s.z_x;
-        }
-#endif
-        return true;
+    if constexpr (F & RF_COV_READ) {
+        if (raster_coverage_full(job.cov, job.xl, job.xr))
+            return true;
     }
+    if constexpr (F & RF_DEPTH)
+        return raster_span_behind<F>(s, job);
+    (void)s;
+    return false;
 }
 
 // The vector kernel's preparation of a span: its first group of segments, Q and depth lanes.
