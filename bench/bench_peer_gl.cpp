@@ -15,7 +15,10 @@
 // The driver reads LP_NUM_THREADS once per process, when its first context is made, so each
 // peer trial runs in a child process of its own: one with LP_NUM_THREADS=0 (it rasterizes in
 // the calling thread) and one with the driver's default. The threads the child really has
-// after drawing are counted in /proc/self/task and printed.
+// after drawing are counted in /proc/self/task and printed. A third trial draws in one thread
+// without the depth test, as the variants without depth do: the depth test spares the peer the
+// texel and lighting of every pixel it hides, which those variants never skip, so their "x like"
+// column compares them with this trial (and the depth variants with the first).
 //
 // Rounds alternate the project's variants (each with every kernel set the processor has) and
 // the two peer settings; each figure printed is the best round (on a shared machine the least
@@ -182,10 +185,12 @@ void peer_fill_batch(pcg32* rng, peer_batch* b)
 
 // The peer's trial, in this (child) process: set up, one batch to warm up (shader
 // compilation, thread start), then batches until the time is up.
-peer_trial peer_run(const bitmap* flare, const uint8_t* phong_table, double seconds, bool cpu_time)
+peer_trial peer_run(const bitmap* flare, const uint8_t* phong_table, double seconds, bool cpu_time, bool depth)
 {
     static peer_gl p;
     peer_setup(&p, flare, phong_table);
+    if (!depth)
+        glDisable(GL_DEPTH_TEST);
     static peer_batch batch;
     glEnableClientState(GL_VERTEX_ARRAY);
     glEnableClientState(GL_TEXTURE_COORD_ARRAY);
@@ -222,7 +227,7 @@ peer_trial peer_run(const bitmap* flare, const uint8_t* phong_table, double seco
 
 // A peer trial in a child process with LP_NUM_THREADS set to `threads` (null: not set).
 peer_trial peer_trial_in_child(const bitmap* flare, const uint8_t* phong_table, double seconds, const char* threads,
-                                bool cpu_time)
+                                bool cpu_time, bool depth)
 {
     int fds[2];
     if (pipe(fds) != 0) {
@@ -241,7 +246,7 @@ peer_trial peer_trial_in_child(const bitmap* flare, const uint8_t* phong_table, 
             setenv("LP_NUM_THREADS", threads, 1);
         else
             unsetenv("LP_NUM_THREADS");
-        const peer_trial r = peer_run(flare, phong_table, seconds, cpu_time);
+        const peer_trial r = peer_run(flare, phong_table, seconds, cpu_time, depth);
         const ssize_t put = write(fds[1], &r, sizeof(r));
         _exit(put == (ssize_t)sizeof(r) ? 0 : 1);
     }
@@ -308,7 +313,9 @@ int main(int argc, char** argv)
 
     // every variant with every kernel set the processor has
     static peer_trial ours[N3D_RASTER_KERNELS_BEST + 1][N3D_RASTERIZER_TABLE_CAPACITY];
-    peer_trial peer_one = {}, peer_default = {};
+    peer_trial peer_one = {};
+    peer_trial peer_default = {};
+    peer_trial peer_flat = {};  // one thread, no depth test
     for (uint32_t round = 0; round < rounds; round++) {
         for (uint32_t k = 0; k <= best; k++) {
             n3d_raster_use_kernels((n3d_raster_kernels)k);
@@ -321,33 +328,38 @@ int main(int argc, char** argv)
                 peer_keep_best(&ours[k][i], {r.triangles, r.pixels, r.cycles, 1, 0});
             }
         }
-        peer_keep_best(&peer_one, peer_trial_in_child(flare, phong_table, seconds, "0", cpu_time));
-        peer_keep_best(&peer_default, peer_trial_in_child(flare, phong_table, seconds, nullptr, cpu_time));
+        peer_keep_best(&peer_one, peer_trial_in_child(flare, phong_table, seconds, "0", cpu_time, true));
+        peer_keep_best(&peer_default, peer_trial_in_child(flare, phong_table, seconds, nullptr, cpu_time, true));
+        peer_keep_best(&peer_flat, peer_trial_in_child(flare, phong_table, seconds, "0", cpu_time, false));
     }
 
     printf("time-stamp counter: %.0f cycles/s; best of %u rounds of %.2f s of %s\n", prof_global.cycles_per_second,
            rounds, seconds, cpu_time ? "processor time (all threads)" : "wall time");
-    printf("%-88s %-9s %11s %7s %8s %8s\n", "drawn by (random triangles in 320x200)", "kernels", "pixels/s", "cyc/px",
-           "x peer1", "x peerN");
-    const double one = peer_rate(peer_one), all = peer_rate(peer_default);
+    printf("%-88s %-9s %11s %7s %8s %8s %8s\n", "drawn by (random triangles in 320x200)", "kernels", "pixels/s",
+           "cyc/px", "x peer1", "x peerN", "x like1");
+    const double one = peer_rate(peer_one);
+    const double all = peer_rate(peer_default);
+    const double flat = peer_rate(peer_flat);
     for (uint32_t i = 0; i < n3d_rasterizer_table_count; i++)
         for (uint32_t k = 0; k <= best; k++) {
             const peer_trial& t = ours[k][i];
             if (t.cycles == 0)
                 continue;
-            printf("%-88s %-9s %11.0f %7.2f %8.2f %8.2f\n", n3d_rasterizer_table[i].name,
+            const bool depth = n3d_rasterizer_table[i].flags & N3D_RASTERIZER_ZBUFFER_READ;
+            printf("%-88s %-9s %11.0f %7.2f %8.2f %8.2f %8.2f\n", n3d_rasterizer_table[i].name,
                    n3d_raster_kernels_name((n3d_raster_kernels)k), peer_rate(t), t.cycles / t.pixels, peer_rate(t) / one,
-                   peer_rate(t) / all);
+                   peer_rate(t) / all, peer_rate(t) / (depth ? one : flat));
         }
-    const peer_trial* peers[2] = {&peer_one, &peer_default};
-    const char* names[2] = {"OSMesa, LP_NUM_THREADS=0", "OSMesa, default threads"};
-    for (int k = 0; k < 2; k++) {
+    const peer_trial* peers[3] = {&peer_one, &peer_default, &peer_flat};
+    const char* names[3] = {"OSMesa, LP_NUM_THREADS=0", "OSMesa, default threads",
+                            "OSMesa, LP_NUM_THREADS=0, no depth test"};
+    for (int k = 0; k < 3; k++) {
         const peer_trial& t = *peers[k];
         char label[128];
-        snprintf(label, sizeof(label), "%s (%d threads in the process, %.0f%% of the area lit)", names[k], t.threads,
+        snprintf(label, sizeof(label), "%s (%d threads, %.0f%% of the area lit)", names[k], t.threads,
                  100.0 * t.written);
-        printf("%-88s %-9s %11.0f %7.2f %8.2f %8.2f\n", label, "", peer_rate(t), t.cycles / t.pixels,
-               peer_rate(t) / one, peer_rate(t) / all);
+        printf("%-88s %-9s %11.0f %7.2f %8.2f %8.2f %8.2f\n", label, "", peer_rate(t), t.cycles / t.pixels,
+               peer_rate(t) / one, peer_rate(t) / all, k == 2 ? 1.0 : peer_rate(t) / one);
     }
     return 0;
 }
