@@ -80,3 +80,30 @@ TEST(n3d_camera, fly_camera_turns_with_the_mouse_and_never_looks_straight_up_or_
         EXPECT_GT(view[1][1], 0.0f);  // the camera's up still leans to world +y: no flip
     }
 }
+
+// Held keys move the camera at speed x dt (here 1) along where it looks (w, s) and sideways (a and
+// d by 1, z and c by 2): s wins over w, and of a, d, z, c the later in that order wins. At
+// yaw 0 and pitch 0 it looks down -z with +x to its right, so a and z move it towards -x.
+TEST(n3d_camera, fly_camera_keys_move_it_and_later_keys_win)
+{
+    struct {
+        const char* held;
+        float x, z;
+    } const cases[] = {
+        {"", 0, 0},   {"w", 0, -1},  {"s", 0, 1},    {"ws", 0, 1},    {"a", -1, 0},   {"d", 1, 0},
+        {"z", -2, 0}, {"c", 2, 0},   {"ad", 1, 0},   {"adz", -2, 0},  {"adzc", 2, 0}, {"dz", -2, 0},
+        {"ca", 2, 0}, {"wa", -1, -1}, {"sc", 2, 1},
+    };
+    for (const auto& c : cases) {
+        fly_camera cam = {{0.0f, 0.0f, 0.0f}, 0.0f, 0.0f, 0.1f, 2.0f};
+        uint8_t keys[256] = {};
+        for (const char* k = c.held; *k; k++)
+            keys[(uint8_t)*k] = 1;
+        const int32_t mouse[2] = {0, 0};
+        mat4x4 view;
+        fly_camera_update(&cam, keys, mouse, 0.5f, view);
+        EXPECT_NEAR(cam.position[0], c.x, 1e-6f) << c.held;
+        EXPECT_NEAR(cam.position[1], 0.0f, 1e-6f) << c.held;
+        EXPECT_NEAR(cam.position[2], c.z, 1e-6f) << c.held;
+    }
+}
