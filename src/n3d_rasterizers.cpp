@@ -249,31 +249,42 @@ inline void raster_coverage_write(uint32_t* row, int32_t xl, int32_t xr)
     row[last] |= tail;
 }
 
-// Validates the depth blocks a span touches (16 pixels a block): a block not yet touched this
-// frame is zeroed. A word of block bits at a time, as they are nearly always all set.
-inline void raster_depth_blocks(const n3d_zbuffer* zb, int32_t row, int32_t xl, int32_t xr)
+// Zeroes the depth blocks first to last (block numbers in the row) that were not yet touched
+// this frame, and marks them.
+__attribute__((noinline)) void raster_depth_blocks_zero(const n3d_zbuffer* zb, uint32_t* block_row, int32_t row,
+                                                        uint32_t first, uint32_t last)
 {
-    const uint32_t words_per_row = zb->blocks.width >> 5;
-    uint32_t* block_row = zb->blocks.bits + (uint32_t)row * words_per_row;
-    const uint32_t first = (uint32_t)(xl * 2) >> 5;
-    const uint32_t last = (uint32_t)(xr * 2 - 2) >> 5;
-    if ((first >> 5) == (last >> 5)) {
-        // the usual case: the span's blocks are in one word and already valid
-        const uint32_t range = (0xFFFFFFFFu >> (first & 31)) & (0xFFFFFFFFu << (31 - (last & 31)));
-        if (!(range & ~block_row[first >> 5]))
-            return;
-    }
     for (uint32_t w = first >> 5; w <= last >> 5; w++) {
         const uint32_t from = w == first >> 5 ? first & 31 : 0;
         const uint32_t to = w == last >> 5 ? last & 31 : 31;
         const uint32_t range = (0xFFFFFFFFu >> from) & (0xFFFFFFFFu << (31 - to));
         for (uint32_t missing = range & ~block_row[w]; missing;) {
+            // a run of missing blocks at a time (after a clear, every block of the span), zeroed
+            // in place: a call per block cost more than the stores
             const uint32_t b = (uint32_t)__builtin_clz(missing);
-            missing &= ~(0x80000000u >> b);
-            zero_block32(zb->values, ((uint64_t)row * zb->width + (w * 32 + b) * 16) * 2);
+            const uint32_t run = (uint32_t)__builtin_clzll(~((uint64_t)(missing << b) << 32));
+            missing &= ~(0xFFFFFFFFu >> b) | (uint32_t)((0xFFFFFFFFull >> b) >> run);
+            // the 32-byte block holding the first one's values, as zero_block32 finds it
+            const uintptr_t at = (uintptr_t)(zb->values + (uint64_t)row * zb->width + (w * 32 + b) * 16);
+            auto* block = (uint8_t*)(at & ~(uintptr_t)31);
+            for (uint32_t k = 0; k < run; k++)
+                memset(block + k * 32, 0, 32);
         }
         block_row[w] |= range;
     }
+}
+
+// Validates the depth blocks a span touches (16 pixels a block; block_row holds the row's
+// bits): a block not yet touched this frame is zeroed. Inline only the usual case: the span's
+// blocks are in one word and valid.
+inline void raster_depth_blocks(const n3d_zbuffer* zb, uint32_t* block_row, int32_t row, int32_t xl, int32_t xr)
+{
+    const uint32_t first = (uint32_t)xl >> 4;
+    const uint32_t last = (uint32_t)(xr - 1) >> 4;
+    const uint32_t range = (0xFFFFFFFFu >> (first & 31)) & (0xFFFFFFFFu << (31 - (last & 31)));
+    if ((first >> 5) == (last >> 5) && !(range & ~block_row[first >> 5]))
+        return;
+    raster_depth_blocks_zero(zb, block_row, row, first, last);
 }
 
 // Writes one pixel under the variant's coverage and depth rules.
@@ -681,6 +692,7 @@ int n3d_raster_triangle(n3d_raster_call* c)
     const n3d_coverage_buffer* cov = c->fc->coverage[0];
     const n3d_zbuffer* zb = c->fc->zbuffer;
     const uint32_t cov_words = cov ? cov->width >> 5 : 0;
+    const int64_t row_bytes = fb->row_bytes;
 
     // first row of an edge: ceil of the vertex y at 8 fraction bits; y <= 0 starts at row 0
     auto first_row = [](float y) -> int32_t {
@@ -779,6 +791,15 @@ int n3d_raster_triangle(n3d_raster_call* c)
         };
         auto* dst_row = (uint16_t*)(fb->pixels + (int64_t)(y_top >> 8) * fb->row_bytes);
         uint32_t* cov_row = cov ? cov->bits + (uint64_t)(y_top >> 8) * cov_words : nullptr;
+        // the depth variants' rows: values, and their block bits
+        uint16_t* zrow = nullptr;
+        uint32_t* block_row = nullptr;
+        const uint32_t z_width = zb ? zb->width : 0;
+        const uint32_t block_words = zb ? zb->blocks.width >> 5 : 0;
+        if constexpr (F & RF_DEPTH) {
+            zrow = zb->values + (uint64_t)(y_top >> 8) * z_width;
+            block_row = zb->blocks.bits + (uint64_t)(y_top >> 8) * block_words;
+        }
         for (int32_t y = y_top >> 8; y < (y_end >> 8); y++) {
             int32_t xl = el.x;
             int32_t xr = er.x;
@@ -795,11 +816,8 @@ int n3d_raster_triangle(n3d_raster_call* c)
                     xr = xr > fb_w ? fb_w : xr;
                 }
                 if (xl < xr) {
-                    uint16_t* zrow = nullptr;
-                    if constexpr (F & RF_DEPTH) {
-                        raster_depth_blocks(zb, y, xl, xr);  // before the row is drawn, after the last
-                        zrow = zb->values + (uint64_t)y * zb->width;
-                    }
+                    if constexpr (F & RF_DEPTH)
+                        raster_depth_blocks(zb, block_row, y, xl, xr);  // before the row is drawn, after the last
                     const raster_span_job job = {dst_row, cov_row, zrow, xl, xr, sa};
                     if (have_pending)
                         draw(&job);
@@ -818,9 +836,13 @@ int n3d_raster_triangle(n3d_raster_call* c)
                 at.db += (g.hbb & b) | (g.hab & ~b);
                 at.dq += (g.dq_b & b) | (g.dq_a & ~b);
             }
-            dst_row = (uint16_t*)((uint8_t*)dst_row + fb->row_bytes);
+            dst_row = (uint16_t*)((uint8_t*)dst_row + row_bytes);
             if (cov_row)
                 cov_row += cov_words;
+            if constexpr (F & RF_DEPTH) {
+                zrow += z_width;
+                block_row += block_words;
+            }
         }
         if (have_pending)
             draw(nullptr);
