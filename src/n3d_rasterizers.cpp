@@ -477,8 +477,131 @@ void raster_span_portable(const raster_span_ctx& s, const raster_span_job& job, 
 }
 
 // the vector kernels, in a file of their own (x86-64, chosen at run time): the records they
-// share, then the AVX2 and the AVX-512 sets, each in a namespace of its own
+// share, then (after the row walk, which every set instantiates) the AVX2 and the AVX-512
+// sets, each in a namespace of its own
 #include "n3d_rasterizers_avx2.h"
+
+// Returns all ones when the edge's error wrapped (the row moved by step + 1 columns), else
+// 0. Without a branch: whether it wraps follows the slope, which no predictor guesses well.
+inline uint32_t raster_edge_next(raster_edge* e)
+{
+    const int32_t error = e->error + e->error_step;
+    const uint32_t wrapped = -(uint32_t)(error >= e->dy);
+    e->x += e->step + (int32_t)(wrapped & 1);
+    e->error = error - (e->dy & (int32_t)wrapped);
+    return wrapped;
+}
+
+// One half of a triangle: its rows, and what the next half carries on from this one (edges,
+// edge L's attributes).
+struct raster_rows {
+    const raster_span_ctx* sc;
+    const raster_grads* g;
+    const n3d_zbuffer* zb;
+    raster_edge el, er;
+    raster_attrs at;
+    uint16_t* dst_row;    // the pixels of row y
+    uint32_t* cov_row;    // its coverage words, or null
+    uint16_t* zrow;       // depth variants: its depth values
+    uint32_t* block_row;  // and its depth-block bits
+    int64_t row_bytes;
+    uint32_t cov_words, z_width, block_words;
+    int32_t y, y_end;  // rows y to y_end - 1
+    int32_t fb_w;
+};
+
+// Draws the spans of a half's rows and returns how many it drew. Each span is drawn once the
+// next one is known, so that the kernel can prepare it. Instantiated per kernel set inside a
+// function compiled for that set, so that the span function is inlined into its one call.
+template <uint32_t F, raster_span_fn* Span>
+RASTER_INLINE uint32_t raster_walk_rows(raster_rows* w)
+{
+    const raster_span_ctx& sc = *w->sc;
+    const raster_grads& g = *w->g;
+    raster_edge el = w->el;
+    raster_edge er = w->er;
+    raster_attrs at = w->at;
+    uint16_t* dst_row = w->dst_row;
+    uint32_t* cov_row = w->cov_row;
+    uint16_t* zrow = w->zrow;
+    uint32_t* block_row = w->block_row;
+    const int32_t fb_w = w->fb_w;
+    raster_span_plans plans;
+    plans.ready = -1;
+    raster_span_job pending;
+    bool have_pending = false;
+    uint32_t spans_drawn = 0;
+    // one pass past the last row draws the last span: one call of the span function in all
+    for (int32_t y = w->y;; y++) {
+        const bool past = y >= w->y_end;
+        int32_t xl = el.x;
+        int32_t xr = er.x;
+        raster_attrs sa = at;
+        if (!past && (xl < 0 || xr > fb_w)) {
+            // never for triangles the draw functions clip; keeps other input inside
+            if (xl < 0) {
+                const uint32_t skip = (uint32_t)-xl;
+                sa.iw += skip * (uint32_t)g.iw_x;
+                sa.u += skip * (uint32_t)g.u_x;
+                sa.v += skip * (uint32_t)g.v_x;
+                sa.z += skip * (uint32_t)g.z_x;
+                xl = 0;
+            }
+            xr = xr > fb_w ? fb_w : xr;
+        }
+        const bool found = !past && xl < xr;
+        if (found || past) {
+            if constexpr (F & RF_DEPTH) {
+                if (found)
+                    raster_depth_blocks(w->zb, block_row, y, xl, xr);  // before the row is drawn, after the last
+            }
+            const raster_span_job job = {dst_row, cov_row, zrow, xl, xr, sa};
+            if (have_pending) {
+                Span(sc, pending, found ? &job : nullptr, &plans);
+                if constexpr (F & RF_COV_WRITE)
+                    raster_coverage_write(pending.cov, pending.xl, pending.xr);
+                spans_drawn++;
+            }
+            if (past)
+                break;
+            pending = job;
+            have_pending = true;
+        }
+        // next row: both edges step; edge L's attributes follow its move
+        raster_edge_next(&er);
+        const uint32_t b = raster_edge_next(&el);  // all ones: move B, else move A
+        at.iw += g.iw_a + (b & (uint32_t)g.iw_x);
+        at.u += g.u_a + (b & (uint32_t)g.u_x);
+        at.v += g.v_a + (b & (uint32_t)g.v_x);
+        at.z += g.z_a + (b & (uint32_t)g.z_x);
+        if constexpr (F & RF_PHONG) {
+            at.q += (at.db & b) | (at.da & ~b);
+            at.da += (g.hab & b) | (g.haa & ~b);
+            at.db += (g.hbb & b) | (g.hab & ~b);
+            at.dq += (g.dq_b & b) | (g.dq_a & ~b);
+        }
+        dst_row = (uint16_t*)((uint8_t*)dst_row + w->row_bytes);
+        if (cov_row)
+            cov_row += w->cov_words;
+        if constexpr (F & RF_DEPTH) {
+            zrow += w->z_width;
+            block_row += w->block_words;
+        }
+    }
+    w->el = el;
+    w->er = er;
+    w->at = at;
+    return spans_drawn;
+}
+
+using raster_rows_fn = uint32_t(raster_rows* w);
+
+template <uint32_t F>
+uint32_t raster_rows_portable(raster_rows* w)
+{
+    return raster_walk_rows<F, raster_span_portable<F>>(w);
+}
+
 #if RASTER_X86
 #define RASTER_VEC RASTER_AVX2
 #define RASTER_VEC_512 0
@@ -526,17 +649,6 @@ inline void raster_edge_setup(raster_edge* e, const raster_vertex& a, float ax, 
     e->error = n3d_floor_mod((int32_t)n, dy);
     e->step = n3d_floor_div(dx, dy);
     e->error_step = n3d_floor_mod(dx, dy);
-}
-
-// Returns all ones when the edge's error wrapped (the row moved by step + 1 columns), else
-// 0. Without a branch: whether it wraps follows the slope, which no predictor guesses well.
-inline uint32_t raster_edge_next(raster_edge* e)
-{
-    const int32_t error = e->error + e->error_step;
-    const uint32_t wrapped = -(uint32_t)(error >= e->dy);
-    e->x += e->step + (int32_t)(wrapped & 1);
-    e->error = error - (e->dy & (int32_t)wrapped);
-    return wrapped;
 }
 
 // Linear attribute at an offset (24.8 in both axes) from its vertex.
@@ -672,14 +784,14 @@ int n3d_raster_triangle(n3d_raster_call* c)
 
     // the vector kernel reads texels as aligned 32-bit words, which stay inside levels of at
     // least 4 x 4 texels (every level these variants address)
-    raster_span_fn* span = raster_span_portable<F>;
+    raster_rows_fn* rows = raster_rows_portable<F>;
 #if RASTER_X86
     if (raster_kernels_in_use >= N3D_RASTER_KERNELS_AVX512 && size_u >= 4 && size_v >= 4) {
         vec_avx512::raster_lane_setup_avx2<F>(&sc);
-        span = vec_avx512::raster_span_avx2<F>;
+        rows = vec_avx512::raster_rows_avx2<F>;
     } else if (raster_kernels_in_use >= N3D_RASTER_KERNELS_AVX2 && size_u >= 4 && size_v >= 4) {
         vec_avx2::raster_lane_setup_avx2<F>(&sc);
-        span = vec_avx2::raster_span_avx2<F>;
+        rows = vec_avx2::raster_rows_avx2<F>;
     }
 #endif
 
@@ -703,9 +815,17 @@ int n3d_raster_triangle(n3d_raster_call* c)
         return (int32_t)((yi + 255) & ~(int64_t)255);
     };
 
-    raster_edge el = {}, er = {};
-    raster_attrs at = {};
-    raster_span_plans plans;
+    raster_rows w = {};
+    w.sc = &sc;
+    w.g = &g;
+    w.zb = zb;
+    w.row_bytes = row_bytes;
+    w.cov_words = cov_words;
+    w.z_width = zb ? zb->width : 0;
+    w.block_words = zb ? zb->blocks.width >> 5 : 0;
+    w.fb_w = fb_w;
+    raster_edge& el = w.el;
+    raster_attrs& at = w.at;
     int l_from = top, l_to = second;
     int r_from = top, r_to = third;
     bool l_ready = false, r_ready = false;
@@ -729,7 +849,7 @@ int n3d_raster_triangle(n3d_raster_call* c)
         y_end = y_end > row_limit ? row_limit : y_end;
 
         if (!r_ready)
-            raster_edge_setup(&er, v[r_from], vf[r_from][0], vf[r_from][1], vf[r_to][0], vf[r_to][1], y_top);
+            raster_edge_setup(&w.er, v[r_from], vf[r_from][0], vf[r_from][1], vf[r_to][0], vf[r_to][1], y_top);
         if (!l_ready) {
             raster_edge_setup(&el, v[l_from], vf[l_from][0], vf[l_from][1], vf[l_to][0], vf[l_to][1], y_top);
             const raster_vertex& a = v[l_from];
@@ -778,74 +898,16 @@ int n3d_raster_triangle(n3d_raster_call* c)
         // so its cycles per hit are a span's average, edge stepping between spans included
         const uint64_t rows_start = prof_cycles_now();
         entry->blocks[N3D_RASTERIZER_BLOCK_INNER_ROW].start = rows_start;
-        uint32_t spans_drawn = 0;
-        // each span is drawn once the next one is known, so that the kernel can prepare it
-        raster_span_job pending;
-        bool have_pending = false;
-        plans.ready = -1;
-        auto draw = [&](const raster_span_job* next) {
-            span(sc, pending, next, &plans);
-            if constexpr (F & RF_COV_WRITE)
-                raster_coverage_write(pending.cov, pending.xl, pending.xr);
-            spans_drawn++;
-        };
-        auto* dst_row = (uint16_t*)(fb->pixels + (int64_t)(y_top >> 8) * fb->row_bytes);
-        uint32_t* cov_row = cov ? cov->bits + (uint64_t)(y_top >> 8) * cov_words : nullptr;
-        // the depth variants' rows: values, and their block bits
-        uint16_t* zrow = nullptr;
-        uint32_t* block_row = nullptr;
-        const uint32_t z_width = zb ? zb->width : 0;
-        const uint32_t block_words = zb ? zb->blocks.width >> 5 : 0;
+        const int32_t y0 = y_top >> 8;
+        w.dst_row = (uint16_t*)(fb->pixels + (int64_t)y0 * row_bytes);
+        w.cov_row = cov ? cov->bits + (uint64_t)y0 * cov_words : nullptr;
         if constexpr (F & RF_DEPTH) {
-            zrow = zb->values + (uint64_t)(y_top >> 8) * z_width;
-            block_row = zb->blocks.bits + (uint64_t)(y_top >> 8) * block_words;
+            w.zrow = zb->values + (uint64_t)y0 * w.z_width;
+            w.block_row = zb->blocks.bits + (uint64_t)y0 * w.block_words;
         }
-        for (int32_t y = y_top >> 8; y < (y_end >> 8); y++) {
-            int32_t xl = el.x;
-            int32_t xr = er.x;
-            if (xl < xr) {
-                raster_attrs sa = at;
-                if (xl < 0 || xr > fb_w) {
-                    // never for triangles the draw functions clip; keeps other input inside
-                    if (xl < 0) {
-                        const uint32_t skip = (uint32_t)-xl;
-                        sa.iw += skip * (uint32_t)g.iw_x, sa.u += skip * (uint32_t)g.u_x;
-                        sa.v += skip * (uint32_t)g.v_x, sa.z += skip * (uint32_t)g.z_x;
-                        xl = 0;
-                    }
-                    xr = xr > fb_w ? fb_w : xr;
-                }
-                if (xl < xr) {
-                    if constexpr (F & RF_DEPTH)
-                        raster_depth_blocks(zb, block_row, y, xl, xr);  // before the row is drawn, after the last
-                    const raster_span_job job = {dst_row, cov_row, zrow, xl, xr, sa};
-                    if (have_pending)
-                        draw(&job);
-                    pending = job;
-                    have_pending = true;
-                }
-            }
-            // next row: both edges step; edge L's attributes follow its move
-            raster_edge_next(&er);
-            const uint32_t b = raster_edge_next(&el);  // all ones: move B, else move A
-            at.iw += g.iw_a + (b & (uint32_t)g.iw_x), at.u += g.u_a + (b & (uint32_t)g.u_x);
-            at.v += g.v_a + (b & (uint32_t)g.v_x), at.z += g.z_a + (b & (uint32_t)g.z_x);
-            if constexpr (F & RF_PHONG) {
-                at.q += (at.db & b) | (at.da & ~b);
-                at.da += (g.hab & b) | (g.haa & ~b);
-                at.db += (g.hbb & b) | (g.hab & ~b);
-                at.dq += (g.dq_b & b) | (g.dq_a & ~b);
-            }
-            dst_row = (uint16_t*)((uint8_t*)dst_row + row_bytes);
-            if (cov_row)
-                cov_row += cov_words;
-            if constexpr (F & RF_DEPTH) {
-                zrow += z_width;
-                block_row += block_words;
-            }
-        }
-        if (have_pending)
-            draw(nullptr);
+        w.y = y0;
+        w.y_end = y_end >> 8;
+        const uint32_t spans_drawn = rows(&w);
         const uint64_t rows_end = prof_cycles_now();
         raster_block_end(&entry->blocks[N3D_RASTERIZER_BLOCK_INNER_ROW], rows_end);
         n3d_rasterizer_block* scanline = &entry->blocks[N3D_RASTERIZER_BLOCK_INNER_SCANLINE];

@@ -783,6 +783,13 @@ RASTER_VEC void raster_span_avx2(const raster_span_ctx& s, const raster_span_job
     }
     raster_last_lanes<F>(s, dst, cov, zrow, x, m + 1 - (int32_t)done, a, &fin, n4, n2);
 }
+
+// A triangle half's rows, with raster_span_avx2 inlined into the walk.
+template <uint32_t F>
+RASTER_VEC uint32_t raster_rows_avx2(raster_rows* w)
+{
+    return raster_walk_rows<F, raster_span_avx2<F>>(w);
+}
 #endif  // RASTER_VEC
 #elif !defined(RASTER_VEC)
 struct raster_span_plans {
