@@ -710,7 +710,8 @@ RASTER_VEC RASTER_INLINE raster_span_lanes raster_first_lanes(const raster_span_
 
 // The vector kernel's preparation of a span: its first group of segments.
 template <uint32_t F>
-RASTER_VEC RASTER_INLINE void raster_plan_avx2(const raster_span_ctx& s, const raster_span_job& job, raster_span_plan* plan)
+RASTER_VEC RASTER_INLINE void raster_plan_avx2(const raster_span_ctx& s, const raster_span_job& job,
+                                               raster_span_plan* plan)
 {
     if (job.xr - job.xl - 1 < 4)
         return;  // no segment: the whole span is tail
