@@ -269,31 +269,42 @@ inline bool raster_coverage_full(const uint32_t* row, int32_t xl, int32_t xr)
     return true;
 }
 
-// Validates the depth blocks a span touches (16 pixels a block): a block not yet touched this
-// frame is zeroed. A word of block bits at a time, as they are nearly always all set.
-inline void raster_depth_blocks(const n3d_zbuffer* zb, int32_t row, int32_t xl, int32_t xr)
+// Zeroes the depth blocks first to last (block numbers in the row) that were not yet touched
+// this frame, and marks them.
+__attribute__((noinline)) void raster_depth_blocks_zero(const n3d_zbuffer* zb, uint32_t* block_row, int32_t row,
+                                                        uint32_t first, uint32_t last)
 {
-    const uint32_t words_per_row = zb->blocks.width >> 5;
-    uint32_t* block_row = zb->blocks.bits + (uint32_t)row * words_per_row;
-    const uint32_t first = (uint32_t)(xl * 2) >> 5;
-    const uint32_t last = (uint32_t)(xr * 2 - 2) >> 5;
-    if ((first >> 5) == (last >> 5)) {
-        // the usual case: the span's blocks are in one word and already valid
-        const uint32_t range = (0xFFFFFFFFu >> (first & 31)) & (0xFFFFFFFFu << (31 - (last & 31)));
-        if (!(range & ~block_row[first >> 5]))
-            return;
-    }
     for (uint32_t w = first >> 5; w <= last >> 5; w++) {
         const uint32_t from = w == first >> 5 ? first & 31 : 0;
         const uint32_t to = w == last >> 5 ? last & 31 : 31;
         const uint32_t range = (0xFFFFFFFFu >> from) & (0xFFFFFFFFu << (31 - to));
         for (uint32_t missing = range & ~block_row[w]; missing;) {
+            // a run of missing blocks at a time (after a clear, every block of the span), zeroed
+            // in place: a call per block cost more than the stores
             const uint32_t b = (uint32_t)__builtin_clz(missing);
-            missing &= ~(0x80000000u >> b);
-            zero_block32(zb->values, ((uint64_t)row * zb->width + (w * 32 + b) * 16) * 2);
+            const uint32_t run = (uint32_t)__builtin_clzll(~((uint64_t)(missing << b) << 32));
+            missing &= ~(0xFFFFFFFFu >> b) | (uint32_t)((0xFFFFFFFFull >> b) >> run);
+            // the 32-byte block holding the first one's values, as zero_block32 finds it
+            const uintptr_t at = (uintptr_t)(zb->values + (uint64_t)row * zb->width + (w * 32 + b) * 16);
+            auto* block = (uint8_t*)(at & ~(uintptr_t)31);
+            for (uint32_t k = 0; k < run; k++)
+                memset(block + k * 32, 0, 32);
         }
         block_row[w] |= range;
     }
+}
+
+// Validates the depth blocks a span touches (16 pixels a block; block_row holds the row's
+// bits): a block not yet touched this frame is zeroed. Inline only the usual case: the span's
+// blocks are in one word and valid.
+inline void raster_depth_blocks(const n3d_zbuffer* zb, uint32_t* block_row, int32_t row, int32_t xl, int32_t xr)
+{
+    const uint32_t first = (uint32_t)xl >> 4;
+    const uint32_t last = (uint32_t)(xr - 1) >> 4;
+    const uint32_t range = (0xFFFFFFFFu >> (first & 31)) & (0xFFFFFFFFu << (31 - (last & 31)));
+    if ((first >> 5) == (last >> 5) && !(range & ~block_row[first >> 5]))
+        return;
+    raster_depth_blocks_zero(zb, block_row, row, first, last);
 }
 
 // Writes one pixel under the variant's coverage and depth rules.
@@ -393,10 +404,11 @@ inline void raster_tail(const raster_span_ctx& s, uint16_t* dst, const uint32_t*
 inline uint32_t raster_segment_log2(int32_t m) { return m >= 8 ? 3 : (m >= 4 ? 2 : 1); }
 
 // One span, columns xl to xr - 1 of one row, with the attributes of edge L at xl: the portable
-// kernel, a pixel pair at a time.
+// kernel, a pixel pair at a time. A call of its own from the row walk: inlined there it ran about
+// 1.5 % slower (the walk's values spill around its loop).
 template <uint32_t F>
-void raster_span_portable(const raster_span_ctx& s, const raster_span_job& job, const raster_span_job* next,
-                          raster_span_plans* plans)
+__attribute__((noinline)) void raster_span_portable(const raster_span_ctx& s, const raster_span_job& job,
+                                                    const raster_span_job* next, raster_span_plans* plans)
 {
     (void)next, (void)plans;
     uint16_t* dst = job.dst;
@@ -486,8 +498,131 @@ void raster_span_portable(const raster_span_ctx& s, const raster_span_job& job, 
 }
 
 // the vector kernels, in a file of their own (x86-64, chosen at run time): the records they
-// share, then the AVX2 and the AVX-512 sets, each in a namespace of its own
+// share, then (after the row walk, which every set instantiates) the AVX2 and the AVX-512
+// sets, each in a namespace of its own
 #include "n3d_rasterizers_avx2.h"
+
+// Returns all ones when the edge's error wrapped (the row moved by step + 1 columns), else
+// 0. Without a branch: whether it wraps follows the slope, which no predictor guesses well.
+inline uint32_t raster_edge_next(raster_edge* e)
+{
+    const int32_t error = e->error + e->error_step;
+    const uint32_t wrapped = -(uint32_t)(error >= e->dy);
+    e->x += e->step + (int32_t)(wrapped & 1);
+    e->error = error - (e->dy & (int32_t)wrapped);
+    return wrapped;
+}
+
+// One half of a triangle: its rows, and what the next half carries on from this one (edges,
+// edge L's attributes).
+struct raster_rows {
+    const raster_span_ctx* sc;
+    const raster_grads* g;
+    const n3d_zbuffer* zb;
+    raster_edge el, er;
+    raster_attrs at;
+    uint16_t* dst_row;    // the pixels of row y
+    uint32_t* cov_row;    // its coverage words, or null
+    uint16_t* zrow;       // depth variants: its depth values
+    uint32_t* block_row;  // and its depth-block bits
+    int64_t row_bytes;
+    uint32_t cov_words, z_width, block_words;
+    int32_t y, y_end;  // rows y to y_end - 1
+    int32_t fb_w;
+};
+
+// Draws the spans of a half's rows and returns how many it drew. Each span is drawn once the
+// next one is known, so that the kernel can prepare it. Instantiated per kernel set inside a
+// function compiled for that set, so that the span function is inlined into its one call.
+template <uint32_t F, raster_span_fn* Span>
+RASTER_INLINE uint32_t raster_walk_rows(raster_rows* w)
+{
+    const raster_span_ctx& sc = *w->sc;
+    const raster_grads& g = *w->g;
+    raster_edge el = w->el;
+    raster_edge er = w->er;
+    raster_attrs at = w->at;
+    uint16_t* dst_row = w->dst_row;
+    uint32_t* cov_row = w->cov_row;
+    uint16_t* zrow = w->zrow;
+    uint32_t* block_row = w->block_row;
+    const int32_t fb_w = w->fb_w;
+    raster_span_plans plans;
+    plans.ready = -1;
+    raster_span_job pending;
+    bool have_pending = false;
+    uint32_t spans_drawn = 0;
+    // one pass past the last row draws the last span: one call of the span function in all
+    for (int32_t y = w->y;; y++) {
+        const bool past = y >= w->y_end;
+        int32_t xl = el.x;
+        int32_t xr = er.x;
+        raster_attrs sa = at;
+        if (!past && (xl < 0 || xr > fb_w)) {
+            // never for triangles the draw functions clip; keeps other input inside
+            if (xl < 0) {
+                const uint32_t skip = (uint32_t)-xl;
+                sa.iw += skip * (uint32_t)g.iw_x;
+                sa.u += skip * (uint32_t)g.u_x;
+                sa.v += skip * (uint32_t)g.v_x;
+                sa.z += skip * (uint32_t)g.z_x;
+                xl = 0;
+            }
+            xr = xr > fb_w ? fb_w : xr;
+        }
+        const bool found = !past && xl < xr;
+        if (found || past) {
+            if constexpr (F & RF_DEPTH) {
+                if (found)
+                    raster_depth_blocks(w->zb, block_row, y, xl, xr);  // before the row is drawn, after the last
+            }
+            const raster_span_job job = {dst_row, cov_row, zrow, xl, xr, sa};
+            if (have_pending) {
+                Span(sc, pending, found ? &job : nullptr, &plans);
+                if constexpr (F & RF_COV_WRITE)
+                    raster_coverage_write(pending.cov, pending.xl, pending.xr);
+                spans_drawn++;
+            }
+            if (past)
+                break;
+            pending = job;
+            have_pending = true;
+        }
+        // next row: both edges step; edge L's attributes follow its move
+        raster_edge_next(&er);
+        const uint32_t b = raster_edge_next(&el);  // all ones: move B, else move A
+        at.iw += g.iw_a + (b & (uint32_t)g.iw_x);
+        at.u += g.u_a + (b & (uint32_t)g.u_x);
+        at.v += g.v_a + (b & (uint32_t)g.v_x);
+        at.z += g.z_a + (b & (uint32_t)g.z_x);
+        if constexpr (F & RF_PHONG) {
+            at.q += (at.db & b) | (at.da & ~b);
+            at.da += (g.hab & b) | (g.haa & ~b);
+            at.db += (g.hbb & b) | (g.hab & ~b);
+            at.dq += (g.dq_b & b) | (g.dq_a & ~b);
+        }
+        dst_row = (uint16_t*)((uint8_t*)dst_row + w->row_bytes);
+        if (cov_row)
+            cov_row += w->cov_words;
+        if constexpr (F & RF_DEPTH) {
+            zrow += w->z_width;
+            block_row += w->block_words;
+        }
+    }
+    w->el = el;
+    w->er = er;
+    w->at = at;
+    return spans_drawn;
+}
+
+using raster_rows_fn = uint32_t(raster_rows* w);
+
+template <uint32_t F>
+uint32_t raster_rows_portable(raster_rows* w)
+{
+    return raster_walk_rows<F, raster_span_portable<F>>(w);
+}
+
 #if RASTER_X86
 #define RASTER_VEC RASTER_AVX2
 #define RASTER_VEC_512 0
@@ -535,17 +670,6 @@ inline void raster_edge_setup(raster_edge* e, const raster_vertex& a, float ax, 
     e->error = n3d_floor_mod((int32_t)n, dy);
     e->step = n3d_floor_div(dx, dy);
     e->error_step = n3d_floor_mod(dx, dy);
-}
-
-// Returns all ones when the edge's error wrapped (the row moved by step + 1 columns), else
-// 0. Without a branch: whether it wraps follows the slope, which no predictor guesses well.
-inline uint32_t raster_edge_next(raster_edge* e)
-{
-    const int32_t error = e->error + e->error_step;
-    const uint32_t wrapped = -(uint32_t)(error >= e->dy);
-    e->x += e->step + (int32_t)(wrapped & 1);
-    e->error = error - (e->dy & (int32_t)wrapped);
-    return wrapped;
 }
 
 // Linear attribute at an offset (24.8 in both axes) from its vertex.
@@ -681,14 +805,14 @@ int n3d_raster_triangle(n3d_raster_call* c)
 
     // the vector kernel reads texels as aligned 32-bit words, which stay inside levels of at
     // least 4 x 4 texels (every level these variants address)
-    raster_span_fn* span = raster_span_portable<F>;
+    raster_rows_fn* rows = raster_rows_portable<F>;
 #if RASTER_X86
     if (raster_kernels_in_use >= N3D_RASTER_KERNELS_AVX512 && size_u >= 4 && size_v >= 4) {
         vec_avx512::raster_lane_setup_avx2<F>(&sc);
-        span = vec_avx512::raster_span_avx2<F>;
+        rows = vec_avx512::raster_rows_avx2<F>;
     } else if (raster_kernels_in_use >= N3D_RASTER_KERNELS_AVX2 && size_u >= 4 && size_v >= 4) {
         vec_avx2::raster_lane_setup_avx2<F>(&sc);
-        span = vec_avx2::raster_span_avx2<F>;
+        rows = vec_avx2::raster_rows_avx2<F>;
     }
 #endif
 
@@ -701,6 +825,7 @@ int n3d_raster_triangle(n3d_raster_call* c)
     const n3d_coverage_buffer* cov = c->fc->coverage[0];
     const n3d_zbuffer* zb = c->fc->zbuffer;
     const uint32_t cov_words = cov ? cov->width >> 5 : 0;
+    const int64_t row_bytes = fb->row_bytes;
 
     // first row of an edge: ceil of the vertex y at 8 fraction bits; y <= 0 starts at row 0
     auto first_row = [](float y) -> int32_t {
@@ -711,9 +836,17 @@ int n3d_raster_triangle(n3d_raster_call* c)
         return (int32_t)((yi + 255) & ~(int64_t)255);
     };
 
-    raster_edge el = {}, er = {};
-    raster_attrs at = {};
-    raster_span_plans plans;
+    raster_rows w = {};
+    w.sc = &sc;
+    w.g = &g;
+    w.zb = zb;
+    w.row_bytes = row_bytes;
+    w.cov_words = cov_words;
+    w.z_width = zb ? zb->width : 0;
+    w.block_words = zb ? zb->blocks.width >> 5 : 0;
+    w.fb_w = fb_w;
+    raster_edge& el = w.el;
+    raster_attrs& at = w.at;
     int l_from = top, l_to = second;
     int r_from = top, r_to = third;
     bool l_ready = false, r_ready = false;
@@ -737,7 +870,7 @@ int n3d_raster_triangle(n3d_raster_call* c)
         y_end = y_end > row_limit ? row_limit : y_end;
 
         if (!r_ready)
-            raster_edge_setup(&er, v[r_from], vf[r_from][0], vf[r_from][1], vf[r_to][0], vf[r_to][1], y_top);
+            raster_edge_setup(&w.er, v[r_from], vf[r_from][0], vf[r_from][1], vf[r_to][0], vf[r_to][1], y_top);
         if (!l_ready) {
             raster_edge_setup(&el, v[l_from], vf[l_from][0], vf[l_from][1], vf[l_to][0], vf[l_to][1], y_top);
             const raster_vertex& a = v[l_from];
@@ -786,64 +919,16 @@ int n3d_raster_triangle(n3d_raster_call* c)
         // so its cycles per hit are a span's average, edge stepping between spans included
         const uint64_t rows_start = prof_cycles_now();
         entry->blocks[N3D_RASTERIZER_BLOCK_INNER_ROW].start = rows_start;
-        uint32_t spans_drawn = 0;
-        // each span is drawn once the next one is known, so that the kernel can prepare it
-        raster_span_job pending;
-        bool have_pending = false;
-        plans.ready = -1;
-        auto draw = [&](const raster_span_job* next) {
-            span(sc, pending, next, &plans);
-            if constexpr (F & RF_COV_WRITE)
-                raster_coverage_write(pending.cov, pending.xl, pending.xr);
-            spans_drawn++;
-        };
-        auto* dst_row = (uint16_t*)(fb->pixels + (int64_t)(y_top >> 8) * fb->row_bytes);
-        uint32_t* cov_row = cov ? cov->bits + (uint64_t)(y_top >> 8) * cov_words : nullptr;
-        for (int32_t y = y_top >> 8; y < (y_end >> 8); y++) {
-            int32_t xl = el.x;
-            int32_t xr = er.x;
-            if (xl < xr) {
-                raster_attrs sa = at;
-                if (xl < 0 || xr > fb_w) {
-                    // never for triangles the draw functions clip; keeps other input inside
-                    if (xl < 0) {
-                        const uint32_t skip = (uint32_t)-xl;
-                        sa.iw += skip * (uint32_t)g.iw_x, sa.u += skip * (uint32_t)g.u_x;
-                        sa.v += skip * (uint32_t)g.v_x, sa.z += skip * (uint32_t)g.z_x;
-                        xl = 0;
-                    }
-                    xr = xr > fb_w ? fb_w : xr;
-                }
-                if (xl < xr) {
-                    uint16_t* zrow = nullptr;
-                    if constexpr (F & RF_DEPTH) {
-                        raster_depth_blocks(zb, y, xl, xr);  // before the row is drawn, after the last
-                        zrow = zb->values + (uint64_t)y * zb->width;
-                    }
-                    const raster_span_job job = {dst_row, cov_row, zrow, xl, xr, sa};
-                    if (have_pending)
-                        draw(&job);
-                    pending = job;
-                    have_pending = true;
-                }
-            }
-            // next row: both edges step; edge L's attributes follow its move
-            raster_edge_next(&er);
-            const uint32_t b = raster_edge_next(&el);  // all ones: move B, else move A
-            at.iw += g.iw_a + (b & (uint32_t)g.iw_x), at.u += g.u_a + (b & (uint32_t)g.u_x);
-            at.v += g.v_a + (b & (uint32_t)g.v_x), at.z += g.z_a + (b & (uint32_t)g.z_x);
-            if constexpr (F & RF_PHONG) {
-                at.q += (at.db & b) | (at.da & ~b);
-                at.da += (g.hab & b) | (g.haa & ~b);
-                at.db += (g.hbb & b) | (g.hab & ~b);
-                at.dq += (g.dq_b & b) | (g.dq_a & ~b);
-            }
-            dst_row = (uint16_t*)((uint8_t*)dst_row + fb->row_bytes);
-            if (cov_row)
-                cov_row += cov_words;
+        const int32_t y0 = y_top >> 8;
+        w.dst_row = (uint16_t*)(fb->pixels + (int64_t)y0 * row_bytes);
+        w.cov_row = cov ? cov->bits + (uint64_t)y0 * cov_words : nullptr;
+        if constexpr (F & RF_DEPTH) {
+            w.zrow = zb->values + (uint64_t)y0 * w.z_width;
+            w.block_row = zb->blocks.bits + (uint64_t)y0 * w.block_words;
         }
-        if (have_pending)
-            draw(nullptr);
+        w.y = y0;
+        w.y_end = y_end >> 8;
+        const uint32_t spans_drawn = rows(&w);
         const uint64_t rows_end = prof_cycles_now();
         raster_block_end(&entry->blocks[N3D_RASTERIZER_BLOCK_INNER_ROW], rows_end);
         n3d_rasterizer_block* scanline = &entry->blocks[N3D_RASTERIZER_BLOCK_INNER_SCANLINE];

@@ -55,11 +55,10 @@ struct raster_span_lanes {
     __m128i z;      // depth there (only 16 bits are compared)
 };
 
-// A span's first group of segment ends and its starting lanes, computed before it is drawn.
+// A span's first group of segment ends, computed before it is drawn.
 struct raster_span_plan {
     raster_segment_group grp;
     raster_segment_ends ends;  // at the ends of grp's segments
-    raster_span_lanes lanes;   // at the span's first 8 pixels
 };
 
 struct raster_span_plans {
@@ -751,17 +750,15 @@ RASTER_VEC RASTER_INLINE bool raster_span_hidden(const raster_span_ctx& s, const
     return false;
 }
 
-// The vector kernel's preparation of a span: its first group of segments, Q and depth lanes.
+// Q, dQ and depth at a span's first 8 pixels, from the attributes a at its first. (Made when
+// the span is drawn, not when it is planned: then they stay in registers, which measured faster.)
 template <uint32_t F>
-RASTER_VEC RASTER_INLINE void raster_plan_avx2(const raster_span_ctx& s, const raster_span_job& job, raster_span_plan* plan)
+RASTER_VEC RASTER_INLINE raster_span_lanes raster_first_lanes(const raster_span_ctx& s, const raster_attrs& a)
 {
-    if (job.xr - job.xl - 1 < 4)
-        return;  // no segment: the whole span is tail
-    const raster_segment_counts n = raster_segments_of(job);
-    const raster_attrs& a = job.a;
     const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
-    raster_span_lanes& l = plan->lanes;
-    l.q = l.dq = _mm256_setzero_si256();
+    raster_span_lanes l;
+    l.q = _mm256_setzero_si256();
+    l.dq = _mm256_setzero_si256();
     if constexpr (F & RF_PHONG) {
         // Q + i dQ + i (i - 1) / 2 Qxx, and dQ + i Qxx
         l.q = _mm256_add_epi32(
@@ -773,6 +770,18 @@ RASTER_VEC RASTER_INLINE void raster_plan_avx2(const raster_span_ctx& s, const r
     if constexpr (F & RF_DEPTH)
         l.z = _mm_add_epi16(_mm_set1_epi16((short)a.z),
                             _mm_mullo_epi16(_mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7), _mm_set1_epi16((short)s.z_x)));
+    return l;
+}
+
+// The vector kernel's preparation of a span: its first group of segments.
+template <uint32_t F>
+RASTER_VEC RASTER_INLINE void raster_plan_avx2(const raster_span_ctx& s, const raster_span_job& job,
+                                               raster_span_plan* plan)
+{
+    if (job.xr - job.xl - 1 < 4)
+        return;  // no segment: the whole span is tail
+    const raster_segment_counts n = raster_segments_of(job);
+    const raster_attrs& a = job.a;
     int32_t u0, v0, r;
     raster_texel_coords<F>(a.iw, a.u, a.v, &u0, &v0, &r);
     plan->ends.u = _mm256_set1_epi32(u0);
@@ -781,11 +790,20 @@ RASTER_VEC RASTER_INLINE void raster_plan_avx2(const raster_span_ctx& s, const r
     raster_segment_group_avx2<F>(s, a, 0, n.count8, n.partial, &plan->ends, &plan->grp);
 }
 
+// The AVX-512 set's span is inlined into the row walk; the AVX2 set's stays a call of its own:
+// with 16 vector registers, the walk's values around its segment loop cost more in spills
+// than the call (13 % slower measured).
+#if RASTER_VEC_512
+#define RASTER_SPAN_LINKAGE
+#else
+#define RASTER_SPAN_LINKAGE __attribute__((noinline))
+#endif
+
 // The vector form of raster_span_portable: the same segments and the same tail, the 8-pixel
 // segments drawn by raster_segment_avx2, the shorter ones and the tail by raster_last_lanes.
 template <uint32_t F>
-RASTER_VEC void raster_span_avx2(const raster_span_ctx& s, const raster_span_job& job, const raster_span_job* next,
-                                  raster_span_plans* plans)
+RASTER_VEC RASTER_SPAN_LINKAGE void raster_span_avx2(const raster_span_ctx& s, const raster_span_job& job,
+                                                     const raster_span_job* next, raster_span_plans* plans)
 {
     int32_t current = plans->ready;
     const bool hidden = current == RASTER_SPAN_HIDDEN || (current < 0 && raster_span_hidden<F>(s, job));
@@ -816,7 +834,7 @@ RASTER_VEC void raster_span_avx2(const raster_span_ctx& s, const raster_span_job
     }
     const raster_segment_counts n = raster_segments_of(job);
     raster_span_plan& plan = plans->plan[current];
-    raster_span_lanes l = plan.lanes;
+    raster_span_lanes l = raster_first_lanes<F>(s, job.a);
     // groups after the first are computed one ahead of the one drawn, for the same reason
     raster_segment_group spare[2];
     const raster_segment_group* grp = &plan.grp;
@@ -856,6 +874,14 @@ RASTER_VEC void raster_span_avx2(const raster_span_ctx& s, const raster_span_job
     }
     raster_last_lanes<F>(s, dst, cov, zrow, x, m + 1 - (int32_t)done, a, &fin, n4, n2);
 }
+
+// A triangle half's rows.
+template <uint32_t F>
+RASTER_VEC uint32_t raster_rows_avx2(raster_rows* w)
+{
+    return raster_walk_rows<F, raster_span_avx2<F>>(w);
+}
+#undef RASTER_SPAN_LINKAGE
 #endif  // RASTER_VEC
 #elif !defined(RASTER_VEC)
 struct raster_span_plans {

@@ -614,6 +614,42 @@ TEST(n3d_rasterizers, filling_rules_spans_coverage_depth_and_the_usable_depth_ra
     EXPECT_EQ(draw(336, 11.0f), 1);
 }
 
+// Depth blocks of 16 pixels: a span zeroes the blocks it reaches that are not yet valid this
+// frame, whole (also their pixels outside the span), then tests against them; a valid block keeps
+// its values; a block no span reaches is left alone. Row 50 of the triangle runs from x = 20 to
+// the right edge 300 - 14 (50.5 - 40) = 153 (exclusive): blocks 1 to 9. Stored depths 0xFFFF are
+// never passed (w = 1 draws 8192), so a pixel is drawn exactly where its block was zeroed.
+TEST(n3d_rasterizers, depth_blocks_are_zeroed_whole_where_spans_reach_them)
+{
+    raster_env env;
+    n3d_zbuffer* zb = env.fc.zbuffer;
+    const uint32_t words = zb->blocks.width / 32;
+    uint32_t valid = 0;  // runs of invalid blocks between the valid ones: 1, 4-5, 7-8
+    for (int block : {0, 2, 3, 6, 9, 12})
+        valid |= 0x80000000u >> block;
+    const n3d_raster_kernels best = n3d_raster_use_kernels(N3D_RASTER_KERNELS_BEST);
+    for (uint32_t k = N3D_RASTER_KERNELS_PORTABLE; k <= best; k++)
+        for (uint32_t flags : {190u, 1214u}) {
+            n3d_raster_use_kernels((n3d_raster_kernels)k);
+            env.clear();
+            for (uint32_t y = 0; y < 240; y++)
+                for (uint32_t w = 0; w < words; w++)
+                    zb->blocks.bits[y * words + w] = w == 0 ? valid : 0;
+            std::fill(zb->values, zb->values + 320 * 240, (uint16_t)0xFFFF);
+            draw_flat(env, flags, at(20, 40), at(300, 40), at(20, 60));
+            const std::string where = std::to_string(flags) + ", " + n3d_raster_kernels_name((n3d_raster_kernels)k);
+            for (int x = 0; x < 320; x++) {
+                const int block = x >> 4;
+                const bool zeroed = block >= 1 && block <= 9 && !((valid << block) & 0x80000000u);
+                const bool drawn = zeroed && x >= 20 && x < 153;
+                EXPECT_EQ(zb->values[50 * 320 + x], drawn ? 8192 : zeroed ? 0 : 0xFFFF) << where << ", x " << x;
+                EXPECT_EQ(env.pixel(x, 50) != 0x8000, drawn) << where << ", x " << x;
+            }
+            EXPECT_EQ(zb->blocks.bits[50 * words], valid | 0x7FC00000u) << where;  // blocks 1-9 now valid
+        }
+    n3d_raster_use_kernels(N3D_RASTER_KERNELS_BEST);
+}
+
 // Profile blocks: one "inner_scanline" hit per span drawn (not for empty rows), one "inner_row"
 // hit per half of the triangle that has rows, the spans timed together with the rows. Spans run
 // from edge L (top to the next vertex) to edge R (top to the one after), left edge inclusive,
