@@ -146,7 +146,9 @@ RASTER_VEC RASTER_INLINE __m256i raster_gather(const void* base, __m256i index)
     return _mm256_inserti128_si256(_mm256_castsi128_si256(low), high, 1);
 }
 
-// The phong byte (AND 31) of a product P = Q r2 whose top byte is the index (large spans).
+// The phong byte (AND 31) of a product P = Q r2 whose top byte is the index (large spans). The
+// AVX2 set leaves the look-up to the scalar pass that reads the texel: its lanes hold the
+// index's place in the phong words.
 RASTER_VEC RASTER_INLINE __m256i raster_light_of_product(const raster_span_ctx& s, __m256i product)
 {
 #if RASTER_VEC_512
@@ -158,7 +160,9 @@ RASTER_VEC RASTER_INLINE __m256i raster_light_of_product(const raster_span_ctx& 
                                                   _mm512_permutex2var_epi8(t[2], P, t[3]));
     return _mm256_srli_epi32(_mm512_castsi512_si256(looked), N3D_PHONG_PRODUCT_SHIFT);
 #else
-    return raster_gather<4>(s.lanes.phong - RASTER_PHONG_WORDS_LOW, _mm256_srai_epi32(product, N3D_PHONG_PRODUCT_SHIFT));
+    (void)s;
+    return _mm256_sub_epi32(_mm256_srai_epi32(product, N3D_PHONG_PRODUCT_SHIFT),
+                            _mm256_set1_epi32(RASTER_PHONG_WORDS_LOW));
 #endif
 }
 
@@ -170,13 +174,13 @@ constexpr bool raster_scalar_lookups = (F & RF_T8) || !(F & RF_PHONG);
 
 // The phong byte (AND 31) of a table index, clamped into the guards as raster_shade does. With
 // scalar look-ups the phong word is read with the texel: then the lanes hold the index's
-// place in the phong words instead (but for large spans, whose segments look up bytes).
+// place in the phong words instead (but for large spans with AVX-512, whose segments look up bytes).
 template <uint32_t F>
 RASTER_VEC RASTER_INLINE __m256i raster_light_of_index(const raster_span_ctx& s, __m256i index)
 {
     index = _mm256_min_epi32(_mm256_max_epi32(index, _mm256_set1_epi32(RASTER_PHONG_GUARD_LOW)),
                              _mm256_set1_epi32(RASTER_PHONG_GUARD_HIGH));
-    if constexpr (raster_scalar_lookups<F> && !(F & RF_LARGE_SPANS))
+    if constexpr (raster_scalar_lookups<F> && !((F & RF_LARGE_SPANS) && RASTER_VEC_512))
         return _mm256_sub_epi32(index, _mm256_set1_epi32(RASTER_PHONG_WORDS_LOW));
     else
         return raster_gather<4>(s.lanes.phong - RASTER_PHONG_WORDS_LOW, index);
@@ -407,11 +411,11 @@ RASTER_VEC RASTER_INLINE __m256i raster_pixels(const raster_span_ctx& s, __m256i
 }
 
 // The pixel of one lane's key: the texel index, and with phong the phong byte << 16 (large
-// spans) or its place in the phong words << 16.
+// spans, AVX-512) or its place in the phong words << 16.
 template <uint32_t F>
 RASTER_INLINE uint32_t raster_lookup_pixel(const raster_span_ctx& s, uint32_t key)
 {
-    if constexpr (F & RF_LARGE_SPANS)
+    if constexpr ((F & RF_LARGE_SPANS) && RASTER_VEC_512)
         return s.shade_table[((uint32_t)s.tex8[key & 0xFFFF] << 5) | (key >> 16)];
     else if constexpr (F & RF_PHONG)
         return s.shade_table[((uint32_t)s.tex8[key & 0xFFFF] << 5) | (uint32_t)s.lanes.phong[key >> 16]];
@@ -447,6 +451,7 @@ RASTER_VEC RASTER_INLINE __m128i raster_pixel_lanes(const raster_span_ctx& s, __
         // a vector load of 16-bit stores waits for them to reach the cache; still measured faster
         // than four pixels to a 64-bit register, and than extracting the keys from the lanes
         alignas(16) uint16_t pixel[RASTER_LANES];
+#pragma GCC unroll 8
         for (uint32_t i = 0; i < RASTER_LANES; i++)
             pixel[i] = (uint16_t)raster_lookup_pixel<F>(s, key[i]);
         return _mm_load_si128((const __m128i*)pixel);
