@@ -125,6 +125,10 @@ RASTER_VEC void raster_lane_setup_avx2(raster_span_ctx* s)
 }
 
 RASTER_VEC RASTER_INLINE __m256i raster_lanes(const int32_t* values) { return _mm256_load_si256((const __m256i*)values); }
+RASTER_VEC RASTER_INLINE __m256i raster_lanes_u(const int32_t* values)
+{
+    return _mm256_loadu_si256((const __m256i*)values);
+}
 
 // 8 32-bit words from base + index * Scale bytes. Not the gather instruction: on processors
 // whose microcode guards it against data sampling it costs about 23 cycles for 8 lanes,
@@ -186,6 +190,21 @@ RASTER_VEC RASTER_INLINE __m256i raster_light_of_index(const raster_span_ctx& s,
         return raster_gather<4>(s.lanes.phong - RASTER_PHONG_WORDS_LOW, index);
 }
 
+#if !RASTER_VEC_512
+// Entry index (0 to 31) of a 32-entry table in each lane: four 8-word permutes and a choice
+// between them by the index's bits 3 and 4 (fewer instructions than 8 loads put into lanes).
+RASTER_VEC RASTER_INLINE __m256i raster_lut32_lanes(const int32_t* table, __m256i index)
+{
+    const __m256 r0 = _mm256_castsi256_ps(_mm256_permutevar8x32_epi32(raster_lanes_u(table), index));
+    const __m256 r1 = _mm256_castsi256_ps(_mm256_permutevar8x32_epi32(raster_lanes_u(table + 8), index));
+    const __m256 r2 = _mm256_castsi256_ps(_mm256_permutevar8x32_epi32(raster_lanes_u(table + 16), index));
+    const __m256 r3 = _mm256_castsi256_ps(_mm256_permutevar8x32_epi32(raster_lanes_u(table + 24), index));
+    const __m256 bit3 = _mm256_castsi256_ps(_mm256_slli_epi32(index, 28));  // blends test a lane's top bit
+    const __m256 bit4 = _mm256_castsi256_ps(_mm256_slli_epi32(index, 27));
+    return _mm256_castps_si256(_mm256_blendv_ps(_mm256_blendv_ps(r0, r1, bit3), _mm256_blendv_ps(r2, r3, bit3), bit4));
+}
+#endif
+
 // The span reciprocal of scaled iw in each lane, as raster_reciprocal (clamp included).
 RASTER_VEC RASTER_INLINE __m256i raster_reciprocal_lanes(__m256i iw)
 {
@@ -200,8 +219,8 @@ RASTER_VEC RASTER_INLINE __m256i raster_reciprocal_lanes(__m256i iw)
     const __m256i t1 = _mm512_castsi512_si256(
         _mm512_permutex2var_epi32(lut_low, _mm512_add_epi32(wide, _mm512_set1_epi32(1)), lut_high));
 #else
-    const __m256i t0 = raster_gather<4>(n3d_fixed_iiw_lut, index);
-    const __m256i t1 = raster_gather<4>(n3d_fixed_iiw_lut + 1, index);
+    const __m256i t0 = raster_lut32_lanes(n3d_fixed_iiw_lut, index);
+    const __m256i t1 = raster_lut32_lanes(n3d_fixed_iiw_lut, _mm256_add_epi32(index, _mm256_set1_epi32(1)));
 #endif
     const __m256i f = _mm256_and_si256(iw, _mm256_set1_epi32((1 << N3D_IW_LUT_SHIFT) - 1));
     return _mm256_add_epi32(t0, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_sub_epi32(t1, t0), f), N3D_IW_LUT_SHIFT));
