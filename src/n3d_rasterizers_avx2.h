@@ -709,6 +709,15 @@ RASTER_VEC void raster_last_lanes(const raster_span_ctx& s, uint16_t* dst, const
     if (write)
         raster_store_pixels<F>(s, u, v, b, dst + x, (uint32_t)count, write);
 #else
+    if constexpr (F & RF_DEPTH) {
+        // pixels all behind what is drawn need no texel (those covered are left to raster_put)
+        bool nearer = false;
+        uint32_t z = a.z;
+        for (int32_t i = 0; i < count; i++, z += (uint32_t)s.z_x)
+            nearer |= (uint16_t)z > zrow[x + i];
+        if (!nearer)
+            return;
+    }
     const __m128i pixels = raster_pixel_lanes<F>(s, u, v, b);
     alignas(16) uint16_t pixel[RASTER_LANES];
     _mm_store_si128((__m128i*)pixel, pixels);
