@@ -746,23 +746,40 @@ RASTER_VEC RASTER_INLINE bool raster_span_behind(const raster_span_ctx& s, const
         z = _mm512_add_epi16(z, step);
     }
 #else
-    const __m256i lane = _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
-    __m256i z = _mm256_add_epi16(_mm256_set1_epi16((short)job.a.z),
-                                 _mm256_mullo_epi16(lane, _mm256_set1_epi16((short)s.z_x)));
-    const __m256i step = _mm256_set1_epi16((short)((uint32_t)s.z_x << 4));
-    int32_t x = job.xl;
-    for (; x + 16 <= job.xr; x += 16) {
-        // nearer (unsigned): the larger of the two is not the stored value
-        const __m256i old = _mm256_loadu_si256((const __m256i*)(job.zrow + x));
-        if (_mm256_movemask_epi8(_mm256_cmpeq_epi16(_mm256_max_epu16(z, old), old)) != -1)
-            return false;
-        z = _mm256_add_epi16(z, step);
-    }
-    uint32_t zs = job.a.z + (uint32_t)(x - job.xl) * (uint32_t)s.z_x;
-    for (; x < job.xr; x++) {
-        if ((uint16_t)zs > job.zrow[x])
-            return false;
-        zs += (uint32_t)s.z_x;
+    // 16 pixels a compare; the last 16 of a span of at least 16 overlap the ones before, and a
+    // shorter span is compared 8 at a time the same way, or one at a time below 8
+    const int32_t n = job.xr - job.xl;
+    if (n >= 16) {
+        const __m256i ramp = _mm256_mullo_epi16(
+            _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15), _mm256_set1_epi16((short)s.z_x));
+        for (int32_t o = 0;; o += 16) {
+            o = o + 16 > n ? n - 16 : o;
+            const __m256i z = _mm256_add_epi16(_mm256_set1_epi16((short)(job.a.z + (uint32_t)o * (uint32_t)s.z_x)), ramp);
+            // nearer (unsigned): the larger of the two is not the stored value
+            const __m256i old = _mm256_loadu_si256((const __m256i*)(job.zrow + job.xl + o));
+            if (_mm256_movemask_epi8(_mm256_cmpeq_epi16(_mm256_max_epu16(z, old), old)) != -1)
+                return false;
+            if (o + 16 == n)
+                break;
+        }
+    } else if (n >= 8) {
+        const __m128i ramp =
+            _mm_mullo_epi16(_mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7), _mm_set1_epi16((short)s.z_x));
+        for (int32_t o = 0;; o = n - 8) {
+            const __m128i z = _mm_add_epi16(_mm_set1_epi16((short)(job.a.z + (uint32_t)o * (uint32_t)s.z_x)), ramp);
+            const __m128i old = _mm_loadu_si128((const __m128i*)(job.zrow + job.xl + o));
+            if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_max_epu16(z, old), old)) != 0xFFFF)
+                return false;
+            if (o == n - 8)
+                break;
+        }
+    } else {
+        uint32_t z = job.a.z;
+        for (int32_t x = job.xl; x < job.xr; x++) {
+            if ((uint16_t)z > job.zrow[x])
+                return false;
+            z += (uint32_t)s.z_x;
+        }
     }
 #endif
     return true;
