@@ -178,7 +178,8 @@ constexpr bool raster_scalar_lookups = (F & RF_T8) || !(F & RF_PHONG);
 
 // The phong byte (AND 31) of a table index, clamped into the guards as raster_shade does. With
 // scalar look-ups the phong word is read with the texel: then the lanes hold the index's
-// place in the phong words instead (but for large spans with AVX-512, whose segments look up bytes).
+// place in the phong words instead (but for large spans with AVX-512, whose segments look up
+// bytes).
 template <uint32_t F>
 RASTER_VEC RASTER_INLINE __m256i raster_light_of_index(const raster_span_ctx& s, __m256i index)
 {
@@ -201,7 +202,9 @@ RASTER_VEC RASTER_INLINE __m256i raster_lut32_lanes(const int32_t* table, __m256
     const __m256 r3 = _mm256_castsi256_ps(_mm256_permutevar8x32_epi32(raster_lanes_u(table + 24), index));
     const __m256 bit3 = _mm256_castsi256_ps(_mm256_slli_epi32(index, 28));  // blends test a lane's top bit
     const __m256 bit4 = _mm256_castsi256_ps(_mm256_slli_epi32(index, 27));
-    return _mm256_castps_si256(_mm256_blendv_ps(_mm256_blendv_ps(r0, r1, bit3), _mm256_blendv_ps(r2, r3, bit3), bit4));
+    const __m256 low = _mm256_blendv_ps(r0, r1, bit3);
+    const __m256 high = _mm256_blendv_ps(r2, r3, bit3);
+    return _mm256_castps_si256(_mm256_blendv_ps(low, high, bit4));
 }
 #endif
 
@@ -728,7 +731,7 @@ RASTER_VEC void raster_last_lanes(const raster_span_ctx& s, uint16_t* dst, const
 }
 
 // Whether a span draws nothing because every pixel of it fails the depth test (AVX-512: 32
-// pixels a compare; AVX2: 16, then one at a time).
+// pixels a compare under a mask; AVX2: 16 or 8 a compare, the last ones overlapping).
 template <uint32_t F>
 RASTER_VEC RASTER_INLINE bool raster_span_behind(const raster_span_ctx& s, const raster_span_job& job)
 {
@@ -754,7 +757,8 @@ RASTER_VEC RASTER_INLINE bool raster_span_behind(const raster_span_ctx& s, const
             _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15), _mm256_set1_epi16((short)s.z_x));
         for (int32_t o = 0;; o += 16) {
             o = o + 16 > n ? n - 16 : o;
-            const __m256i z = _mm256_add_epi16(_mm256_set1_epi16((short)(job.a.z + (uint32_t)o * (uint32_t)s.z_x)), ramp);
+            const uint32_t z_o = job.a.z + (uint32_t)o * (uint32_t)s.z_x;
+            const __m256i z = _mm256_add_epi16(_mm256_set1_epi16((short)z_o), ramp);
             // nearer (unsigned): the larger of the two is not the stored value
             const __m256i old = _mm256_loadu_si256((const __m256i*)(job.zrow + job.xl + o));
             if (_mm256_movemask_epi8(_mm256_cmpeq_epi16(_mm256_max_epu16(z, old), old)) != -1)
@@ -766,7 +770,8 @@ RASTER_VEC RASTER_INLINE bool raster_span_behind(const raster_span_ctx& s, const
         const __m128i ramp =
             _mm_mullo_epi16(_mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7), _mm_set1_epi16((short)s.z_x));
         for (int32_t o = 0;; o = n - 8) {
-            const __m128i z = _mm_add_epi16(_mm_set1_epi16((short)(job.a.z + (uint32_t)o * (uint32_t)s.z_x)), ramp);
+            const uint32_t z_o = job.a.z + (uint32_t)o * (uint32_t)s.z_x;
+            const __m128i z = _mm_add_epi16(_mm_set1_epi16((short)z_o), ramp);
             const __m128i old = _mm_loadu_si128((const __m128i*)(job.zrow + job.xl + o));
             if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_max_epu16(z, old), old)) != 0xFFFF)
                 return false;
