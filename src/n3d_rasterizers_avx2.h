@@ -513,83 +513,88 @@ RASTER_VEC RASTER_INLINE void raster_store_pixels(const raster_span_ctx& s, __m2
 // are drawn by raster_last_lanes).
 template <uint32_t F>
 RASTER_VEC RASTER_INLINE void raster_segment_avx2(const raster_span_ctx& s, const raster_segment_group& grp, uint32_t j,
-                                            raster_span_lanes* l, uint16_t* dst, const uint32_t* cov,
-                                            uint16_t* zrow, int32_t x)
+                                                  raster_span_lanes* l, uint16_t* dst, const uint32_t* cov,
+                                                  uint16_t* zrow, int32_t x)
 {
-    const __m256i lane_past_first = _mm256_setr_epi32(0, 1, 1, 1, 1, 1, 1, 1);
+    const raster_lane_constants& c = s.lanes;
+    // Q at the segment's 8 pixels; the lanes move on by 8 pixels
+    const __m256i q = l->q;
+    if constexpr (F & RF_PHONG) {
+        l->q = _mm256_add_epi32(l->q, _mm256_add_epi32(_mm256_slli_epi32(l->dq, 3), raster_lanes(c.q_step)));
+        l->dq = _mm256_add_epi32(l->dq, raster_lanes(c.dq_step));
+    }
+
+    // the coverage and depth tests first: a segment hidden whole needs no texel
+    uint16_t* out = dst + x;
+#if RASTER_VEC_512
+    // masked stores: the lanes written are those of the segment that are uncovered and nearer
+    __mmask8 write = 0xFF;
+#else
+    // lanes that keep what is there: covered, or not nearer
+    __m128i keep = _mm_setzero_si128();
+#endif
+    if constexpr (F & RF_COV_READ) {
+        const int bits = raster_coverage_byte(cov, x, RASTER_LANES);
+        const __m128i lane_bit = _mm_setr_epi16(0x80, 0x40, 0x20, 0x10, 8, 4, 2, 1);
+#if RASTER_VEC_512
+        write &= (__mmask8)~_mm_test_epi16_mask(_mm_set1_epi16((short)bits), lane_bit);
+#else
+        keep = _mm_cmpeq_epi16(_mm_and_si128(_mm_set1_epi16((short)bits), lane_bit), lane_bit);
+#endif
+    }
+    if constexpr (F & RF_DEPTH) {
+#if RASTER_VEC_512
+        uint16_t* zout = zrow + x;
+        write &= _mm_cmpgt_epu16_mask(l->z, _mm_maskz_loadu_epi16(write, zout));
+        _mm_mask_storeu_epi16(zout, write, l->z);
+#else
+        __m128i* zout = (__m128i*)(zrow + x);
+        // the nearer of the two is what stays: the stored value where the test fails
+        const __m128i z_old = _mm_loadu_si128(zout);
+        const __m128i z_new = _mm_max_epu16(l->z, z_old);
+        keep = _mm_or_si128(keep, _mm_cmpeq_epi16(z_new, z_old));
+        _mm_storeu_si128(zout, z_new);
+#endif
+        l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)c.z_step));
+    }
+    (void)cov;
+    (void)zrow;
+#if RASTER_VEC_512
+    if (!write)
+        return;
+#else
+    if (_mm_movemask_epi8(keep) == 0xFFFF)
+        return;
+#endif
 
     // texel coordinates of the 8 pixels in closed form (see above)
+    const __m256i lane_past_first = _mm256_setr_epi32(0, 1, 1, 1, 1, 1, 1, 1);
     const __m256i S = raster_ramp<F>(grp.u, grp.u_step, j);
     __m256i V = raster_ramp<F>(grp.v, grp.v_step, j);
     V = _mm256_add_epi32(V, _mm256_and_si256(_mm256_srai_epi32(S, RASTER_U_WRAP_BITS), _mm256_set1_epi32(grp.h_mask[j])));
     V = _mm256_add_epi32(V, _mm256_and_si256(lane_past_first, _mm256_set1_epi32(grp.carry_mask[j])));
 
-    // the lighting look-up first: it does not wait for the texel, so it is under way while
-    // the texel's index is formed
+    // the lighting look-up before the texel's: it does not wait for the texel, so it is under
+    // way while the texel's index is formed
     __m256i b = _mm256_setzero_si256();
-    const raster_lane_constants& c = s.lanes;
     if constexpr (F & RF_PHONG) {
         const __m256i r2 = raster_ramp<F>(grp.r2, nullptr, j);
-        if constexpr (F & RF_LARGE_SPANS)
-            b = raster_light_of_product(s, _mm256_mullo_epi32(l->q, r2));  // P = Q r2, what the cubic steps
-        else
-            b = raster_light_of_index<F>(s, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(l->q, N3D_PHONG_Q_SHIFT), r2),
-                                                           N3D_PHONG_INDEX_SHIFT));
-        // Q moves on by the segment's 8 pixels
-        l->q = _mm256_add_epi32(l->q, _mm256_add_epi32(_mm256_slli_epi32(l->dq, 3), raster_lanes(c.q_step)));
-        l->dq = _mm256_add_epi32(l->dq, raster_lanes(c.dq_step));
+        if constexpr (F & RF_LARGE_SPANS) {
+            b = raster_light_of_product(s, _mm256_mullo_epi32(q, r2));  // P = Q r2, what the cubic steps
+        } else {
+            const __m256i index = _mm256_mullo_epi32(_mm256_srai_epi32(q, N3D_PHONG_Q_SHIFT), r2);
+            b = raster_light_of_index<F>(s, _mm256_srai_epi32(index, N3D_PHONG_INDEX_SHIFT));
+        }
     }
 
-    uint16_t* out = dst + x;
 #if RASTER_VEC_512
-    if constexpr (F & (RF_COV_READ | RF_DEPTH)) {
-        // masked stores: the lanes written are those of the segment that are uncovered and nearer
-        __mmask8 write = 0xFF;
-        if constexpr (F & RF_COV_READ) {
-            const int bits = raster_coverage_byte(cov, x, RASTER_LANES);
-            const __m128i lane_bit = _mm_setr_epi16(0x80, 0x40, 0x20, 0x10, 8, 4, 2, 1);
-            write &= (__mmask8)~_mm_test_epi16_mask(_mm_set1_epi16((short)bits), lane_bit);
-        }
-        if constexpr (F & RF_DEPTH) {
-            uint16_t* zout = zrow + x;
-            write &= _mm_cmpgt_epu16_mask(l->z, _mm_maskz_loadu_epi16(write, zout));
-            _mm_mask_storeu_epi16(zout, write, l->z);
-            l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)c.z_step));
-        }
-        // a segment hidden whole (behind what is drawn, or covered) needs no texel
-        if (write)
-            raster_store_pixels<F>(s, S, V, b, out, RASTER_LANES, write);
-    } else {
-        (void)cov, (void)zrow;
-        raster_store_pixels<F>(s, S, V, b, out, RASTER_LANES, 0xFF);
-    }
+    raster_store_pixels<F>(s, S, V, b, out, RASTER_LANES, write);
 #else
-    if constexpr (F & (RF_COV_READ | RF_DEPTH)) {
-        // lanes that keep what is there: covered, or not nearer
-        __m128i keep = _mm_setzero_si128();
-        if constexpr (F & RF_COV_READ) {
-            const int bits = raster_coverage_byte(cov, x, RASTER_LANES);
-            const __m128i lane_bit = _mm_setr_epi16(0x80, 0x40, 0x20, 0x10, 8, 4, 2, 1);
-            keep = _mm_cmpeq_epi16(_mm_and_si128(_mm_set1_epi16((short)bits), lane_bit), lane_bit);
-        }
-        if constexpr (F & RF_DEPTH) {
-            __m128i* zout = (__m128i*)(zrow + x);
-            // the nearer of the two is what stays: the stored value where the test fails
-            const __m128i z_old = _mm_loadu_si128(zout);
-            const __m128i z_new = _mm_max_epu16(l->z, z_old);
-            keep = _mm_or_si128(keep, _mm_cmpeq_epi16(z_new, z_old));
-            _mm_storeu_si128(zout, z_new);
-            l->z = _mm_add_epi16(l->z, _mm_load_si128((const __m128i*)c.z_step));
-        }
-        // a segment hidden whole needs no texel
-        if (_mm_movemask_epi8(keep) != 0xFFFF) {
-            const __m128i pixels = raster_pixel_lanes<F>(s, S, V, b);
-            _mm_storeu_si128((__m128i*)out, _mm_blendv_epi8(pixels, _mm_loadu_si128((const __m128i*)out), keep));
-        }
-    } else {
-        (void)cov, (void)zrow;
-        _mm_storeu_si128((__m128i*)out, raster_pixel_lanes<F>(s, S, V, b));
-    }
+    const __m128i pixels = raster_pixel_lanes<F>(s, S, V, b);
+    if constexpr (F & (RF_COV_READ | RF_DEPTH))
+        _mm_storeu_si128((__m128i*)out, _mm_blendv_epi8(pixels, _mm_loadu_si128((const __m128i*)out), keep));
+    else
+        _mm_storeu_si128((__m128i*)out, pixels);
 #endif
 }
 
