@@ -652,6 +652,34 @@ RASTER_VEC void raster_last_lanes(const raster_span_ctx& s, uint16_t* dst, const
 {
     if (count <= 0)
         return;
+    // the coverage and depth tests first: pixels that all keep what is there need no texel
+#if RASTER_VEC_512
+    // masked stores of the lanes, as a segment writes its own
+    __mmask8 write = (__mmask8)(0xFFu >> (8 - count));
+    if constexpr (F & RF_COV_READ) {
+        const int bits = raster_coverage_byte(cov, x, (uint32_t)count);
+        const __m128i lane_bit = _mm_setr_epi16(0x80, 0x40, 0x20, 0x10, 8, 4, 2, 1);
+        write &= (__mmask8)~_mm_test_epi16_mask(_mm_set1_epi16((short)bits), lane_bit);
+    }
+    if constexpr (F & RF_DEPTH) {
+        const __m128i z = _mm_add_epi16(_mm_set1_epi16((short)a.z),
+                                        _mm_mullo_epi16(_mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7), _mm_set1_epi16((short)s.z_x)));
+        write &= _mm_cmpgt_epu16_mask(z, _mm_maskz_loadu_epi16(write, zrow + x));
+        _mm_mask_storeu_epi16(zrow + x, write, z);
+    }
+    if (!write)
+        return;
+#else
+    if constexpr (F & RF_DEPTH) {
+        // (covered pixels are left to raster_put)
+        bool nearer = false;
+        uint32_t z = a.z;
+        for (int32_t i = 0; i < count; i++, z += (uint32_t)s.z_x)
+            nearer |= (uint16_t)z > zrow[x + i];
+        if (!nearer)
+            return;
+    }
+#endif
     const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
     __m256i u, v, r2;
     raster_coords_lanes<F>(raster_lane_ramp(a.iw, s.iw_x), raster_lane_ramp(a.u, s.u_x), raster_lane_ramp(a.v, s.v_x),
@@ -701,31 +729,8 @@ RASTER_VEC void raster_last_lanes(const raster_span_ctx& s, uint16_t* dst, const
                 s, _mm256_srai_epi32(_mm256_mullo_epi32(_mm256_srai_epi32(q, N3D_PHONG_Q_SHIFT), seg_r2), N3D_PHONG_INDEX_SHIFT));
     }
 #if RASTER_VEC_512
-    // masked stores of the lanes, as a segment writes its own
-    __mmask8 write = (__mmask8)(0xFFu >> (8 - count));
-    if constexpr (F & RF_COV_READ) {
-        const int bits = raster_coverage_byte(cov, x, (uint32_t)count);
-        const __m128i lane_bit = _mm_setr_epi16(0x80, 0x40, 0x20, 0x10, 8, 4, 2, 1);
-        write &= (__mmask8)~_mm_test_epi16_mask(_mm_set1_epi16((short)bits), lane_bit);
-    }
-    if constexpr (F & RF_DEPTH) {
-        const __m128i z = _mm_add_epi16(_mm_set1_epi16((short)a.z),
-                                        _mm_mullo_epi16(_mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7), _mm_set1_epi16((short)s.z_x)));
-        write &= _mm_cmpgt_epu16_mask(z, _mm_maskz_loadu_epi16(write, zrow + x));
-        _mm_mask_storeu_epi16(zrow + x, write, z);
-    }
-    if (write)
-        raster_store_pixels<F>(s, u, v, b, dst + x, (uint32_t)count, write);
+    raster_store_pixels<F>(s, u, v, b, dst + x, (uint32_t)count, write);
 #else
-    if constexpr (F & RF_DEPTH) {
-        // pixels all behind what is drawn need no texel (those covered are left to raster_put)
-        bool nearer = false;
-        uint32_t z = a.z;
-        for (int32_t i = 0; i < count; i++, z += (uint32_t)s.z_x)
-            nearer |= (uint16_t)z > zrow[x + i];
-        if (!nearer)
-            return;
-    }
     const __m128i pixels = raster_pixel_lanes<F>(s, u, v, b);
     alignas(16) uint16_t pixel[RASTER_LANES];
     _mm_store_si128((__m128i*)pixel, pixels);
