@@ -231,38 +231,44 @@ inline uint16_t raster_shade(const raster_span_ctx& s, uint32_t index, int32_t p
 
 inline bool raster_covered(const uint32_t* row, int32_t x) { return (row[x >> 5] << (x & 31)) & 0x80000000u; }
 
+// The coverage words of columns xl to xr - 1: the first and last word, and the bits of the
+// columns in each (the words between are whole).
+struct raster_coverage_words {
+    int32_t first, last;
+    uint32_t head, tail;
+};
+
+inline raster_coverage_words raster_coverage_words_of(int32_t xl, int32_t xr)
+{
+    return {xl >> 5, (xr - 1) >> 5, 0xFFFFFFFFu >> (xl & 31), 0xFFFFFFFFu << (31 - ((xr - 1) & 31))};
+}
+
 inline void raster_coverage_write(uint32_t* row, int32_t xl, int32_t xr)
 {
-    const int32_t first = xl >> 5;
-    const int32_t last = (xr - 1) >> 5;
-    const uint32_t head = 0xFFFFFFFFu >> (xl & 31);
-    const uint32_t tail = 0xFFFFFFFFu << (31 - ((xr - 1) & 31));
-    if (first == last) {
-        row[first] |= head & tail;
+    const raster_coverage_words w = raster_coverage_words_of(xl, xr);
+    if (w.first == w.last) {
+        row[w.first] |= w.head & w.tail;
         return;
     }
-    row[first] |= head;
-    for (int32_t i = first + 1; i < last; i++) {
+    row[w.first] |= w.head;
+    for (int32_t i = w.first + 1; i < w.last; i++) {
         row[i] = 0xFFFFFFFFu;
         __asm__("" : "+r"(i));  // one or two words: a store each, not a call to memset
     }
-    row[last] |= tail;
+    row[w.last] |= w.tail;
 }
 
 // Whether columns xl to xr - 1 of a coverage row are all covered (the span draws nothing).
 inline bool raster_coverage_full(const uint32_t* row, int32_t xl, int32_t xr)
 {
-    const int32_t first = xl >> 5;
-    const int32_t last = (xr - 1) >> 5;
-    uint32_t head = 0xFFFFFFFFu >> (xl & 31);
-    const uint32_t tail = 0xFFFFFFFFu << (31 - ((xr - 1) & 31));
-    if (first == last)
-        head &= tail;
-    else if ((row[last] & tail) != tail)
+    raster_coverage_words w = raster_coverage_words_of(xl, xr);
+    if (w.first == w.last)
+        w.head &= w.tail;
+    else if ((row[w.last] & w.tail) != w.tail)
         return false;
-    if ((row[first] & head) != head)
+    if ((row[w.first] & w.head) != w.head)
         return false;
-    for (int32_t i = first + 1; i < last; i++) {
+    for (int32_t i = w.first + 1; i < w.last; i++) {
         if (row[i] != 0xFFFFFFFFu)
             return false;
     }

@@ -605,6 +605,13 @@ RASTER_VEC RASTER_INLINE __m256i raster_lane_ramp(uint32_t base, int32_t step)
     return _mm256_add_epi32(_mm256_set1_epi32((int)base), _mm256_mullo_epi32(lane, _mm256_set1_epi32(step)));
 }
 
+// Depth z + i z_x in 16-bit lane i (only 16 bits are compared).
+RASTER_VEC RASTER_INLINE __m128i raster_depth_lanes(uint32_t z, int32_t z_x)
+{
+    return _mm_add_epi16(_mm_set1_epi16((short)z),
+                         _mm_mullo_epi16(_mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7), _mm_set1_epi16((short)z_x)));
+}
+
 // The segments of fewer than 8 pixels at a span's end, and the last 8-pixel one, as their
 // groups hold them: slot 0 the segment of 4, slot 1 the one of 2, slot 2 the last of 8.
 constexpr int32_t RASTER_SLOT_4 = 0, RASTER_SLOT_2 = 1, RASTER_SLOT_8 = 2;
@@ -662,8 +669,7 @@ RASTER_VEC void raster_last_lanes(const raster_span_ctx& s, uint16_t* dst, const
         write &= (__mmask8)~_mm_test_epi16_mask(_mm_set1_epi16((short)bits), lane_bit);
     }
     if constexpr (F & RF_DEPTH) {
-        const __m128i z = _mm_add_epi16(_mm_set1_epi16((short)a.z),
-                                        _mm_mullo_epi16(_mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7), _mm_set1_epi16((short)s.z_x)));
+        const __m128i z = raster_depth_lanes(a.z, s.z_x);
         write &= _mm_cmpgt_epu16_mask(z, _mm_maskz_loadu_epi16(write, zrow + x));
         _mm_mask_storeu_epi16(zrow + x, write, z);
     }
@@ -777,11 +783,8 @@ RASTER_VEC RASTER_INLINE bool raster_span_behind(const raster_span_ctx& s, const
                 break;
         }
     } else if (n >= 8) {
-        const __m128i ramp =
-            _mm_mullo_epi16(_mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7), _mm_set1_epi16((short)s.z_x));
         for (int32_t o = 0;; o = n - 8) {
-            const uint32_t z_o = job.a.z + (uint32_t)o * (uint32_t)s.z_x;
-            const __m128i z = _mm_add_epi16(_mm_set1_epi16((short)z_o), ramp);
+            const __m128i z = raster_depth_lanes(job.a.z + (uint32_t)o * (uint32_t)s.z_x, s.z_x);
             const __m128i old = _mm_loadu_si128((const __m128i*)(job.zrow + job.xl + o));
             if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_max_epu16(z, old), old)) != 0xFFFF)
                 return false;
@@ -833,8 +836,7 @@ RASTER_VEC RASTER_INLINE raster_span_lanes raster_first_lanes(const raster_span_
     }
     l.z = _mm_setzero_si128();
     if constexpr (F & RF_DEPTH)
-        l.z = _mm_add_epi16(_mm_set1_epi16((short)a.z),
-                            _mm_mullo_epi16(_mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7), _mm_set1_epi16((short)s.z_x)));
+        l.z = raster_depth_lanes(a.z, s.z_x);
     return l;
 }
 
